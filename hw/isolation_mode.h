@@ -1,0 +1,7 @@
+// The isolation mode as the platform takes it.
+#pragma once
+
+#include <cstdint>
+
+// Hands the mode at `mode` to the platform; returns its status.
+int32_t portIsolateModePush(uint32_t* mode);
