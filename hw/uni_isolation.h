@@ -1,0 +1,10 @@
+// One-way isolation of a source port from a target port. Nothing is counted: every call sends a command. The
+// caller holds the semaphore.
+#pragma once
+
+#include <cstdint>
+
+// STATUS_FAILED when serial numbers ran out, with nothing sent; otherwise 0, also when the command was
+// refused (which is logged; slots claimed for it stay claimed).
+int32_t portIsolateAddHwPhyUniIsolate(uint32_t src, uint32_t dst);
+int32_t portIsolateDelHwPhyUniIsolate(uint32_t src, uint32_t dst);  // 0
