@@ -1,0 +1,11 @@
+// Requests on the daemon's global values. The column is the scalar id, there is no index; the value is a u32,
+// or a DataDesc for the buffer scalars.
+#pragma once
+
+#include <cstdint>
+
+int32_t portIsolateScalarSetApi(void* index, uint32_t id, void* value);
+int32_t portIsolateScalarSyncApi(void* index, uint32_t id, void* value);
+int32_t portIsolateScalarGetApi(void* index, uint32_t id, void* value);
+
+int32_t _portIsolateScalarSetApi(void* index, uint32_t id, void* value, uint32_t flags);
