@@ -1,0 +1,30 @@
+// The journal: every call of the interface and hardware layer as one line of JSON, the way to see exactly
+// what the hardware was told. Calls are numbered whether or not anybody listens, so a gap shows; nothing is
+// formatted while nobody does. Listeners are the file that the board's description names, and streams with a
+// bounded queue each: what a slow reader has no room for is dropped and the number told in its place, the
+// daemon never waits.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "host/hardware_call.h"
+
+struct JournalStream {
+    int wake = -1;    // eventfd, readable while lines are queued
+    std::mutex lock;  // guards what follows
+    std::deque<std::string> lines;
+    size_t bytes = 0;
+    uint64_t dropped = 0;  // since the lines were taken last
+};
+
+void journalCall(const HardwareCall& call, int32_t status);
+// 0, or an errno value. The file starts empty.
+int openJournalFile(const std::string& path);
+// Null when the system has no descriptor left. The stream ends with closeJournalStream.
+std::shared_ptr<JournalStream> openJournalStream();
+void closeJournalStream(const std::shared_ptr<JournalStream>& stream);
+// All lines queued by now; empty when there is none.
+std::string takeJournalLines(JournalStream& stream);

@@ -1,0 +1,17 @@
+// The option store: lines `KEY = VALUE` of <root>/etc/portisolate/portisolate.conf, read once, when the first
+// option is asked for. A line that cannot be read is reported with its number and left out.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+inline constexpr uint32_t OPTION_VALUE_MAX = 31;  // characters
+
+struct Options {
+    std::unordered_map<std::string, std::string> values;
+    uint32_t rejected = 0;  // lines that were reported
+};
+
+void readOptions(std::string_view text, const char* fileName, Options& options);

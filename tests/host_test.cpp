@@ -1,0 +1,413 @@
+// The stand-in for the platform: pools, descriptions, the command server's framing, the route bus, the
+// simulated plane, fault rules and the link to the peer, each against small tables of cases.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+
+#include "api/records.h"
+#include "host/board.h"
+#include "host/board_calls.h"
+#include "host/faults.h"
+#include "host/local_socket.h"
+#include "host/options.h"
+#include "host/peer_link.h"
+#include "host/route_bus.h"
+#include "host/sim_plane.h"
+#include "host/statuses.h"
+#include "host/text.h"
+#include "platform/route_messages.h"
+#include "platform/services.h"
+#include "platform/wire.h"
+
+thread_local uint32_t gPortIsolateTextCategory = 0;
+
+namespace {
+constexpr uint32_t WAIT = 5000;  // milliseconds, for what happens at once unless something is broken
+
+// The root prefix of the whole test, gone when it ends.
+struct Root : testing::Environment {
+    std::string path;
+    void SetUp() override {
+        char name[] = "/tmp/hostXXXXXX";
+        path = mkdtemp(name);
+        std::filesystem::create_directories(path + "/tmp");
+        setenv(ROOT_VARIABLE, path.c_str(), 1);
+    }
+    void TearDown() override { std::filesystem::remove_all(path); }
+};
+Root& gRoot = *static_cast<Root*>(testing::AddGlobalTestEnvironment(new Root));
+
+using Words = std::vector<uint32_t>;
+
+std::string bytesOf(const Words& words) {
+    return {reinterpret_cast<const char*>(words.data()), words.size() * sizeof(uint32_t)};
+}
+}  // namespace
+
+TEST(Pool, RefusesSizesThatCannotBe) {
+    for (const uint64_t count : {0ull, 1ull << 27, 1ull << 62, ~0ull}) {
+        SilMemPool pool = {};
+        EXPECT_NE(silMemPoolInit(&pool, "p", count, 16, 0), 0) << count;
+        EXPECT_EQ(silMemPoolDestroy(&pool), 0);
+    }
+}
+
+TEST(Pool, HandsOutZeroedElementsUntilExhausted) {
+    SilMemPool pool = {};
+    ASSERT_EQ(silMemPoolInit(&pool, "p", 3, 13, 0), 0);
+    static constexpr uint8_t ZERO[13] = {};
+    void* elements[3];
+    for (int round = 0; round < 2; round++) {
+        for (void*& element : elements) {
+            element = silMemPoolAlloc(&pool, 0);
+            ASSERT_NE(element, nullptr);
+            EXPECT_EQ(memcmp(element, ZERO, sizeof ZERO), 0);
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(element) % alignof(void*), 0u);
+            memset(element, 0xFF, sizeof ZERO);
+        }
+        EXPECT_EQ(silMemPoolAlloc(&pool, 0), nullptr);
+        EXPECT_EQ(silMemPoolFreeSize(&pool), 0u);
+        for (void* element : elements) EXPECT_EQ(silMemPoolFree(&pool, element), 0);
+        EXPECT_EQ(silMemPoolFreeSize(&pool), 3u);
+    }
+    EXPECT_EQ(silMemPoolDestroy(&pool), 0);
+}
+
+TEST(Pool, CatchesDoubleFreeAndForeignAddresses) {
+    SilMemPool pool = {};
+    ASSERT_EQ(silMemPoolInit(&pool, "p", 2, 16, 0), 0);
+    auto* element = static_cast<uint8_t*>(silMemPoolAlloc(&pool, 0));
+    uint64_t foreign[2] = {};
+    const auto expectMisuse = [&pool](void* address) {
+#ifdef NDEBUG
+        EXPECT_NE(silMemPoolFree(&pool, address), 0);
+#else
+        EXPECT_DEATH(silMemPoolFree(&pool, address), "pool p");
+#endif
+    };
+    for (void* address :
+         {static_cast<void*>(foreign), static_cast<void*>(element + 8), static_cast<void*>(element + 16)})
+        expectMisuse(address);
+    EXPECT_EQ(silMemPoolFree(&pool, element), 0);
+    expectMisuse(element);
+    EXPECT_EQ(silMemPoolFreeSize(&pool), 2u);
+    silMemPoolDestroy(&pool);
+}
+
+TEST(Options, KeepsWhatCanBeReadAndCountsTheRest) {
+    Options options;
+    readOptions(
+        "# comment\n\n  a.b = 12 # trailing\nempty =\r\nno equals sign\n= 3\ntwo words = 1\na.b=13\n"
+        "long = 12345678901234567890123456789012\nedge = 1234567890123456789012345678901",
+        "test.conf", options);
+    EXPECT_EQ(options.rejected, 4u);
+    const std::unordered_map<std::string, std::string> expected = {
+        {"a.b", "13"}, {"empty", ""}, {"edge", "1234567890123456789012345678901"}};
+    EXPECT_EQ(options.values, expected);
+}
+
+TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
+    static constexpr std::string_view GOOD =
+        "interface 1 a slot 1\ninterface 2 b slot 2 kind pon ability 2\ntrunk 7 lag members b\n"
+        "vlan 10 20 v10\n";
+    static constexpr std::string_view BAD =
+        "role boss\npeer\npeer /x timeout\npeer /x timeout 0\nplane other\njournal\nbogus 1\n"
+        "interface 3 c\ninterface x c slot 1\ninterface 0 c slot 1\ninterface 1 c slot 1\n"
+        "interface 3 a slot 1\ninterface 3 c slot 1 kind moon\ninterface 3 c slot 1 more\n"
+        "interface 4294967296 c slot 1\ntrunk 9 t members nobody\ntrunk 9 t members a a\n"
+        "trunk 9 t members lag\ntrunk 9 t members b\nvlan 0 20 v\nvlan 4096 20 v\nvlan 10 21 w\nvlan 11 20";
+    forEachLine(BAD, [](uint32_t, std::string_view line) {
+        Board board;
+        readBoard(std::string(GOOD) + std::string(line), "test.conf", board);
+        EXPECT_EQ(board.rejected, 1u) << line;
+        EXPECT_EQ(board.interfaces.size(), 4u) << line;
+        EXPECT_EQ(board.interfaces.at(7).members, std::vector<uint32_t>{2}) << line;
+        EXPECT_EQ(slotOf(board, board.interfaces.at(7)), 2u) << line;
+        destroySimPlane(board.plane);
+    });
+}
+
+// The two-way entry is held in the order of its add; reverse, VLAN and trunk questions follow from it.
+TEST(SimPlane, JudgesTrafficByItsEntries) {
+    Board board;
+    readBoard(
+        "interface 1 a slot 1 kind pon\ninterface 2 b slot 2 kind pon\ninterface 3 c slot 1\n"
+        "interface 4 d slot 1\ntrunk 9 lag members c d\n",
+        "test.conf", board);
+    const Plane& plane = board.plane;
+    const auto asked = [&](uint32_t src, uint32_t dst, uint32_t vid) {
+        std::string reason;
+        return boardForwards(board, board.interfaces.at(src), board.interfaces.at(dst), vid, reason);
+    };
+    EXPECT_EQ(asked(1, 2, 0), Forwarding::yes);
+    EXPECT_EQ(asked(1, 2, 10), Forwarding::no);  // PON isolation is on by default
+    plane.setPon(plane.state, 10, false, {1});
+    EXPECT_EQ(asked(1, 2, 10), Forwarding::no);  // still on at the other card
+    plane.setPon(plane.state, 10, false, {2});
+    EXPECT_EQ(asked(1, 2, 10), Forwarding::yes);
+    plane.freshCard(plane.state, 2);
+    EXPECT_EQ(asked(2, 1, 10), Forwarding::no);
+
+    plane.addTwoWay(plane.state, 1, 3, {0, 0, 0, 5});
+    EXPECT_EQ(asked(3, 1, 20), Forwarding::no);
+    EXPECT_EQ(asked(1, 9, 0), Forwarding::partly);
+    plane.addTwoWay(plane.state, 1, 3, {20, 0, 0, 6});  // replaces
+    EXPECT_EQ(asked(1, 3, 0), Forwarding::yes);
+    EXPECT_EQ(asked(1, 3, 20), Forwarding::no);
+    EXPECT_EQ(plane.deleteTwoWay(plane.state, 3, 1), 0);  // the reverse order will do
+    EXPECT_EQ(plane.deleteTwoWay(plane.state, 3, 1), HOST_STATUS_NOT_FOUND);
+
+    plane.addOneWay(plane.state, 9, 1, {});
+    EXPECT_EQ(asked(9, 1, 0), Forwarding::no);
+    EXPECT_EQ(asked(1, 9, 0), Forwarding::yes);
+    EXPECT_EQ(plane.deleteOneWay(plane.state, 1, 9), HOST_STATUS_NOT_FOUND);
+    board.interfaces.at(1).present = false;
+    EXPECT_EQ(asked(1, 9, 0), Forwarding::no);
+    destroySimPlane(board.plane);
+}
+
+TEST(Faults, FireAtTheirNthMatchOnly) {
+    FaultRule rule;
+    rule.call = "daxNothing";
+    EXPECT_NE(addFaultRule(rule), nullptr);
+    rule = {"daxIfSyncApi", false, 2, 0x77, 5, DAX_ISO_BI_ADD, 0};
+    ASSERT_EQ(addFaultRule(rule), nullptr);
+    AttrSetRecord record = {};
+    record.attrId = DAX_ISO_BI_ADD;
+    HardwareCall call = {"daxIfSyncApi", 5, DAX_IF_ISOLATE, {}};
+    call.record = &record;
+    HardwareCall other = call;
+    other.key = 6;
+    EXPECT_FALSE(faultFor(call));
+    EXPECT_FALSE(faultFor(other));
+    EXPECT_EQ(faultFor(call), 0x77);
+    EXPECT_FALSE(faultFor(call));  // spent
+    rule.every = true;
+    ASSERT_EQ(addFaultRule(rule), nullptr);
+    for (int i = 0; i < 3; i++) EXPECT_EQ(faultFor(call), 0x77);
+    clearFaultRules();
+    EXPECT_FALSE(faultFor(call));
+}
+
+TEST(RouteBus, DeliversOnlyWhatTheSocketHasJoined) {
+    EXPECT_LT(dax_socket(2, DAX_SOCK_DGRAM, 0), 0);
+    EXPECT_EQ(errnoGet(), EAFNOSUPPORT);
+    const int32_t fd = dax_socket(DAX_AF_ROUTE, DAX_SOCK_DGRAM, 0);
+    ASSERT_GE(fd, 0);
+    const uint8_t address[DAX_ROUTE_ADDRESS_LEN] = {0, DAX_AF_ROUTE};
+    ASSERT_EQ(dax_bind(fd, address, sizeof address), 0);
+    ASSERT_EQ(dax_setsockopt(fd, DAX_SOL_MEMBERSHIP, DAX_SO_ADD_GROUP, &DAX_RTGRP_LINK, 4), 0);
+    EXPECT_NE(dax_setsockopt(fd, 1, 1, &DAX_RTGRP_LINK, 4), 0);
+
+    const std::vector<uint8_t> unwanted = {1, 2, 3, 4};
+    const std::vector<uint8_t> wanted = {5, 6, 7};
+    EXPECT_EQ(publishToRoute(DAX_RTGRP_VLAN, unwanted), 0);
+    EXPECT_EQ(publishToRoute(DAX_RTGRP_LINK, {}), 0);
+    const int raw = connectLocalSocket(rootedPath(ROUTE_SOCKET_PATH), SOCK_DGRAM, WAIT);
+    EXPECT_EQ(send(raw, "abc", 3, 0), 3);
+    close(raw);
+    EXPECT_EQ(publishToRoute(DAX_RTGRP_LINK, wanted), 0);
+    EXPECT_FALSE(settleRoute(0));  // nobody has read yet
+
+    DaxFdSet set = {};
+    daxFdSet(set, fd);
+    ASSERT_EQ(dax_select(fd + 1, &set, nullptr, nullptr, nullptr), 1);
+    EXPECT_TRUE(daxFdIsSet(set, fd));
+    uint8_t buffer[16] = {};
+    ASSERT_EQ(dax_recvfrom(fd, buffer, sizeof buffer, 0, nullptr, nullptr), 3);
+    EXPECT_EQ(memcmp(buffer, wanted.data(), 3), 0);
+    EXPECT_EQ(dax_close(fd), 0);
+    EXPECT_FALSE(std::filesystem::exists(rootedPath(ROUTE_SOCKET_PATH)));
+}
+
+namespace {
+// A small operation table. The last set is remembered: index, column, value.
+std::mutex gLock;  // guards gLast
+Words gLast;
+
+Words lastSet() {
+    std::lock_guard guard(gLock);
+    return gLast;
+}
+
+int32_t setGroup(void* index, uint32_t column, void* value) {
+    if (index == nullptr || value == nullptr) return 22;
+    const auto* key = static_cast<const uint32_t*>(index);
+    std::lock_guard guard(gLock);
+    gLast = {key[0], key[1], key[2], column, *static_cast<const uint32_t*>(value)};
+    return 0;
+}
+int32_t getScalar(void*, uint32_t column, void* value) {
+    if (value == nullptr) return 22;
+    if (!portIsolateScalarIsBuffer(column)) {
+        *static_cast<uint32_t*>(value) = column;
+        return 0;
+    }
+    auto* buffer = static_cast<DataDesc*>(value);
+    memset(buffer->data, 'v', buffer->length);
+    buffer->length += 100;  // a handler that answers more than it was offered
+    return 0;
+}
+int32_t nextGroup(void* current, void* result) {
+    if (current == nullptr) return 22;
+    memcpy(result, current, 12);
+    static_cast<uint32_t*>(result)[0]++;
+    return 0;
+}
+int32_t nextVlan(uint32_t current, void* result) {
+    *static_cast<uint32_t*>(result) = current + 1;
+    return current == 9 ? 7 : 0;
+}
+
+IcmFuncMapEntry gMap[] = {{0, {nullptr}},
+                          {OP_SCALAR_GET, {getScalar}},
+                          {OP_GROUP_SYNC, {setGroup}},
+                          {OP_GROUP_SET, {setGroup}},
+                          {OP_GROUP_GET_NEXT, {nullptr}},
+                          {OP_VLAN_GET_NEXT, {nullptr}},
+                          {OP_PAIR_SET, {nullptr}}};
+
+int connectServer() {
+    static const int32_t started = [] {
+        gMap[4].handler.next = nextGroup;
+        gMap[5].handler.nextNumber = nextVlan;
+        return icmProcTcpInit("commands", COMMAND_SOCKET_PATH, gMap, static_cast<uint32_t>(std::size(gMap)));
+    }();
+    EXPECT_EQ(started, 0);
+    return connectLocalSocket(rootedPath(COMMAND_SOCKET_PATH), SOCK_STREAM, WAIT);
+}
+
+std::string framed(const std::string& body) {
+    return bytesOf({static_cast<uint32_t>(body.size())}) + body;
+}
+
+// The next `length` bytes, or what came before the connection ended or went quiet.
+std::string receive(int fd, size_t length) {
+    std::string text;
+    pollfd input = {fd, POLLIN, 0};
+    while (text.size() < length && poll(&input, 1, WAIT) == 1) {
+        char chunk[4096];
+        const ssize_t got = recv(fd, chunk, std::min(sizeof chunk, length - text.size()), 0);
+        if (got <= 0) break;
+        text.append(chunk, static_cast<size_t>(got));
+    }
+    return text;
+}
+
+const std::string GET_SCALAR_6 = framed(bytesOf({OP_SCALAR_GET, 6, 0, 4}));
+const std::string SCALAR_6 = framed(bytesOf({0, 0, 4, 6}));
+}  // namespace
+
+TEST(CommandServer, AnswersEachRequestByItsShape) {
+    const auto status = [](int32_t code) { return framed(bytesOf({static_cast<uint32_t>(code), 0, 0})); };
+    const struct {
+        const char* what;
+        std::string body;
+        std::string reply;
+    } cases[] = {
+        {"set", bytesOf({OP_GROUP_SET, 1, 12, 7, 8, 9, 4, 2}), status(0)},
+        {"no index", bytesOf({OP_GROUP_SET, 1, 0, 4, 2}), status(22)},
+        {"short index", bytesOf({OP_GROUP_SET, 1, 8, 7, 8, 4, 2}), status(COMMAND_STATUS_BAD_LENGTH)},
+        {"long value", bytesOf({OP_GROUP_SET, 1, 12, 7, 8, 9, 8, 2, 2}), status(COMMAND_STATUS_BAD_LENGTH)},
+        {"value missing", bytesOf({OP_GROUP_SET, 1, 12, 7, 8, 9, 4}), status(COMMAND_STATUS_BAD_FRAME)},
+        {"more than said", bytesOf({OP_GROUP_SET, 1, 12, 7, 8, 9, 4, 2, 2}),
+         status(COMMAND_STATUS_BAD_FRAME)},
+        {"endless index", bytesOf({OP_GROUP_SET, 1, 0xFFFFFFFF, 4}), status(COMMAND_STATUS_BAD_FRAME)},
+        {"get word", bytesOf({OP_SCALAR_GET, 6, 0, 400}), framed(bytesOf({0, 0, 4, 6}))},
+        {"get little", bytesOf({OP_SCALAR_GET, 6, 0, 3}), status(COMMAND_STATUS_BAD_LENGTH)},
+        {"get nothing", bytesOf({OP_SCALAR_GET, 6, 0, 0}), status(22)},
+        {"scalar index", bytesOf({OP_SCALAR_GET, 6, 4, 1, 4}), status(COMMAND_STATUS_BAD_LENGTH)},
+        {"get buffer", bytesOf({OP_SCALAR_GET, SCALAR_VERSION, 0, 4}),
+         framed(bytesOf({0, 0, 4, 0x76767676}))},
+        {"next", bytesOf({OP_GROUP_GET_NEXT, 0, 12, 7, 8, 9, 0}), framed(bytesOf({0, 12, 8, 8, 9, 0}))},
+        {"next number", bytesOf({OP_VLAN_GET_NEXT, 0, 4, 5, 99}), framed(bytesOf({0, 4, 6, 0}))},
+        {"next refused", bytesOf({OP_VLAN_GET_NEXT, 0, 4, 9, 0}), status(7)},
+        {"null handler", bytesOf({OP_PAIR_SET, 0, 0, 0}), status(COMMAND_STATUS_NO_HANDLER)},
+        {"unknown", bytesOf({0xFFFFFFFF, 0, 0, 0}), status(COMMAND_STATUS_NO_HANDLER)},
+    };
+    const int fd = connectServer();
+    for (const auto& one : cases) {
+        ASSERT_TRUE(sendAll(fd, framed(one.body).data(), one.body.size() + 4, WAIT));
+        EXPECT_EQ(receive(fd, one.reply.size()), one.reply) << one.what;
+    }
+    EXPECT_EQ(lastSet(), (Words{7, 8, 9, 1, 2}));
+    // The largest capacity is honoured as the largest value.
+    const std::string greedy = framed(bytesOf({OP_SCALAR_GET, SCALAR_VERSION, 0, 0xFFFFFFFF}));
+    sendAll(fd, greedy.data(), greedy.size(), WAIT);
+    EXPECT_EQ(receive(fd, 16 + COMMAND_VALUE_MAX).substr(12, 4), bytesOf({COMMAND_VALUE_MAX}));
+    close(fd);
+}
+
+TEST(CommandServer, FramesAByteStreamHoweverItIsCut) {
+    const std::string three = GET_SCALAR_6 + GET_SCALAR_6 + GET_SCALAR_6;
+    for (size_t cut = 1; cut < three.size(); cut++) {
+        const int fd = connectServer();
+        sendAll(fd, three.data(), cut, WAIT);
+        receive(fd, cut / GET_SCALAR_6.size() * SCALAR_6.size());
+        sendAll(fd, three.data() + cut, three.size() - cut, WAIT);
+        shutdown(fd, SHUT_WR);
+        const size_t left = 3 - cut / GET_SCALAR_6.size();
+        ASSERT_EQ(receive(fd, 1000).size(), left * SCALAR_6.size()) << cut;
+        close(fd);
+    }
+    for (const uint32_t length : {0u, COMMAND_WORDS_MIN - 1, COMMAND_FRAME_MAX + 1, 0xFFFFFFFFu}) {
+        const int fd = connectServer();
+        const std::string sent = GET_SCALAR_6 + bytesOf({length}) + GET_SCALAR_6;
+        sendAll(fd, sent.data(), sent.size(), WAIT);
+        EXPECT_EQ(receive(fd, 1000), SCALAR_6) << length;
+        close(fd);
+    }
+}
+
+TEST(CommandServer, QuietAndGreedyClientsHoldUpNobody) {
+    std::vector<int> clients;
+    for (int i = 0; i < 200; i++) {
+        clients.push_back(connectServer());
+        sendAll(clients.back(), GET_SCALAR_6.data(), 9, WAIT);
+    }
+    // One that sends for ever and never reads: the server stops taking from it.
+    const int greedy = connectServer();
+    while (send(greedy, GET_SCALAR_6.data(), GET_SCALAR_6.size(), MSG_DONTWAIT) > 0) {
+    }
+    for (const int fd : clients) {
+        sendAll(fd, GET_SCALAR_6.data() + 9, GET_SCALAR_6.size() - 9, WAIT);
+        EXPECT_EQ(receive(fd, SCALAR_6.size()), SCALAR_6);
+        close(fd);
+    }
+    close(greedy);
+}
+
+TEST(PeerLink, MirrorsOnlyWhatWasSetHere) {
+    Board& board = theBoard();
+    PortIsolateIfGrpIndex index = {3, 4, 0};
+    uint32_t value = ROW_ACTIVATE;
+    HwCmdControl control = {};
+    control.keyLength = sizeof index;
+    const auto mirror = [&](uint32_t flags) {
+        control.flags = flags;
+        return daxHwilCmdSyncApi(reinterpret_cast<uintptr_t>(&index), 0x08FA0001, &value, &control);
+    };
+    EXPECT_EQ(mirror(3), 0);  // no peer is described
+    board.peerRoot = gRoot.path + "/absent";
+    EXPECT_EQ(mirror(3), 0);  // nobody listens
+    close(connectServer());   // this process is its own peer from here on
+    board.peerRoot = gRoot.path;
+    EXPECT_EQ(mirror(3), 0);
+    const Words mirrored = {3, 4, 0, 1, ROW_ACTIVATE};
+    // The request was handed over, not answered: a request behind it on another connection may overtake it.
+    for (int64_t end = monotonicMs() + WAIT; lastSet() != mirrored && monotonicMs() < end;) {
+        const int fd = connectServer();
+        sendAll(fd, GET_SCALAR_6.data(), GET_SCALAR_6.size(), WAIT);
+        receive(fd, SCALAR_6.size());
+        close(fd);
+    }
+    EXPECT_EQ(lastSet(), mirrored);
+    EXPECT_EQ(daxHwilCmdSyncApi(0, 0x12340000, &value, &control), HOST_STATUS_NOT_SUPPORTED);
+    board.peerRoot.clear();
+}
