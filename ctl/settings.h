@@ -1,0 +1,18 @@
+// The daemon's single values: the PON isolation of VLANs, the scalars, and the two of them with a command of
+// their own, the mode and the debug mask.
+#pragma once
+
+#include "ctl/session.h"
+
+Exit runPonSwitch(Session& session, const Invocation& invocation);  // on and off
+Exit runPonGet(Session& session, const Invocation& invocation);
+Exit runPonList(Session& session, const Invocation& invocation);
+
+Exit runModeGet(Session& session, const Invocation& invocation);
+Exit runModeSet(Session& session, const Invocation& invocation);
+Exit runScalarGet(Session& session, const Invocation& invocation);
+Exit runScalarList(Session& session, const Invocation& invocation);
+Exit runDebug(Session& session, const Invocation& invocation);
+
+// VLAN ids of a bit list: VLAN v is bit 0x80 >> (v % 8) of byte v / 8.
+std::vector<uint32_t> vlansOfBitList(std::string_view bytes);
