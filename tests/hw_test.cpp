@@ -1,0 +1,305 @@
+// Commands to the hardware: what is sent, in which order, and what a refusal leaves behind.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "frame/report.h"
+#include "frame/state.h"
+#include "frame/status.h"
+#include "hw/bi_isolation.h"
+#include "hw/pon_isolation.h"
+#include "hw/trunk_expansion.h"
+#include "hw/uni_isolation.h"
+#include "platform/hardware.h"
+#include "tables/pairs.h"
+#include "tables/serials.h"
+#include "tests/fake_platform.h"
+
+namespace {
+
+using Calls = std::vector<std::string>;
+
+// Both switches on unless said otherwise.
+void startSwitches(bool src, bool dst, bool serials = false) {
+    ASSERT_EQ(startDaemon({{"portisolate.srcaggtoport", src ? "1" : "0"},
+                           {"portisolate.dstaggtoport", dst ? "1" : "0"},
+                           {"portisolate.supportserial", serials ? "t" : "f"},
+                           {"portisolate.maxifnum", "8"}}),
+              0);
+    drainCalls();
+}
+
+uint32_t refByte(uint32_t src, uint32_t dst) {
+    const PortIsolateIfInnerEntry* entry = portIsolateIfInnerEntryGet(src, dst);
+    return entry == nullptr ? 0x100 : entry->ref[0];
+}
+
+TEST(BiIsolation, IsProgrammedOnceAndCountedByGroup) {
+    startSwitches(true, true);
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(3, 0, 7, 3), 0);
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(5, 10, 3, 7), 0);
+    EXPECT_EQ(refByte(3, 7), 0x28u);
+    EXPECT_EQ(portIsolateDelPhyBiIsolate(3, 0, 7, 3), 0);
+    EXPECT_EQ(portIsolateDelPhyBiIsolate(3, 0, 7, 3), 0);
+    EXPECT_EQ(drainCalls(), (Calls{"bi-add 3 7 grp 3"}));
+    EXPECT_EQ(portIsolateDelPhyBiIsolate(5, 10, 7, 3), 0);
+    EXPECT_EQ(drainCalls(), (Calls{"bi-del 3 7 grp 5 vid 10"}));
+    EXPECT_EQ(portIsolateDelPhyBiIsolate(5, 10, 7, 3), 0);
+    EXPECT_TRUE(fake.calls.empty());
+    EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifInnerList));
+}
+
+TEST(BiIsolation, CommandDataByteForByte) {
+    startSwitches(true, true, true);
+    gPortIsoInfo.serialTable[0] = 99;
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(0x0A, 0x1234, 0x01020304, 0x05060708), 0);
+    Bytes expected;
+    putWord(expected, 0x05060708);
+    for (const uint16_t half : {uint16_t{2}, uint16_t{3}, uint16_t{0}, uint16_t{0x1234}}) {
+        const auto* raw = reinterpret_cast<const uint8_t*>(&half);
+        expected.insert(expected.end(), raw, raw + 2);
+    }
+    putWord(expected, 0x0A);
+    expected.insert(expected.end(), {0, 1, 0, 0, 0, 0, 0, 0});
+    EXPECT_EQ(fake.data, expected);
+}
+
+TEST(BiIsolation, TheOrderOfAPairFollowsTheSwitchesAndTheAbility) {
+    const struct {
+        bool src, dst;
+        uint32_t ability;  // of the second port
+        const char* added;
+        const char*
+            deletedReverse;  // by a release that names the ports the other way round; empty: not found
+    } cases[] = {
+        {true, true, 1, "bi-add 3 7 grp 1", "bi-del 3 7 grp 1"},
+        {true, true, 2, "bi-add 7 3 grp 1", "bi-del 3 7 grp 1"},
+        {true, true, 3, "bi-add 7 3 grp 1", ""},
+        {false, false, 1, "bi-add 3 7 grp 1 flag 0", "bi-del 3 7 grp 1 flag 0"},
+        {true, false, 1, "bi-add 7 3 grp 1 flag 0", ""},
+        {false, true, 2, "bi-add 7 3 grp 1 flag 0", "bi-del 3 7 grp 1 flag 0"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.added);
+        startSwitches(row.src, row.dst);
+        fake.interfaces[3].ability = fake.interfaces[7].ability = row.ability;
+        EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 7, 3), 0);
+        EXPECT_EQ(drainCalls(), (Calls{row.added}));
+        EXPECT_EQ(portIsolateDelPhyBiIsolate(1, 0, 3, 7), 0);
+        EXPECT_EQ(drainCalls(), row.deletedReverse[0] == '\0' ? Calls{} : Calls{row.deletedReverse});
+    }
+}
+
+TEST(BiIsolation, ASelfIsolationGivesWayToTheReleaseOfAPair) {
+    startSwitches(false, false);
+    for (const uint32_t self : {3u, 7u}) {
+        EXPECT_EQ(portIsolateAddPhyBiIsolate(2, 0, self, self), 0);
+        EXPECT_EQ(portIsolateAddPhyBiIsolate(4, 0, self, self), 0);
+        EXPECT_EQ(portIsolateAddPhyBiIsolate(4, 0, 3, 7), 0);
+        EXPECT_EQ(portIsolateDelPhyBiIsolate(4, 0, 3, 7), 0);
+        EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifInnerList)) << "group 2's claim goes with it";
+    }
+    EXPECT_EQ(drainCalls().size(), 6u);  // two adds and one delete each time: none for the self isolation
+    startSwitches(false, false);
+    fake.interfaces[3].ability = fake.interfaces[7].ability = 2;
+    for (const auto& [first, second] : {std::pair{7u, 3u}, {7u, 7u}})
+        portIsolateAddPhyBiIsolate(1, 0, first, second);
+    EXPECT_EQ(portIsolateDelPhyBiIsolate(1, 0, 3, 7), 0);
+    EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifInnerList));
+}
+
+TEST(BiIsolation, RefusalsLeaveWhatTheModeSays) {
+    startSwitches(true, true, true);
+    failNth("daxIfSyncApi", 1, 77);
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 3, 7), 77);
+    EXPECT_EQ(refByte(3, 7), 0x100u);
+    EXPECT_EQ(gPortIsoInfo.serialTable[0] + gPortIsoInfo.serialTable[1], 0u);
+    EXPECT_EQ(fake.texts,
+              (Calls{"log 0 failed to operate isolate. (srcIfName=[if3], dstIfName=[if7], vlan=[0], "
+                     "type=[isolate], group=[1], operation=[add])\r\n"}));
+    failNth("daxHwilIfGet", 1, 78);
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 3, 7), 78);
+    failNth("pool portisolate_ref", 1, 1);
+    drainCalls();
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 3, 7), STATUS_POOL_EXHAUSTED);
+    EXPECT_EQ(fake.calls.size(), 1u);
+    EXPECT_EQ(gPortIsoInfo.serialTable[1], 7u);
+    EXPECT_EQ(fake.poolsInUse["portisolate_pair"], 0);
+
+    startSwitches(true, false, true);  // one-sided: the row comes first, and no serial numbers
+    failNth("daxIfSyncApi", 1, 77);
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 7, 3), 77);
+    EXPECT_EQ(drainCalls(), (Calls{"bi-add 7 3 grp 1 flag 0 = 77"}));
+    EXPECT_EQ(refByte(7, 3), 0x80u);
+    failNth("daxIfSyncApi", 1, 77);
+    EXPECT_EQ(portIsolateDelPhyBiIsolate(1, 0, 7, 3), 0);
+    EXPECT_EQ(refByte(7, 3), 0x100u);
+    failNth("daxHwilIfGet", 1, 78);
+    EXPECT_EQ(portIsolateDelPhyBiIsolate(1, 0, 7, 3), 78);
+    failNth("pool portisolate_pair", 1, 1);
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 7, 3), STATUS_FAILED);
+    fake.fault = nullptr;
+}
+
+TEST(Serials, LowestFreeSlotAndEveryDouble) {
+    startSwitches(true, true, true);
+    uint32_t* table = gPortIsoInfo.serialTable;
+    uint16_t slot = 77;
+    table[0] = table[2] = 50;
+    EXPECT_EQ(portIsolateFreeSerialGet(&slot), 0);
+    EXPECT_EQ(slot, 1);
+    EXPECT_EQ(portIsolateSerialCheck(51, &slot), STATUS_FAILED);
+    EXPECT_EQ(slot, 1);
+    EXPECT_EQ(portIsolateSerialCheck(50, &slot), 0);
+    EXPECT_EQ(slot, 0);
+    portIsolateDebugMaskSet(CATEGORY_WORK);
+    EXPECT_EQ(portIsolateSerialFree(0), STATUS_FAILED);
+    EXPECT_EQ(portIsolateSerialFree(50), 0);
+    EXPECT_EQ(fake.texts,
+              (Calls{"debug 5/2 free 0; interface if50\r\n", "debug 5/2 free 2; interface if50\r\n"}));
+
+    for (uint32_t i = 1; i < 8; ++i) table[i] = 100 + i;
+    EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 3, 7), STATUS_FAILED);
+    EXPECT_EQ(portIsolateAddHwPhyUniIsolate(3, 7), STATUS_FAILED);
+    EXPECT_EQ(table[0], 0u);
+    EXPECT_TRUE(fake.calls.empty());
+    EXPECT_EQ(portIsolateAddHwPhyUniIsolate(3, 104), 0);
+    EXPECT_EQ(drainCalls(), (Calls{"uni-add 3 104 serial 1/5"}));
+    EXPECT_EQ(portIsolateDelHwPhyUniIsolate(104, 9), 0);  // 9 has no number and is sent as 1
+    EXPECT_EQ(drainCalls(), (Calls{"uni-del 104 9 serial 5/1"}));
+    EXPECT_EQ(table[4], 0u) << "nothing refers to 104";
+}
+
+TEST(Serials, TransferToAndFromThePeer) {
+    startSwitches(true, true);
+    gPortIsoInfo.serialTable[0] = 0x01020304;
+    EXPECT_EQ(portIsolateSerialInfoSyncSend(), 0);
+    EXPECT_TRUE(fake.calls.empty());
+    fake.serialSender = 1;
+    EXPECT_EQ(portIsolateSerialInfoSyncSend(), 0);
+    EXPECT_EQ(drainCalls(), (Calls{"mirror c00d key 0 control 80000103/0/34"}));
+    Bytes expected = {1, 0};
+    putWord(expected, 0x01020304);
+    expected.resize(34);
+    EXPECT_EQ(fake.data, expected);
+
+    DataDesc record = {expected.data(), 1};  // the length is not looked at
+    expected[6] = 9;
+    EXPECT_EQ(portIsolateSerialInfoSyncParse(&record), 0);
+    EXPECT_EQ(gPortIsoInfo.serialTable[1], 0u);
+    fake.serialReceiver = 1;
+    EXPECT_EQ(portIsolateSerialInfoSyncParse(&record), 0);
+    EXPECT_NE(gPortIsoInfo.serialTable[1], 0u);
+
+    ASSERT_EQ(startDaemon({{"portisolate.maxifnum", "375"}}), 0);
+    fake.serialSender = fake.serialReceiver = 1;
+    portIsolateDebugMaskSet(CATEGORY_SERIAL);
+    drainCalls();
+    EXPECT_EQ(portIsolateSerialInfoSyncSend(), STATUS_FAILED);
+    EXPECT_EQ(fake.texts, (Calls{"debug 0/8 scalar sync send failed.(-1)\r\n"}));
+    EXPECT_EQ(portIsolateSerialInfoSyncParse(&record), 0);
+    EXPECT_EQ(gPortIsoInfo.serialTable[0], 0u);
+}
+
+TEST(UniIsolation, RefusalsAreLoggedAndNotReturned) {
+    startSwitches(true, true);
+    EXPECT_EQ(portIsolateAddHwPhyUniIsolate(3, 7), 0);
+    Bytes target;
+    putWord(target, 7);
+    EXPECT_EQ(fake.data, target);
+    failNth("daxIfSyncApi", 1, 5);
+    EXPECT_EQ(portIsolateDelHwPhyUniIsolate(3, 7), 0);
+    EXPECT_EQ(fake.texts,
+              (Calls{"log 0 failed to operate isolate. (srcIfName=[if3], dstIfName=[if7], vlan=[0], "
+                     "type=[uni-isolate], group=[0], operation=[del])\r\n"}));
+    startSwitches(true, true, true);
+    failNth("daxIfSyncApi", 1, 5);
+    EXPECT_EQ(portIsolateAddHwPhyUniIsolate(3, 7), 0);
+    EXPECT_EQ(gPortIsoInfo.serialTable[1], 7u) << "slots stay claimed";
+}
+
+// Pairs of ports, source by source, that an isolation of two interfaces comes to.
+std::string pairsOf(const Calls& calls) {
+    std::string pairs;
+    for (const std::string& call : calls) {
+        uint32_t src = 0;
+        uint32_t dst = 0;
+        if (std::sscanf(call.c_str() + call.find(' '), "%u %u", &src, &dst) != 2)
+            return "unreadable: " + call;
+        pairs += std::to_string(src) + ">" + std::to_string(dst) + " ";
+    }
+    return pairs;
+}
+
+TEST(TrunkExpansion, UnderAllSettingsOfTheSwitches) {
+    const struct {
+        uint32_t src, dst;
+        const char* bi[4];   // switches: both, source only, target only, none
+        const char* uni[2];  // source switch on, off
+    } cases[] = {
+        {1, 2, {"1>2 ", "1>2 ", "1>2 ", "1>2 "}, {"1>2 ", "1>2 "}},
+        {1, 100, {"1>21 1>22 ", "1>100 ", "1>21 1>22 ", "1>100 "}, {"1>21 1>22 ", "1>21 1>22 "}},
+        {100, 50, {"21>50 22>50 ", "21>50 22>50 ", "100>50 ", "100>50 "}, {"21>50 22>50 ", "100>50 "}},
+        {100,
+         200,
+         {"21>31 21>32 21>33 22>31 22>32 22>33 ", "21>200 22>200 ", "100>31 100>32 100>33 ", "100>200 "},
+         {"21>31 21>32 21>33 22>31 22>32 22>33 ", "100>31 100>32 100>33 "}},
+        {1, 300, {"", "1>300 ", "", "1>300 "}, {"", ""}},
+    };
+    for (const auto& row : cases) {
+        for (int mode = 0; mode < 4; ++mode) {
+            const bool src = mode == 0 || mode == 1;
+            const bool dst = mode == 0 || mode == 2;
+            SCOPED_TRACE(testing::Message() << row.src << " " << row.dst << " mode " << mode);
+            startSwitches(src, dst);
+            for (auto& [unit, interface] : fake.interfaces) interface.ability = 3;
+            fake.interfaces[50].ability = fake.interfaces[2].ability = 3;
+            EXPECT_EQ(portIsolateAddHwIfBiIsolate(1, 0, row.src, row.dst), 0);
+            const std::string added = pairsOf(drainCalls());
+            EXPECT_EQ(added, row.bi[mode]);
+            EXPECT_EQ(portIsolateDelHwIfBiIsolate(1, 0, row.src, row.dst), 0);
+            EXPECT_EQ(pairsOf(drainCalls()), row.bi[mode]);
+            EXPECT_EQ(portIsolateAddHwIfUniIsolate(row.src, row.dst), 0);
+            EXPECT_EQ(pairsOf(drainCalls()), row.uni[src ? 0 : 1]);
+            EXPECT_EQ(portIsolateDelHwIfUniIsolate(row.src, row.dst), 0);
+            EXPECT_EQ(pairsOf(drainCalls()), row.uni[src ? 0 : 1]);
+        }
+    }
+}
+
+TEST(TrunkExpansion, FailuresStopBiAndNotUni) {
+    startSwitches(true, true);
+    portIsolateDebugMaskSet(CATEGORY_WORK);
+    failNth("daxEthAggIfGetApi", 2, 44);  // the target's members: nothing is programmed
+    EXPECT_EQ(portIsolateAddHwIfBiIsolate(1, 0, 100, 200), 44);
+    EXPECT_TRUE(fake.calls.empty());
+    EXPECT_EQ(fake.texts.back(), "debug 4/2 get member of trunk if200 failed.(44)\n\r");
+    failNth("daxIfSyncApi", 2, 45);
+    EXPECT_EQ(portIsolateAddHwIfBiIsolate(1, 0, 1, 200), 45);
+    EXPECT_EQ(pairsOf(drainCalls()), "1>31 1>32 ");
+    failNth("daxIfSyncApi", 1, 45);
+    EXPECT_EQ(portIsolateAddHwIfUniIsolate(1, 200), 0);
+    EXPECT_EQ(pairsOf(drainCalls()), "1>31 1>32 1>33 ");
+    failNth("daxIfGetApi", 2, 46);  // the flags cannot be read: the trunk is treated as a port
+    EXPECT_EQ(portIsolateAddHwIfBiIsolate(1, 0, 1, 200), 0);
+    EXPECT_EQ(pairsOf(drainCalls()), "1>200 ");
+    fake.interfaces[400].flags = DAX_IF_FLAG_TRUNK;
+    fake.interfaces[400].members.assign(128, 5);
+    EXPECT_EQ(portIsolateAddHwIfUniIsolate(1, 400), 0);
+    EXPECT_EQ(drainCalls().size(), 128u);
+}
+
+TEST(PonIsolation, StateOfAVlan) {
+    startSwitches(true, true);
+    EXPECT_EQ(portIsolatePonIsolateSet(100, PON_ISOLATION_OFF, 9), 0);
+    EXPECT_EQ(fake.data, (Bytes{0, 0, 0, 0, 2}));
+    EXPECT_EQ(drainCalls(), (Calls{"pon 100 state 2 control 90000000/4/5"}));
+    const uint32_t value = 0x01020304;
+    EXPECT_EQ(portIsolatePonIsolateSetOne(100, value, 1), 0);
+    Bytes block;
+    putWord(block, value);
+    block.push_back(1);
+    EXPECT_EQ(fake.data, block);
+}
+
+}  // namespace

@@ -1,0 +1,237 @@
+// Storage in order, admission checks, and the programming of groups with its rollbacks.
+#include <gtest/gtest.h>
+
+#include "frame/report.h"
+#include "frame/state.h"
+#include "frame/status.h"
+#include "tables/admission.h"
+#include "tables/groups.h"
+#include "tables/pairs.h"
+#include "tables/ports.h"
+#include "tables/programming.h"
+#include "tests/fake_platform.h"
+
+namespace {
+
+using Calls = std::vector<std::string>;
+
+TEST(Tables, KeepTheirOrder) {
+    ASSERT_EQ(startDaemon(), 0);
+    for (const auto& [unit, grp] : {std::pair{9u, 2u}, {3u, 4u}, {5u, 2u}, {7u, 2u}, {1u, 1u}, {20u, 9u}}) {
+        portIsolateIfGrpEntryAdd(unit, grp);
+        portIsolateIfVlanGrpEntryAdd(unit, 10 - grp, grp);
+    }
+    portIsolateIfVlanGrpEntryAdd(4, 11, 4);
+    portIsolateIfVlanGrpEntryAdd(0xFFFFFFFF, 6, 4);
+    std::string order;
+    ListNode* groups = &gPortIsoInfo.ifGrpList;
+    for (auto* e = listFirst<PortIsolateIfGrpEntry>(groups); e != nullptr; e = listNext(groups, e)) {
+        order += std::to_string(e->isoGrpNo) + ":" + std::to_string(e->ifUnit) + " ";
+    }
+    EXPECT_EQ(order, "1:1 2:5 2:7 2:9 4:3 9:20 ");
+    order.clear();
+    ListNode* vlans = &gPortIsoInfo.ifVlanGrpList;
+    for (auto* e = listFirst<PortIsolateIfVlanGrpEntry>(vlans); e != nullptr; e = listNext(vlans, e)) {
+        order += std::to_string(e->isoGrpNo) + ":" + std::to_string(e->vlan) + ":" +
+                 std::to_string(e->ifUnit) + " ";
+    }
+    EXPECT_EQ(order, "1:9:1 2:8:5 2:8:7 2:8:9 4:6:3 4:6:4294967295 4:11:4 9:1:20 ");
+    EXPECT_EQ(portIsolateIfVlanGrpEntryGet(4, 6, 4), nullptr);
+    EXPECT_EQ(portIsolateIfVlanGrpEntryGet(4, 11, 4)->status, STATUS_CREATED);
+
+    for (const uint32_t unit : {8u, 3u, 5u}) portIsolatePortEntryAdd(unit);
+    portIsolatePortEntryDel(portIsolatePortEntryGet(3));
+    portIsolatePortEntryAdd(1);
+    order.clear();
+    for (auto* e = listFirst<PortIsolatePortEntry>(&gPortIsoInfo.portList); e != nullptr;
+         e = listNext(&gPortIsoInfo.portList, e)) {
+        order += std::to_string(e->ifUnit) + " ";
+    }
+    EXPECT_EQ(order, "8 5 1 ");
+}
+
+TEST(Tables, ExhaustedPoolsChangeNothing) {
+    ASSERT_EQ(startDaemon({{"portisolate.maxifnum", "1"},
+                           {"portisolate.maxifnumpergrp", "1"},
+                           {"portisolate.maxisogrpnum", "1"}}),
+              0);
+    EXPECT_NE(portIsolateIfGrpEntryAdd(1, 1), nullptr);
+    EXPECT_EQ(portIsolateIfGrpEntryAdd(2, 1), nullptr);
+    failNth("pool portisolate_ref", 1, 1);
+    EXPECT_EQ(portIsolateIfPairEntryAdd(1, 2), nullptr);
+    fake.fault = nullptr;
+    EXPECT_EQ(silMemPoolFreeSize(&gPortIsoInfo.ifPairPool), 1u);
+    EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifPairList));
+    PortIsolateIfPairEntry* inner = portIsolateIfInnerEntryAdd(1, 2);
+    ASSERT_NE(inner, nullptr);
+    EXPECT_EQ(inner->status, 0u);
+    EXPECT_EQ(portIsolateIfPairEntryAdd(1, 2), nullptr);
+    EXPECT_EQ(portIsolateIfInnerEntryDel(inner), 0);
+    EXPECT_EQ(fake.poolsInUse["portisolate_ref"], 0);
+}
+
+TEST(Admission, SlotAndGroupChecks) {
+    ASSERT_EQ(startDaemon(), 0);
+    EXPECT_EQ(portIsolateSlotCheck(1, 2), 0);
+    portIsolateIfGrpEntryAdd(5, 2);
+    portIsolateIfGrpEntryAdd(6, 2);
+    portIsolateIfVlanGrpEntryAdd(1, 10, 3);
+    for (const size_t word : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u}) {
+        fake.interfaces[6].location = {};
+        fake.interfaces[6].location[word] = 8;
+        const bool places = word == 0 || word == 1 || word == 6;
+        EXPECT_EQ(portIsolateSlotCheck(1, 2), places ? STATUS_OTHER_SLOT : 0) << word;
+    }
+    failNth("daxIndexTrans", 2, 9);
+    EXPECT_EQ(portIsolateSlotCheck(1, 2), STATUS_FAILED);
+    EXPECT_EQ(portIsolateMultiGroupCheck(5, 2), 0);
+    EXPECT_EQ(portIsolateMultiGroupCheck(5, 3), STATUS_OTHER_GROUP);
+    EXPECT_EQ(portIsolateMultiGroupCheck(1, 2), 0);
+    EXPECT_EQ(portInAG(21), 0x10u);
+    failNth("daxIfGetApi", 1, 9);
+    EXPECT_EQ(portInAG(21), 0u);
+}
+
+// A walk as "+M>E" (added) and "-M>E" (released).
+std::string walkOf(const Calls& texts) {
+    std::string walk;
+    for (const std::string& text : texts) {
+        uint32_t src = 0;
+        uint32_t dst = 0;
+        if (std::sscanf(text.c_str(), "debug 5/2 add hw-if bi-isolate [src: if%u, target: if%u]", &src,
+                        &dst) == 2) {
+            walk += "+" + std::to_string(src) + ">" + std::to_string(dst) + " ";
+        }
+        if (std::sscanf(text.c_str(), "debug 5/2 del hw-if bi-isolate [src: if%u, target: if%u]", &src,
+                        &dst) == 2) {
+            walk += "-" + std::to_string(src) + ">" + std::to_string(dst) + " ";
+        }
+    }
+    return walk;
+}
+
+template <typename Entry>
+Entry* member(uint32_t ifUnit);
+template <>
+PortIsolateIfGrpEntry* member(uint32_t ifUnit) {
+    return portIsolateIfGrpEntryAdd(ifUnit, 5);
+}
+template <>
+PortIsolateIfVlanGrpEntry* member(uint32_t ifUnit) {
+    return portIsolateIfVlanGrpEntryAdd(ifUnit, 10, 5);
+}
+int32_t validate(PortIsolateIfGrpEntry* entry) {
+    return portIsolateIfGrpEntryValid(entry);
+}
+int32_t validate(PortIsolateIfVlanGrpEntry* entry) {
+    return portIsolateIfVlanGrpEntryValid(entry);
+}
+int32_t release(PortIsolateIfGrpEntry* entry) {
+    return portIsolateIfGrpEntryDel(entry);
+}
+int32_t release(PortIsolateIfVlanGrpEntry* entry) {
+    return portIsolateIfVlanGrpEntryDel(entry);
+}
+
+template <typename Entry>
+class GroupProgramming : public testing::Test {};
+using BothTables = testing::Types<PortIsolateIfGrpEntry, PortIsolateIfVlanGrpEntry>;
+TYPED_TEST_SUITE(GroupProgramming, BothTables);
+
+// Members 1, 2, 3 and the entry; the nth hardware-interface call of the walk is refused by its ability read,
+// so that what was done before can be seen in the texts.
+TYPED_TEST(GroupProgramming, WalksAndRollsBack) {
+    const struct {
+        const char* src;
+        const char* dst;
+        uint32_t entry;
+        uint32_t failing;  // 0: none
+        const char* added;
+        const char* released;
+    } cases[] = {
+        {"1", "1", 4, 0, "+1>4 +2>4 +3>4 ", "-1>4 -2>4 -3>4 "},
+        {"1", "1", 4, 2, "+1>4 +2>4 -1>4 -2>4 ", "-1>4 -2>4 +1>4 +2>4 "},
+        {"0", "0", 4, 1, "+1>4 -1>4 ", "-1>4 +1>4 "},
+        // The entry sorts in front of the refused member: it is asked for itself, too.
+        {"1", "1", 2, 2, "+1>2 +3>2 -1>2 -2>2 -3>2 ", "-1>2 -3>2 +1>2 +2>2 +3>2 "},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(testing::Message() << row.entry << " " << row.failing << " " << row.src << row.dst);
+        ASSERT_EQ(startDaemon({{"portisolate.srcaggtoport", row.src}, {"portisolate.dstaggtoport", row.dst}}),
+                  0);
+        TypeParam* entry = nullptr;
+        for (const uint32_t unit : {1u, 2u, 3u, 4u}) {
+            if (unit == 4 && row.entry != 4) continue;
+            TypeParam* added = member<TypeParam>(unit);
+            if (unit == row.entry) entry = added;
+        }
+        portIsolateIfGrpEntryAdd(9, 6);
+        portIsolateIfVlanGrpEntryAdd(9, 10, 7);
+        portIsolateDebugMaskSet(CATEGORY_WORK);
+        failNth("daxHwilIfGet", row.failing, 88);
+        EXPECT_EQ(validate(entry), row.failing == 0 ? 0 : 88);
+        EXPECT_EQ(walkOf(std::exchange(fake.texts, {})), row.added);
+        failNth("daxHwilIfGet", row.failing, 88);
+        EXPECT_EQ(release(entry), row.failing == 0 ? 0 : STATUS_FAILED);
+        EXPECT_EQ(walkOf(fake.texts), row.released);
+        fake.fault = nullptr;
+    }
+}
+
+TYPED_TEST(GroupProgramming, OneSidedModeCallsBothWays) {
+    for (const bool source : {true, false}) {
+        ASSERT_EQ(startDaemon({{"portisolate.srcaggtoport", source ? "1" : "0"},
+                               {"portisolate.dstaggtoport", source ? "0" : "1"}}),
+                  0);
+        for (const uint32_t unit : {1u, 2u, 3u}) member<TypeParam>(unit);
+        TypeParam* entry = member<TypeParam>(4);
+        portIsolateDebugMaskSet(CATEGORY_WORK);
+        failNth("daxIfSyncApi", 4, 66);  // 4>2, after 2>4: the refused member is left out of the rollback
+        EXPECT_EQ(validate(entry), 66);
+        EXPECT_EQ(walkOf(std::exchange(fake.texts, {})), "+1>4 +4>1 +2>4 +4>2 -4>1 -1>4 ");
+        // 2>4 and 4>2 kept their rows and send nothing; the third command is that of 3>4, a first call.
+        failNth("daxIfSyncApi", 3, 66);
+        EXPECT_EQ(validate(entry), 66);
+        EXPECT_EQ(walkOf(std::exchange(fake.texts, {})),
+                  "+1>4 +4>1 +2>4 +4>2 +3>4 -4>1 -1>4 -4>2 -2>4 -4>3 -3>4 ");
+        fake.fault = nullptr;
+    }
+}
+
+TYPED_TEST(GroupProgramming, TheOnlyMemberIsIsolatedFromItselfWithBothSwitchesOff) {
+    for (const bool off : {true, false}) {
+        ASSERT_EQ(
+            startDaemon({{"portisolate.srcaggtoport", off ? "0" : "1"}, {"portisolate.dstaggtoport", "0"}}),
+            0);
+        drainCalls();
+        TypeParam* entry = member<TypeParam>(4);
+        failNth("daxIfSyncApi", 1, 66);
+        EXPECT_EQ(validate(entry), 0);
+        EXPECT_EQ(drainCalls().size(), off ? 1u : 0u);
+        EXPECT_EQ(release(entry), 0);
+        const Calls calls = drainCalls();
+        EXPECT_EQ(calls.size(), off ? 1u : 0u) << "released although its inner entry was not there";
+        EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifInnerList));
+        EXPECT_EQ(fake.poolsInUse["portisolate_group"] + fake.poolsInUse["portisolate_vlangroup"], 0);
+        fake.fault = nullptr;
+    }
+}
+
+TEST(PairProgramming, ARefusedReleaseKeepsThePair) {
+    ASSERT_EQ(startDaemon(), 0);
+    PortIsolateIfPairEntry* pair = portIsolateIfPairEntryAdd(100, 2);
+    portIsolateDebugMaskSet(CATEGORY_WORK);
+    failNth("daxEthAggIfGetApi", 1, 5);
+    EXPECT_EQ(portIsolateIfPairEntryValid(pair), 5);
+    EXPECT_EQ(fake.texts.back(),
+              "debug 0/2 if pair entry [src: if100, target: if2] add; add hw-if uni-isolate failed.(5)\n\r");
+    failNth("daxEthAggIfGetApi", 1, 5);
+    EXPECT_EQ(portIsolateIfPairEntryDel(pair), 5);
+    EXPECT_EQ(fake.texts.back(),
+              "debug 0/2 if pair entry [src: if100, target: if2] del; del hw-if uni-isolate failed.(5)\n\r");
+    EXPECT_EQ(portIsolateIfPairEntryGet(100, 2), pair);
+    EXPECT_EQ(portIsolateIfPairEntryDel(pair), 0);
+    EXPECT_EQ(fake.poolsInUse["portisolate_ref"] + fake.poolsInUse["portisolate_pair"], 0);
+}
+
+}  // namespace
