@@ -1,0 +1,107 @@
+#!/usr/bin/env bash
+# Shows the daemon at work on a simulated board: isolates two ports and a trunk, shows what the hardware was told and
+# who may still talk to whom, and dissolves the group again. Needs nothing but a Debian; ends by itself.
+set -euo pipefail
+top=$(cd "$(dirname "$0")" && pwd)
+. "$top/scripts/build.sh"
+
+usage() {
+    cat <<TEXT
+usage: ./demo.sh [--stay]
+
+Installs what is missing, builds, and runs the daemon on boards/demo in a temporary folder.
+  --stay   leaves the daemon running at the end and prints the commands to try
+TEXT
+}
+
+stay=no
+for argument in "$@"; do
+    case $argument in
+        --stay) stay=yes ;;
+        -h | --help) usage; exit 0 ;;
+        *) printf 'demo.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
+    esac
+done
+
+need_packages "${BUILD_PACKAGES[@]}"
+say "building"
+build_tree "$top/build" -DPORTISOLATE_TESTS=OFF
+PATH=$top/build:$PATH
+
+root=$(mktemp -d)
+daemon=
+finish() {
+    [ -z "$daemon" ] || kill "$daemon" 2>/dev/null || true
+    [ -z "$daemon" ] || wait "$daemon" 2>/dev/null || true
+    rm -rf "$root"
+}
+trap finish EXIT
+mkdir -p "$root/tmp" "$root/etc/portisolate"
+cp "$top"/boards/demo/*.conf "$root/etc/portisolate/"
+printf 'journal /journal\n' >>"$root/etc/portisolate/board.conf"
+export PORTISOLATE_ROOT=$root
+
+say "starting the daemon on boards/demo, its files below $root"
+portisolate 2>"$root/log" &
+daemon=$!
+for ((i = 0; i < 500; i++)); do
+    [ ! -S "$root/tmp/portisolatecmd.socket" ] || break
+    kill -0 "$daemon" 2>/dev/null || { cat "$root/log" >&2; daemon=; exit 1; }
+    sleep 0.01
+done
+
+run() {
+    printf '\n$ portisolatectl %s\n' "$*"
+    portisolatectl "$@"
+}
+
+# What the hardware was told since the last call, from the journal of every call to it.
+shown=0
+hardware() {
+    printf '\nWhat the forwarding hardware was told:\n'
+    tail -n +"$((shown + 1))" "$root/journal" | grep -E '"call":"dax(IfSync|HwilCmdSet)Api"' || echo '  nothing'
+    shown=$(wc -l <"$root/journal")
+}
+
+run board list
+say "everybody may talk to everybody"
+run matrix
+shown=$(wc -l <"$root/journal")
+
+say "isolating ge1/1, pon2/1 and the trunk lag1 (ports ge1/3 and ge1/4) from one another: two requests each"
+for member in ge1/1 pon2/1 lag1; do
+    run group create 5 "$member"
+    run group activate 5 "$member"
+done
+hardware
+run board hardware
+run group list
+run matrix
+
+say "dissolving the group"
+run group del 5
+hardware
+run matrix
+if portisolatectl matrix | grep -qE '^[^ ]+ .* [xp]( |$)'; then
+    echo "demo.sh: something is still isolated" >&2
+    exit 1
+fi
+
+if [ $stay = yes ]; then
+    trap - EXIT
+    cat <<TEXT
+
+The daemon stays (process $daemon). To try it:
+
+    export PORTISOLATE_ROOT=$root
+    export PATH=$top/build:\$PATH
+    portisolatectl group add 7 ge1/1-2 lag1
+    portisolatectl matrix
+    portisolatectl board join lag1 ge1/1
+    portisolatectl --help
+
+To end it: kill $daemon; rm -r $root
+TEXT
+    exit 0
+fi
+say "all is open again; the daemon ends"

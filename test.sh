@@ -1,0 +1,111 @@
+#!/usr/bin/env bash
+# Builds everything and runs the tests. Needs nothing but a Debian; ends with "N passed, N failed".
+set -uo pipefail
+top=$(cd "$(dirname "$0")" && pwd)
+. "$top/scripts/build.sh"
+
+usage() {
+    cat <<TEXT
+usage: ./test.sh [--sanitize] [--lint] [--demo] [--all]
+
+Installs what is missing, builds, and runs all tests.
+  --sanitize  again with the address and undefined-behaviour sanitizers, and with the thread sanitizer
+  --lint      format and static analysis
+  --demo      the demonstration, too
+  --all       everything that can be switched on
+TEXT
+}
+
+sanitize=no lint=no demo=no
+for argument in "$@"; do
+    case $argument in
+        --sanitize) sanitize=yes ;;
+        --lint) lint=yes ;;
+        --demo) demo=yes ;;
+        --all) sanitize=yes lint=yes demo=yes ;;
+        -h | --help) usage; exit 0 ;;
+        *) printf 'test.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
+    esac
+done
+
+packages=("${BUILD_PACKAGES[@]}" libgtest-dev)
+[ $lint = no ] || packages+=(clang-format clang-tidy)
+need_packages "${packages[@]}"
+
+passed=0 failed=0
+
+# check WHAT COMMAND...: counts one test; shows the output of a failed one.
+check() {
+    local what=$1 log
+    shift
+    log=$(mktemp)
+    if "$@" >"$log" 2>&1; then
+        passed=$((passed + 1))
+        printf 'ok      %s\n' "$what"
+    else
+        failed=$((failed + 1))
+        cat "$log"
+        printf 'FAILED  %s\n' "$what"
+    fi
+    rm -f "$log"
+}
+
+# run_tests FOLDER: runs the tests of a build and adds up their counts.
+run_tests() {
+    local log summary total bad
+    log=$(mktemp)
+    ctest --test-dir "$1" -j2 --output-on-failure --no-tests=error >"$log" 2>&1
+    summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+' "$log")
+    if [ -z "$summary" ]; then
+        cat "$log"
+        failed=$((failed + 1))
+    else
+        bad=$(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$summary")
+        total=$(sed -E 's/.* out of ([0-9]+)/\1/' <<<"$summary")
+        [ "$bad" -eq 0 ] || cat "$log"
+        passed=$((passed + total - bad)) failed=$((failed + bad))
+        printf '%s\n' "$summary"
+    fi
+    rm -f "$log"
+}
+
+# tests_of FOLDER [CMAKE OPTION]...
+tests_of() {
+    local folder=$1
+    shift
+    if build_tree "$folder" "$@"; then
+        run_tests "$folder"
+    else
+        failed=$((failed + 1))
+    fi
+}
+
+sources() { find "$top" -path "$top/build*" -prune -o \( -name '*.cpp' -o -name '*.h' \) -print; }
+
+lint_tidy() {
+    find "$top"/{frame,tables,hw,api,show,host,ctl} -name '*.cpp' -print0 |
+        xargs -0 -n 4 -P 2 clang-tidy --quiet -p "$top/build-test"
+}
+
+say "building and testing"
+tests_of "$top/build-test" -DCMAKE_BUILD_TYPE=Debug
+
+if [ $sanitize = yes ]; then
+    say "with the address and undefined-behaviour sanitizers"
+    tests_of "$top/build-asan" -DCMAKE_BUILD_TYPE=Debug -DPORTISOLATE_SANITIZE=address,undefined
+    say "with the thread sanitizer"
+    tests_of "$top/build-tsan" -DCMAKE_BUILD_TYPE=Debug -DPORTISOLATE_SANITIZE=thread
+fi
+if [ $lint = yes ]; then
+    say "format and static analysis"
+    mapfile -t files < <(sources)
+    check "format" clang-format --dry-run -Werror "${files[@]}"
+    check "static analysis" lint_tidy
+fi
+if [ $demo = yes ]; then
+    say "demonstration"
+    check "demo.sh" "$top/demo.sh"
+fi
+
+printf '\n%d passed, %d failed\n' "$passed" "$failed"
+[ "$failed" -eq 0 ]
