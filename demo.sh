@@ -82,7 +82,7 @@ say "dissolving the group"
 run group del 5
 hardware
 run matrix
-if portisolatectl matrix | grep -qE '^[^ ]+ .* [xp]( |$)'; then
+if ! portisolatectl board hardware | grep -q '^counters bi=0 uni=0 '; then
     echo "demo.sh: something is still isolated" >&2
     exit 1
 fi
