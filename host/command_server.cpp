@@ -18,6 +18,7 @@
 #include "host/logging.h"
 #include "host/peer_link.h"
 #include "host/process.h"
+#include "host/socket_access.h"
 #include "platform/wire.h"
 
 namespace {
@@ -159,6 +160,10 @@ bool isDone(const Client& client) {
 void acceptClients(CommandServer& server) {
     while (server.clients.size() < CLIENTS_MAX) {
         const int fd = accept4(server.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (fd >= 0 && !isAllowedPeer(fd)) {
+            close(fd);
+            continue;
+        }
         if (fd >= 0) {
             server.clients.push_back({});
             server.clients.back().fd = fd;

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "host/local_socket.h"
+#include "host/socket_access.h"
 
 namespace {
 constexpr size_t LINE_MAX_BYTES = 16 * 1024;
@@ -81,7 +82,7 @@ void serveLines(LineServer* server) {
             if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) poll(nullptr, 0, CROWDED_WAIT);
             continue;
         }
-        if (!startClient(server, client)) close(client);
+        if (!isAllowedPeer(client) || !startClient(server, client)) close(client);
     }
 }
 }  // namespace

@@ -14,6 +14,7 @@
 #include <ctime>
 
 #include "host/logging.h"
+#include "host/socket_access.h"
 #include "platform/wire.h"
 
 namespace {
@@ -44,6 +45,8 @@ bool isServed(const sockaddr_un& address, int type) {
     const int result = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     const int problem = errno;
     close(probe);
+    if (result != 0 && problem == EACCES)
+        hostReport("%s is another user's; whether it is served cannot be told", address.sun_path);
     return result == 0 || problem != ECONNREFUSED;
 }
 
@@ -83,6 +86,7 @@ int bindFresh(int fd, const std::string& path, const sockaddr_un& address) {
     // The mode of the descriptor becomes the mode of the file, so there is no moment with a wider one.
     if (fchmod(fd, OWNER_ONLY) != 0) return errno;
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) return errno;
+    admitGroup(path);
     return type == SOCK_STREAM && listen(fd, BACKLOG) != 0 ? errno : 0;
 }
 }  // namespace

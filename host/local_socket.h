@@ -1,8 +1,9 @@
 // Local sockets by path. Every path of the system lies below the root prefix (platform/wire.h), so that
 // several boards run side by side on one machine.
 //
-// A server's socket belongs to its owner alone from the first moment it can be seen. One that a dead process
-// left behind is replaced; one that still answers is left alone. Who replaces holds a lock on the folder
+// A server's socket belongs to its owner alone from the first moment it can be seen, and is widened to the
+// group that may use it (host/socket_access.h) before anybody is served. One that a dead process left behind
+// is replaced; one that still answers is left alone. Who replaces holds a lock on the folder
 // meanwhile, so two processes that start together cannot take each other's fresh socket for a stale one.
 #pragma once
 

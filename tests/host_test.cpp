@@ -1,13 +1,17 @@
 // The stand-in for the platform: pools, descriptions, the command server's framing, the route bus, the
 // simulated plane, fault rules and the link to the peer, each against small tables of cases.
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 
 #include "api/records.h"
@@ -19,6 +23,7 @@
 #include "host/peer_link.h"
 #include "host/route_bus.h"
 #include "host/sim_plane.h"
+#include "host/socket_access.h"
 #include "host/statuses.h"
 #include "host/text.h"
 #include "platform/route_messages.h"
@@ -381,6 +386,67 @@ TEST(CommandServer, QuietAndGreedyClientsHoldUpNobody) {
         close(fd);
     }
     close(greedy);
+}
+
+TEST(LocalSocket, ReplacesOnlyWhatNobodyServes) {
+    const std::string path = gRoot.path + "/tmp/s";
+    const int first = listenLocalSocket(path);
+    ASSERT_GE(first, 0);
+    struct stat file = {};
+    ASSERT_EQ(stat(path.c_str(), &file), 0);
+    EXPECT_EQ(file.st_uid, geteuid());
+    EXPECT_EQ(file.st_mode & 0777, socketAccess().group == file.st_gid ? 0660u : 0600u);
+    EXPECT_LT(listenLocalSocket(path), 0);  // the first one lives
+    close(first);
+    const int second = listenLocalSocket(path);
+    EXPECT_GE(second, 0);
+    close(second);
+    const std::string plain = gRoot.path + "/tmp/file";
+    std::ofstream(plain) << "kept";
+    for (const std::string& bad : {plain, gRoot.path + "/none/s", gRoot.path + std::string(200, 'x')})
+        EXPECT_LT(listenLocalSocket(bad), 0) << bad;
+    EXPECT_EQ(std::filesystem::file_size(plain), 4u);
+}
+
+TEST(SocketAccess, IsForTheOwnerAndWithTheGroupForRootAndItsMembers) {
+    const SocketAccess alone = {7, {}};
+    const SocketAccess shared = {7, 30};
+    const struct {
+        uid_t user;
+        std::vector<gid_t> groups;
+        bool withoutGroup, withGroup;
+    } cases[] = {{7, {}, true, true},    {0, {0}, false, true},        {8, {8}, false, false},
+                 {8, {30}, false, true}, {8, {1, 2, 30}, false, true}, {30, {7}, false, false}};
+    for (const auto& one : cases) {
+        EXPECT_EQ(mayUse(alone, one.user, one.groups), one.withoutGroup) << one.user;
+        EXPECT_EQ(mayUse(shared, one.user, one.groups), one.withGroup) << one.user;
+    }
+}
+
+// The mode keeps a stranger out; where somebody widened it the connection is closed without an answer.
+TEST(SocketAccess, TurnsStrangersAway) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become a stranger";
+    close(connectServer());
+    const std::string path = rootedPath(COMMAND_SOCKET_PATH);
+    chmod(gRoot.path.c_str(), 0755);
+    const auto asStranger = [&path] {
+        const pid_t child = fork();
+        if (child == 0) {
+            constexpr uid_t STRANGER = 65534;
+            if (setgroups(0, nullptr) != 0 || setgid(STRANGER) != 0 || setuid(STRANGER) != 0) _exit(1);
+            const int fd = connectLocalSocket(path, SOCK_STREAM, WAIT);
+            if (fd < 0) _exit(errno == EACCES ? 2 : 3);
+            sendAll(fd, GET_SCALAR_6.data(), GET_SCALAR_6.size(), WAIT);
+            _exit(receive(fd, 1).empty() ? 4 : 5);
+        }
+        int result = 0;
+        waitpid(child, &result, 0);
+        return WEXITSTATUS(result);
+    };
+    EXPECT_EQ(asStranger(), 2);
+    chmod(path.c_str(), 0666);
+    EXPECT_EQ(asStranger(), 4);
+    chmod(path.c_str(), 0600);
 }
 
 TEST(PeerLink, MirrorsOnlyWhatWasSetHere) {
