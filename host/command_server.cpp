@@ -18,6 +18,7 @@
 #include "host/logging.h"
 #include "host/peer_link.h"
 #include "host/process.h"
+#include "host/service_manager.h"
 #include "host/socket_access.h"
 #include "platform/wire.h"
 
@@ -260,5 +261,6 @@ int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry
         hostReport("no task for the command socket: %s", problem.what());
         _exit(EXIT_FAILURE);
     }
+    tellServiceReady();
     return 0;
 }

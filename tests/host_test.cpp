@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +23,7 @@
 #include "host/options.h"
 #include "host/peer_link.h"
 #include "host/route_bus.h"
+#include "host/service_manager.h"
 #include "host/sim_plane.h"
 #include "host/socket_access.h"
 #include "host/statuses.h"
@@ -447,6 +449,23 @@ TEST(SocketAccess, TurnsStrangersAway) {
     chmod(path.c_str(), 0666);
     EXPECT_EQ(asStranger(), 4);
     chmod(path.c_str(), 0600);
+}
+
+TEST(ServiceManager, IsToldOnItsSocketWhereverThatIs) {
+    const std::string path = gRoot.path + "/notify";
+    for (const char first : {'/', '@'}) {
+        const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+        sockaddr_un address = {AF_UNIX, {}};
+        memcpy(address.sun_path, path.data(), path.size());
+        if (first == '@') address.sun_path[0] = '\0';
+        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
+        ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
+        setenv("NOTIFY_SOCKET", (first + path.substr(1)).c_str(), 1);
+        tellServiceReady();
+        EXPECT_EQ(receive(fd, 7), "READY=1") << first;
+        close(fd);
+    }
+    unsetenv("NOTIFY_SOCKET");
 }
 
 TEST(PeerLink, MirrorsOnlyWhatWasSetHere) {
