@@ -1,0 +1,61 @@
+// Runs the real programs, each test in a root of its own: a daemon on a board description, spoken to through
+// its sockets and through portisolatectl. A test is green only if the daemon lived to be ended by the test
+// and reported no fault of its own. Waiting is always for something to happen, and bounded.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <csignal>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using Texts = std::vector<std::string>;
+using Words = std::vector<uint32_t>;
+
+Texts split(std::string_view text, char separator);  // without empty pieces
+std::string readText(const std::string& path);
+std::string bytesOf(const Words& words);
+
+// Frames of the command socket, without a value and with all their lengths right.
+std::string request(uint32_t opcode, uint32_t column, const Words& index);
+std::string reply(int32_t status, const Words& index = {});
+
+// Sends and receives at once, so that neither side waits for the other; true when all that comes back begins
+// with `expected`.
+bool converse(int fd, std::string_view frames, std::string_view expected = {});
+std::string receive(int fd, size_t length);  // fewer only at the end of the connection
+
+// How a program ended: its exit status, or the signal that ended it as a negative number.
+struct Outcome {
+    int status = 0;
+    std::string out, err;
+};
+
+struct EndToEnd : testing::Test {
+    std::string root;
+    std::string board;  // description; may be changed before the start
+    pid_t daemon = 0;
+
+    void SetUp() override;
+    void TearDown() override;
+
+    // Starts the daemon with these lines of options and waits until it serves its command socket.
+    void start(const std::string& options = "");
+    // Runs the daemon's program where it is expected to end by itself.
+    Outcome startInVain(const std::string& options = "");
+    void stop(int signal = SIGTERM);
+
+    Outcome ctl(const std::string& arguments);            // blanks part the arguments
+    std::string ctlOutput(const std::string& arguments);  // of a call that must succeed
+    pid_t startCtl(const std::string& arguments, const std::string& name);
+    Outcome outcomeOf(pid_t program, const std::string& name);
+    int connectTo(const char* socketPath, int type = SOCK_STREAM) const;
+    // One line to the board's or the process shell's socket, and all that comes back.
+    std::string askLine(const char* socketPath, const std::string& line) const;
+    std::string boardAnswer(const std::string& line) const;  // to a verb that must succeed
+
+    std::string log() const;  // what the daemon wrote to standard error so far
+    size_t descriptors() const;
+};

@@ -1,0 +1,337 @@
+// The running programs as an operator sees them: what is configured and what happens to the board, and what
+// the forwarding plane, the printouts, the journal and the log then say.
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <regex>
+#include <set>
+
+#include "e2e.h"
+#include "platform/hardware.h"
+#include "platform/wire.h"
+
+namespace {
+// What `format` makes of each line that matches.
+Texts extract(const std::string& text, const std::string& pattern, const std::string& format = "$&") {
+    Texts found;
+    const std::regex expression(pattern);
+    for (const std::string& line : split(text, '\n')) {
+        std::smatch match;
+        if (std::regex_search(line, match, expression)) found.push_back(match.format(format));
+    }
+    return found;
+}
+
+struct Story : EndToEnd, testing::WithParamInterface<std::pair<bool, bool>> {
+    // Active rows of a listing of portisolatectl, with single blanks.
+    Texts rows(const std::string& list) { return extract(ctlOutput(list), "(.*\\S) +active", "$1"); }
+
+    // Who reaches whom according to the tables and the board's own picture, written as the board's matrix is.
+    std::string expectedMatrix(const std::string& vlan) {
+        std::map<std::string, std::set<std::string>> groups;
+        for (const std::string& row : rows("group list"))
+            groups[split(row, ' ')[0]].insert(split(row, ' ')[1]);
+        for (const std::string& row : rows("vlan-group list"))
+            if (split(row, ' ')[1] == vlan) groups[split(row, ' ')[0]].insert(split(row, ' ')[2]);
+        std::set<Texts> pairs;
+        for (const std::string& row : rows("pair list")) pairs.insert(split(row, ' '));
+        const bool ponIsolates = vlan != "0" && extract(ctlOutput("pon list"), "^" + vlan + " ").empty();
+
+        // Of each interface name, kind and members.
+        const auto isolated = [&](const Texts& from, const Texts& to) {
+            const bool bare = (from[1] == "trunk" && from[2] == "-") || (to[1] == "trunk" && to[2] == "-");
+            // With both switches on only member ports are programmed, and a trunk without any isolates
+            // nobody. One-way pairs always replace a target trunk by its ports.
+            for (const auto& [group, members] : groups)
+                if (members.contains(from[0]) && members.contains(to[0]))
+                    if (!bare || GetParam() != std::pair(true, true)) return true;
+            if (!bare && pairs.contains({from[0], to[0]})) return true;
+            return ponIsolates && from[1] == "pon" && to[1] == "pon";
+        };
+        std::vector<Texts> shown;
+        const char* fields = "name=(\\S+) kind=([ept]\\w+) .*present=yes trunk=- .*members=(\\S+) ";
+        for (const std::string& line : extract(boardAnswer("list"), fields, "$1 $2 $3"))
+            shown.push_back(split(line, ' '));
+        std::string heading, cells;
+        for (const Texts& from : shown) {
+            heading += (heading.empty() ? "" : " ") + from[0];
+            cells += "\n" + from[0] + " ";
+            for (const Texts& to : shown) cells += from == to ? '-' : isolated(from, to) ? 'x' : 'o';
+        }
+        return heading + cells + "\n";
+    }
+
+    void happens(const std::string& arguments) {
+        SCOPED_TRACE(arguments);
+        ctlOutput(arguments);
+        for (const std::string vlan : {"0", "10"})
+            EXPECT_EQ(boardAnswer("matrix " + vlan), expectedMatrix(vlan)) << "in VLAN " << vlan;
+    }
+};
+
+TEST_P(Story, ForwardingFollowsTheTables) {
+    const auto [sourceSwitch, targetSwitch] = GetParam();
+    start("portisolate.srcaggtoport = " + std::to_string(sourceSwitch) +
+          "\nportisolate.dstaggtoport = " + std::to_string(targetSwitch) + "\n");
+    happens("group add 5 ge1/1 pon2/1 lag1");
+    happens("vlan-group add 7 pon2/3 pon2/4 --vlan 10");
+    happens("pon off 10");
+    // With both switches off a pair does not learn of ports that its trunk gains.
+    if (sourceSwitch || targetSwitch) happens("pair add pon2/2 lag1");
+    EXPECT_TRUE(ctlOutput("board forward ge1/1 lag1").starts_with("no "));
+
+    happens("board join lag1 ge1/2");
+    happens("board leave lag1 ge1/2");
+    happens("group add 6 ge1/2 pon2/1");
+    happens("board join lag1 ge1/2");
+    EXPECT_EQ(rows("group list 6").size(), 1u) << "a port leaves its groups for its trunk";
+    happens("board leave lag1 ge1/2");
+    for (const char* port : {"ge1/3", "ge1/1"}) {  // of the trunk, of the group
+        happens(std::string("board unplug ") + port);
+        happens(std::string("board plug ") + port);
+    }
+    EXPECT_EQ(rows("group list 5").size(), 2u) << "membership ends with the interface";
+    happens("group add 5 ge1/1");
+    for (const char* slot : {"1", "2"}) {
+        happens(std::string("board card-pull ") + slot);
+        happens(std::string("board card-push ") + slot);
+    }
+    happens("group add 5 ge1/1 ge1/2 pon2/1 lag1");
+    happens("board publish if-reset lag1");
+    happens("group add 5 lag1");
+    happens("board publish reset");
+    EXPECT_EQ(ctlOutput("group list --json") + ctlOutput("pair list --json") + ctlOutput("pon list --json"),
+              "[]\n[]\n[]\n");
+    happens("vlan-group del 7 --vlan 10");
+    // A port that once was alone in its group may keep its self isolation without both switches: the hardware
+    // is not told of its end.
+    for (const std::string& line : extract(boardAnswer("hardware"), "^(bi|uni|pon-off) .*")) {
+        const bool self = std::regex_search(line, std::regex("^bi (\\d+) \\1 "));
+        EXPECT_TRUE(!sourceSwitch && !targetSwitch && self) << line;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(TrunkSwitches, Story,
+                         testing::Values(std::pair(true, true), std::pair(true, false),
+                                         std::pair(false, true), std::pair(false, false)));
+
+TEST_F(EndToEnd, RawReachesEveryFamily) {
+    start();
+    // Arguments, status, and index or value of the answer as words; each line builds on those before it.
+    const char* cases =
+        "4 --column 1 --index 1,5,0 --value 2 = 0x00000000\n"
+        "5 --column 1 --index 2,5,0 --value 2 = 0x00000000\n"
+        "6 --column 1 --index 2,5,0 = 0x00000000 3\n"
+        "10 --index 0,5,2 = 0x00000000 1,5,2\n"
+        "11 --index 1,5,2 = 0x00000000 2,5,2\n"
+        "11 --index 2,5,2 = 0x03E80002\n"
+        "7 --column 0 --index 6,7,0 --value 2 = 0x00000000\n"
+        "8 --column 0 --index 6,8,0 --value 2 = 0x00000000\n"
+        "9 --column 0 --index 6,8,0 = 0x00000000 3\n"
+        "12 --index 0,8,2 = 0x00000000 6,8,2\n"
+        "13 --index 6,7,1 = 0x00000000 6,8,1\n"
+        "17 --column 1 --index 10 --value 2 = 0x00000000\n"
+        "18 --column 1 --index 20 --value 2 = 0x00000000\n"
+        "16 --column 1 --index 20 = 0x00000000 2\n"
+        "14 --index 0 = 0x00000000 10\n"
+        "15 --index 10 = 0x00000000 20\n"
+        "22 --column 1 --index 7,7,10,0 --value 2 = 0x00000000\n"
+        "23 --column 1 --index 8,7,10,0 --value 2 = 0x00000000\n"
+        "21 --column 1 --index 8,7,10,0 = 0x00000000 3\n"
+        "19 --index 0,0,0,0 = 0x00000000 7,7,10,0\n"
+        "20 --index 7,7,10,4 = 0x00000000 8,7,10,4\n"
+        "1 --column 11 --value 3 = 0x00000000\n"
+        "2 --column 11 --value 2 = 0x00000000\n"
+        "3 --column 11 = 0x00000000 2\n"
+        "3 --column 12 --capacity 8 = 0x0000007A\n"
+        "4 --column 1 --index 1,5,0 = 0x00000016\n"
+        "4 --column 1 --index 1,5,0 --value-hex 01 = 0x03E80005\n"
+        "24 = 0x03E80003";
+    for (const std::string& line : split(cases, '\n')) {
+        const Texts halves = split(line, '=');
+        const Outcome outcome = ctl("raw " + halves[0]);
+        std::string answer;
+        for (const std::string& piece : extract(outcome.out, "status: (\\w+)|.*words ([0-9,]+)", " $1$2"))
+            answer += piece;
+        EXPECT_EQ(answer, halves[1]) << line << outcome.err;
+        EXPECT_EQ(outcome.status, answer.starts_with(" 0x00000000") ? 0 : 1) << line;
+    }
+}
+
+TEST_F(EndToEnd, ExitStatusAndWords) {
+    const struct {
+        const char* arguments;
+        int status;
+        const char* says;
+    } cases[] = {
+        {"--help", 0, "usage: portisolatectl"},
+        {"group --help", 0, "group add GROUP INTERFACE..."},
+        {"group add 5 ge1/1 ge1/2", 0, ""},
+        {"group add 5 ge1/3", 1, "group 5, ge1/3: create refused: 0x03E80010: not supported"},
+        {"pair add ge1/1 ge1/2", 1, "0x03EB0003: source and target of the pair share an isolation group"},
+        {"board unplug ge1/1", 0, ""},
+        {"board unplug ge1/1", 1, "ge1/1 is unplugged already"},
+        {"group add 5", 2, "INTERFACE... is missing"},
+        {"gruop list", 2, "did you mean group"},
+    };
+    EXPECT_EQ(ctl("group list").status, 3);
+    start();
+    for (const auto& row : cases) {
+        const Outcome outcome = ctl(row.arguments);
+        EXPECT_EQ(outcome.status, row.status) << row.arguments << outcome.err;
+        const std::string& told = row.status == 0 ? outcome.out : outcome.err;
+        EXPECT_NE(told.find(row.says), std::string::npos) << row.arguments << outcome.out << outcome.err;
+    }
+    stop(SIGKILL);
+    EXPECT_EQ(ctl("group list").status, 3) << "the sockets of a dead daemon";
+    start();
+    EXPECT_EQ(ctlOutput("group list --json"), "[]\n");
+}
+
+struct Journal : EndToEnd {
+    std::string file;
+
+    void startWithJournal(const std::string& options = "") {
+        board += "\njournal /tmp/journal\n";
+        start(options);
+        file = root + "/tmp/journal";
+    }
+    // What the interfaces are told by a call of portisolatectl.
+    Texts commandsOf(const std::string& arguments, int status = 0) {
+        const size_t before = readText(file).size();
+        const Outcome outcome = ctl(arguments);
+        EXPECT_EQ(outcome.status, status) << arguments << ": " << outcome.err;
+        return extract(readText(file).substr(before), "\"daxIfSyncApi\",(.*)}", "$1");
+    }
+};
+
+std::string protocol(uint32_t command, uint32_t port) {
+    return "\"ifUnit\":" + std::to_string(port) + ",\"opcode\":" + std::to_string(command) +
+           ",\"protocol\":198,\"status\":0";
+}
+
+// An isolation in group 5 with both trunk switches on. With serial numbers, ports 1 to 4 get them in this
+// order.
+std::string isolation(uint8_t op, uint32_t src, uint32_t dst, bool serials = false, int status = 0) {
+    const auto serial = [serials](uint32_t port) { return static_cast<uint16_t>(serials ? port : 0); };
+    const IsolateCmdData data = {dst, serial(src), serial(dst), 0, 0, 5, 0, op, {}};
+    uint8_t bytes[sizeof data];
+    memcpy(bytes, &data, sizeof data);
+    std::string text = "\"ifUnit\":" + std::to_string(src) + ",\"opcode\":44,\"record\":{\"attrId\":" +
+                       std::to_string(op == ISOLATE_OP_ADD ? DAX_ISO_BI_ADD : DAX_ISO_BI_DEL) +
+                       ",\"flag\":1,\"dataLen\":24},\"data\":\"";
+    for (const uint8_t byte : bytes) text += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
+    return text + "\",\"status\":" + std::to_string(status);
+}
+
+TEST_F(Journal, CommandsOfAGroupWithATrunk) {
+    for (const bool serials : {false, true}) {
+        startWithJournal(serials ? "portisolate.supportserial = true\n" : "");
+        const auto add = [=](uint32_t src, uint32_t dst) {
+            return isolation(ISOLATE_OP_ADD, src, dst, serials);
+        };
+        const auto del = [=](uint32_t src, uint32_t dst) {
+            return isolation(ISOLATE_OP_DEL, src, dst, serials);
+        };
+        const int stream = connectTo(BOARD_SOCKET_PATH);
+        ASSERT_TRUE(converse(stream, "journal\n", "ok\n"));
+        const size_t before = readText(file).size();
+        EXPECT_EQ(commandsOf("group add 5 ge1/1 ge1/2 lag1"),
+                  (Texts{protocol(56, 1), protocol(56, 2), add(1, 2), protocol(56, 101), add(1, 3), add(1, 4),
+                         add(2, 3), add(2, 4)}));
+        EXPECT_EQ(commandsOf("group add 6 ge1/1 ge1/2"), Texts{}) << "the pair is isolated already";
+        EXPECT_EQ(commandsOf("group del 6"), Texts{}) << "group 5 still needs it";
+        EXPECT_EQ(commandsOf("group del 5 lag1"),
+                  (Texts{del(1, 3), del(1, 4), del(2, 3), del(2, 4), protocol(57, 101)}));
+        EXPECT_TRUE(converse(stream, "", readText(file).substr(before))) << "file and stream differ";
+        close(stream);
+        stop();
+    }
+}
+
+TEST_F(Journal, RefusalsAreUndoneAndTold) {
+    startWithJournal();
+    ctlOutput("group add 5 ge1/1");
+    const std::string untouched = ctlOutput("group list") + ctlOutput("show inner") + ctlOutput("show ports");
+
+    ctlOutput("board fault daxHwilCmdSyncApi 1 9");
+    EXPECT_EQ(commandsOf("group add 5 ge1/2", 1), Texts{}) << "the peer comes first";
+
+    ctlOutput("board fault daxIfSyncApi 2 -7 command 44");
+    EXPECT_EQ(commandsOf("group add 5 lag1", 1),
+              (Texts{protocol(56, 101), isolation(1, 1, 3), isolation(1, 1, 4, false, -7), isolation(2, 1, 3),
+                     protocol(57, 101)}));
+
+    ctlOutput("board fault daxIfSyncApi every -7 if ge1/4 command 44");
+    const Outcome refused = ctl("group add 6 pon2/1 ge1/2 lag1");
+    EXPECT_EQ(refused.status, 1);
+    for (const char* text :
+         {"group 6, lag1: activate refused: 0xFFFFFFF9", "taken back again: lag1, ge1/2 and pon2/1"})
+        EXPECT_NE(refused.err.find(text), std::string::npos) << refused.err;
+    EXPECT_EQ(ctlOutput("group list") + ctlOutput("show inner") + ctlOutput("show ports"), untouched);
+    EXPECT_TRUE(boardAnswer("hardware").starts_with("mode ")) << "nothing stays isolated";
+}
+
+TEST_F(EndToEnd, LinesCarryTimeOrPriority) {
+    const std::string stamp = "^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} ";
+    const std::string starts[][3] = {{stamp, stamp, stamp}, {"^<[0-7]>", "^<7>", "^<5>"}};
+    for (const auto& [any, traceLine, failure] : starts) {
+        start();
+        ctlOutput("debug 0xf");
+        ctlOutput("board fault daxIfSyncApi 1 5 command 44");
+        EXPECT_EQ(ctl("group add 5 ge1/1 ge1/2").status, 1);
+        const std::string channel = "(debug level=[0-7] category=[0-9]+|log level=[0-7]|host) [ -~]+$";
+        EXPECT_EQ(extract(log(), any + channel), split(log(), '\n'));
+        EXPECT_EQ(extract(log(), traceLine + "debug level=5 category=2 add hw-if bi-isolate (.*)", "$1"),
+                  Texts{"[src: ge1/1, target: ge1/2]"});
+        EXPECT_EQ(extract(log(), failure + "log level=0 failed to operate isolate. (.*)", "$1"),
+                  Texts{"(srcIfName=[ge1/1], dstIfName=[ge1/2], vlan=[0], type=[isolate], group=[5], "
+                        "operation=[add])"});
+        stop();
+        std::filesystem::remove(root + "/daemon.err");
+        setenv("JOURNAL_STREAM", "8:1", 1);
+    }
+}
+
+TEST_F(EndToEnd, StartsThatCannotBe) {
+    const auto vain = [this](const std::string& options, const std::string& says) {
+        const Outcome outcome = startInVain(options);
+        EXPECT_EQ(outcome.status, 255);
+        EXPECT_NE(outcome.err.find(says), std::string::npos) << outcome.err;
+    };
+    vain("portisolate.enable = false\n", "");
+    vain("portisolate.maxifnum = 4000000000\n", "table failed");
+    start();
+    ctlOutput("group add 5 ge1/1 ge1/2");
+    vain("", "another daemon is already serving " + root);
+    EXPECT_EQ(extract(ctlOutput("show groups"), "ifunit:\\d"), (Texts{"ifunit:1", "ifunit:2"}));
+}
+
+TEST_F(EndToEnd, PrintoutsByteForByte) {
+    start("portisolate.supportserial = true\nportisolate.maxifnum = 6\n");
+    for (const char* call : {"group add 5 ge1/2 lag1", "vlan-group add 7 pon2/3 pon2/4 --vlan 10",
+                             "pair add ge1/1 ge1/2", "pon off 10-12 4094"})
+        ctlOutput(call);
+    std::string printed;
+    for (const char* what : {"global", "serial", "groups", "pairs", "inner", "ports"})
+        printed += ctlOutput(std::string("show ") + what);
+    const std::regex handles("(mutex|rtSock): (0x[0-9a-f]+|[0-9]+)");
+    EXPECT_EQ(
+        std::regex_replace(printed, handles, "$1: HANDLE"),
+        "\r\n[PORT-ISOLATE] global info:\n\r maxPortNum: 6\n\r maxIsoGrpNum: 16\n\r"
+        " maxPortNumPerGrp: 64\n\r maxUniIsoPortNum: 64\n\r mode: 2\n\r mutex: HANDLE\n\r"
+        " rtSock: HANDLE\n\r isSrcTrunkToPort: 1\n\r isDstTrunkToPort: 1\n\r isSupportSerial: 1\n\r"
+        " modeAbility: [0]96,[1]0,[2]0,[3]0.\n\r defaultMode: 2\n\r slotCheck: 0\n\r"
+        " vlanGroupEnable: 2\n\r p2pEnableVlan: 10-12,4094\r\n"
+        "\r\n[PORT-ISOLATE] serial info:\n\rserial 0 -> ifunit:2\r\nserial 1 -> ifunit:3\r\n"
+        "serial 2 -> ifunit:4\r\nserial 3 -> ifunit:7\r\nserial 4 -> ifunit:8\r\nserial 5 -> ifunit:1\r\n"
+        "\r\n[PORT-ISOLATE] if group info:\n\r  isoGrpNo 5 -> ifunit:2\r\n  isoGrpNo 5 -> ifunit:101\r\n"
+        "\r\n[PORT-ISOLATE] if vlan group info:\n\r  isoGrpNo 7 vlan 10 -> ifunit:7\r\n"
+        "  isoGrpNo 7 vlan 10 -> ifunit:8\r\n"
+        "\r\n[PORT-ISOLATE] if pair info:\n\r  src 1, dst 2, ref:\r\n00 00 \r\n"
+        "\r\n[PORT-ISOLATE] if inner info:\n\r  src 2, dst 3, ref:\r\n08 00 \r\n"
+        "  src 2, dst 4, ref:\r\n08 00 \r\n  src 7, dst 8, ref:\r\n02 00 \r\n"
+        "\r\n[PORT-ISOLATE] port info:\n\r  ifUnit:2\r\n  ifUnit:101\r\n  ifUnit:7\r\n  ifUnit:8\r\n"
+        "  ifUnit:1\r\n");
+}
+}  // namespace

@@ -1,0 +1,251 @@
+// Clients and senders that break every rule: the daemon answers or drops what they send, goes on serving
+// everybody else, and keeps neither their descriptors nor a change that they had no right to.
+#include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <random>
+
+#include "api/records.h"
+#include "e2e.h"
+#include "platform/route_messages.h"
+#include "platform/wire.h"
+
+namespace {
+// A question that only one client asks: the mask comes back as it was sent, its upper bits count for nothing.
+std::string question(uint32_t mark) {
+    return request(OP_GROUP_GET_NEXT, 0, {0, 0, mark << 8});
+}
+
+// Interface 1 is the first member of group 5.
+std::string answer(uint32_t mark) {
+    return reply(0, {1, 5, mark << 8});
+}
+
+struct Hostile : EndToEnd {
+    int friendly = -1;  // a well-behaved client, connected before anybody else
+    size_t before = 0;
+    std::string state;
+
+    void SetUp() override {
+        EndToEnd::SetUp();
+        start();
+        ctlOutput("group add 5 ge1/1 ge1/2 lag1");
+        friendly = command();
+        ASSERT_TRUE(isServed());
+        before = descriptors();
+        state = tables();
+    }
+    void TearDown() override {
+        boardAnswer("settle");
+        EXPECT_TRUE(isServed());
+        EXPECT_EQ(tables(), state);
+        // Descriptors go back behind their clients' backs: every look waits for the daemon's tasks.
+        for (int looks = 0; looks < 10000 && descriptors() > before; looks++) boardAnswer("settle");
+        EXPECT_EQ(descriptors(), before);
+        close(friendly);
+        EndToEnd::TearDown();
+    }
+
+    int command() const { return connectTo(COMMAND_SOCKET_PATH); }
+    bool isServed() const { return converse(friendly, question(7), answer(7)); }
+    void publish(const std::string& bytes) const {
+        const int route = connectTo(ROUTE_SOCKET_PATH, SOCK_DGRAM);
+        EXPECT_EQ(send(route, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+        close(route);
+    }
+    std::string tables() { return ctlOutput("group list") + ctlOutput("show inner") + boardAnswer("matrix"); }
+};
+
+TEST_F(Hostile, FramesThatDoNotAddUp) {
+    // length | opcode | column | index length | ...
+    const std::pair<Words, int32_t> answered[] = {
+        {{16, 0, 0, 0, 0}, COMMAND_STATUS_NO_HANDLER},
+        {{16, 0xFFFFFFFF, 0, 0, 0}, COMMAND_STATUS_NO_HANDLER},
+        {{16, OP_GROUP_SET, 1, 0xFFFFFFFF, 0}, COMMAND_STATUS_BAD_FRAME},
+        {{28, OP_GROUP_SET, 1, 12, 1, 9, 0, 4}, COMMAND_STATUS_BAD_FRAME},
+        {{32, OP_GROUP_SET, 1, 12, 1, 9, 0, 0xFFFFFFF4, 2}, COMMAND_STATUS_BAD_FRAME},
+        {{32, OP_GROUP_GET, 1, 12, 1, 5, 0, 4, 2}, COMMAND_STATUS_BAD_FRAME},  // a get sends no value
+        {{28, OP_GROUP_SET, 1, 8, 1, 9, 4, 2}, COMMAND_STATUS_BAD_LENGTH},
+        {{36, OP_GROUP_SET, 1, 16, 1, 9, 0, 0, 4, 2}, COMMAND_STATUS_BAD_LENGTH},
+        {{36, OP_GROUP_SET, 1, 12, 1, 9, 0, 8, 2, 2}, COMMAND_STATUS_BAD_LENGTH},
+        {{28, OP_GROUP_GET, 1, 12, 1, 5, 0, 3}, COMMAND_STATUS_BAD_LENGTH},
+    };
+    const int fd = command();
+    for (const auto& [frame, status] : answered)
+        EXPECT_TRUE(converse(fd, bytesOf(frame) + question(1), reply(status) + answer(1))) << status;
+    close(fd);
+    // No end of the frame can be found, so the connection has to go.
+    for (const uint32_t length : {0u, 1u, 15u, 8193u, 0x80000000u, 0xFFFFFFFFu}) {
+        const int broken = command();
+        EXPECT_TRUE(converse(broken, question(1) + bytesOf({length, 1, 1}), answer(1))) << length;
+        EXPECT_EQ(receive(broken, 1), "") << length;
+        close(broken);
+    }
+}
+
+TEST_F(Hostile, HalfAFrameHoldsNobodyUp) {
+    const std::string frame = question(3);
+    std::vector<int> clients;
+    for (size_t cut = 1; cut < frame.size(); cut++) {
+        clients.push_back(command());
+        EXPECT_TRUE(converse(clients.back(), frame.substr(0, cut)));
+    }
+    EXPECT_TRUE(isServed());
+    for (size_t cut = 1; cut < frame.size(); cut++) {
+        const bool goesOn = cut % 2 == 0;
+        EXPECT_TRUE(!goesOn || converse(clients[cut - 1], frame.substr(cut), answer(3))) << cut;
+        close(clients[cut - 1]);
+    }
+}
+
+TEST_F(Hostile, TwoHundredClientsAtOnce) {
+    std::vector<int> clients(200);
+    for (int& fd : clients) fd = command();
+    std::vector<std::string> expected(clients.size());
+    for (uint32_t client = 0; client < clients.size(); client++) {
+        std::string frames;
+        for (uint32_t turn = client << 8; turn < (client << 8 | 20); turn++) {
+            frames += question(turn);
+            expected[client] += answer(turn);
+        }
+        EXPECT_TRUE(converse(clients[client], frames)) << client;
+    }
+    for (uint32_t client = 0; client < clients.size(); client++) {
+        EXPECT_TRUE(converse(clients[client], "", expected[client])) << client;
+        close(clients[client]);
+    }
+}
+
+TEST_F(Hostile, PipelinesSlowReadersAndDroppedConnections) {
+    std::string frames, replies;
+    for (uint32_t turn = 0; turn < 10000; turn++) {
+        frames += question(turn);
+        replies += answer(turn);
+    }
+    const int fd = command();
+    const int deaf = command();
+    // It never reads, so a moment comes when the daemon takes no more from it.
+    while (send(deaf, frames.data(), frames.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) EXPECT_TRUE(isServed());
+    EXPECT_TRUE(converse(fd, frames, replies));
+    for (size_t turn = 0; turn < 1000; turn++) {
+        const int dropped = command();
+        EXPECT_TRUE(converse(dropped, std::string_view(frames).substr(0, turn)));
+        close(dropped);
+    }
+    close(deaf);
+    close(fd);
+}
+
+TEST_F(Hostile, WithoutDescriptorsTheServerWaits) {
+    const auto processorTicks = [this] {
+        const std::string text = readText("/proc/" + std::to_string(daemon) + "/stat");
+        const Texts fields = split(std::string_view(text).substr(text.rfind(')')), ' ');
+        return std::stol(fields.at(12)) + std::stol(fields.at(13));
+    };
+    const rlimit limit = {before + 8, before + 8};
+    ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &limit, nullptr), 0);
+    std::vector<int> clients(40);
+    for (uint32_t client = 0; client < clients.size(); client++) {
+        clients[client] = command();
+        EXPECT_TRUE(converse(clients[client], question(client)));
+    }
+    EXPECT_TRUE(isServed());
+    const long used = processorTicks();
+    pollfd last = {clients.back(), POLLIN, 0};
+    EXPECT_EQ(poll(&last, 1, 500), 0) << "no descriptor can have been left for this client";
+    EXPECT_LT(processorTicks() - used, sysconf(_SC_CLK_TCK) / 4) << "half of the time with nothing to do";
+    for (uint32_t client = 0; client < clients.size(); client++) {
+        EXPECT_TRUE(converse(clients[client], "", answer(client))) << client;
+        close(clients[client]);
+    }
+}
+
+TEST_F(Hostile, LinesOfNonsense) {
+    const std::string endless(100000, 'x');
+    for (const char* path : {BOARD_SOCKET_PATH, SHELL_SOCKET_PATH}) {
+        const int silent = connectTo(path);
+        EXPECT_TRUE(converse(silent, "half a li"));
+        const int talker = connectTo(path);
+        while (send(talker, endless.data(), endless.size(), MSG_NOSIGNAL) > 0) {
+        }
+        EXPECT_EQ(receive(talker, 1), "");
+        for (const char* line :
+             {"", "nonsense", "portIsolateInit", "portIsolateEvtShow", "portIsolate\x01Show", "forward",
+              "forward 1 1", "forward 1 2 4096", "unplug nobody", "publish raw 1 abc", "fault no call 1",
+              "join ge1/1 lag1", "card-pull 99"})
+            EXPECT_TRUE(askLine(path, line).starts_with("error: ")) << path << ": " << line;
+        close(silent);
+        close(talker);
+    }
+}
+
+// A datagram for an event group: one message of this type that says it is `length` bytes long.
+std::string datagram(uint32_t group, uint16_t type, uint32_t length, const Words& payload = {}) {
+    Words words = {group, length, 0, 0, 0, 0, 0};
+    memcpy(&words[2], &type, sizeof type);
+    return bytesOf(words) + bytesOf(payload);
+}
+
+TEST_F(Hostile, RubbishChangesNothing) {
+    for (size_t size = 0; size < 4; size++) publish(std::string(size, '\x01'));
+    for (const uint32_t group : {0u, 2u, 41u, 0x80000001u})
+        publish(datagram(group, DAX_RTM_RESET, 24));  // not joined
+    for (const uint32_t length : {0u, 20u, 23u, 25u, 47u, 0x80000000u, 0xFFFFFFFFu})
+        for (const uint16_t type :
+             {DAX_RTM_NEWLINK, DAX_RTM_DELLINK, DAX_RTM_CARD_UP, DAX_RTM_IF_RESET, DAX_RTM_RESET})
+            publish(datagram(DAX_RTGRP_LINK, type, length));
+    // An attribute that lies about its length hides the one behind it, by which interface 1 would leave.
+    for (const uint32_t attribute : {0u, 3u, 0xFFFFu})
+        publish(datagram(DAX_RTGRP_LINK, DAX_RTM_NEWLINK, 56,
+                         {0, 1, 0, 0, 0, 0, 1u << 16 | attribute, uint32_t{DAX_RTA_TRUNK_JOIN} << 16 | 4}));
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE(seed);
+    std::minstd_rand random(seed);
+    for (int turn = 0; turn < 1000; turn++) {
+        std::string bytes = bytesOf({DAX_RTGRP_LINK});
+        for (size_t left = random() % 4000; left > 0; left--) bytes += static_cast<char>(random() % 256);
+        publish(bytes);
+    }
+}
+
+TEST_F(Hostile, AFloodHoldsUpNoRequestAndLosesNoEvent) {
+    // Nothing is known of interface 4711, so each of these takes its whole way and changes nothing.
+    const std::string message = datagram(DAX_RTGRP_LINK, DAX_RTM_DELLINK, 48, {0, 4711, 0, 0, 0, 0});
+    std::string flood = message;
+    for (int repeat = 0; repeat < 50; repeat++) flood += message.substr(sizeof(uint32_t));
+    for (int turn = 0; turn < 1000; turn++) {
+        publish(flood);
+        EXPECT_TRUE(turn % 100 != 0 || isServed());
+    }
+    ctlOutput("board unplug ge1/2");
+    EXPECT_EQ(ctlOutput("group list").find("ge1/2"), std::string::npos);
+    ctlOutput("board plug ge1/2");
+    ctlOutput("group add 5 ge1/2");
+}
+
+TEST_F(Hostile, RequestsEventsAndPrintoutsTogether) {
+    const Texts calls = {"group add 6 pon2/1 pon2/2",
+                         "group del 6",
+                         "board publish mode-refresh",
+                         "board unplug pon2/2",
+                         "board plug pon2/2",
+                         "show inner",
+                         "show groups",
+                         "matrix",
+                         "group list"};
+    for (int turn = 0; turn < 4; turn++) {
+        std::vector<pid_t> running;
+        for (const std::string& call : calls)
+            running.push_back(startCtl(call, std::to_string(running.size())));
+        for (size_t program = 0; program < running.size(); program++) {
+            const Outcome outcome = outcomeOf(running[program], std::to_string(program));
+            // Their order is anybody's guess, so some are refused; all are answered.
+            EXPECT_TRUE(outcome.status == 0 || outcome.status == 1) << calls[program] << outcome.err;
+        }
+    }
+    ctl("board plug pon2/2");
+    ctlOutput("group del 6");
+}
+}  // namespace
