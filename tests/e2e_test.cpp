@@ -1,5 +1,6 @@
 // The running programs as an operator sees them: what is configured and what happens to the board, and what
 // the forwarding plane, the printouts, the journal and the log then say.
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -23,39 +24,42 @@ Texts extract(const std::string& text, const std::string& pattern, const std::st
 }
 
 struct Story : EndToEnd, testing::WithParamInterface<std::pair<bool, bool>> {
-    // Active rows of a listing of portisolatectl, with single blanks.
-    Texts rows(const std::string& list) { return extract(ctlOutput(list), "(.*\\S) +active", "$1"); }
+    Texts printout(const std::string& function, const std::string& pattern, const std::string& format) const {
+        return extract(askLine(SHELL_SOCKET_PATH, "portIsolate" + function + "Show"), pattern, format);
+    }
 
     // Who reaches whom according to the tables and the board's own picture, written as the board's matrix is.
-    std::string expectedMatrix(const std::string& vlan) {
+    std::string expectedMatrix(const std::string& vlan) const {
         std::map<std::string, std::set<std::string>> groups;
-        for (const std::string& row : rows("group list"))
-            groups[split(row, ' ')[0]].insert(split(row, ' ')[1]);
-        for (const std::string& row : rows("vlan-group list"))
-            if (split(row, ' ')[1] == vlan) groups[split(row, ' ')[0]].insert(split(row, ' ')[2]);
-        std::set<Texts> pairs;
-        for (const std::string& row : rows("pair list")) pairs.insert(split(row, ' '));
-        const bool ponIsolates = vlan != "0" && extract(ctlOutput("pon list"), "^" + vlan + " ").empty();
+        const char* member = "isoGrpNo (\\d+)(?: vlan (\\d+))? -> ifunit:(\\d+)";
+        for (const std::string& row : printout("Grp", member, "$1 $3 $2")) {
+            const Texts words = split(row, ' ');
+            if (words.size() == 2 || words[2] == vlan) groups[words[0]].insert(words[1]);
+        }
+        const Texts pairs = printout("IfPair", "src (\\d+), dst (\\d+)", "$1 $2");
+        const bool ponIsolates =
+            vlan != "0" && printout("Global", "p2pEnableVlan: " + vlan + "\\b", "$&").empty();
 
-        // Of each interface name, kind and members.
+        // Of each interface number, name, kind and members.
         const auto isolated = [&](const Texts& from, const Texts& to) {
-            const bool bare = (from[1] == "trunk" && from[2] == "-") || (to[1] == "trunk" && to[2] == "-");
+            const bool bare = (from[2] == "trunk" && from[3] == "-") || (to[2] == "trunk" && to[3] == "-");
             // With both switches on only member ports are programmed, and a trunk without any isolates
             // nobody. One-way pairs always replace a target trunk by its ports.
             for (const auto& [group, members] : groups)
                 if (members.contains(from[0]) && members.contains(to[0]))
                     if (!bare || GetParam() != std::pair(true, true)) return true;
-            if (!bare && pairs.contains({from[0], to[0]})) return true;
-            return ponIsolates && from[1] == "pon" && to[1] == "pon";
+            if (!bare && std::ranges::find(pairs, from[0] + " " + to[0]) != pairs.end()) return true;
+            return ponIsolates && from[2] == "pon" && to[2] == "pon";
         };
         std::vector<Texts> shown;
-        const char* fields = "name=(\\S+) kind=([ept]\\w+) .*present=yes trunk=- .*members=(\\S+) ";
-        for (const std::string& line : extract(boardAnswer("list"), fields, "$1 $2 $3"))
+        const char* present =
+            "number=(\\d+) name=(\\S+) kind=([ept]\\w+) .*present=yes trunk=- .*members=(\\S+) ";
+        for (const std::string& line : extract(boardAnswer("list"), present, "$1 $2 $3 $4"))
             shown.push_back(split(line, ' '));
         std::string heading, cells;
         for (const Texts& from : shown) {
-            heading += (heading.empty() ? "" : " ") + from[0];
-            cells += "\n" + from[0] + " ";
+            heading += (heading.empty() ? "" : " ") + from[1];
+            cells += "\n" + from[1] + " ";
             for (const Texts& to : shown) cells += from == to ? '-' : isolated(from, to) ? 'x' : 'o';
         }
         return heading + cells + "\n";
@@ -84,13 +88,15 @@ TEST_P(Story, ForwardingFollowsTheTables) {
     happens("board leave lag1 ge1/2");
     happens("group add 6 ge1/2 pon2/1");
     happens("board join lag1 ge1/2");
-    EXPECT_EQ(rows("group list 6").size(), 1u) << "a port leaves its groups for its trunk";
+    EXPECT_EQ(printout("Grp", "isoGrpNo 6.*:(\\d+)", "$1"), Texts{"5"})
+        << "a port leaves its groups for its trunk";
     happens("board leave lag1 ge1/2");
     for (const char* port : {"ge1/3", "ge1/1"}) {  // of the trunk, of the group
         happens(std::string("board unplug ") + port);
         happens(std::string("board plug ") + port);
     }
-    EXPECT_EQ(rows("group list 5").size(), 2u) << "membership ends with the interface";
+    EXPECT_EQ(printout("Grp", "isoGrpNo 5.*:(\\d+)", "$1"), (Texts{"5", "101"}))
+        << "membership ends with the interface";
     happens("group add 5 ge1/1");
     for (const char* slot : {"1", "2"}) {
         happens(std::string("board card-pull ") + slot);
