@@ -62,22 +62,37 @@ int32_t memberRefusal(const Membership& member, const Entry& entry, uint32_t& ab
     return STATUS_ABILITY_ONE_GROUP;
 }
 
+// What the first row of the own table that refuses the membership says. The rows that can are the members of
+// the group and the interface's rows in other groups; they are asked in table order.
+template <typename Entry>
+int32_t firstRefusal(const Membership& member, uint32_t& count) {
+    uint32_t ability = 1;
+    int32_t status = STATUS_OK;
+    Entry* own = unitFirst<Entry>(groupList(static_cast<Entry*>(nullptr)), member.ifUnit);
+    for (; own != nullptr && own->isoGrpNo < member.isoGrpNo; own = unitNext(own)) {
+        status = memberRefusal(member, *own, ability, count);
+        if (status != STATUS_OK) return status;
+    }
+    for (Entry* fellow = groupFirst<Entry>(member.isoGrpNo); fellow != nullptr; fellow = groupNext(fellow)) {
+        status = memberRefusal(member, *fellow, ability, count);
+        if (status != STATUS_OK) return status;
+    }
+    for (; own != nullptr; own = unitNext(own)) {
+        if (own->isoGrpNo == member.isoGrpNo) continue;
+        status = memberRefusal(member, *own, ability, count);
+        if (status != STATUS_OK) return status;
+    }
+    return STATUS_OK;
+}
+
 // The admission checks on the two group tables. `Other` is the entry of the table that must not use the
 // number.
 template <typename Entry, typename Other>
 int32_t memberAdmit(const MemberRules<Entry>& rules, const Membership& member) {
-    // A refusal met in the own table replaces the one that the other table gives.
-    int32_t refusal = groupFirst<Other>(member.isoGrpNo) != nullptr ? rules.numberTaken : STATUS_OK;
-    uint32_t ability = 1;
     uint32_t count = 0;
-    ListNode* head = groupList(static_cast<Entry*>(nullptr));
-    for (Entry* entry = listFirst<Entry>(head); entry != nullptr; entry = listNext(head, entry)) {
-        const int32_t status = memberRefusal(member, *entry, ability, count);
-        if (status == STATUS_OK) continue;
-        refusal = status;
-        break;
-    }
+    const int32_t refusal = firstRefusal<Entry>(member, count);
     if (refusal != STATUS_OK) return refusal;
+    if (groupFirst<Other>(member.isoGrpNo) != nullptr) return rules.numberTaken;
     if (count != gPortIsoInfo.maxPortNumPerGrp) return STATUS_OK;
     portIsolateDebug(LEVEL_TRACE, CATEGORY_WORK, "Exceed max value of port num per group\n\r");
     return STATUS_GROUP_FULL;

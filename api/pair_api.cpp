@@ -1,7 +1,5 @@
 #include "api/pair_api.h"
 
-#include <algorithm>
-
 #include "api/port_use.h"
 #include "api/row_requests.h"
 #include "platform/hardware.h"
@@ -38,16 +36,10 @@ bool sourceIsFull(uint32_t src) {
     return count == gPortIsoInfo.maxUniIsoPortNum;
 }
 
-// Within a group the lower port comes first, so one walk over the table finds every group that holds both.
 bool shareGroup(uint32_t a, uint32_t b) {
-    const uint32_t low = std::min(a, b);
-    const uint32_t high = std::max(a, b);
-    ListNode* head = &gPortIsoInfo.ifGrpList;
-    uint32_t group = 0;  // last group seen to hold the lower port; numbers start at 1
-    for (auto* entry = listFirst<PortIsolateIfGrpEntry>(head); entry != nullptr;
-         entry = listNext(head, entry)) {
-        if (entry->ifUnit == high && entry->isoGrpNo == group) return true;
-        if (entry->ifUnit == low) group = entry->isoGrpNo;
+    for (auto* entry = unitFirst<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList, a); entry != nullptr;
+         entry = unitNext(entry)) {
+        if (portIsolateIfGrpEntryGet(b, entry->isoGrpNo) != nullptr) return true;
     }
     return false;
 }

@@ -13,6 +13,7 @@
 #include "tables/groups.h"
 #include "tables/pairs.h"
 #include "tables/ports.h"
+#include "tables/sorted_table.h"
 
 namespace {
 
@@ -64,11 +65,11 @@ bool createTables() {
         portIsolateDebug(LEVEL_FAILURE, CATEGORY_INIT, "init sem failed\n\r");
         return false;
     }
-    listInit(&info.ifGrpList);
-    listInit(&info.ifPairList);
-    listInit(&info.ifInnerList);
-    listInit(&info.portList);
-    listInit(&info.ifVlanGrpList);
+    tableInit(&info.ifGrpList);
+    tableInit(&info.ifPairList);
+    tableInit(&info.ifInnerList);
+    tableInit(&info.portList);
+    tableInit(&info.ifVlanGrpList);
     const uint64_t pairs = uint64_t{info.maxPortNum} * info.maxPortNum;
     if (!createPool({&info.refPool, "portisolate_ref", pairs, bitListBytes(info.maxIsoGrpNum), 0, nullptr})) {
         return false;

@@ -24,9 +24,9 @@ int32_t portIsolateSlotCheck(uint32_t ifUnit, uint32_t isoGrpNo) {
 
 int32_t portIsolateMultiGroupCheck(uint32_t ifUnit, uint32_t isoGrpNo) {
     ListNode* head = &gPortIsoInfo.ifGrpList;
-    for (auto* entry = listFirst<PortIsolateIfGrpEntry>(head); entry != nullptr;
-         entry = listNext(head, entry)) {
-        if (entry->ifUnit == ifUnit && entry->isoGrpNo != isoGrpNo) return STATUS_OTHER_GROUP;
+    for (auto* entry = unitFirst<PortIsolateIfGrpEntry>(head, ifUnit); entry != nullptr;
+         entry = unitNext(entry)) {
+        if (entry->isoGrpNo != isoGrpNo) return STATUS_OTHER_GROUP;
     }
     return STATUS_OK;
 }

@@ -18,6 +18,8 @@ struct PortIsolateIfGrpEntry {
     uint32_t ifUnit;  // member: a port or a trunk
     uint32_t isoGrpNo;
     uint32_t status;  // STATUS_CREATED, STATUS_PROGRAMMED
+    IndexNode byKey;
+    IndexNode byUnit;
 };
 
 struct PortIsolateIfVlanGrpEntry {
@@ -26,6 +28,8 @@ struct PortIsolateIfVlanGrpEntry {
     uint32_t vlan;
     uint32_t isoGrpNo;
     uint32_t status;
+    IndexNode byKey;
+    IndexNode byUnit;
 };
 
 inline uint32_t groupVlan(const PortIsolateIfGrpEntry&) {
@@ -40,6 +44,12 @@ inline TableKey tableKey(const PortIsolateIfGrpEntry& entry) {
 }
 inline TableKey tableKey(const PortIsolateIfVlanGrpEntry& entry) {
     return {entry.isoGrpNo, entry.vlan, entry.ifUnit};
+}
+inline TableKey unitKey(const PortIsolateIfGrpEntry& entry) {
+    return {entry.ifUnit, entry.isoGrpNo, 0};
+}
+inline TableKey unitKey(const PortIsolateIfVlanGrpEntry& entry) {
+    return {entry.ifUnit, entry.isoGrpNo, entry.vlan};
 }
 
 inline ListNode* groupList(const PortIsolateIfGrpEntry*) {

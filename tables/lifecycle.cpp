@@ -29,18 +29,33 @@ RtIfInfo linkInfo(const uint8_t* message) {
 void removeGroupEntries(uint32_t ifUnit) {
     ListNode* head = &gPortIsoInfo.ifGrpList;
     PortIsolateIfGrpEntry* next = nullptr;
-    for (auto* entry = listFirst<PortIsolateIfGrpEntry>(head); entry != nullptr; entry = next) {
-        next = listNext(head, entry);
-        if (entry->ifUnit == ifUnit) portIsolateIfGrpEntryDel(entry);
+    for (auto* entry = unitFirst<PortIsolateIfGrpEntry>(head, ifUnit); entry != nullptr; entry = next) {
+        next = unitNext(entry);
+        portIsolateIfGrpEntryDel(entry);
     }
 }
 
-void removePairs(uint32_t ifUnit, bool asTarget) {
+// Visits, in table order, the pairs that name the interface as their source or, if asked, as their target:
+// those of lower sources that target it, its own, those of higher sources. `visit` may remove the pair.
+template <typename Visit>
+void forEachPairOf(uint32_t ifUnit, bool asTarget, Visit visit) {
+    using Entry = PortIsolateIfPairEntry;
     ListNode* head = &gPortIsoInfo.ifPairList;
-    PortIsolateIfPairEntry* next = nullptr;
-    for (auto* entry = listFirst<PortIsolateIfPairEntry>(head); entry != nullptr; entry = next) {
-        next = listNext(head, entry);
-        if (entry->src == ifUnit || (asTarget && entry->dst == ifUnit)) portIsolateIfPairEntryDel(entry);
+    Entry* next = nullptr;
+    Entry* target = asTarget ? unitFirst<Entry>(head, ifUnit) : nullptr;
+    for (; target != nullptr && target->src < ifUnit; target = next) {
+        next = unitNext(target);
+        visit(target);
+    }
+    while (target != nullptr && target->src == ifUnit) target = unitNext(target);
+    for (Entry* own = tableFrom<Entry>(head, {ifUnit, 0, 0}); own != nullptr && own->src == ifUnit;
+         own = next) {
+        next = listNext(head, own);
+        visit(own);
+    }
+    for (; target != nullptr; target = next) {
+        next = unitNext(target);
+        visit(target);
     }
 }
 
@@ -61,9 +76,8 @@ bool dropPort(uint32_t ifUnit) {
 
 void registerInterface(uint32_t ifUnit) {
     PORT_ISOLATE_TRACE(LEVEL_EVENT, CATEGORY_EVENT, "interface %s register\n\r", ifName(ifUnit).text);
-    ListNode* head = &gPortIsoInfo.ifPairList;
-    for (auto* pair = listFirst<PortIsolateIfPairEntry>(head); pair != nullptr; pair = listNext(head, pair)) {
-        if (pair->dst != ifUnit) continue;
+    for (auto* pair = unitFirst<PortIsolateIfPairEntry>(&gPortIsoInfo.ifPairList, ifUnit); pair != nullptr;
+         pair = unitNext(pair)) {
         const int32_t status = portIsolateAddHwIfUniIsolate(pair->src, pair->dst);
         if (status == 0) continue;
         PORT_ISOLATE_TRACE(LEVEL_FAILURE, CATEGORY_EVENT,
@@ -112,25 +126,22 @@ void changeMemberInGroup(uint32_t trunk, uint32_t port, uint32_t grpNo, const Me
 
 void changeMember(uint32_t trunk, uint32_t port, const MemberChange& change) {
     if (gPortIsoInfo.isSrcTrunkToPort == 0 && gPortIsoInfo.isDstTrunkToPort == 0) return;
-    ListNode* groups = &gPortIsoInfo.ifGrpList;
-    for (auto* entry = listFirst<PortIsolateIfGrpEntry>(groups); entry != nullptr;
-         entry = listNext(groups, entry)) {
-        if (entry->ifUnit == trunk) changeMemberInGroup(trunk, port, entry->isoGrpNo, change);
+    for (auto* entry = unitFirst<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList, trunk); entry != nullptr;
+         entry = unitNext(entry)) {
+        changeMemberInGroup(trunk, port, entry->isoGrpNo, change);
     }
-    ListNode* pairs = &gPortIsoInfo.ifPairList;
-    for (auto* pair = listFirst<PortIsolateIfPairEntry>(pairs); pair != nullptr;
-         pair = listNext(pairs, pair)) {
+    forEachPairOf(trunk, true, [=](const PortIsolateIfPairEntry* pair) {
         if (pair->dst == trunk) {
             change.uniIsolate(pair->src, port);
-        } else if (pair->src == trunk && gPortIsoInfo.isSrcTrunkToPort != 0) {
+        } else if (gPortIsoInfo.isSrcTrunkToPort != 0) {
             change.uniIsolate(port, pair->dst);
         }
-    }
+    });
 }
 
 void joinTrunk(uint32_t ifUnit) {
     removeGroupEntries(ifUnit);
-    removePairs(ifUnit, true);
+    forEachPairOf(ifUnit, true, portIsolateIfPairEntryDel);
     if (!dropPort(ifUnit)) return;
     portIsolateDebug(LEVEL_EVENT, CATEGORY_EVENT, "ifunit %d del because of join trunk!\r\n", ifUnit);
 }
@@ -162,7 +173,7 @@ void deleteVlan(uint32_t vlan) {
 void deleteInterface(uint32_t ifUnit) {
     PORT_ISOLATE_TRACE(LEVEL_EVENT, CATEGORY_EVENT, "interface %s unregister\n\r", ifName(ifUnit).text);
     removeGroupEntries(ifUnit);
-    removePairs(ifUnit, true);
+    forEachPairOf(ifUnit, true, portIsolateIfPairEntryDel);
     if (!dropPort(ifUnit)) return;
     portIsolateDebug(LEVEL_EVENT, CATEGORY_EVENT, "[%s]line %d: ifunit %d del prot isolate!\r\n",
                      "portIsolateDelLinkProcess", 3091, ifUnit);
@@ -210,7 +221,7 @@ int32_t portIsolateDelLinkProcess(const uint8_t* message, int32_t bytes) {
 
 int32_t portIsolateIfResetConfig(uint32_t ifUnit) {
     removeGroupEntries(ifUnit);
-    removePairs(ifUnit, false);
+    forEachPairOf(ifUnit, false, portIsolateIfPairEntryDel);
     if (!dropPort(ifUnit)) return 0;
     portIsolateDebug(LEVEL_TRACE, CATEGORY_WORK, "[%s]line %d: ifunit %d del prot isolate!\r\n",
                      "portIsolateIfResetConfig", 2073, ifUnit);

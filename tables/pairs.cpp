@@ -22,6 +22,12 @@ PortIsolateIfPairEntry* addEntry(ListNode* head, uint32_t src, uint32_t dst, uin
 
 }  // namespace
 
+bool pairTableNames(ListNode* head, uint32_t ifUnit) {
+    const auto* row = tableFrom<PortIsolateIfPairEntry>(head, {ifUnit, 0, 0});
+    return (row != nullptr && row->src == ifUnit) ||
+           unitFirst<PortIsolateIfPairEntry>(head, ifUnit) != nullptr;
+}
+
 PortIsolateIfPairEntry* portIsolateIfPairEntryGet(uint32_t src, uint32_t dst) {
     return tableFind<PortIsolateIfPairEntry>(&gPortIsoInfo.ifPairList, {src, dst, 0});
 }

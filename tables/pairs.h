@@ -17,12 +17,20 @@ struct PortIsolateIfPairEntry {
     uint32_t dst;
     uint32_t status;  // pairs: STATUS_CREATED, STATUS_PROGRAMMED; inner entries: 0
     uint8_t* ref;     // inner entries: bit g - 1 is set while group g needs the isolation; pairs: never set
+    IndexNode byKey;
+    IndexNode byUnit;
 };
 using PortIsolateIfInnerEntry = PortIsolateIfPairEntry;
 
 inline TableKey tableKey(const PortIsolateIfPairEntry& entry) {
     return {entry.src, entry.dst, 0};
 }
+inline TableKey unitKey(const PortIsolateIfPairEntry& entry) {
+    return {entry.dst, entry.src, 0};
+}
+
+// Whether a row of the table names the interface as `src` or `dst`.
+bool pairTableNames(ListNode* head, uint32_t ifUnit);
 
 // Get answers null for what is not there. Add answers null, with nothing changed, when either pool is
 // exhausted.

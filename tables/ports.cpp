@@ -1,10 +1,9 @@
 #include "tables/ports.h"
 
+#include "tables/sorted_table.h"
+
 PortIsolatePortEntry* portIsolatePortEntryGet(uint32_t ifUnit) {
-    ListNode* head = &gPortIsoInfo.portList;
-    auto* entry = listFirst<PortIsolatePortEntry>(head);
-    while (entry != nullptr && entry->ifUnit != ifUnit) entry = listNext(head, entry);
-    return entry;
+    return unitFirst<PortIsolatePortEntry>(&gPortIsoInfo.portList, ifUnit);
 }
 
 PortIsolatePortEntry* portIsolatePortEntryAdd(uint32_t ifUnit) {
@@ -14,10 +13,12 @@ PortIsolatePortEntry* portIsolatePortEntryAdd(uint32_t ifUnit) {
     PortIsolatePortEntry* same = portIsolatePortEntryGet(ifUnit);
     const ListNode* place = same != nullptr ? &same->links : &gPortIsoInfo.portList;
     listMove(&entry->links, place->prev);
+    indexInsert(&tableIndex(&gPortIsoInfo.portList).byUnit, &entry->byUnit, unitKey(*entry));
     return entry;
 }
 
 int32_t portIsolatePortEntryDel(PortIsolatePortEntry* entry) {
+    indexRemove(&entry->byUnit);
     listDel(&entry->links);
     silMemPoolFree(&gPortIsoInfo.portPool, entry);
     return 0;

@@ -6,11 +6,17 @@
 #include <cstdint>
 
 #include "frame/state.h"
+#include "tables/index.h"
 
 struct PortIsolatePortEntry {
     ListNode links;
     uint32_t ifUnit;
+    IndexNode byUnit;
 };
+
+inline TableKey unitKey(const PortIsolatePortEntry& entry) {
+    return {entry.ifUnit, 0, 0};
+}
 
 PortIsolatePortEntry* portIsolatePortEntryGet(uint32_t ifUnit);  // null: none
 PortIsolatePortEntry* portIsolatePortEntryAdd(uint32_t ifUnit);  // null: pool exhausted

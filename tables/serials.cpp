@@ -19,8 +19,23 @@ constexpr uint32_t RECORD_PORTS_MAX = (RECORD_SIZE - RECORD_WORDS) / sizeof(uint
 constexpr uint32_t SYNC_COMMAND = 0xC00D;  // reaches the peer as a set of the serial-table scalar
 constexpr uint32_t SYNC_FLAGS = 0x80000103;
 
+constexpr uint32_t SCAN_STEP = 16;  // slots
+
+// Whether one of SCAN_STEP slots has this owner. Looks at all of them: without a way out of the loop the
+// compiler compares several at once.
+bool stepHolds(const PortIsolateSerialTable* slots, uint32_t owner) {
+    uint32_t hits = 0;
+    for (uint32_t i = 0; i < SCAN_STEP; ++i) hits |= slots[i] == owner ? 1u : 0u;
+    return hits != 0;
+}
+
+// Scanned, not indexed: the table may be overwritten as a whole, and the lowest of several slots must win.
 int32_t findSlot(uint32_t owner, uint16_t* slot) {
-    for (uint32_t i = 0; i < gPortIsoInfo.maxPortNum; ++i) {
+    uint32_t i = 0;
+    while (i + SCAN_STEP <= gPortIsoInfo.maxPortNum && !stepHolds(gPortIsoInfo.serialTable + i, owner)) {
+        i += SCAN_STEP;
+    }
+    for (; i < gPortIsoInfo.maxPortNum; ++i) {
         if (gPortIsoInfo.serialTable[i] != owner) continue;
         *slot = static_cast<uint16_t>(i);
         return STATUS_OK;
@@ -40,23 +55,6 @@ bool claimSerial(uint32_t ifUnit, uint16_t& serial, bool& claimed) {
     return true;
 }
 
-bool anyPairNames(ListNode* head, uint32_t ifUnit) {
-    for (auto* entry = listFirst<PortIsolateIfPairEntry>(head); entry != nullptr;
-         entry = listNext(head, entry)) {
-        if (entry->src == ifUnit || entry->dst == ifUnit) return true;
-    }
-    return false;
-}
-
-bool anyGroupNames(uint32_t ifUnit) {
-    ListNode* head = &gPortIsoInfo.ifGrpList;
-    for (auto* entry = listFirst<PortIsolateIfGrpEntry>(head); entry != nullptr;
-         entry = listNext(head, entry)) {
-        if (entry->ifUnit == ifUnit) return true;
-    }
-    return false;
-}
-
 }  // namespace
 
 int32_t portIsolateSerialCheck(uint32_t ifUnit, uint16_t* slot) {
@@ -68,8 +66,9 @@ int32_t portIsolateFreeSerialGet(uint16_t* slot) {
 }
 
 int32_t portIsolateIfIsFree(uint32_t ifUnit) {
-    const bool named = anyGroupNames(ifUnit) || anyPairNames(&gPortIsoInfo.ifPairList, ifUnit) ||
-                       anyPairNames(&gPortIsoInfo.ifInnerList, ifUnit);
+    const bool named = unitFirst<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList, ifUnit) != nullptr ||
+                       pairTableNames(&gPortIsoInfo.ifPairList, ifUnit) ||
+                       pairTableNames(&gPortIsoInfo.ifInnerList, ifUnit);
     return named ? STATUS_FAILED : STATUS_OK;
 }
 

@@ -220,7 +220,7 @@ int32_t silOptRead(uint32_t, const char* key, uint32_t, uint32_t, uint32_t, char
 int32_t silMemPoolInit(SilMemPool* pool, const char* name, uint64_t count, uint32_t elementSize,
                        uint32_t option) {
     const int32_t status = faultOf(std::string("silMemPoolInit ") + name);
-    if (status != 0 || count == 0 || count * elementSize > (1u << 24)) return -1;
+    if (status != 0 || count == 0 || count * elementSize > (1u << 26)) return -1;
     record(words("pool %s %u x %u option %u", name, static_cast<uint32_t>(count), elementSize, option), 0);
     pool->name = name;
     pool->elementSize = elementSize;
