@@ -50,9 +50,11 @@ FakeInterface lookUp(uint32_t ifUnit) {
     return found == fake.interfaces.end() ? FakeInterface() : found->second;
 }
 
-void keepData(const void* data, uint32_t length) {
+void keepData(const void* data, uint32_t length, const HwCmdControl* control = nullptr) {
     const auto* bytes = static_cast<const uint8_t*>(data);
     fake.data.assign(bytes, bytes + length);
+    const auto* block = reinterpret_cast<const uint8_t*>(control);
+    fake.control.assign(block, block + (control == nullptr ? 0 : sizeof(*control)));
 }
 
 void switchIsolation(std::set<std::pair<uint32_t, uint32_t>>& standing, uint32_t src, uint32_t dst,
@@ -173,7 +175,7 @@ int32_t daxHwilScalarGet(uint32_t, uint32_t scalar, void*) {
 
 int32_t daxHwilCmdSetApi(uint32_t key, uint32_t command, DataDesc* data, HwCmdControl* control) {
     EXPECT_EQ(command, DAX_CMD_PON_ISOLATE);
-    keepData(data->data, data->length);
+    keepData(data->data, data->length, control);
     const int32_t status = faultOf("daxHwilCmdSetApi");
     record(words("pon %u state %u control %x/%u/%u", key, fake.data[4], control->flags, control->keyLength,
                  control->dataLength),
@@ -189,9 +191,9 @@ int32_t daxHwilCmdSyncApi(uintptr_t key, uint32_t command, void* data, HwCmdCont
     uint32_t keyWord = static_cast<uint32_t>(key);
     if (control->keyLength > 4) std::memcpy(&keyWord, reinterpret_cast<void*>(key), sizeof(keyWord));
     if (control->dataLength == 4) {
-        keepData(data, 4);
+        keepData(data, 4, control);
     } else {
-        keepData(static_cast<DataDesc*>(data)->data, static_cast<DataDesc*>(data)->length);
+        keepData(static_cast<DataDesc*>(data)->data, static_cast<DataDesc*>(data)->length, control);
     }
     record(words("mirror %x key %u control %x/%u/%u", command, keyWord, control->flags, control->keyLength,
                  control->dataLength),
@@ -226,7 +228,8 @@ int32_t silMemPoolInit(SilMemPool* pool, const char* name, uint64_t count, uint3
     pool->elementSize = elementSize;
     pool->count = static_cast<uint32_t>(count);
     pool->freeCount = pool->count;
-    if (option == SIL_MEMPOOL_ARRAY) pool->base = static_cast<uint8_t*>(std::calloc(count, elementSize));
+    if (option == SIL_MEMPOOL_ARRAY)
+        pool->base = static_cast<uint8_t*>(std::calloc(pool->count, elementSize));
     return 0;
 }
 

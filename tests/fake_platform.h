@@ -31,6 +31,7 @@ struct Fake {
     std::vector<std::string> calls;  // hardware calls, in words; reads of the picture are left out
     std::vector<std::string> texts;  // "debug LEVEL/CATEGORY TEXT" or "log LEVEL TEXT", line ends as they are
     std::vector<uint8_t> data;       // bytes of the last isolation, hardware or mirror command
+    std::vector<uint8_t> control;    // and its control block
 
     // Status that a call answers instead of taking effect, 0: none. Sees every call that can fail, by name:
     // platform functions, and "pool NAME" for an element taken from a pool.

@@ -1,6 +1,7 @@
 // Commands to the hardware: what is sent, in which order, and what a refusal leaves behind.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstring>
 
 #include "frame/report.h"
@@ -11,6 +12,7 @@
 #include "hw/trunk_expansion.h"
 #include "hw/uni_isolation.h"
 #include "platform/hardware.h"
+#include "platform/route_messages.h"
 #include "tables/pairs.h"
 #include "tables/serials.h"
 #include "tests/fake_platform.h"
@@ -300,6 +302,43 @@ TEST(PonIsolation, StateOfAVlan) {
     putWord(block, value);
     block.push_back(1);
     EXPECT_EQ(fake.data, block);
+}
+
+// What the hardware and the peer board read is bytes: in the board's own order, each field in its place.
+TEST(ByteImages, OnBothByteOrders) {
+    ASSERT_EQ(startDaemon({{"portisolate.supportserial", "t"},
+                           {"portisolate.maxifnum", "3"},
+                           {"portisolate.maxisogrpnum", "600"}}),
+              0);
+    constexpr uint32_t SRC = 0x11223344;
+    constexpr uint32_t DST = 0x55667788;
+    ASSERT_EQ(vlanGroupJoin(SRC, 0x102, 0xABC) | vlanGroupJoin(DST, 0x102, 0xABC), 0);
+    const Bytes command = fake.data;
+    fake.serialSender = 1;
+    deliver(plainMessage(DAX_RTM_SERIAL_SYNC));
+    const Bytes zeros(44);
+    const struct {
+        const char* what;
+        Bytes seen;
+        Bytes big;
+        Bytes little;
+    } images[] = {
+        {"isolation command",
+         command,
+         {0x55, 0x66, 0x77, 0x88, 0, 1, 0, 2, 0, 0, 0x0A, 0xBC, 0, 0, 1, 2, 0, 1, 0, 0, 0, 0, 0, 0},
+         {0x88, 0x77, 0x66, 0x55, 1, 0, 2, 0, 0, 0, 0xBC, 0x0A, 2, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0}},
+        {"serial table",
+         fake.data,
+         {1, 0, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0, 0, 0, 0},
+         {1, 0, 0x44, 0x33, 0x22, 0x11, 0x88, 0x77, 0x66, 0x55, 0, 0, 0, 0}},
+        {"control block", fake.control,
+         Bytes{0x80, 0, 1, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 14} + zeros,
+         Bytes{3, 1, 0, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 14, 0, 0, 0} + zeros},
+    };
+    for (const auto& image : images) {
+        EXPECT_EQ(image.seen, std::endian::native == std::endian::big ? image.big : image.little)
+            << image.what;
+    }
 }
 
 }  // namespace
