@@ -20,18 +20,24 @@ struct Signature {
     std::vector<std::string> required;  // options
 };
 
+// The options without a value.
+bool isFlag(std::string_view name) {
+    return name == "--dry-run";
+}
+
 Signature readSignature(std::string_view text) {
     Signature signature;
     const std::vector<std::string> words = splitWords(text);
     for (size_t at = 0; at < words.size(); ++at) {
         const bool optional = words[at].front() == '[';
-        const std::string name = words[at].substr(optional ? 1 : 0);
+        std::string name = words[at].substr(optional ? 1 : 0);
         if (name.starts_with("--")) {
+            name.resize(std::min(name.find(']'), name.size()));
             signature.options.push_back(name);
             if (!optional) {
                 signature.required.push_back(name);
             }
-            ++at;  // the name of the option's value
+            at += isFlag(name) ? 0 : 1;  // the name of the option's value
             continue;
         }
         signature.positional.push_back(words[at]);
@@ -105,6 +111,10 @@ std::string parseCommandLine(const std::vector<std::string>& given, CommandLine&
             line.words.push_back(word);
         } else {
             const size_t equals = word.find('=');
+            if (isFlag(word)) {
+                line.options.push_back({word, {}});
+                continue;
+            }
             if (equals == std::string::npos && at + 1 == given.size()) {
                 return "option " + word + " lacks its value";
             }

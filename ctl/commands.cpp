@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <span>
 
+#include "ctl/apply.h"
 #include "ctl/board_commands.h"
 #include "ctl/matrix.h"
 #include "ctl/output.h"
@@ -43,6 +44,21 @@ const char* const FAULT_DETAILS =
 const char* const RAW_DETAILS =
     "  Index and value are words (5,1,0) or bytes in hexadecimal, of any length. --capacity offers room\n"
     "  for an answered value; an operation that answers one is offered all there can be.";
+
+const char* const APPLY_DETAILS =
+    "  mode 2\n"
+    "  group 5 ge1/1-4 lag1              members of a group\n"
+    "  vlan-group 7 vlan 10 ge1/1 ge1/2  members of a VLAN group\n"
+    "  pair ge1/1 to ge1/2 lag1          a source and its targets\n"
+    "  pon off 20 30-33                  VLANs whose PON isolation is off\n"
+    "  created group 6 ge1/3             rows that are entered but not active\n"
+    "\n"
+    "  Such lines, in any order, with comments behind #, are the whole configuration: rows that the file\n"
+    "  lacks are removed. Without a line for it the mode stays as it is. FILE - reads standard input.\n"
+    "\n"
+    "  The file is checked before anything is asked of the daemon. The difference is shown; with --dry-run\n"
+    "  that is all. Removals come before additions, save that ports which are isolated before and after\n"
+    "  get their new isolation first where the daemon allows it. What is refused is told, the rest is done.";
 
 std::vector<std::string> objectNames() {
     std::vector<std::string> names;
@@ -236,6 +252,9 @@ const std::vector<Command>& commandTable() {
         {"show", "ports", "", "the daemon's printout of the ports in use", "show ports", runShow},
         {"matrix", "", "[--vlan VLAN]", "who may talk to whom, as the hardware forwards", "matrix --vlan 10",
          runMatrix},
+        {"export", "", "", "write the running configuration as a text for apply", "export", runExport},
+        {"apply", "", "FILE [--dry-run]", "make the running configuration equal to a file",
+         "apply isolation.conf --dry-run", runApply, APPLY_DETAILS},
         {"board", "list", "", "show the board's interfaces", "board list", runBoardList},
         {"board", "unplug", "INTERFACE...", "remove interfaces", "board unplug ge1/3", runBoardEach},
         {"board", "plug", "INTERFACE...", "bring removed interfaces back", "board plug ge1/3", runBoardEach},

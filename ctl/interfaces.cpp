@@ -33,11 +33,10 @@ const BoardInterface* findName(const Session& session, const std::string& name) 
     return nullptr;
 }
 
-Exit unknownName(Session& session, const std::string& name, const std::string& given) {
+std::string unknownName(Session& session, const std::string& name, const std::string& given) {
     if (!session.interfacesFailure.empty()) {
-        complain("cannot ask the board for interface \"" + given + "\" at " + socketPath(BOARD_SOCKET_PATH) +
-                 ": " + session.interfacesFailure + "; interface numbers work without it");
-        return Exit::unreachable;
+        return "cannot ask the board for interface \"" + given + "\" at " + socketPath(BOARD_SOCKET_PATH) +
+               ": " + session.interfacesFailure + "; interface numbers work without it";
     }
     std::string sentence = "no interface \"" + name + "\"";
     if (name != given) {
@@ -48,9 +47,8 @@ Exit unknownName(Session& session, const std::string& name, const std::string& g
         names.push_back(interface.name);
     }
     const std::vector<std::string> near = nearNames(names, name);
-    sentence += near.empty() ? "; `portisolatectl board list` shows all"
-                             : "; did you mean " + joinChoices(near, "or") + "?";
-    return misuse(sentence);
+    return sentence + (near.empty() ? "; `portisolatectl board list` shows all"
+                                    : "; did you mean " + joinChoices(near, "or") + "?");
 }
 
 // What one argument stands for; a name that looks like a range is a name first.
@@ -71,18 +69,36 @@ std::vector<std::string> expandNames(Session& session, const std::string& text) 
 
 }  // namespace
 
+const std::vector<BoardInterface>& boardInterfaces(Session& session) {
+    askInterfaces(session);
+    return session.interfaces;
+}
+
+std::string findInterfaces(Session& session, const std::string& text, std::vector<uint32_t>& numbers) {
+    for (const std::string& name : expandNames(session, text)) {
+        uint32_t number = 0;
+        if (!parseNumber(name, number)) {
+            askInterfaces(session);
+            const BoardInterface* interface = findName(session, name);
+            if (interface == nullptr) {
+                return unknownName(session, name, text);
+            }
+            number = interface->number;
+        }
+        numbers.push_back(number);
+    }
+    return {};
+}
+
 Exit resolveInterfaces(Session& session, std::span<const std::string> texts, std::vector<uint32_t>& numbers) {
     for (const std::string& text : texts) {
-        for (const std::string& name : expandNames(session, text)) {
-            uint32_t number = 0;
-            if (!parseNumber(name, number)) {
-                askInterfaces(session);
-                const BoardInterface* interface = findName(session, name);
-                if (interface == nullptr) {
-                    return unknownName(session, name, text);
-                }
-                number = interface->number;
-            }
+        std::vector<uint32_t> found;
+        const std::string wrong = findInterfaces(session, text, found);
+        if (!wrong.empty()) {
+            complain(wrong);
+            return session.interfacesFailure.empty() ? Exit::usage : Exit::unreachable;
+        }
+        for (const uint32_t number : found) {
             if (std::find(numbers.begin(), numbers.end(), number) == numbers.end()) {
                 numbers.push_back(number);
             }

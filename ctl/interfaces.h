@@ -10,6 +10,12 @@
 
 #include "ctl/session.h"
 
+// The interfaces of the board; none, with session.interfacesFailure set, where it cannot be asked.
+const std::vector<BoardInterface>& boardInterfaces(Session& session);
+// The interfaces that a name, a number or a range stands for. Empty, or what is wrong with `text`; unless
+// session.interfacesFailure is set, the text itself is.
+std::string findInterfaces(Session& session, const std::string& text, std::vector<uint32_t>& numbers);
+
 // Resolves each of `texts`, ranges expanded, doubles dropped.
 Exit resolveInterfaces(Session& session, std::span<const std::string> texts, std::vector<uint32_t>& numbers);
 Exit resolveInterface(Session& session, const std::string& text, uint32_t& number);

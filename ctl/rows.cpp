@@ -98,6 +98,8 @@ std::string scopeText(Session& session, const RowFamily& family, RowScope scope)
     return text;
 }
 
+}  // namespace
+
 std::string rowText(Session& session, const RowFamily& family, RowScope scope, uint32_t member) {
     const char* between = &family == &PAIR_ROWS ? " to " : ", ";
     return scopeText(session, family, scope) + between + interfaceName(session, member);
@@ -113,6 +115,18 @@ Exit sendRowStatus(Session& session, const RowFamily& family, RowScope scope, ui
     status = reply.status;
     return exit;
 }
+
+Exit refuseRow(Session& session, const RowFamily& family, RowScope scope, uint32_t member, const char* step,
+               int32_t status) {
+    const std::string asked = rowText(session, family, scope, member) + ": " + step;
+    refuse(asked, status);
+    if (status == STATUS_NOT_SUPPORTED && std::string_view(step) == "create") {
+        complain(family.createRule);
+    }
+    return Exit::refused;
+}
+
+namespace {
 
 // STATUS_NOT_FOUND in `status` for a row that is not there.
 Exit readRowStatus(Session& session, const RowFamily& family, RowScope scope, uint32_t member,
@@ -176,16 +190,6 @@ bool withinScope(const RowFamily& family, const IndexWords& index, const RowScop
     const Row row = rowOf(family, index);
     return scope == nullptr ||
            (row.scope.number == scope->number && (scope->vlan == 0 || row.scope.vlan == scope->vlan));
-}
-
-Exit refuseRow(Session& session, const RowFamily& family, RowScope scope, uint32_t member, const char* step,
-               int32_t status) {
-    const std::string asked = rowText(session, family, scope, member) + ": " + step;
-    refuse(asked, status);
-    if (status == STATUS_NOT_SUPPORTED && std::string_view(step) == "create") {
-        complain(family.createRule);
-    }
-    return Exit::refused;
 }
 
 struct Addition {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <compare>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -29,6 +30,7 @@ struct RowFamily {
 struct RowScope {
     uint32_t number = 0;
     uint32_t vlan = 0;  // 0: of no VLAN, or of any where rows are looked for
+    auto operator<=>(const RowScope&) const = default;
 };
 
 struct Row {
@@ -40,6 +42,16 @@ struct Row {
 extern const RowFamily GROUP_ROWS;
 extern const RowFamily PAIR_ROWS;
 extern const RowFamily VLAN_GROUP_ROWS;
+
+// "group 5, ge1/1" or "pair ge1/1 to ge1/2".
+std::string rowText(Session& session, const RowFamily& family, RowScope scope, uint32_t member);
+
+// One row's status written, for callers that deal with a refusal themselves: `status` is the daemon's.
+Exit sendRowStatus(Session& session, const RowFamily& family, RowScope scope, uint32_t member, uint32_t value,
+                   int32_t& status);
+// Tells a refusal of `step`, such as "create".
+Exit refuseRow(Session& session, const RowFamily& family, RowScope scope, uint32_t member, const char* step,
+               int32_t status);
 
 // Creates and activates the rows that are not there yet, in order. When one is refused, those that this call
 // created are destroyed again, and the operator is told which and why.

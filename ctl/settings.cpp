@@ -53,13 +53,24 @@ std::string wordBytes(uint32_t word) {
     return bytes;
 }
 
-Exit setScalar(Session& session, uint32_t id, const char* name, uint32_t value) {
+Exit sendStatus(Session& session, const Request& request, int32_t& status) {
     Reply reply;
-    const Exit exit = ask(session, {OP_SCALAR_SET, id, {}, wordBytes(value), 0}, reply);
-    if (exit != Exit::done || reply.status == 0) {
+    const Exit exit = ask(session, request, reply);
+    status = reply.status;
+    return exit;
+}
+
+Exit sendScalar(Session& session, uint32_t id, uint32_t value, int32_t& status) {
+    return sendStatus(session, {OP_SCALAR_SET, id, {}, wordBytes(value), 0}, status);
+}
+
+Exit setScalar(Session& session, uint32_t id, const char* name, uint32_t value) {
+    int32_t status = 0;
+    const Exit exit = sendScalar(session, id, value, status);
+    if (exit != Exit::done || status == 0) {
         return exit;
     }
-    return refuse(formatText("%s: set to %u", name, value), reply.status);
+    return refuse(formatText("%s: set to %u", name, value), status);
 }
 
 Exit getScalar(Session& session, uint32_t id, const std::string& name, std::string& value) {
@@ -153,7 +164,53 @@ void addPonRow(Listing& listing, uint32_t vlan, uint32_t state) {
     listing.rows.push_back({numberCell(vlan), textCell(ponWord(state), tone)});
 }
 
+Exit getWord(Session& session, uint32_t id, uint32_t& word) {
+    std::string value;
+    const Exit exit = getScalar(session, id, scalarName(id), value);
+    word = exit == Exit::done ? wordAt(value, 0) : 0;
+    return exit;
+}
+
 }  // namespace
+
+Exit readMode(Session& session, uint32_t& mode) {
+    return getWord(session, SCALAR_MODE, mode);
+}
+
+Exit readMaxGroups(Session& session, uint32_t& groups) {
+    return getWord(session, SCALAR_MAX_ISO_GRP_NUM, groups);
+}
+
+Exit readPonOff(Session& session, std::vector<uint32_t>& vlans) {
+    Request request{OP_VLAN_GET_FIRST, 0, wordBytes(0), {}, 0};
+    for (;;) {
+        Reply reply;
+        const Exit exit = ask(session, request, reply);
+        if (exit != Exit::done || reply.status == STATUS_NOT_FOUND) {
+            return exit;
+        }
+        if (reply.status != 0) {
+            return refuse("pon: walk of the VLANs", reply.status);
+        }
+        const bool whole = reply.index.size() == sizeof(uint32_t);
+        if (!whole ||
+            (request.opcode == OP_VLAN_GET_NEXT && wordAt(reply.index, 0) <= wordAt(request.index, 0))) {
+            return brokenProtocol("a walk of the VLANs does not advance");
+        }
+        vlans.push_back(wordAt(reply.index, 0));
+        request.opcode = OP_VLAN_GET_NEXT;
+        request.index = reply.index;
+    }
+}
+
+Exit sendMode(Session& session, uint32_t mode, int32_t& status) {
+    return sendScalar(session, SCALAR_MODE, mode, status);
+}
+
+Exit sendPon(Session& session, uint32_t vlan, bool on, int32_t& status) {
+    const uint32_t state = on ? PON_ISOLATION_ON : PON_ISOLATION_OFF;
+    return sendStatus(session, {OP_VLAN_SET, PON_COLUMN, wordBytes(vlan), wordBytes(state), 0}, status);
+}
 
 Exit runPonSwitch(Session& session, const Invocation& invocation) {
     std::vector<uint32_t> vlans;
@@ -161,16 +218,14 @@ Exit runPonSwitch(Session& session, const Invocation& invocation) {
     if (result != Exit::done) {
         return result;
     }
-    const uint32_t state = invocation.verb == "on" ? PON_ISOLATION_ON : PON_ISOLATION_OFF;
     for (const uint32_t vlan : vlans) {
-        Reply reply;
-        const Exit exit =
-            ask(session, {OP_VLAN_SET, PON_COLUMN, wordBytes(vlan), wordBytes(state), 0}, reply);
+        int32_t status = 0;
+        const Exit exit = sendPon(session, vlan, invocation.verb == "on", status);
         if (exit != Exit::done) {
             return exit;
         }
-        if (reply.status != 0) {
-            result = refuse(formatText("pon, VLAN %u: %s", vlan, ponWord(state)), reply.status);
+        if (status != 0) {
+            result = refuse(formatText("pon, VLAN %u: %s", vlan, invocation.verb.c_str()), status);
         }
     }
     return result;
@@ -202,38 +257,24 @@ Exit runPonGet(Session& session, const Invocation& invocation) {
 }
 
 Exit runPonList(Session& session, const Invocation&) {
+    std::vector<uint32_t> vlans;
+    const Exit exit = readPonOff(session, vlans);
+    if (exit != Exit::done) {
+        return exit;
+    }
     Listing listing = ponListing();
-    Request request{OP_VLAN_GET_FIRST, 0, wordBytes(0), {}, 0};
-    for (;;) {
-        Reply reply;
-        const Exit exit = ask(session, request, reply);
-        if (exit != Exit::done) {
-            return exit;
-        }
-        if (reply.status == STATUS_NOT_FOUND) {
-            break;
-        }
-        if (reply.status != 0) {
-            return refuse("pon: walk of the VLANs", reply.status);
-        }
-        const bool whole = reply.index.size() == sizeof(uint32_t);
-        if (!whole ||
-            (request.opcode == OP_VLAN_GET_NEXT && wordAt(reply.index, 0) <= wordAt(request.index, 0))) {
-            return brokenProtocol("a walk of the VLANs does not advance");
-        }
-        addPonRow(listing, wordAt(reply.index, 0), PON_ISOLATION_OFF);
-        request.opcode = OP_VLAN_GET_NEXT;
-        request.index = reply.index;
+    for (const uint32_t vlan : vlans) {
+        addPonRow(listing, vlan, PON_ISOLATION_OFF);
     }
     printListing(listing, session.json);
     return Exit::done;
 }
 
 Exit runModeGet(Session& session, const Invocation&) {
-    std::string value;
-    const Exit exit = getScalar(session, SCALAR_MODE, "mode", value);
+    uint32_t mode = 0;
+    const Exit exit = readMode(session, mode);
     if (exit == Exit::done) {
-        printValue(session, "mode", numberCell(wordAt(value, 0)));
+        printValue(session, "mode", numberCell(mode));
     }
     return exit;
 }

@@ -9,6 +9,7 @@
 #include "ctl/board_client.h"
 #include "ctl/client.h"
 #include "ctl/commands.h"
+#include "ctl/config_plan.h"
 #include "ctl/matrix.h"
 #include "ctl/output.h"
 #include "ctl/rows.h"
@@ -249,6 +250,134 @@ TEST_F(Rows, WalkEndsWhenTheKeyDoesNotAdvance) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(collectRows(session, GROUP_ROWS, &group, true, found), Exit::unreachable);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("does not advance"), std::string::npos);
+}
+
+// A board of four interfaces and what a text means on it.
+struct Config : testing::Test {
+    Session session;
+    void SetUp() override {
+        session.interfacesAsked = true;
+        for (const uint32_t number : {1u, 2u, 3u, 101u}) {
+            BoardInterface interface;
+            interface.number = number;
+            interface.name = number < 100 ? formatText("ge1/%u", number) : "lag1";
+            session.interfaces.push_back(interface);
+        }
+    }
+    Configuration settle(const std::string& text, std::string* mistakes = nullptr) {
+        ConfigFile file = parseConfig(text);
+        Configuration configuration;
+        settleConfig(session, file, configuration);
+        checkGroupNumbers(file, 16);
+        for (const Mistake& one : file.mistakes) {
+            const std::string told =
+                formatText("%u:%u %s\n", one.place.line, one.place.column, one.text.c_str());
+            mistakes != nullptr ? void(*mistakes += told) : void(ADD_FAILURE() << text << ": " << told);
+        }
+        return configuration;
+    }
+    // The steps in order, a bar behind each part of the plan.
+    std::string plan(const std::string& running, const std::string& wanted) {
+        const Plan made = planChanges(settle(running), settle(wanted));
+        std::string text;
+        for (const std::vector<Step>& part : {made.before, made.early, made.release, made.after}) {
+            for (const Step& step : part) {
+                const char* const signs[] = {"m", "p", "-", "c", "+", "a"};
+                text += signs[static_cast<size_t>(step.action)];
+                text += step.number != 0 ? std::to_string(step.number)
+                                         : formatText("%u/%u", step.row.scope.number, step.row.member);
+                text += ' ';
+            }
+            text += "| ";
+        }
+        return text;
+    }
+};
+
+TEST_F(Config, EveryMistakeIsToldWithItsPlace) {
+    const struct {
+        const char* text;
+        const char* mistakes;
+    } cases[] = {
+        {"", ""},
+        {"# nothing\r\n\t\n  mode 2 # two\r\ngroup 5 ge1/1-3\ngroup 5 lag1 #x", ""},
+        {"mode\n\tmode x y\nmode 1 2",
+         "1:6 mode is missing here\n2:7 \"x\" is no mode: write a number from 0 up\n"
+         "3:8 \"2\" is one word too many\n"},
+        {"gruop 1 ge1/1", "1:1 \"gruop\" begins no line; did you mean group?\n"},
+        {"created\ncreated pon off 1",
+         "1:9 group, vlan-group or pair is missing here\n"
+         "2:9 only groups, VLAN groups and pairs can be created without isolating\n"},
+        {"group 17 ge1/1", "1:7 the daemon's group numbers run from 1 to 16\n"},
+        {"group 5\ngroup 5 ge1/9",
+         "1:9 an interface is missing here\n"
+         "2:9 no interface \"ge1/9\"; did you mean ge1/1, ge1/2 or ge1/3?\n"},
+        {"group 5 ge1/1\ncreated group 5 ge1/1-2", "2:17 ge1/1 is named here before, in line 1\n"},
+        {"group 5 ge1/1\nvlan-group 5 vlan 7 ge1/1\nvlan-group 6 vlan 7 1\nvlan-group 6 vlan 8 1",
+         "2:12 number 5 serves a group without a VLAN in line 1; take another\n"
+         "4:12 number 6 serves VLAN 7 in line 3; take another\n"},
+        {"vlan-group 6 vlan 4096 1\nvlan-group 6 in 7 1",
+         "1:19 \"4096\" is no VLAN: 1 to 4095 are\n2:14 \"in\" in place of \"vlan\"\n"},
+        {"pair lag1 ge1/1\npair 1 to lag1 ge1/1\npair ge1/1-2 to lag1",
+         "1:11 \"ge1/1\" in place of \"to\"\n2:16 ge1/1 is its own target\n"
+         "3:6 one source is wanted here, and the range holds several\n"},
+        {"pair 1 to 2\ngroup 3 1-3", "1:11 ge1/1 and ge1/2 share group 3, so they cannot be a pair\n"},
+        {"pon off 5-7 6 0 x",
+         "1:13 VLAN 6 is named before\n1:15 \"0\" is no VLAN: 1 to 4095 are\n"
+         "1:17 \"x\" is no VLAN: 1 to 4095 are\n"},
+        {"mode 1\nmode 2", "2:6 the mode is set before, in line 1\n"},
+        {"\xc3\xa4 \xff\nmode 1 \xc3\xa4\xc3\xa4 z",
+         "1:1 \"\xc3\xa4\" begins no line; there are created, mode, group, vlan-group, pair and pon\n"
+         "2:8 \"\xc3\xa4\xc3\xa4\" is one word too many\n"},
+    };
+    for (const auto& each : cases) {
+        std::string mistakes;
+        settle(each.text, &mistakes);
+        EXPECT_EQ(mistakes, each.mistakes) << each.text;
+    }
+    EXPECT_EQ(parseConfig(std::string(CONFIG_TEXT_MAX + 1, '\n')).mistakes.size(), 1u);
+}
+
+TEST_F(Config, WrittenLinesMeanTheSameAgain) {
+    session.interfaces[1].name = "2-4";  // looks like a range of numbers
+    session.interfaces[2].name = "#3";   // looks like a comment
+    const std::string text =
+        "mode 2\ngroup 5 ge1/1 2 3 lag1\ncreated group 6 70-72\nvlan-group 7 vlan 10 ge1/1 lag1\n"
+        "pair 2 to 70-72\npon off 1 30-33 4095\n";
+    std::string again;
+    for (const std::string& line : configLines(session, settle(text))) {
+        again += line + "\n";
+    }
+    EXPECT_EQ(again, text);
+}
+
+TEST_F(Config, RemovalsWaitForTheClaimsThatReplaceThem) {
+    const struct {
+        const char* running;
+        const char* wanted;
+        const char* steps;  // before | tried early | release | after
+    } cases[] = {
+        {"group 5 1-3", "group 5 1-3", "| | | | "},
+        {"mode 1\npon off 8", "mode 2\npon off 9", "p8 | m2 | | p9 | "},
+        // Another number for the same ports, and for some of them: only what is isolated again waits.
+        {"group 5 1-2", "group 6 1-2", "| +6/1 +6/2 | -5/1 -5/2 | | "},
+        {"group 5 1-3", "group 6 1-2 101", "-5/3 | +6/1 +6/2 | -5/1 -5/2 | +6/101 | "},
+        {"group 5 1-3\ngroup 6 1-2", "group 6 1-2", "-5/1 -5/2 -5/3 | | | | "},
+        {"group 5 1-2", "group 5 2-3", "-5/1 | | | +5/3 | "},
+        // A claim of another scope would stay under the old one.
+        {"vlan-group 5 vlan 9 1-2", "group 6 1-2", "-5/1 -5/2 | | | +6/1 +6/2 | "},
+        {"vlan-group 5 vlan 9 1-2\ngroup 3 1 101", "vlan-group 6 vlan 9 1-2\ngroup 7 1-2 101",
+         "| +7/101 +6/1 +6/2 | -3/1 -3/101 -5/1 -5/2 | +7/1 +7/2 | "},
+        // Pairs and groups exclude each other, pairs and VLAN groups do so in one order only.
+        {"pair 1 to 2", "group 5 1-2", "-1/2 | | | +5/1 +5/2 | "},
+        {"vlan-group 5 vlan 9 1-2", "pair 1 to 2", "| +1/2 | -5/1 -5/2 | | "},
+        // A created row becomes active in place; the way back is a new entry, behind all activations.
+        {"created group 5 1-2", "group 5 1-2", "| | | a5/1 a5/2 | "},
+        {"group 5 1-3", "created group 5 1\ngroup 5 2-3 101", "-5/1 | | | +5/101 c5/1 | "},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(plan(each.running, each.wanted), each.steps) << each.running << " -> " << each.wanted;
+    }
 }
 
 }  // namespace
