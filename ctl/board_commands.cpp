@@ -211,7 +211,8 @@ Exit runBoardHardware(Session& session, const Invocation&) {
     return exit;
 }
 
-Exit runBoardJournal(Session& session, const Invocation& invocation) {
+Exit streamBoard(Session& session, const Invocation& invocation, const std::string& verb,
+                 const std::function<bool(std::string_view)>& print) {
     uint32_t count = UINT32_MAX;
     const std::string* given = optionValue(invocation.options, "--count");
     if (given != nullptr) {
@@ -221,17 +222,26 @@ Exit runBoardJournal(Session& session, const Invocation& invocation) {
         }
     }
     uint32_t seen = 0;
-    const auto print = [&](std::string_view line) {
-        printLine(safeText(line));
+    const auto pass = [&](std::string_view line) {
+        if (!print(line)) {
+            return true;
+        }
         std::fflush(stdout);
         return given == nullptr || ++seen < count;
     };
     std::string why;
-    const LineResult result = boardRequest("journal", session.timeoutMs, true, print, why);
+    const LineResult result = boardRequest(verb, session.timeoutMs, true, pass, why);
     if (result == LineResult::done && (given == nullptr || seen < count)) {
-        return lineExit(LineResult::failed, "board journal", BOARD_SOCKET_PATH, "the journal ended");
+        return lineExit(LineResult::failed, verb, BOARD_SOCKET_PATH, "the stream ended");
     }
-    return lineExit(result, "board journal", BOARD_SOCKET_PATH, why);
+    return lineExit(result, verb, BOARD_SOCKET_PATH, why);
+}
+
+Exit runBoardJournal(Session& session, const Invocation& invocation) {
+    return streamBoard(session, invocation, "journal", [](std::string_view line) {
+        printLine(safeText(line));
+        return true;
+    });
 }
 
 Exit runBoardPass(Session& session, const Invocation& invocation) {

@@ -7,6 +7,7 @@
 #include "ctl/apply.h"
 #include "ctl/board_commands.h"
 #include "ctl/matrix.h"
+#include "ctl/monitor.h"
 #include "ctl/output.h"
 #include "ctl/raw.h"
 #include "ctl/rows.h"
@@ -59,6 +60,11 @@ const char* const APPLY_DETAILS =
     "  The file is checked before anything is asked of the daemon. The difference is shown; with --dry-run\n"
     "  that is all. Removals come before additions, save that ports which are isolated before and after\n"
     "  get their new isolation first where the daemon allows it. What is refused is told, the rest is done.";
+
+const char* const MONITOR_DETAILS =
+    "  KIND is request, event, hardware (commands to it), query (what it was asked) or log; without one,\n"
+    "  all but queries are shown. A line that gives a number of dropped ones marks where this reader was\n"
+    "  too slow; the daemon never waits for it.";
 
 std::vector<std::string> objectNames() {
     std::vector<std::string> names;
@@ -255,6 +261,8 @@ const std::vector<Command>& commandTable() {
         {"export", "", "", "write the running configuration as a text for apply", "export", runExport},
         {"apply", "", "FILE [--dry-run]", "make the running configuration equal to a file",
          "apply isolation.conf --dry-run", runApply, APPLY_DETAILS},
+        {"monitor", "", "[KIND...] [--count LINES]", "show what happens in the daemon as it happens",
+         "monitor request hardware", runMonitor, MONITOR_DETAILS},
         {"board", "list", "", "show the board's interfaces", "board list", runBoardList},
         {"board", "unplug", "INTERFACE...", "remove interfaces", "board unplug ge1/3", runBoardEach},
         {"board", "plug", "INTERFACE...", "bring removed interfaces back", "board plug ge1/3", runBoardEach},

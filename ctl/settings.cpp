@@ -112,6 +112,8 @@ Cell scalarCell(uint32_t id, const std::string& value) {
     }
 }
 
+}  // namespace
+
 std::string scalarName(uint32_t id) {
     for (const ScalarName& scalar : SCALARS) {
         if (scalar.id == id) {
@@ -120,6 +122,8 @@ std::string scalarName(uint32_t id) {
     }
     return std::to_string(id);
 }
+
+namespace {
 
 Exit readScalarId(const std::string& text, uint32_t& id) {
     if (parseNumber(text, id)) {

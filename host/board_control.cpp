@@ -304,8 +304,9 @@ std::string roleVerb(Board& board, const Words& words, std::string& result) {
 
 std::string helpVerb(Board& board, const Words& words, std::string& result);
 
-// The journal is a stream and is served apart.
+// The journal and the monitor are streams and are served apart.
 constexpr char JOURNAL_VERB[] = "journal";
+constexpr char MONITOR_VERB[] = "monitor";
 
 constexpr Verb VERBS[] = {
     {"list", "", "all interfaces and their state", listVerb},
@@ -335,11 +336,12 @@ constexpr Verb VERBS[] = {
 std::string helpVerb(Board&, const Words&, std::string& result) {
     for (const Verb& verb : VERBS) appendFormat(result, "%s %s - %s\n", verb.name, verb.arguments, verb.help);
     appendFormat(result, "%s - calls of the hardware layer as they happen\n", JOURNAL_VERB);
+    appendFormat(result, "%s - requests, events, hardware calls and texts as they happen\n", MONITOR_VERB);
     return {};
 }
 
-void streamJournal(int client) {
-    const auto stream = openJournalStream();
+void streamJournal(int client, bool everything) {
+    const auto stream = openJournalStream(everything);
     if (stream == nullptr) {
         answerClient(client, "error: no descriptor left\n");
         return;
@@ -368,8 +370,8 @@ void boardRequest(int client, const std::string& line) {
     const Words words = splitWords(line);
     if (words.empty())
         answerClient(client, "error: expected a verb; help lists them\n");
-    else if (words.size() == 1 && words[0] == JOURNAL_VERB)
-        streamJournal(client);
+    else if (words.size() == 1 && (words[0] == JOURNAL_VERB || words[0] == MONITOR_VERB))
+        streamJournal(client, words[0] == MONITOR_VERB);
     else
         answerClient(client, answerVerb(words));
 }

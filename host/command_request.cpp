@@ -4,6 +4,7 @@
 
 #include "api/records.h"
 #include "host/command_server.h"
+#include "host/journal.h"
 #include "platform/hardware.h"
 #include "platform/wire.h"
 
@@ -136,13 +137,8 @@ const IcmHandler* findHandler(const OperationTable& table, uint32_t opcode) {
     }
     return nullptr;
 }
-}  // namespace
 
-bool isFrameLength(uint32_t length) {
-    return length >= COMMAND_WORDS_MIN && length <= COMMAND_FRAME_MAX;
-}
-
-void answerRequest(const OperationTable& table, const uint8_t* bytes, size_t length, std::string& replies) {
+void carryOut(const OperationTable& table, const uint8_t* bytes, size_t length, std::string& replies) {
     Request request = {};
     const bool whole = takeApart(bytes, length, request);
     const IcmHandler* handler = findHandler(table, request.opcode);
@@ -167,4 +163,17 @@ void answerRequest(const OperationTable& table, const uint8_t* bytes, size_t len
         case OpKind::next:
             return answerNext(*handler, shape, request, cells, replies);
     }
+}
+}  // namespace
+
+bool isFrameLength(uint32_t length) {
+    return length >= COMMAND_WORDS_MIN && length <= COMMAND_FRAME_MAX;
+}
+
+void answerRequest(const OperationTable& table, const uint8_t* bytes, size_t length, std::string& replies) {
+    const size_t before = replies.size();
+    carryOut(table, bytes, length, replies);
+    int32_t status = 0;
+    memcpy(&status, replies.data() + before + WORD, sizeof status);
+    monitorRequest(bytes, length, status);
 }

@@ -4,9 +4,11 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cinttypes>
+#include <ctime>
 #include <vector>
 
 #include "host/text.h"
@@ -16,6 +18,7 @@ constexpr size_t STREAM_BYTES_MAX = 256 * 1024;
 
 std::atomic<uint64_t> gSequence = 0;
 std::atomic<bool> gListened = false;
+std::atomic<bool> gMonitored = false;
 std::mutex gLock;  // guards the listeners, and keeps the lines in the order of their numbers
 int gFile = -1;
 std::vector<std::shared_ptr<JournalStream>> gStreams;
@@ -39,6 +42,26 @@ std::string callLine(uint64_t sequence, const HardwareCall& call, int32_t status
     return line;
 }
 
+std::string monitorStart(const char* kind) {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    std::string line;
+    appendFormat(line, "%s time=%lld.%06ld", kind, static_cast<long long>(now.tv_sec), now.tv_nsec / 1000);
+    return line;
+}
+
+std::string monitoredCall(uint64_t sequence, const HardwareCall& call, int32_t status) {
+    std::string line = monitorStart("hardware");
+    appendFormat(line, " seq=%" PRIu64 " call=%s status=%" PRId32, sequence, call.name, status);
+    for (const CallWord& word : call.words) {
+        if (word.name != nullptr) appendFormat(line, " %s=%" PRIu32, word.name, word.value);
+    }
+    if (call.record != nullptr) appendFormat(line, " attrId=%" PRIu32, call.record->attrId);
+    if (call.index != nullptr) line += " index=" + hexText(call.index, call.indexLength);
+    if (call.data != nullptr) line += " data=" + hexText(call.data, call.dataLength);
+    return line + "\n";
+}
+
 void queueLine(JournalStream& stream, const std::string& line) {
     std::lock_guard guard(stream.lock);
     // After a gap nothing more is queued until the reader has been told of it.
@@ -53,6 +76,15 @@ void queueLine(JournalStream& stream, const std::string& line) {
 
 void updateListened() {
     gListened = gFile >= 0 || !gStreams.empty();
+    gMonitored =
+        std::any_of(gStreams.begin(), gStreams.end(), [](const auto& stream) { return stream->everything; });
+}
+
+void queueForMonitors(const std::string& line) {
+    std::lock_guard guard(gLock);
+    for (const auto& stream : gStreams) {
+        if (stream->everything) queueLine(*stream, line);
+    }
 }
 }  // namespace
 
@@ -62,10 +94,34 @@ void journalCall(const HardwareCall& call, int32_t status) {
         return;
     }
     std::lock_guard guard(gLock);
-    const std::string line = callLine(++gSequence, call, status);
+    const uint64_t sequence = ++gSequence;
+    const std::string line = callLine(sequence, call, status);
     // The file never blocks: it was opened so. A full disk shows as a gap in the numbers.
     if (gFile >= 0 && write(gFile, line.data(), line.size()) < 0) errno = 0;
-    for (const auto& stream : gStreams) queueLine(*stream, line);
+    const std::string monitored = gMonitored ? monitoredCall(sequence, call, status) : "";
+    for (const auto& stream : gStreams) queueLine(*stream, stream->everything ? monitored : line);
+}
+
+void monitorRequest(const void* frame, size_t length, int32_t status) {
+    if (!gMonitored) return;
+    std::string line = monitorStart("request");
+    appendFormat(line, " status=%" PRId32 " frame=", status);
+    queueForMonitors(line + hexText(frame, length) + "\n");
+}
+
+void monitorEvent(uint32_t group, const void* messages, size_t length) {
+    if (!gMonitored) return;
+    std::string line = monitorStart("event");
+    appendFormat(line, " group=%" PRIu32 " messages=", group);
+    queueForMonitors(line + hexText(messages, length) + "\n");
+}
+
+void monitorText(unsigned priority, std::string_view head, std::string_view text) {
+    if (!gMonitored) return;
+    std::string line = monitorStart("log");
+    appendFormat(line, " priority=%u channel=", priority);
+    line += head;
+    queueForMonitors(line + "text=" + printable(text) + "\n");
 }
 
 int openJournalFile(const std::string& path) {
@@ -78,10 +134,11 @@ int openJournalFile(const std::string& path) {
     return 0;
 }
 
-std::shared_ptr<JournalStream> openJournalStream() {
+std::shared_ptr<JournalStream> openJournalStream(bool everything) {
     const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wake < 0) return nullptr;
     auto stream = std::make_shared<JournalStream>();
+    stream->everything = everything;
     stream->wake = wake;
     std::lock_guard guard(gLock);
     gStreams.push_back(stream);
@@ -104,7 +161,9 @@ std::string takeJournalLines(JournalStream& stream) {
     text.reserve(stream.bytes);
     for (const std::string& line : stream.lines) text += line;
     // Lines are dropped only while others wait, so the note belongs behind them.
-    if (stream.dropped > 0) appendFormat(text, "{\"dropped\":%" PRIu64 "}\n", stream.dropped);
+    if (stream.dropped > 0)
+        appendFormat(text, stream.everything ? "dropped count=%" PRIu64 "\n" : "{\"dropped\":%" PRIu64 "}\n",
+                     stream.dropped);
     stream.lines.clear();
     stream.bytes = 0;
     stream.dropped = 0;

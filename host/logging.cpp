@@ -11,6 +11,7 @@
 #include <mutex>
 #include <string>
 
+#include "host/journal.h"
 #include "host/text.h"
 #include "platform/services.h"
 
@@ -66,6 +67,7 @@ void channelOutput(const char* channel, bool hasCategory, uint32_t source, uint3
 
 void writeLogLine(unsigned priority, std::string_view head, std::string_view text) {
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
+    monitorText(priority, head, text);
     std::string line = lineStart(priority);
     line += head;
     line += printable(text);

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <string>
 
+#include "host/journal.h"
 #include "host/local_socket.h"
 #include "platform/route_messages.h"
 #include "platform/services.h"
@@ -180,7 +181,10 @@ int32_t dax_recvfrom(int32_t fd, void* buffer, uint32_t size, int32_t, void* sou
         message.msg_iovlen = 2;
         const ssize_t length = recvmsg(fd, &message, 0);
         if (length < 0) return failed(errno);
-        if (isWanted(group, length)) return static_cast<int32_t>(length - static_cast<ssize_t>(GROUP_BYTES));
+        if (!isWanted(group, length)) continue;
+        const auto bytes = static_cast<uint32_t>(length) - GROUP_BYTES;
+        monitorEvent(group, buffer, bytes);
+        return static_cast<int32_t>(bytes);
     }
 }
 

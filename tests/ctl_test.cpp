@@ -2,6 +2,7 @@
 // daemon's place is taken by a small table of rows.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 
 #include "api/records.h"
@@ -11,11 +12,14 @@
 #include "ctl/commands.h"
 #include "ctl/config_plan.h"
 #include "ctl/matrix.h"
+#include "ctl/monitor.h"
 #include "ctl/output.h"
 #include "ctl/rows.h"
 #include "ctl/settings.h"
 #include "ctl/statuses.h"
 #include "frame/status.h"
+#include "platform/hardware.h"
+#include "platform/route_messages.h"
 
 namespace {
 
@@ -377,6 +381,67 @@ TEST_F(Config, RemovalsWaitForTheClaimsThatReplaceThem) {
     };
     for (const auto& each : cases) {
         EXPECT_EQ(plan(each.running, each.wanted), each.steps) << each.running << " -> " << each.wanted;
+    }
+}
+
+// A record as the monitor carries it: words of the host in hexadecimal.
+std::string hexWords(const std::vector<uint32_t>& words) {
+    std::string bytes, text;
+    for (const uint32_t word : words) {
+        appendWord(bytes, word);
+    }
+    for (const char byte : bytes) {
+        text += formatText("%02x", static_cast<unsigned char>(byte));
+    }
+    return text;
+}
+
+TEST_F(Config, HappeningsBecomeSentences) {
+    IsolateCmdData data{};
+    data.dstIfUnit = 101;
+    data.vid = 10;
+    data.grpNo = 5;
+    std::vector<uint32_t> command(sizeof(data) / sizeof(uint32_t));
+    std::memcpy(command.data(), &data, sizeof(data));
+    RtMsgHdr header{};
+    header.length = sizeof(header);
+    header.type = DAX_RTM_RESET;
+    std::vector<uint32_t> message(sizeof(header) / sizeof(uint32_t));
+    std::memcpy(message.data(), &header, sizeof(header));
+    const std::string isolate =
+        formatText("hardware call=daxIfSyncApi ifUnit=1 opcode=44 attrId=%u data=", DAX_ISO_BI_VLAN_ADD);
+    const struct {
+        std::string line;
+        const char* kind;
+        const char* sentence;
+    } cases[] = {
+        {"request status=0 frame=" + hexWords({OP_GROUP_SET, 1, 12, 1, 5, 0, 4, ROW_CREATE}), "request",
+         "group 5, ge1/1: create"},
+        {"request frame=" + hexWords({OP_PAIR_SYNC, 0, 12, 1, 101, 0, 4, ROW_DESTROY}), "request",
+         "from the peer: pair ge1/1 to lag1: destroy"},
+        {"request frame=" + hexWords({OP_VLAN_GROUP_GET_NEXT, 0, 16, 1, 7, 10, 0, 0}), "request",
+         "vlan-group 7 in VLAN 10, ge1/1: get next"},
+        {"request frame=" + hexWords({OP_SCALAR_SET, SCALAR_MODE, 0, 4, 1}), "request",
+         "scalar mode: set to 1"},
+        {"request frame=" + hexWords({OP_GROUP_SET, 1, 0xFFFFFFFF, 0}), "request", "unreadable, opcode 4"},
+        {"request frame=0a", "request", "unreadable"},
+        {isolate + hexWords(command), "hardware", "isolate ge1/1 and lag1, group 5 in VLAN 10"},
+        {isolate + "00", "hardware", "isolate ge1/1 and 0, group 0"},
+        {"hardware seq=3 call=daxHwilIfGet status=0 ifUnit=1", "query", "daxHwilIfGet ifUnit=1"},
+        {"event group=42 messages=" + hexWords(message) + "0102", "event",
+         "reset of the configuration; 2 bytes that are no message"},
+        {"log priority=4 channel=host text=a b=c  d", "log", "host: a b=c  d"},
+        {"dropped count=7", "dropped", ""},
+    };
+    for (const auto& each : cases) {
+        Happening happening;
+        ASSERT_TRUE(readHappening(session, each.line, happening)) << each.line;
+        EXPECT_EQ(happening.kind, each.kind);
+        EXPECT_EQ(happening.sentence, each.sentence);
+    }
+    for (const char* bad : {"", "frob a=1", "log nothing", "event time=x", "hardware status=-"}) {
+        Happening happening;
+        EXPECT_FALSE(readHappening(session, bad, happening)) << bad;
     }
 }
 
