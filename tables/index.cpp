@@ -1,5 +1,7 @@
 #include "tables/index.h"
 
+#include <algorithm>
+
 namespace {
 
 bool isBelow(const TableKey& a, const TableKey& b) {
@@ -8,15 +10,12 @@ bool isBelow(const TableKey& a, const TableKey& b) {
     return highA != highB ? highA < highB : a[2] < b[2];
 }
 
-// Neighbouring keys must have ranks that have nothing to do with one another.
-uint32_t rankOf(const TableKey& key) {
-    uint32_t hash = 0;
-    for (const uint32_t word : key) {
-        hash = (hash ^ word) * 0x85EBCA6Bu;
-        hash = (hash ^ hash >> 13) * 0xC2B2AE35u;
-        hash ^= hash >> 16;
-    }
-    return hash;
+uint32_t heightOf(const IndexNode* node) {
+    return node == nullptr ? 0 : node->height;
+}
+
+void measure(IndexNode* node) {
+    node->height = 1 + std::max(heightOf(node->lower), heightOf(node->upper));
 }
 
 // Puts `child` (or nothing) where `node` hangs.
@@ -36,13 +35,49 @@ void rotateUp(IndexNode* node) {
     if (given != nullptr) given->parent = parent;
     given = parent;
     parent->parent = node;
+    measure(parent);
+    measure(node);
+}
+
+// Makes the halves below a node differ by one level at most; the node that is on top then.
+IndexNode* level(IndexNode* node) {
+    const uint32_t lower = heightOf(node->lower);
+    const uint32_t upper = heightOf(node->upper);
+    if (lower <= upper + 1 && upper <= lower + 1) {
+        measure(node);
+        return node;
+    }
+    IndexNode* tall = lower > upper ? node->lower : node->upper;
+    IndexNode* inner = lower > upper ? tall->upper : tall->lower;
+    IndexNode* outer = lower > upper ? tall->lower : tall->upper;
+    if (heightOf(inner) <= heightOf(outer)) {
+        rotateUp(tall);
+        return tall;
+    }
+    rotateUp(inner);
+    rotateUp(inner);
+    return inner;
+}
+
+// Levels a node below which a node came or went, and the ones above as far as their height changes.
+void levelFrom(IndexNode* node) {
+    while (node->parent != nullptr) {
+        const uint32_t before = node->height;
+        const IndexNode* top = level(node);
+        if (top->height == before) return;
+        node = top->parent;
+    }
+}
+
+IndexNode* lowest(IndexNode* node) {
+    while (node->lower != nullptr) node = node->lower;
+    return node;
 }
 
 }  // namespace
 
 void indexInit(IndexNode* head) {
     *head = {};
-    head->rank = UINT32_MAX;  // nothing ranks above it
 }
 
 void indexInsert(IndexNode* head, IndexNode* node, const TableKey& key) {
@@ -53,15 +88,27 @@ void indexInsert(IndexNode* head, IndexNode* node, const TableKey& key) {
         place = isBelow(key, parent->key) ? &parent->lower : &parent->upper;
     }
     *place = node;
-    *node = {parent, nullptr, nullptr, key, rankOf(key)};
-    while (node->parent->rank < node->rank) rotateUp(node);
+    *node = {parent, nullptr, nullptr, key, 1};
+    levelFrom(parent);
 }
 
 void indexRemove(IndexNode* node) {
-    while (node->lower != nullptr && node->upper != nullptr) {
-        rotateUp(node->lower->rank < node->upper->rank ? node->upper : node->lower);
+    IndexNode* changed = node->parent;
+    if (node->lower == nullptr || node->upper == nullptr) {
+        replaceAtParent(node, node->lower != nullptr ? node->lower : node->upper);
+    } else {
+        // The one that follows takes its place.
+        IndexNode* next = lowest(node->upper);
+        changed = next->parent == node ? next : next->parent;
+        replaceAtParent(next, next->upper);
+        next->lower = node->lower;
+        next->upper = node->upper;
+        next->height = node->height;
+        next->lower->parent = next;
+        if (next->upper != nullptr) next->upper->parent = next;
+        replaceAtParent(node, next);
     }
-    replaceAtParent(node, node->lower != nullptr ? node->lower : node->upper);
+    levelFrom(changed);
 }
 
 IndexNode* indexFrom(const IndexNode* head, const TableKey& key) {
@@ -75,11 +122,7 @@ IndexNode* indexFrom(const IndexNode* head, const TableKey& key) {
 }
 
 IndexNode* indexNext(const IndexNode* node) {
-    if (node->upper != nullptr) {
-        IndexNode* next = node->upper;
-        while (next->lower != nullptr) next = next->lower;
-        return next;
-    }
+    if (node->upper != nullptr) return lowest(node->upper);
     IndexNode* parent = node->parent;
     while (parent->upper == node) {
         node = parent;

@@ -4,11 +4,10 @@
 // row, for the place of a new one, or whether anything names an interface. The lists stay what everybody
 // walks; this stands beside them and answers those questions in the logarithm of the rows.
 //
-// An index is a binary tree by key, kept flat by a second order: no node ranks above its parent, and ranks
-// are a hash of the keys, so that whatever order rows come and go in, the tree is that of rows inserted at
-// random. Its nodes lie in the rows themselves and so take no memory of their own. A head stands above the
-// topmost node, as the head of a list does, so that a node leaves without being told which index it is in.
-// Rows of the same key keep the order of their coming.
+// An index is a binary tree by key in which the two halves below a node differ by one level at most, whatever
+// order the rows come and go in. Its nodes lie in the rows themselves and so take no memory of their own. A
+// head stands above the topmost node, as the head of a list does, so that a node leaves without being told
+// which index it is in. Rows of the same key keep the order of their coming.
 //
 // The caller holds the semaphore.
 #pragma once
@@ -24,7 +23,7 @@ struct IndexNode {
     IndexNode* lower;   // the head's: the topmost node
     IndexNode* upper;
     TableKey key;
-    uint32_t rank;
+    uint32_t height;  // levels from here down
 };
 
 void indexInit(IndexNode* head);

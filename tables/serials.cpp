@@ -19,13 +19,13 @@ constexpr uint32_t RECORD_PORTS_MAX = (RECORD_SIZE - RECORD_WORDS) / sizeof(uint
 constexpr uint32_t SYNC_COMMAND = 0xC00D;  // reaches the peer as a set of the serial-table scalar
 constexpr uint32_t SYNC_FLAGS = 0x80000103;
 
-constexpr uint32_t SCAN_STEP = 16;  // slots
+constexpr uint32_t SCAN_STEP = 32;  // slots
 
-// Whether one of SCAN_STEP slots has this owner. Looks at all of them: without a way out of the loop the
+// Whether one of SCAN_STEP slots has this owner. Counts over all of them: without a way out of the loop the
 // compiler compares several at once.
 bool stepHolds(const PortIsolateSerialTable* slots, uint32_t owner) {
     uint32_t hits = 0;
-    for (uint32_t i = 0; i < SCAN_STEP; ++i) hits |= slots[i] == owner ? 1u : 0u;
+    for (uint32_t i = 0; i < SCAN_STEP; ++i) hits += slots[i] == owner ? 1u : 0u;
     return hits != 0;
 }
 

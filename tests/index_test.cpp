@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <random>
 
@@ -56,8 +57,22 @@ void change(Reference<Entry>& table) {
     table.units.insert({unitKey(*entry), entry});
 }
 
+// The levels of a tree, whose halves must differ by one at most everywhere.
+int levels(const IndexNode* node) {
+    if (node == nullptr) return 0;
+    for (const IndexNode* child : {node->lower, node->upper}) {
+        EXPECT_TRUE(child == nullptr || child->parent == node);
+    }
+    const int lower = levels(node->lower);
+    const int upper = levels(node->upper);
+    EXPECT_LE(std::abs(lower - upper), 1);
+    return 1 + std::max(lower, upper);
+}
+
 template <typename Entry>
 void check(const Reference<Entry>& table) {
+    levels(tableIndex(table.head).byKey.lower);
+    levels(tableIndex(table.head).byUnit.lower);
     Entry* listed = listFirst<Entry>(table.head);
     for (const auto& [key, entry] : table.rows) {
         ASSERT_EQ(listed, entry);
@@ -132,24 +147,6 @@ TEST(Index, AnswersWhatAScanAnswers) {
                            anyRow<Pair>(inner, isNamed, unit);
         ASSERT_EQ(portIsolateIfIsFree(unit) != 0, named);
     }
-}
-
-// Rows that come in order would make a list of a tree that nothing balances.
-TEST(Index, StaysFlatWhenRowsComeInOrder) {
-    ASSERT_EQ(startDaemon(), 0);
-    for (uint32_t dst = 1; dst <= 64; ++dst) {
-        for (uint32_t src = 1; src < dst; ++src) ASSERT_NE(portIsolateIfInnerEntryAdd(src, dst), nullptr);
-    }
-    uint32_t deepest = 0;
-    ListNode* head = &gPortIsoInfo.ifInnerList;
-    for (auto* row = listFirst<PortIsolateIfInnerEntry>(head); row != nullptr; row = listNext(head, row)) {
-        for (const IndexNode* node : {&row->byKey, &row->byUnit}) {
-            uint32_t depth = 0;
-            for (; node->parent != nullptr; node = node->parent) ++depth;
-            deepest = std::max(deepest, depth);
-        }
-    }
-    EXPECT_LT(deepest, 40u) << "of 2016 rows";
 }
 
 TEST(Index, TheLowestSlotOfAPortWins) {
