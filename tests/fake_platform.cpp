@@ -202,8 +202,9 @@ int32_t daxHwilCmdSyncApi(uintptr_t key, uint32_t command, void* data, HwCmdCont
 }
 
 int32_t daxCardUpPcsSet(void* card, uint32_t protocol) {
-    record(words("card-done %u protocol %u", static_cast<uint32_t*>(card)[3], protocol), 0);
-    return 0;
+    const int32_t status = faultOf("daxCardUpPcsSet");
+    record(words("card-done %u protocol %u", static_cast<uint32_t*>(card)[3], protocol), status);
+    return status;
 }
 
 void silCatchSegFault(void) {}
@@ -337,10 +338,12 @@ int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*
     EXPECT_EQ(limit, 8);
     EXPECT_FALSE(fake.semTaken);
     if (fake.datagrams.empty()) std::longjmp(taskEnd, 1);
+    if (faultOf("dax_select") != 0) return -1;
     return daxFdIsSet(*readSet, 7) ? 1 : 0;
 }
 
 int32_t dax_recvfrom(int32_t, void* buffer, uint32_t size, int32_t, void*, uint32_t*) {
+    if (faultOf("dax_recvfrom") != 0) return -1;
     const Bytes datagram = fake.datagrams.front();
     fake.datagrams.erase(fake.datagrams.begin());
     const size_t bytes = std::min<size_t>(size, datagram.size());

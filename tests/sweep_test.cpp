@@ -1,0 +1,288 @@
+// Every call of the platform that can fail fails once, and from then on, at every one of its occurrences in a
+// session that passes through every handler and event. The sweep finds the occurrences by itself: it moves
+// the fault on until it no longer fires.
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "api/group_api.h"
+#include "api/operations.h"
+#include "api/pair_api.h"
+#include "api/scalar_api.h"
+#include "api/vlan_group_api.h"
+#include "frame/report.h"
+#include "frame/status.h"
+#include "platform/hardware.h"
+#include "platform/route_messages.h"
+#include "tests/fake_platform.h"
+#include "tests/invariants.h"
+
+namespace {
+
+constexpr int32_t REFUSED = 24301;    // the status of a failing call; its digits are found in texts
+constexpr int32_t POOL_REFUSED = -2;  // in a rule: as the mode of the two trunk switches has it
+
+int32_t event(const Bytes& datagram) {
+    fake.datagrams = {datagram};
+    runTask();
+    return 0;
+}
+
+int32_t scalarSet(uint32_t id, uint32_t value) {
+    return portIsolateScalarSetApi(nullptr, id, &value);
+}
+
+// Reads everything there is to read; nothing of it depends on a call that can fail.
+int32_t readAll() {
+    PortIsolateIfGrpIndex group = {100, 5, 0};
+    PortIsolateIfPairIndex pair = {3, 200, 0};
+    PortIsolateIfVlanGrpIndex vlanGroup = {6, 7, 10, 0};
+    uint8_t bytes[64];
+    DataDesc buffer = {bytes, sizeof(bytes)};
+    uint32_t value = 0;
+    int32_t status = 0;
+    for (uint32_t opcode = 1; opcode < OP_COUNT; ++opcode) {
+        const OpShape& shape = PORT_ISOLATE_OP_SHAPES[opcode];
+        const IcmHandler& handler = gPortisolateFuncMap[opcode].handler;
+        void* index = shape.indexLength == 16 ? static_cast<void*>(&vlanGroup) : &group;
+        if (opcode == OP_PAIR_GET || opcode == OP_PAIR_GET_FIRST || opcode == OP_PAIR_GET_NEXT) index = &pair;
+        const uint32_t column = opcode == OP_PAIR_GET ? PAIR_COLUMN_ROW_STATUS : GROUP_COLUMN_ROW_STATUS;
+        uint8_t result[16];
+        if (shape.kind == OpKind::get && shape.indexIsNumber) status |= handler.accessNumber(20, 1, &value);
+        if (shape.kind == OpKind::get && shape.indexLength > 4)
+            status |= handler.access(index, column, &value);
+        if (shape.kind == OpKind::first) status |= handler.first(shape.indexIsNumber ? result : index);
+        if (shape.kind == OpKind::next && !shape.indexIsNumber) status |= handler.next(index, result);
+    }
+    for (uint32_t id = SCALAR_MODE; id <= SCALAR_CAPABILITY; ++id) {
+        buffer.length = sizeof(bytes);
+        void* cell = portIsolateScalarIsBuffer(id) ? static_cast<void*>(&buffer) : &value;
+        if (id != SCALAR_SERIAL_TABLE) status |= portIsolateScalarGetApi(nullptr, id, cell);
+    }
+    return status;
+}
+
+struct Step {
+    const char* kind;
+    int32_t (*run)();
+};
+
+const Step SESSION[] = {
+    {"start", [] { return startDaemon(fake.options); }},
+    {"debug", [] { return fake.serialSender = 1, scalarSet(SCALAR_DEBUG_MASK, 0xF); }},
+    {"group create", [] { return groupSet(ROW_CREATE, 1, 5); }},
+    {"lone activate", [] { return groupSet(ROW_ACTIVATE, 1, 5); }},
+    {"group create", [] { return groupSet(ROW_CREATE, 100, 5); }},
+    {"activate", [] { return groupSet(ROW_ACTIVATE, 100, 5); }},
+    {"group create", [] { return groupSet(ROW_CREATE, 2, 5); }},
+    {"activate", [] { return groupSet(ROW_ACTIVATE, 2, 5); }},
+    {"group create", [] { return groupSet(ROW_CREATE, 2, 6); }},
+    {"lone activate", [] { return groupSet(ROW_ACTIVATE, 2, 6); }},
+    {"group create", [] { return groupSet(ROW_CREATE, 200, 6); }},
+    {"activate", [] { return groupSet(ROW_ACTIVATE, 200, 6); }},
+    {"vlan group create", [] { return vlanGroupSet(ROW_CREATE, 6, 7, 10); }},
+    {"lone activate", [] { return vlanGroupSet(ROW_ACTIVATE, 6, 7, 10); }},
+    {"vlan group create", [] { return vlanGroupSet(ROW_CREATE, 7, 7, 10); }},
+    {"activate", [] { return vlanGroupSet(ROW_ACTIVATE, 7, 7, 10); }},
+    {"vlan group create", [] { return vlanGroupSet(ROW_CREATE, 7, 8, 20); }},
+    {"pair create", [] { return pairSet(ROW_CREATE, 3, 4); }},
+    {"pair activate", [] { return pairSet(ROW_ACTIVATE, 3, 4); }},
+    {"pair create", [] { return pairSet(ROW_CREATE, 3, 200); }},
+    {"pair activate", [] { return pairSet(ROW_ACTIVATE, 3, 200); }},
+    {"pon", [] { return ponSet(10, PON_ISOLATION_OFF); }},
+    {"pon", [] { return ponSet(20, PON_ISOLATION_OFF); }},
+    {"pon", [] { return ponSet(10, PON_ISOLATION_ON); }},
+    {"pon", [] { return ponSet(100, PON_ISOLATION_OFF); }},
+    {"read", readAll},
+    {"register", [] { return event(linkMessage(DAX_RTM_NEWLINK, 200, RT_CHANGE_REGISTER)); }},
+    {"member", [] { return event(linkMessage(DAX_RTM_NEWLINK, 200, 0, attribute(DAX_RTA_MEMBER_ADD, 9))); }},
+    {"member", [] { return event(linkMessage(DAX_RTM_NEWLINK, 200, 0, attribute(DAX_RTA_MEMBER_DEL, 9))); }},
+    {"card", [] { return event(plainMessage(DAX_RTM_CARD_UP, Bytes(16))); }},
+    {"refresh", [] { return event(plainMessage(DAX_RTM_MODE_REFRESH)); }},
+    {"serials", [] { return event(plainMessage(DAX_RTM_SERIAL_SYNC)); }},
+    {"vlan gone", [] { return event(linkMessage(DAX_RTM_DELLINK, 1020)); }},
+    {"pair destroy", [] { return pairSet(ROW_DESTROY, 3, 200); }},
+    {"vlan group destroy", [] { return vlanGroupSet(ROW_DESTROY, 7, 7, 10); }},
+    {"lone destroy", [] { return vlanGroupSet(ROW_DESTROY, 6, 7, 10); }},
+    {"group destroy", [] { return groupSet(ROW_DESTROY, 200, 6); }},
+    {"lone destroy", [] { return groupSet(ROW_DESTROY, 2, 6); }},
+    {"leave", [] { return event(linkMessage(DAX_RTM_NEWLINK, 2, 0, attribute(DAX_RTA_TRUNK_JOIN, 0))); }},
+    {"leave", [] { return event(linkMessage(DAX_RTM_DELLINK, 1)); }},
+    {"leave", [] { return event(linkMessage(DAX_RTM_IF_RESET, 3)); }},
+    {"group create", [] { return groupSet(ROW_CREATE, 8, 5); }},
+    {"activate", [] { return groupSet(ROW_ACTIVATE, 8, 5); }},
+    {"pair create", [] { return pairSet(ROW_CREATE, 4, 3); }},
+    {"reset", [] { return event(plainMessage(DAX_RTM_RESET)); }},
+    {"mode", [] { return scalarSet(SCALAR_MODE, 1); }},
+};
+
+// What a step answers and says when one of its calls fails. The first row that fits the step's kind and the
+// call by their ends and their beginnings respectively holds; a call without a row must not fail unnoticed.
+struct Rule {
+    const char* kind;
+    const char* call;
+    int32_t status;
+    const char* text;
+};
+
+const Rule RULES[] = {
+    {"start", "icmProcTcpInit", 0, ""},
+    {"start", "daxScalarSetApi", 0, ""},
+    {"start", "daxHwilScalarSet", 0, ""},
+    {"start", "", -1, ""},
+    {"serials", "daxHwilCmdSyncApi", 0, "scalar sync send failed.(24301)\r\n"},
+    {"", "daxHwilCmdSyncApi", REFUSED, "failed.(24301)\n\r"},
+    {"", "dax_select", 0, ""},
+    {"", "dax_recvfrom", 0, ""},
+    {"group create", "daxIfGetApi", 0, ""},
+    {"group create", "daxIndexTrans", -1, ""},
+    {"group create", "daxHwilIfGet", 0, ""},
+    {"group create", "daxIfSyncApi", 0, ""},
+    {"group create", "pool portisolate_port", 0, ""},
+    {"vlan group create", "pool portisolate_vlangroup", STATUS_NOT_FOUND,
+     "if vlan group entry add failed\n\r"},
+    {"group create", "pool portisolate_group", STATUS_NOT_FOUND, "if group entry add failed\n\r"},
+    {"pair create", "daxIfGetApi", 0, ""},
+    {"pair create", "daxHwilIfGet", REFUSED, ""},
+    {"pair create", "daxIfSyncApi", 0, ""},
+    {"pair create", "pool portisolate_port", 0, ""},
+    {"pair create", "pool", STATUS_POOL_EXHAUSTED, "add failed\n\r"},
+    {"", "daxIfGetApi", 0, "ond flag failed.(24301)\n\r"},
+    {"lone activate", "", 0, "ret: "},
+    {"lone destroy", "daxIfSyncApi", 0, ""},
+    {"lone destroy", "", 0, "ret: "},
+    {"pair activate", "daxEthAggIfGetApi", REFUSED, "add; add hw-if uni-isolate failed.(24301)\n\r"},
+    {"pair activate", "daxIfSyncApi", 0, "log 0 failed to operate isolate."},
+    {"activate", "daxEthAggIfGetApi", REFUSED, "get member of trunk"},
+    {"activate", "daxHwilIfGet", REFUSED, "add phy bi-isolate error! can't read hw ability\r\n"},
+    {"activate", "daxIfSyncApi", REFUSED, "operation=[add]"},
+    {"activate", "pool", POOL_REFUSED, ""},
+    {"pair destroy", "daxEthAggIfGetApi", 0, "del; del hw-if uni-isolate failed.(24301)\n\r"},
+    {"destroy", "daxIfSyncApi", 0, ""},
+    {"destroy", "daxEthAggIfGetApi", -1, "get member of trunk"},
+    {"destroy", "daxHwilIfGet", -1, "del phy bi-isolate error! can't read hw ability\r\n"},
+    {"", "daxVlanSetApi", 0, ""},
+    {"pon", "daxHwilCmdSetApi", REFUSED, "pon-isolate, ret 24301\r\n"},
+    {"", "daxHwilCmdSetApi", 0, "ret: 24301]\n\r"},
+    {"mode", "daxHwilIfGet", REFUSED, ""},
+    {"mode", "daxScalarSetApi", 0, "set api; set port-isolate mode failed.(1)\n\r"},
+    {"", "daxScalarSetApi", 0, "set port-isolate mode failed.(2,24301)\n\r"},
+    {"card", "daxCardUpPcsSet", 0, ""},
+    {"vlan gone", "daxIndexTrans", 0, ""},
+    {"leave", "daxIndexTrans", 0, ""},
+    {"", "daxEthAggIfGetApi", 0, "get member of trunk"},
+    {"register", "daxIfSyncApi", 0, "log 0 failed to operate isolate."},
+    {"member", "daxHwilIfGet", 0, "bi-isolate [src: "},
+    {"member", "daxIfSyncApi", 0, "log 0 failed to operate isolate."},
+    {"member", "pool", 0, "failed 0x"},
+    {"", "daxHwilIfGet", 0, "can't read hw ability\r\n"},
+    {"", "daxIfSyncApi", 0, "log "},
+    {"", "pool portisolate_pair", 0, ""},
+    {"", "pool portisolate_ref", 0, ""},
+};
+
+bool isOneSided() {
+    return gPortIsoInfo.isSrcTrunkToPort != gPortIsoInfo.isDstTrunkToPort;
+}
+
+bool contains(const std::vector<std::string>& texts, const std::string& part) {
+    for (const std::string& text : texts) {
+        if (text.find(part) != std::string::npos) return true;
+    }
+    return false;
+}
+
+void checkFailed(const Step& step, const std::string& call, int32_t status) {
+    for (const Rule& rule : RULES) {
+        if (!std::string_view(step.kind).ends_with(rule.kind) || !call.starts_with(rule.call)) continue;
+        const int32_t poolStatus = isOneSided() ? STATUS_FAILED : STATUS_POOL_EXHAUSTED;
+        EXPECT_EQ(status, rule.status == POOL_REFUSED ? poolStatus : rule.status);
+        EXPECT_TRUE(*rule.text == 0 || contains(fake.texts, rule.text)) << rule.text;
+        return;
+    }
+    ADD_FAILURE() << "no rule";
+}
+
+// After a failure the daemon goes on: two fresh ports are isolated, and everything can be taken down again.
+void checkServes() {
+    EXPECT_EQ(groupJoin(11, 9) | groupJoin(12, 9), 0);
+    EXPECT_EQ(fake.bi.count({11, 12}), 1u);
+    event(plainMessage(DAX_RTM_RESET));
+    for (const uint32_t unit : {6u, 7u}) {
+        EXPECT_EQ(vlanGroupSet(ROW_DESTROY, unit, 7, 10) | vlanGroupSet(ROW_DESTROY, unit, 8, 20), 0);
+    }
+    checkTables();
+    EXPECT_EQ(fake.poolsInUse["portisolate_group"] + fake.poolsInUse["portisolate_vlangroup"], 0);
+    EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifPairList));
+}
+
+// What a refused request must leave as it was.
+auto picture() {
+    return std::tuple(fake.bi, fake.uni, fake.ponOff, fake.poolsInUse);
+}
+
+// Runs the session with the nth call of this name failing, and those after it when `everAfter`. False when
+// there was no nth call.
+bool runSession(const std::string& name, uint32_t nth, bool everAfter) {
+    uint32_t seen = 0;
+    fake.fault = [&](const std::string& call) {
+        if (call != name) return 0;
+        ++seen;
+        return seen == nth || (everAfter && seen > nth) ? REFUSED : 0;
+    };
+    for (const Step& step : SESSION) {
+        SCOPED_TRACE(step.kind);
+        const bool failedBefore = seen >= nth;
+        fake.texts.clear();
+        const auto before = picture();
+        const int32_t status = step.run();
+        EXPECT_TRUE(seen >= nth || status == 0);
+        if (seen >= nth && !failedBefore) checkFailed(step, name, status);
+        // One call for each direction: the one that went through is not taken back for the other's sake.
+        const bool restored = status == REFUSED && !everAfter && !isOneSided();
+        EXPECT_TRUE(!restored || picture() == before);
+        EXPECT_FALSE(fake.semTaken);
+        if (gPortIsoInfo.mutex == nullptr) return true;  // not started: what that leaves is told elsewhere
+        checkTables();
+    }
+    fake.fault = nullptr;
+    checkServes();
+    return seen >= nth;
+}
+
+TEST(FaultSweep, EveryCallAtEveryOccurrence) {
+    testing::internal::CaptureStderr();
+    const struct {
+        const char *src, *dst, *serials, *slots;
+    } modes[] = {{"1", "1", "t", "t"}, {"0", "0", "t", "f"}, {"1", "0", "f", "f"}, {"0", "1", "t", "f"}};
+    for (const auto& mode : modes) {
+        fake = {};
+        fake.options = {{"portisolate.srcaggtoport", mode.src},
+                        {"portisolate.dstaggtoport", mode.dst},
+                        {"portisolate.supportserial", mode.serials},
+                        {"portisolate.slotcheckenable", mode.slots}};
+        std::set<std::string> names;
+        fake.fault = [&](const std::string& call) { return names.insert(call), 0; };
+        for (const Step& step : SESSION) {
+            SCOPED_TRACE(step.kind);
+            ASSERT_EQ(step.run(), 0);
+        }
+        EXPECT_GE(names.size(), 20u);
+        for (const std::string& name : names) {
+            // The event task tries to receive again for as long as it takes, so that cannot fail for ever.
+            for (const bool everAfter : {false, true}) {
+                if (everAfter && name.starts_with("dax_")) continue;
+                for (uint32_t nth = 1; !testing::Test::HasFailure(); ++nth) {
+                    SCOPED_TRACE(std::string(mode.src) + mode.dst + " " + name + " " + std::to_string(nth) +
+                                 (everAfter ? " and after" : ""));
+                    if (!runSession(name, nth, everAfter)) break;
+                }
+            }
+        }
+    }
+    fake.fault = nullptr;
+    EXPECT_TRUE(
+        testing::internal::GetCapturedStderr().starts_with("\n\r[portIsolate] recvfrom rtSock failed"));
+}
+
+}  // namespace
