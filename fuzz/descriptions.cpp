@@ -1,0 +1,46 @@
+// The two files that people write: the board's description and the options. The first byte chooses.
+#include <string_view>
+
+#include "fuzz/fuzz.h"
+#include "host/board.h"
+#include "host/options.h"
+#include "host/sim_plane.h"
+
+thread_local uint32_t gPortIsolateTextCategory = 0;
+
+namespace {
+
+void checkBoard(Board& board) {
+    for (const auto& [number, interface] : board.interfaces) {
+        EXPECT_NE(number, 0u);
+        EXPECT_LE(interface.name.size(), INTERFACE_NAME_MAX);
+        EXPECT_EQ(board.numbers.at(interface.name), number);
+        EXPECT_LE(interface.vid, VLAN_ID_MAX);
+        for (const uint32_t member : interface.members) {
+            EXPECT_EQ(board.interfaces.at(member).trunk, number);
+        }
+        std::string reason;
+        const Interface& first = board.interfaces.begin()->second;
+        EXPECT_NE(boardForwards(board, first, interface, 1, reason), Forwarding::partly);
+    }
+    EXPECT_EQ(board.numbers.size(), board.interfaces.size());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+    stopAtFailedExpectations();
+    if (size == 0) return 0;
+    const std::string_view text(reinterpret_cast<const char*>(bytes) + 1, size - 1);
+    if (bytes[0] == 'o') {
+        Options options;
+        readOptions(text, "options", options);
+        for (const auto& [key, value] : options.values) EXPECT_LE(value.size(), OPTION_VALUE_MAX) << key;
+        return 0;
+    }
+    Board board;
+    readBoard(text, "board", board);
+    checkBoard(board);
+    destroySimPlane(board.plane);
+    return 0;
+}

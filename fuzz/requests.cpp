@@ -1,0 +1,104 @@
+// The byte stream of a client of the command socket, cut at random places, against the whole daemon on the
+// demonstration board. Every whole frame gets one well-formed reply, up to the first that cannot be framed.
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <random>
+
+#include "api/records.h"
+#include "api/vlan_group_api.h"
+#include "frame/options.h"
+#include "frame/state.h"
+#include "fuzz/fuzz.h"
+#include "host/board_calls.h"
+#include "host/command_server.h"
+#include "host/local_socket.h"
+#include "platform/wire.h"
+#include "tables/lifecycle.h"
+
+namespace {
+
+constexpr int PATIENCE = 20000;  // milliseconds
+
+int32_t startOnce() {
+    stopAtFailedExpectations();
+    char root[] = "/tmp/fuzzXXXXXX";
+    setenv(ROOT_VARIABLE, mkdtemp(root), 1);
+    static const std::string path = root;
+    std::atexit([] { std::filesystem::remove_all(path); });
+    std::filesystem::create_directories(path + "/tmp");
+    std::filesystem::create_directories(path + "/etc/portisolate");
+    std::filesystem::copy(DEMO_BOARD, path + "/etc/portisolate/board.conf");
+    loadBoard();
+    return portIsolateOptInit();
+}
+
+// An input begins with empty tables, so that it does the same whenever it is run.
+void clearTables() {
+    PortIsolateIfVlanGrpIndex index = {};
+    uint32_t destroy = ROW_DESTROY;
+    while (portIsolateIfVlanGrpGetFirst(&index) == 0) {
+        portIsolateIfVlanGrpSetApi(&index, GROUP_COLUMN_ROW_STATUS, &destroy);
+    }
+    silTakeSem(gPortIsoInfo.mutex, SIL_WAIT_FOREVER);
+    portIsolateResetConfig();
+    silGiveSem(gPortIsoInfo.mutex);
+}
+
+uint32_t wordAt(const char* bytes) {
+    uint32_t word = 0;
+    memcpy(&word, bytes, sizeof(word));
+    return word;
+}
+
+size_t countFrames(const std::string& stream, bool areRequests) {
+    size_t frames = 0;
+    for (size_t at = 0; at + 4 <= stream.size(); ++frames) {
+        const uint32_t length = wordAt(stream.data() + at);
+        if (areRequests && (!isFrameLength(length) || stream.size() - at - 4 < length)) break;
+        EXPECT_LE(length, stream.size() - at - 4) << "a reply is cut off";
+        at += 4 + size_t{length};
+    }
+    return frames;
+}
+
+// Sends the stream in pieces while the replies are taken in, until the server closes.
+std::string converse(int fd, const std::string& stream, std::minstd_rand random) {
+    std::string replies;
+    char chunk[65536];
+    for (size_t sent = 0;;) {
+        if (sent == stream.size()) shutdown(fd, SHUT_WR);
+        pollfd polled = {fd, static_cast<short>(POLLIN | (sent < stream.size() ? POLLOUT : 0)), 0};
+        EXPECT_EQ(poll(&polled, 1, PATIENCE), 1) << "the server does not go on";
+        if ((polled.revents & POLLOUT) != 0) {
+            const size_t piece = std::min<size_t>(1 + random() % 64, stream.size() - sent);
+            const ssize_t put = send(fd, stream.data() + sent, piece, MSG_NOSIGNAL | MSG_DONTWAIT);
+            // A server that has closed takes no more; what it answered is still there to be read.
+            sent = put > 0 ? sent + static_cast<size_t>(put) : stream.size();
+        }
+        const ssize_t got = recv(fd, chunk, sizeof(chunk), MSG_DONTWAIT);
+        if (got > 0) replies.append(chunk, static_cast<size_t>(got));
+        if (got == 0 || (got < 0 && errno != EAGAIN)) return replies;
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+    static const int32_t started = startOnce();
+    EXPECT_EQ(started, 0);
+    if (size == 0) return 0;
+    clearTables();
+    const std::string stream(reinterpret_cast<const char*>(bytes) + 1, size - 1);
+    const int fd = connectLocalSocket(rootedPath(COMMAND_SOCKET_PATH), SOCK_STREAM, PATIENCE);
+    EXPECT_GE(fd, 0);
+    const std::string replies = converse(fd, stream, std::minstd_rand(bytes[0] + 1u));
+    EXPECT_EQ(countFrames(replies, false), countFrames(stream, true));
+    close(fd);
+    return 0;
+}
