@@ -12,6 +12,7 @@
 #include "ctl/raw.h"
 #include "ctl/rows.h"
 #include "ctl/settings.h"
+#include "ctl/why.h"
 
 namespace {
 
@@ -256,8 +257,11 @@ const std::vector<Command>& commandTable() {
         {"show", "pairs", "", "the daemon's printout of the pairs", "show pairs", runShow},
         {"show", "inner", "", "the daemon's printout of the isolated port pairs", "show inner", runShow},
         {"show", "ports", "", "the daemon's printout of the ports in use", "show ports", runShow},
-        {"matrix", "", "[--vlan VLAN]", "who may talk to whom, as the hardware forwards", "matrix --vlan 10",
-         runMatrix},
+        {"matrix", "", "[--vlan VLAN] [--svg FILE]", "who may talk to whom, as the hardware forwards",
+         "matrix --vlan 10", runMatrix},
+        {"why", "", "INTERFACE INTERFACE [--vlan VLAN]",
+         "why two interfaces may or may not talk, by the tables and by the hardware",
+         "why ge1/1 lag1 --vlan 10", runWhy},
         {"export", "", "", "write the running configuration as a text for apply", "export", runExport},
         {"apply", "", "FILE [--dry-run]", "make the running configuration equal to a file",
          "apply isolation.conf --dry-run", runApply, APPLY_DETAILS},
@@ -282,8 +286,8 @@ const std::vector<Command>& commandTable() {
          "board fault daxIfSyncApi 2 -1 if ge1/1", runBoardPass, FAULT_DETAILS},
         {"board", "forward", "FROM TO [--vlan VLAN]", "ask whether traffic would be forwarded",
          "board forward ge1/1 ge1/2 --vlan 10", runBoardForward},
-        {"board", "matrix", "[--vlan VLAN]", "who may talk to whom, as the hardware forwards", "board matrix",
-         runMatrix},
+        {"board", "matrix", "[--vlan VLAN] [--svg FILE]", "who may talk to whom, as the hardware forwards",
+         "board matrix", runMatrix},
         {"board", "hardware", "", "show what the hardware is programmed with", "board hardware",
          runBoardHardware},
         {"board", "journal", "[--count LINES]", "show hardware calls as they happen",

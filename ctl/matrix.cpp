@@ -1,26 +1,17 @@
 #include "ctl/matrix.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
 
-#include "ctl/output.h"
+#include "ctl/interfaces.h"
 
 namespace {
 
 // Names head the columns while the grid stays narrower than this; numbers do beyond it.
 constexpr size_t NAMED_WIDTH_MAX = 100;
-
-Tone cellTone(char cell) {
-    switch (cell) {
-        case MATRIX_FORWARDS:
-            return Tone::good;
-        case MATRIX_BLOCKED:
-            return Tone::bad;
-        case MATRIX_PARTLY:
-            return Tone::warning;
-        default:
-            return Tone::faint;
-    }
-}
 
 const char* cellWord(char cell) {
     switch (cell) {
@@ -35,34 +26,126 @@ const char* cellWord(char cell) {
     }
 }
 
-void printJson(const Matrix& matrix, uint32_t vlan) {
-    std::string text =
-        formatText("{\"vlan\":%u,\n \"interfaces\":", vlan) + listCell(matrix.names).json + ",\n \"rows\":[";
-    for (size_t row = 0; row < matrix.names.size(); ++row) {
-        text += (row == 0 ? "" : ",") + ("\n  {\"from\":" + jsonString(matrix.names[row])) + ",\"to\":{";
-        const char* comma = "";
-        for (size_t column = 0; column < matrix.names.size(); ++column) {
+std::string vlanList(const std::set<uint32_t>& vlans) {
+    return numberListCell({vlans.begin(), vlans.end()}).json;
+}
+
+void printJson(const Matrix& matrix) {
+    const size_t size = matrix.names.size();
+    std::vector<std::string> rows, inVlans;
+    for (size_t row = 0; row < size; ++row) {
+        std::vector<std::string> cells;
+        for (size_t column = 0; column < size; ++column) {
+            const std::set<uint32_t>& vlans = matrix.blockedIn[row][column];
             if (column != row) {
-                text += comma + jsonString(matrix.names[column]) + ":" +
-                        jsonString(cellWord(matrix.cells[row][column]));
-                comma = ",";
+                cells.push_back(jsonString(matrix.names[column]) + ":" +
+                                jsonString(cellWord(matrix.cells[row][column])));
+            }
+            if (!vlans.empty()) {
+                inVlans.push_back("{\"from\":" + jsonString(matrix.names[row]) + ",\"to\":" +
+                                  jsonString(matrix.names[column]) + ",\"vlans\":" + vlanList(vlans) + "}");
             }
         }
-        text += "}}";
+        rows.push_back("{\"from\":" + jsonString(matrix.names[row]) + ",\"to\":{" + joinWords(cells, ",") +
+                       "}}");
     }
-    printLine(text + "]}");
+    printLine(formatText("{\"vlan\":%u,\n \"interfaces\":", matrix.vlan) + listCell(matrix.names).json +
+              ",\n \"rows\":[\n  " + joinWords(rows, ",\n  ") + "],\n \"blockedInVlans\":[" +
+              joinWords(inVlans, ",\n  ") + "]}");
 }
 
-std::string cellText(char cell) {
-    return toned(cellTone(cell), std::string(1, cell));
+Tone markTone(char mark) {
+    for (const MatrixMeaning& meaning : matrixMeanings()) {
+        if (meaning.mark == mark) {
+            return meaning.tone;
+        }
+    }
+    return Tone::faint;
 }
 
-void printLegend(uint32_t vlan) {
+std::string markText(char mark) {
+    return toned(markTone(mark), std::string(1, mark));
+}
+
+// The marks that occur, with their meaning.
+void printLegend(const Matrix& matrix) {
+    std::string seen;
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        for (size_t column = 0; column < matrix.names.size(); ++column) {
+            seen += matrixMark(matrix, row, column);
+        }
+    }
     printLine("");
-    printLine("from the row to the column, " +
-              (vlan != 0 ? formatText("in VLAN %u", vlan) : "VLAN groups aside") + ":  " +
-              cellText(MATRIX_FORWARDS) + " forwards  " + cellText(MATRIX_BLOCKED) + " blocked  " +
-              cellText(MATRIX_PARTLY) + " some member ports only");
+    printLine("From the row to the column, " + matrixScope(matrix) + ":");
+    for (const MatrixMeaning& meaning : matrixMeanings()) {
+        if (seen.find(meaning.mark) == std::string::npos) {
+            continue;
+        }
+        std::string text = meaning.text;
+        if (meaning.mark == MATRIX_IN_VLAN) {
+            const std::set<uint32_t> vlans = matrixVlans(matrix);
+            text += " (" + numberListCell({vlans.begin(), vlans.end()}).text + "; --vlan shows one)";
+        }
+        printLine("  " + markText(meaning.mark) + "  " + text);
+    }
+}
+
+Exit askMatrix(Session& session, uint32_t vlan, Matrix& matrix) {
+    std::vector<std::string> lines;
+    const Exit exit = askBoard(session, vlan != 0 ? formatText("matrix %u", vlan) : "matrix", lines);
+    if (exit != Exit::done) {
+        return exit;
+    }
+    matrix.vlan = vlan;
+    return parseMatrix(lines, matrix) ? Exit::done : brokenProtocol("the matrix is no square of known cells");
+}
+
+// VLANs in which something may be blocked: those that hardware entries name, and those of the board, where
+// PON isolation holds.
+Exit askVlans(Session& session, std::set<uint32_t>& vlans) {
+    std::vector<std::string> lines;
+    const Exit exit = askBoard(session, "hardware", lines);
+    for (const std::string& line : lines) {
+        const size_t at = line.find(" vlan=");
+        uint32_t vlan = 0;
+        if (at != std::string::npos &&
+            parseNumber(splitWords(std::string_view(line).substr(at + 6))[0], vlan) && vlan != 0) {
+            vlans.insert(vlan);
+        }
+    }
+    for (const BoardInterface& interface : boardInterfaces(session)) {
+        if (interface.vlan != 0) {
+            vlans.insert(interface.vlan);
+        }
+    }
+    return exit;
+}
+
+Exit readMatrix(Session& session, uint32_t vlan, Matrix& matrix) {
+    std::set<uint32_t> vlans;
+    Exit exit = askMatrix(session, vlan, matrix);
+    if (exit == Exit::done && vlan == 0) {
+        exit = askVlans(session, vlans);
+    }
+    for (const uint32_t one : vlans) {
+        Matrix within;
+        exit = askMatrix(session, one, within);
+        if (exit != Exit::done) {
+            return exit;
+        }
+        mergeMatrix(matrix, within);
+    }
+    return exit;
+}
+
+Exit writeFile(const std::string& path, const std::string& text) {
+    std::FILE* file = std::fopen(path.c_str(), "we");
+    const bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size();
+    // The buffer goes out with the close, so both may fail.
+    if ((file != nullptr && std::fclose(file) != 0) || !written) {
+        return misuse("cannot write " + path + ": " + std::strerror(errno));
+    }
+    return Exit::done;
 }
 
 }  // namespace
@@ -84,7 +167,61 @@ bool parseMatrix(const std::vector<std::string>& lines, Matrix& matrix) {
         }
         matrix.cells.push_back(words[1]);
     }
+    matrix.blockedIn.assign(matrix.names.size(), std::vector<std::set<uint32_t>>(matrix.names.size()));
     return true;
+}
+
+void mergeMatrix(Matrix& matrix, const Matrix& within) {
+    std::map<std::string, size_t> places;
+    for (size_t at = 0; at < within.names.size(); ++at) {
+        places[within.names[at]] = at;
+    }
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        for (size_t column = 0; column < matrix.names.size(); ++column) {
+            const auto from = places.find(matrix.names[row]);
+            const auto to = places.find(matrix.names[column]);
+            if (from == places.end() || to == places.end() || matrix.cells[row][column] != MATRIX_FORWARDS) {
+                continue;
+            }
+            const char cell = within.cells[from->second][to->second];
+            if (cell == MATRIX_BLOCKED || cell == MATRIX_PARTLY) {
+                matrix.blockedIn[row][column].insert(within.vlan);
+            }
+        }
+    }
+}
+
+char matrixMark(const Matrix& matrix, size_t row, size_t column) {
+    const char cell = matrix.cells[row][column];
+    if (cell == MATRIX_BLOCKED && matrix.cells[column][row] != MATRIX_BLOCKED) {
+        return MATRIX_ONE_WAY;
+    }
+    return matrix.blockedIn[row][column].empty() ? cell : MATRIX_IN_VLAN;
+}
+
+const std::vector<MatrixMeaning>& matrixMeanings() {
+    static const std::vector<MatrixMeaning> meanings = {
+        {MATRIX_FORWARDS, "open", "forwards", Tone::good},
+        {MATRIX_BLOCKED, "both", "blocked both ways", Tone::bad},
+        {MATRIX_ONE_WAY, "oneway", "blocked in this direction only", Tone::bad},
+        {MATRIX_IN_VLAN, "vlan", "blocked within a VLAN only", Tone::warning},
+        {MATRIX_PARTLY, "partly", "passes over some member ports only", Tone::warning},
+    };
+    return meanings;
+}
+
+std::string matrixScope(const Matrix& matrix) {
+    return matrix.vlan != 0 ? formatText("in VLAN %u", matrix.vlan) : "whatever the VLAN";
+}
+
+std::set<uint32_t> matrixVlans(const Matrix& matrix) {
+    std::set<uint32_t> all;
+    for (const std::vector<std::set<uint32_t>>& row : matrix.blockedIn) {
+        for (const std::set<uint32_t>& vlans : row) {
+            all.insert(vlans.begin(), vlans.end());
+        }
+    }
+    return all;
 }
 
 std::vector<std::string> renderMatrix(const Matrix& matrix) {
@@ -114,7 +251,8 @@ std::vector<std::string> renderMatrix(const Matrix& matrix) {
         for (size_t column = 0; column < headings.size(); ++column) {
             // A cell stands in the middle under its heading.
             const size_t width = textWidth(headings[column]);
-            line += std::string(blanks + 2 + (width - 1) / 2, ' ') + cellText(matrix.cells[row][column]);
+            line +=
+                std::string(blanks + 2 + (width - 1) / 2, ' ') + markText(matrixMark(matrix, row, column));
             blanks = width - 1 - (width - 1) / 2;
         }
         lines.push_back(line);
@@ -131,22 +269,19 @@ Exit runMatrix(Session& session, const Invocation& invocation) {
             return exit;
         }
     }
-    std::vector<std::string> lines;
-    const Exit exit = askBoard(session, vlan != 0 ? formatText("matrix %u", vlan) : "matrix", lines);
-    if (exit != Exit::done) {
-        return exit;
-    }
     Matrix matrix;
-    if (!parseMatrix(lines, matrix)) {
-        return brokenProtocol("the matrix is no square of known cells");
+    const Exit exit = readMatrix(session, vlan, matrix);
+    const std::string* path = optionValue(invocation.options, "--svg");
+    if (exit != Exit::done || path != nullptr) {
+        return exit == Exit::done ? writeFile(*path, matrixSvg(matrix)) : exit;
     }
     if (session.json) {
-        printJson(matrix, vlan);
+        printJson(matrix);
         return Exit::done;
     }
     for (const std::string& line : renderMatrix(matrix)) {
         printLine(line);
     }
-    printLegend(vlan);
+    printLegend(matrix);
     return Exit::done;
 }

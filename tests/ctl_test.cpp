@@ -14,9 +14,11 @@
 #include "ctl/matrix.h"
 #include "ctl/monitor.h"
 #include "ctl/output.h"
+#include "ctl/printouts.h"
 #include "ctl/rows.h"
 #include "ctl/settings.h"
 #include "ctl/statuses.h"
+#include "ctl/why.h"
 #include "frame/status.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
@@ -147,6 +149,32 @@ TEST(CtlClient, RepliesWhoseLengthsLieAreRefused) {
     EXPECT_TRUE(reply.status == -1 && reply.index.empty() && wordAt(reply.value, 0) == 9);
 }
 
+// What an XML text leaves open, or closes without having opened it.
+std::string openElements(std::string_view text) {
+    std::vector<std::string> open;
+    for (size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
+        const size_t end = text.find('>', at);
+        if (end == std::string_view::npos ||
+            text.substr(at + 1, end - at - 1).find('<') != std::string_view::npos) {
+            return "a tag without its end";
+        }
+        const bool closing = text[at + 1] == '/';
+        const size_t start = at + (closing ? 2 : 1);
+        const std::string name(text.substr(start, text.find_first_of(" />", start) - start));
+        if (text[end - 1] == '/') {
+            continue;
+        }
+        if (!closing) {
+            open.push_back(name);
+        } else if (open.empty() || open.back() != name) {
+            return "/" + name;
+        } else {
+            open.pop_back();
+        }
+    }
+    return joinWords(open, " ");
+}
+
 TEST(CtlOutput, ForeignTextIsTamed) {
     EXPECT_EQ(safeText("a\033[1m\xff\xc2\x9b\xc3\xa4%s"), "a\\x1b[1m\\xff\\xc2\\x9b\xc3\xa4%s");
     EXPECT_EQ(jsonString("\"\\\n\xff\xc3\xa4\xed\xa0\x80"),
@@ -162,7 +190,17 @@ TEST(CtlOutput, ForeignTextIsTamed) {
     EXPECT_FALSE(parseBoardInterface("number=x name=lag1", board));
     Matrix matrix;
     EXPECT_TRUE(parseMatrix({"a bb", "a -x", "bb o-"}, matrix));
-    EXPECT_EQ(renderMatrix(matrix), (Words{"    a  bb", "a   -  x", "bb  o  -"}));
+    EXPECT_EQ(renderMatrix(matrix), (Words{"    a  bb", "a   -  >", "bb  o  -"}));
+    Matrix within;
+    within.vlan = 10;
+    EXPECT_TRUE(parseMatrix({"bb a c", "bb -xo", "a o-o", "c oo-"}, within));
+    mergeMatrix(matrix, within);
+    EXPECT_EQ(renderMatrix(matrix)[2], "bb  v  -");
+    matrix.names[0] = "<a&\"\x1b";
+    const std::string svg = matrixSvg(matrix);
+    EXPECT_NE(svg.find("<title>bb to &lt;a&amp;&quot;\\x1b: blocked within a VLAN only (VLAN 10)</title>"),
+              std::string::npos);
+    EXPECT_EQ(openElements(svg), "");
     for (const Words& bad : {Words{}, {"a b", "a -x"}, {"a", "b -"}, {"a", "a -x"}, {"a", "a ?"}}) {
         Matrix rejected;
         EXPECT_FALSE(parseMatrix(bad, rejected));
@@ -442,6 +480,73 @@ TEST_F(Config, HappeningsBecomeSentences) {
     for (const char* bad : {"", "frob a=1", "log nothing", "event time=x", "hardware status=-"}) {
         Happening happening;
         EXPECT_FALSE(readHappening(session, bad, happening)) << bad;
+    }
+}
+
+TEST(CtlPrintouts, AreTakenApart) {
+    const auto settings = readSettings("\r\n[X] info:\n\r mode: 2\n\r p2p: 1-2\r\n p2p: 7\r\n");
+    ASSERT_EQ(settings.size(), 2u);
+    EXPECT_EQ(settings[1], (std::pair<std::string, std::string>("p2p", "1-2,7")));
+    const auto pairs =
+        readPairs("\r\n[X] info:\n\r  src 1, dst 30, ref:\r\n80 01 \r\n00 02 \r\n  src 2, dst 3, ref:\r\n");
+    ASSERT_EQ(pairs.size(), 2u);
+    EXPECT_EQ(pairs[0].groups, (std::vector<uint32_t>{1, 16, 31}));
+    EXPECT_TRUE(pairs[1].source == 2 && pairs[1].target == 3 && pairs[1].groups.empty());
+    EXPECT_EQ(readNumbers("x\n\r  isoGrpNo 5 vlan 10 -> ifUnit:3\r\nserial 0 -> ifunit:4\r\n"),
+              (std::vector<std::vector<uint32_t>>{{5, 10, 3}, {0, 4}}));
+}
+
+// Traffic between ge1/1 (or a trunk of ge1/2 and ge1/3) and others, by the tables alone.
+TEST_F(Config, TablesAreJudgedPortByPort) {
+    Tables tables;
+    for (BoardInterface& interface : session.interfaces) {
+        interface.kind = interface.number == 1 ? "pon" : "ethernet";
+        interface.present = true;
+    }
+    BoardInterface& lag = session.interfaces[3];
+    lag.kind = "trunk";
+    lag.members = {"ge1/2", "ge1/3"};
+    session.interfaces[1].trunk = session.interfaces[2].trunk = lag.name;
+    BoardInterface pon = session.interfaces[0];
+    pon.number = 4;
+    pon.name = "ge1/4";
+    session.interfaces.push_back(pon);
+    tables.interfaces = session.interfaces;
+    const struct {
+        const char* text;
+        uint32_t from, to, vlan;
+        bool sourceToPort, targetToPort;
+        const char* verdict;
+    } cases[] = {
+        {"group 5 1 101", 1, 101, 0, true, true, "blocked"},
+        {"group 5 1 101", 1, 2, 0, true, true, "blocked"},
+        {"group 5 1 101", 1, 2, 0, false, false, "forwards"},  // the trunk's own entry
+        {"group 5 1 101", 1, 101, 0, false, false, "blocked"},
+        {"group 5 1 101", 2, 1, 0, false, true, "blocked"},
+        {"group 5 1 101", 4, 101, 0, true, true, "forwards"},
+        {"group 5 1 2", 1, 101, 0, true, true, "partly"},
+        {"group 5 1\ncreated group 5 101", 1, 101, 0, true, true, "partly"},  // claimed for ge1/3
+        {"created group 5 1 101", 1, 101, 0, true, true, "forwards"},
+        {"vlan-group 5 vlan 7 1 101", 1, 101, 0, true, true, "forwards"},
+        {"vlan-group 5 vlan 7 1 101", 1, 101, 8, true, true, "forwards"},
+        {"vlan-group 5 vlan 7 1 101", 101, 1, 7, true, true, "blocked"},
+        {"pair 1 to 101", 1, 101, 0, false, false, "blocked"},
+        {"pair 1 to 101", 101, 1, 0, true, true, "forwards"},
+        {"pair 101 to 1", 2, 1, 0, false, true, "forwards"},
+        {"created pair 1 to 101", 1, 101, 0, true, true, "forwards"},
+        {"", 1, 4, 0, true, true, "forwards"},
+        {"", 1, 4, 7, true, true, "blocked"},
+        {"pon off 7", 1, 4, 7, true, true, "forwards"},
+        {"", 1, 101, 7, true, true, "forwards"},
+    };
+    tables.claims[{1, 3}] = {5};
+    for (const auto& each : cases) {
+        tables.configuration = settle(each.text);
+        tables.sourceTrunkToPort = each.sourceToPort;
+        tables.targetTrunkToPort = each.targetToPort;
+        const Judgement judgement = judgeTables(tables, each.from, each.to, each.vlan);
+        EXPECT_EQ(judgement.verdict, each.verdict) << each.text << " " << each.from << " to " << each.to;
+        EXPECT_EQ(judgement.reasons.empty(), judgement.verdict == "forwards") << each.text;
     }
 }
 
