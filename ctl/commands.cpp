@@ -6,6 +6,7 @@
 
 #include "ctl/apply.h"
 #include "ctl/board_commands.h"
+#include "ctl/completion.h"
 #include "ctl/matrix.h"
 #include "ctl/monitor.h"
 #include "ctl/output.h"
@@ -294,6 +295,8 @@ const std::vector<Command>& commandTable() {
          "board journal --count 10", runBoardJournal},
         {"board", "role", "[active|standby|single]", "show or set the board's role", "board role standby",
          runBoardPass},
+        {"complete", "", "[WORD...]", "show what may stand in place of the last word, for shells",
+         "complete -- group a", runComplete},
         {"raw", "",
          "OPCODE [--column COLUMN] [--index WORDS] [--index-hex BYTES] [--value WORDS] [--value-hex BYTES] "
          "[--capacity LENGTH]",

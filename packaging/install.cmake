@@ -1,0 +1,25 @@
+# Run when the project is installed: what depends on the prefix that was chosen then. Expects PACKAGING, this folder,
+# and BOARD, the folder of the example configuration.
+
+if(CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?/?$")
+    set(configuration /etc/portisolate)
+else()
+    # A root of its own: PORTISOLATE_ROOT leads the daemon there.
+    set(configuration ${CMAKE_INSTALL_PREFIX}/etc/portisolate)
+endif()
+foreach(name portisolate.conf board.conf)
+    if(NOT EXISTS $ENV{DESTDIR}${configuration}/${name})
+        file(INSTALL ${BOARD}/${name} DESTINATION ${configuration})
+    endif()
+endforeach()
+
+# Below /usr zsh leaves site-functions to itself.
+if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
+    set(zsh_functions vendor-completions)
+else()
+    set(zsh_functions site-functions)
+endif()
+file(INSTALL ${PACKAGING}/completion/_portisolatectl DESTINATION ${CMAKE_INSTALL_PREFIX}/share/zsh/${zsh_functions})
+
+configure_file(${PACKAGING}/portisolate.service.in
+    $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/lib/systemd/system/portisolate.service @ONLY)

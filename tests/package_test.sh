@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# Makes the Debian package, unpacks it beside the system and uses what it brings; then the same for an installation
+# below a prefix of its own. What the machine lacks a tool for is told and left out.
+# usage: package_test.sh BUILD-FOLDER
+set -eu
+export LC_ALL=C
+
+build=$(realpath "$1")
+work=$(mktemp -d)
+daemon=
+finish() {
+    if [ -n "$daemon" ]; then
+        kill "$daemon" || true
+        wait "$daemon" || true
+    fi
+    rm -rf "$work"
+}
+trap finish EXIT
+fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
+
+cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+dpkg-deb -x "$work"/out/*.deb "$work/tree"
+dpkg-deb -e "$work"/out/*.deb "$work/control"
+
+(cd "$work/tree" && find . -type f ! -path '*/doc/*' | sort) >"$work/files"
+diff - "$work/files" <<'END' || fail 'the package does not hold what it should'
+./etc/portisolate/board.conf
+./etc/portisolate/portisolate.conf
+./usr/bin/portisolatectl
+./usr/lib/systemd/system/portisolate.service
+./usr/sbin/portisolate
+./usr/share/bash-completion/completions/portisolatectl
+./usr/share/man/man5/portisolate-board.conf.5
+./usr/share/man/man5/portisolate.conf.5
+./usr/share/man/man8/portisolate.8
+./usr/share/man/man8/portisolatectl.8
+./usr/share/zsh/vendor-completions/_portisolatectl
+END
+(cd "$work/tree" && find etc -type f | sed 's|^|/|' | sort) | diff - "$work/control/conffiles" || fail 'conffiles'
+for script in postinst prerm postrm; do sh -n "$work/control/$script"; done
+grep -q '^ExecStart=/usr/sbin/portisolate$' "$work/tree/usr/lib/systemd/system/portisolate.service" || fail 'unit'
+
+# The daemon as packaged, on the configuration as packaged.
+export PORTISOLATE_ROOT=$work/tree
+PATH=$work/tree/usr/bin:$PATH
+mkdir "$work/tree/tmp"
+"$work/tree/usr/sbin/portisolate" 2>"$work/daemon.log" &
+daemon=$!
+until portisolatectl group add 12 ge1/1 2>/dev/null; do
+    kill -0 "$daemon" || { cat "$work/daemon.log"; fail 'the daemon did not start'; }
+    sleep 0.01
+done
+
+# shellcheck source=/dev/null
+. "$work/tree/usr/share/bash-completion/completions/portisolatectl"
+completes() { # completes EXPECTED WORD...
+    COMP_WORDS=(portisolatectl "${@:2}") COMP_CWORD=$(($# - 1))
+    _portisolatectl portisolatectl
+    [ "${COMPREPLY[*]}" = "$1" ] || fail "completion of '${*:2}' gave '${COMPREPLY[*]}', not '$1'"
+}
+completes 'vlan-group' vl
+completes 'add activate' group a
+completes '12' group add ''
+completes 'pon2/1 pon2/2 pon2/3 pon2/4' group add 12 ge1/1 pon
+completes '10 20' vlan-group add 7 ge1/1 --vlan ''
+completes 'lag1 lag2' board join l
+completes '--timeout --json --help --vlan' matrix --
+
+# Below a prefix of its own nothing outside it is touched, and what is configured stays.
+cmake --install "$build" --prefix "$work/own" >/dev/null
+echo '# mine' >"$work/own/etc/portisolate/board.conf"
+cmake --install "$build" --prefix "$work/own" >/dev/null
+grep -q mine "$work/own/etc/portisolate/board.conf" || fail 'a configuration was overwritten'
+if command -v systemd-analyze >/dev/null; then
+    systemd-analyze verify --man=no "$work/own/lib/systemd/system/portisolate.service"
+else
+    echo 'no systemd-analyze: the unit is not verified'
+fi
+if command -v mandoc >/dev/null; then
+    mandoc -Tlint -Wwarning "$work"/own/share/man/man?/* || fail 'manual pages'
+elif command -v groff >/dev/null; then
+    for page in "$work"/own/share/man/man?/*; do groff -mdoc -ww -Tutf8 -z "$page" 2>&1; done | grep . && fail 'manual pages'
+else
+    echo 'neither mandoc nor groff: the manual pages are not checked'
+fi
+echo 'packaged, unpacked and used'
