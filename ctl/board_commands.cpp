@@ -6,6 +6,7 @@
 
 #include "ctl/interfaces.h"
 #include "ctl/output.h"
+#include "ctl/printouts.h"
 #include "platform/wire.h"
 
 namespace {
@@ -13,12 +14,68 @@ namespace {
 struct Printout {
     const char* verb;
     const char* function;
+    std::string (*json)(Session& session, const std::string& text);
 };
 
+Cell interfaceCell(Session& session, uint32_t number) {
+    return number != 0 ? textCell(interfaceName(session, number)) : noCell();
+}
+
+std::string settingsJson(Session&, const std::string& text) {
+    std::vector<std::string> fields;
+    for (const auto& [name, value] : readSettings(text)) {
+        uint32_t number = 0;
+        const bool bare = parseNumber(value, number) && !value.starts_with("0x");
+        fields.push_back(jsonString(name) + ":" + (bare ? value : jsonString(value)));
+    }
+    return "{" + joinWords(fields, ",\n ") + "}";
+}
+
+std::string serialJson(Session& session, const std::string& text) {
+    Listing listing{{{nullptr, "serial"}, {nullptr, "interface"}, {nullptr, "number"}}, {}};
+    for (const std::vector<uint32_t>& row : readNumbers(text)) {
+        listing.rows.push_back(
+            {numberCell(row.front()), interfaceCell(session, row.back()), numberCell(row.back())});
+    }
+    return listingJson(listing);
+}
+
+std::string groupsJson(Session& session, const std::string& text) {
+    Listing listing{{{nullptr, "group"}, {nullptr, "vlan"}, {nullptr, "interface"}, {nullptr, "number"}}, {}};
+    for (const std::vector<uint32_t>& row : readNumbers(text)) {
+        listing.rows.push_back({numberCell(row.front()), row.size() == 3 ? numberCell(row[1]) : noCell(),
+                                interfaceCell(session, row.back()), numberCell(row.back())});
+    }
+    return listingJson(listing);
+}
+
+std::string pairsJson(Session& session, const std::string& text) {
+    Listing listing{{{nullptr, "source"},
+                     {nullptr, "sourceNumber"},
+                     {nullptr, "target"},
+                     {nullptr, "targetNumber"},
+                     {nullptr, "groups"}},
+                    {}};
+    for (const PrintedPair& pair : readPairs(text)) {
+        listing.rows.push_back({interfaceCell(session, pair.source), numberCell(pair.source),
+                                interfaceCell(session, pair.target), numberCell(pair.target),
+                                numberListCell(pair.groups)});
+    }
+    return listingJson(listing);
+}
+
+std::string portsJson(Session& session, const std::string& text) {
+    Listing listing{{{nullptr, "interface"}, {nullptr, "number"}}, {}};
+    for (const std::vector<uint32_t>& row : readNumbers(text)) {
+        listing.rows.push_back({interfaceCell(session, row.back()), numberCell(row.back())});
+    }
+    return listingJson(listing);
+}
+
 constexpr Printout PRINTOUTS[] = {
-    {"global", "portIsolateGlobalShow"}, {"serial", "portIsolateSerialShow"},
-    {"groups", "portIsolateGrpShow"},    {"pairs", "portIsolateIfPairShow"},
-    {"inner", "portIsolateIfInnerShow"}, {"ports", "portIsolatePortShow"},
+    {"global", "portIsolateGlobalShow", settingsJson}, {"serial", "portIsolateSerialShow", serialJson},
+    {"groups", "portIsolateGrpShow", groupsJson},      {"pairs", "portIsolateIfPairShow", pairsJson},
+    {"inner", "portIsolateIfInnerShow", pairsJson},    {"ports", "portIsolatePortShow", portsJson},
 };
 
 // The board takes its words apart at blanks, so a word cannot carry one.
@@ -79,6 +136,50 @@ std::string hardwareObject(const std::vector<std::string>& words) {
         text += "," + jsonString(key) + ":" + (bare ? std::to_string(number) : jsonString(value));
     }
     return text + "}";
+}
+
+// "daxIfSyncApi 2 status=0xffffffff if=1 seen=0" as an object.
+std::string faultObject(Session& session, const std::string& line) {
+    std::vector<Cell> cells(6, noCell());
+    const std::vector<std::string> words = splitWords(line);
+    uint32_t number = 0;
+    for (size_t at = 0; at < words.size(); ++at) {
+        const size_t equals = words[at].find('=');
+        const std::string name = words[at].substr(0, equals);
+        const bool counted =
+            parseNumber(equals == std::string::npos ? name : words[at].substr(equals + 1), number);
+        if (at == 0) {
+            cells[0] = textCell(name);
+        } else if (counted) {
+            const char* const names[] = {"status", "if", "command", "seen"};
+            const size_t field =
+                static_cast<size_t>(std::find_if(std::begin(names), std::end(names),
+                                                 [&](const char* known) { return name == known; }) -
+                                    std::begin(names));
+            const size_t cell = field == std::size(names) ? 1 : field + 2;
+            cells[cell] = name == "if" ? interfaceCell(session, number) : numberCell(number);
+        }
+    }
+    return jsonObject({{nullptr, "call"},
+                       {nullptr, "nth"},
+                       {nullptr, "status"},
+                       {nullptr, "if"},
+                       {nullptr, "command"},
+                       {nullptr, "seen"}},
+                      cells);
+}
+
+// The answer to a verb that is handed on; most have none.
+std::string passedJson(Session& session, const Invocation& invocation,
+                       const std::vector<std::string>& lines) {
+    if (invocation.verb == "role" && lines.size() == 1) {
+        return jsonObject({{nullptr, "role"}}, {textCell(lines[0])});
+    }
+    std::vector<std::string> objects;
+    for (const std::string& line : lines) {
+        objects.push_back(invocation.verb == "fault" ? faultObject(session, line) : jsonString(line));
+    }
+    return "[" + joinWords(objects, ",\n ") + "]";
 }
 
 // The same request for each of `numbers`, going on after a refusal.
@@ -253,8 +354,14 @@ Exit runBoardPass(Session& session, const Invocation& invocation) {
     words.insert(words.begin(), invocation.verb);
     std::vector<std::string> lines;
     exit = askBoard(session, joinWords(words, " "), lines);
-    if (exit == Exit::done && (!session.json || !lines.empty())) {
+    if (exit != Exit::done) {
+        return exit;
+    }
+    const bool lists = invocation.verb == "fault" && invocation.arguments.front() == "list";
+    if (!session.json) {
         printLines(session, lines);
+    } else if (lists || !lines.empty()) {
+        printLine(passedJson(session, invocation, lines));
     }
     return exit;
 }
@@ -263,12 +370,11 @@ Exit runShow(Session& session, const Invocation& invocation) {
     const Printout* printout =
         std::find_if(std::begin(PRINTOUTS), std::end(PRINTOUTS),
                      [&](const Printout& known) { return invocation.verb == known.verb; });
-    if (session.json) {
-        return misuse("printouts are plain text; the list commands, such as `group list`, know --json");
-    }
     std::string text, why;
     const LineResult result = shellRequest(printout->function, session.timeoutMs, text, why);
-    if (result == LineResult::done) {
+    if (result == LineResult::done && session.json) {
+        printLine(printout->json(session, text));
+    } else if (result == LineResult::done) {
         std::fwrite(text.data(), 1, text.size(), stdout);
     }
     return lineExit(result, "show " + invocation.verb, SHELL_SOCKET_PATH, why);

@@ -6,7 +6,7 @@
 
 #include "ctl/apply.h"
 #include "ctl/board_commands.h"
-#include "ctl/completion.h"
+#include "ctl/complete.h"
 #include "ctl/matrix.h"
 #include "ctl/monitor.h"
 #include "ctl/output.h"
@@ -18,6 +18,7 @@
 namespace {
 
 constexpr size_t HELP_WIDTH = 100;
+constexpr char COMPLETE_OBJECT[] = "complete";
 
 const char* const INTRODUCTION =
     "usage: portisolatectl [--timeout SECONDS] [--json] OBJECT VERB ARGUMENTS\n"
@@ -26,12 +27,15 @@ const char* const INTRODUCTION =
     "number, or a range such as ge1/1-4; other numbers are decimal or hexadecimal (0x1f).\n"
     "\n"
     "  --timeout SECONDS  bounds connecting, sending and each answer; 5 by default\n"
-    "  --json             listings as JSON\n"
+    "  --json             listings as JSON; the help of each command describes it\n"
     "  --help             on objects and verbs, too\n";
 
 const char* const CLOSING =
     "\nExit status: 0 success, 1 refused by the daemon or the board, 2 wrong use, 3 daemon out of reach.\n"
-    "The environment variable PORTISOLATE_ROOT leads to another daemon's sockets.";
+    "The environment variable PORTISOLATE_ROOT leads to another daemon's sockets. Without arguments on a\n"
+    "terminal, commands are read from there, with history and completion.\n"
+    "\n"
+    "example: portisolatectl group add 5 ge1/1-4 lag1";
 
 const char* const PUBLISH_DETAILS =
     "  newlink INTERFACE [register] [join] [member-add INTERFACE]... [member-del INTERFACE]...\n"
@@ -64,28 +68,9 @@ const char* const APPLY_DETAILS =
     "  get their new isolation first where the daemon allows it. What is refused is told, the rest is done.";
 
 const char* const MONITOR_DETAILS =
-    "  KIND is request, event, hardware (commands to it), query (what it was asked) or log; without one,\n"
-    "  all but queries are shown. A line that gives a number of dropped ones marks where this reader was\n"
-    "  too slow; the daemon never waits for it.";
-
-std::vector<std::string> objectNames() {
-    std::vector<std::string> names;
-    for (const Command& command : commandTable()) {
-        if (names.empty() || names.back() != command.object) {
-            names.emplace_back(command.object);
-        }
-    }
-    return names;
-}
-
-std::span<const Command> commandsOf(const std::string& object) {
-    const std::vector<Command>& table = commandTable();
-    const auto first = std::find_if(table.begin(), table.end(),
-                                    [&](const Command& command) { return object == command.object; });
-    const auto last =
-        std::find_if(first, table.end(), [&](const Command& command) { return object != command.object; });
-    return {first, last};
-}
+    "  hardware are commands to it, query is what it was asked. Without a kind all but queries are shown.\n"
+    "  A line that gives a number of dropped ones marks where this reader was too slow; the daemon never\n"
+    "  waits for it.";
 
 std::string usageOf(const Command& command) {
     std::string usage = command.object;
@@ -129,6 +114,10 @@ void printCommandHelp(const Command& command) {
         printLine("");
         printLine(command.details);
     }
+    if (command.json != nullptr) {
+        printLine("");
+        printBeside("--json:", 8, command.json);
+    }
     printLine("");
     printLine(std::string("example: portisolatectl ") + command.example);
 }
@@ -153,7 +142,10 @@ void printHelp() {
         for (const Command& command : commands) {
             verbs.emplace_back(command.verb);
         }
-        printBeside(object, 12, commands.size() == 1 ? commands[0].signature : joinChoices(verbs, "or"));
+        printBeside(object, 12,
+                    commands.size() > 1              ? joinChoices(verbs, "or")
+                    : *commands[0].signature != '\0' ? commands[0].signature
+                                                     : commands[0].help);
     }
     printLine(CLOSING);
 }
@@ -214,6 +206,25 @@ Exit runHelp(const std::vector<std::string>& words) {
 
 }  // namespace
 
+std::vector<std::string> objectNames() {
+    std::vector<std::string> names;
+    for (const Command& command : commandTable()) {
+        if (names.empty() || names.back() != command.object) {
+            names.emplace_back(command.object);
+        }
+    }
+    return names;
+}
+
+std::span<const Command> commandsOf(const std::string& object) {
+    const std::vector<Command>& table = commandTable();
+    const auto first = std::find_if(table.begin(), table.end(),
+                                    [&](const Command& command) { return object == command.object; });
+    const auto last =
+        std::find_if(first, table.end(), [&](const Command& command) { return object != command.object; });
+    return {first, last};
+}
+
 const std::vector<Command>& commandTable() {
     static const std::vector<Command> table = {
         {"group", "add", "GROUP INTERFACE...", "isolate interfaces from the group's members",
@@ -226,49 +237,81 @@ const std::vector<Command>& commandTable() {
          runRowsProbe},
         {"group", "del", "GROUP [INTERFACE...]", "release members, all of them by default",
          "group del 5 ge1/1", runRowsDelete},
-        {"group", "list", "[GROUP]", "show the members of one group or of all", "group list 5", runRowsList},
+        {"group", "list", "[GROUP]", "show the members of one group or of all", "group list 5", runRowsList,
+         nullptr, "an array of {group, interface, number, status}; status is active or created"},
         {"pair", "add", "SOURCE TARGET...", "keep traffic of the source from the targets",
          "pair add ge1/1 ge1/2", runRowsAdd},
+        {"pair", "create", "SOURCE TARGET...", "enter pairs without isolating them yet",
+         "pair create ge1/1 ge1/2", runRowsCreate},
         {"pair", "activate", "SOURCE TARGET...", "isolate pairs that were created",
          "pair activate ge1/1 ge1/2", runRowsActivate},
+        {"pair", "probe", "SOURCE TARGET...", "ask whether pairs are there", "pair probe ge1/1 ge1/2",
+         runRowsProbe},
         {"pair", "del", "SOURCE [TARGET...]", "release pairs, all of the source by default",
          "pair del ge1/1 ge1/2", runRowsDelete},
-        {"pair", "list", "[SOURCE]", "show the pairs of one source or of all", "pair list", runRowsList},
+        {"pair", "list", "[SOURCE]", "show the pairs of one source or of all", "pair list", runRowsList,
+         nullptr,
+         "an array of {source, sourceNumber, target, targetNumber, status}; status is active or created"},
         {"vlan-group", "add", "GROUP INTERFACE... --vlan VLAN",
          "isolate interfaces from the group's members within a VLAN",
          "vlan-group add 7 ge1/1 ge1/2 --vlan 10", runRowsAdd},
+        {"vlan-group", "create", "GROUP INTERFACE... --vlan VLAN", "enter members without isolating them yet",
+         "vlan-group create 7 ge1/1-4 --vlan 10", runRowsCreate},
         {"vlan-group", "activate", "GROUP INTERFACE... --vlan VLAN", "isolate members that were created",
          "vlan-group activate 7 ge1/1 --vlan 10", runRowsActivate},
+        {"vlan-group", "probe", "GROUP INTERFACE... --vlan VLAN", "ask whether interfaces are members",
+         "vlan-group probe 7 ge1/1 --vlan 10", runRowsProbe},
         {"vlan-group", "del", "GROUP [INTERFACE...] --vlan VLAN", "release members, all of them by default",
          "vlan-group del 7 --vlan 10", runRowsDelete},
         {"vlan-group", "list", "[GROUP] [--vlan VLAN]", "show the members of one VLAN group or of all",
-         "vlan-group list --vlan 10", runRowsList},
+         "vlan-group list --vlan 10", runRowsList, nullptr,
+         "an array of {group, vlan, interface, number, status}; status is active or created"},
         {"pon", "on", "VLAN...", "switch PON isolation of VLANs on", "pon on 10", runPonSwitch},
         {"pon", "off", "VLAN...", "switch PON isolation of VLANs off", "pon off 10 20-23", runPonSwitch},
-        {"pon", "get", "VLAN...", "show the PON isolation of VLANs", "pon get 10", runPonGet},
-        {"pon", "list", "", "show the VLANs whose PON isolation is off", "pon list", runPonList},
-        {"mode", "get", "", "show the isolation mode", "mode get", runModeGet},
+        {"pon", "get", "VLAN...", "show the PON isolation of VLANs", "pon get 10", runPonGet, nullptr,
+         "an array of {vlan, ponIsolation}, which is on or off"},
+        {"pon", "list", "", "show the VLANs whose PON isolation is off", "pon list", runPonList, nullptr,
+         "an array of {vlan, ponIsolation}, which is off"},
+        {"mode", "get", "", "show the isolation mode", "mode get", runModeGet, nullptr, "{mode}"},
         {"mode", "set", "MODE", "set the isolation mode", "mode set 1", runModeSet},
-        {"scalar", "get", "[SCALAR...]", "show values by name or number", "scalar get version", runScalarGet},
-        {"scalar", "list", "", "show all readable values", "scalar list", runScalarList},
-        {"debug", "", "[MASK]", "show or set which debug texts are written", "debug 0xf", runDebug},
-        {"show", "global", "", "the daemon's printout of its settings", "show global", runShow},
-        {"show", "serial", "", "the daemon's printout of the serial numbers", "show serial", runShow},
-        {"show", "groups", "", "the daemon's printout of both group tables", "show groups", runShow},
-        {"show", "pairs", "", "the daemon's printout of the pairs", "show pairs", runShow},
-        {"show", "inner", "", "the daemon's printout of the isolated port pairs", "show inner", runShow},
-        {"show", "ports", "", "the daemon's printout of the ports in use", "show ports", runShow},
+        {"scalar", "get", "[SCALAR...]", "show values by name or number", "scalar get version", runScalarGet,
+         nullptr, "of one scalar {NAME: value}, of several an array of {id, name, value}"},
+        {"scalar", "list", "", "show all readable values", "scalar list", runScalarList, nullptr,
+         "an array of {id, name, value}"},
+        {"debug", "", "[MASK]", "show or set which debug texts are written", "debug 0xf", runDebug, nullptr,
+         "{debugMask, categories}"},
+        {"show", "global", "", "the daemon's printout of its settings", "show global", runShow, nullptr,
+         "an object of the settings by their names"},
+        {"show", "serial", "", "the daemon's printout of the serial numbers", "show serial", runShow, nullptr,
+         "an array of {serial, interface, number}; number 0 for those that are free"},
+        {"show", "groups", "", "the daemon's printout of both group tables", "show groups", runShow, nullptr,
+         "an array of {group, vlan, interface, number}; vlan is null for plain groups"},
+        {"show", "pairs", "", "the daemon's printout of the pairs", "show pairs", runShow, nullptr,
+         "an array of {source, sourceNumber, target, targetNumber, groups}"},
+        {"show", "inner", "", "the daemon's printout of the isolated port pairs", "show inner", runShow,
+         nullptr,
+         "an array of {source, sourceNumber, target, targetNumber, groups}: the groups that claim two ports"},
+        {"show", "ports", "", "the daemon's printout of the ports in use", "show ports", runShow, nullptr,
+         "an array of {interface, number}"},
         {"matrix", "", "[--vlan VLAN] [--svg FILE]", "who may talk to whom, as the hardware forwards",
-         "matrix --vlan 10", runMatrix},
+         "matrix --vlan 10", runMatrix, nullptr,
+         "{vlan, interfaces, rows, blockedInVlans}: rows are {from, to: {NAME: forwards, blocked or "
+         "partly}}, blockedInVlans are {from, to, vlans}"},
         {"why", "", "INTERFACE INTERFACE [--vlan VLAN]",
          "why two interfaces may or may not talk, by the tables and by the hardware",
-         "why ge1/1 lag1 --vlan 10", runWhy},
-        {"export", "", "", "write the running configuration as a text for apply", "export", runExport},
+         "why ge1/1 lag1 --vlan 10", runWhy, nullptr,
+         "an array of two directions {from, to, vlan, tables, reasons, notes, hardware, hardwareReason, "
+         "agree}; tables and hardware are forwards, blocked or partly"},
+        {"export", "", "", "write the running configuration as a text for apply", "export", runExport,
+         nullptr, "an array of the lines"},
         {"apply", "", "FILE [--dry-run]", "make the running configuration equal to a file",
-         "apply isolation.conf --dry-run", runApply, APPLY_DETAILS},
-        {"monitor", "", "[KIND...] [--count LINES]", "show what happens in the daemon as it happens",
-         "monitor request hardware", runMonitor, MONITOR_DETAILS},
-        {"board", "list", "", "show the board's interfaces", "board list", runBoardList},
+         "apply isolation.conf --dry-run", runApply, APPLY_DETAILS,
+         "an array of {change, line}; change is remove or add"},
+        {"monitor", "", "[request|event|hardware|query|log...] [--count LINES]",
+         "show what happens in the daemon as it happens", "monitor request hardware", runMonitor,
+         MONITOR_DETAILS, "an object a line: kind, time in seconds, status, the bytes in hexadecimal, text"},
+        {"board", "list", "", "show the board's interfaces", "board list", runBoardList, nullptr,
+         "an array of {number, name, kind, slot, present, trunk, members, vlan, ability, protocol}"},
         {"board", "unplug", "INTERFACE...", "remove interfaces", "board unplug ge1/3", runBoardEach},
         {"board", "plug", "INTERFACE...", "bring removed interfaces back", "board plug ge1/3", runBoardEach},
         {"board", "join", "TRUNK INTERFACE...", "put ports into a trunk", "board join lag1 ge1/1",
@@ -284,29 +327,41 @@ const std::vector<Command>& commandTable() {
          "board publish newlink ge1/1 register", runBoardPass, PUBLISH_DETAILS},
         {"board", "settle", "", "wait until all events are handled", "board settle", runBoardPass},
         {"board", "fault", "CALL|list|clear [ARGUMENT...]", "let calls of the hardware layer fail",
-         "board fault daxIfSyncApi 2 -1 if ge1/1", runBoardPass, FAULT_DETAILS},
+         "board fault daxIfSyncApi 2 -1 if ge1/1", runBoardPass, FAULT_DETAILS,
+         "of list: an array of {call, nth, status, if, command, seen}; nth is null for every call"},
         {"board", "forward", "FROM TO [--vlan VLAN]", "ask whether traffic would be forwarded",
-         "board forward ge1/1 ge1/2 --vlan 10", runBoardForward},
+         "board forward ge1/1 ge1/2 --vlan 10", runBoardForward, nullptr,
+         "{from, to, vlan, forwards, reason}; forwards is yes, no or partly"},
         {"board", "matrix", "[--vlan VLAN] [--svg FILE]", "who may talk to whom, as the hardware forwards",
-         "board matrix", runMatrix},
+         "board matrix", runMatrix, nullptr, "as of matrix"},
         {"board", "hardware", "", "show what the hardware is programmed with", "board hardware",
-         runBoardHardware},
+         runBoardHardware, nullptr, "an array of {kind} with what belongs to the kind"},
         {"board", "journal", "[--count LINES]", "show hardware calls as they happen",
-         "board journal --count 10", runBoardJournal},
+         "board journal --count 10", runBoardJournal, nullptr, "the lines are JSON in any case"},
         {"board", "role", "[active|standby|single]", "show or set the board's role", "board role standby",
-         runBoardPass},
-        {"complete", "", "[WORD...]", "show what may stand in place of the last word, for shells",
-         "complete -- group a", runComplete},
+         runBoardPass, nullptr, "{role}"},
+        {"complete", "", "[WORD...]", "print what the last word may become, for the completion of shells",
+         "complete group del", runComplete},
         {"raw", "",
          "OPCODE [--column COLUMN] [--index WORDS] [--index-hex BYTES] [--value WORDS] [--value-hex BYTES] "
          "[--capacity LENGTH]",
-         "send any request by number", "raw 6 --column 1 --index 1,5,0", runRaw, RAW_DETAILS},
+         "send any request by number", "raw 6 --column 1 --index 1,5,0", runRaw, RAW_DETAILS,
+         "{status, statusText, index, indexHex, value, valueHex}"},
     };
     return table;
 }
 
 Exit runCommandLine(const std::vector<std::string>& given) {
     CommandLine line;
+    // The words to be completed are nobody's options.
+    const bool completes = !given.empty() && given[0] == COMPLETE_OBJECT;
+    if (completes) {
+        Session session;
+        sessionOpen(session);
+        const Exit exit = runComplete(session, {COMPLETE_OBJECT, "", {given.begin() + 1, given.end()}, {}});
+        sessionClose(session);
+        return exit;
+    }
     const std::string wrong = parseCommandLine(given, line);
     if (!wrong.empty()) {
         return misuse(wrong);

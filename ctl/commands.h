@@ -2,6 +2,7 @@
 // the table.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -15,10 +16,13 @@ struct Command {
     const char* example;
     Exit (*run)(Session&, const Invocation&);
     const char* details = nullptr;  // more of the help, shown for the command alone
+    const char* json = nullptr;     // what --json prints; what scripts rely on
 };
 
 // All commands, those of one object together.
 const std::vector<Command>& commandTable();
+std::vector<std::string> objectNames();
+std::span<const Command> commandsOf(const std::string& object);
 
 // Runs one command line (without the program's name) in a session of its own.
 Exit runCommandLine(const std::vector<std::string>& words);

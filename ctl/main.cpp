@@ -3,10 +3,11 @@
 #include <cstdio>
 
 #include "ctl/commands.h"
+#include "ctl/interactive.h"
 
 int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
-    const Exit exit = runCommandLine(words);
+    const Exit exit = words.empty() && canInteract() ? interact() : runCommandLine(words);
     if (std::fflush(stdout) != 0) {
         std::perror("portisolatectl: standard output");
         return static_cast<int>(exit == Exit::done ? Exit::refused : exit);

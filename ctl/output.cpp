@@ -204,16 +204,20 @@ std::string jsonObject(const std::vector<ListingColumn>& columns, const std::vec
     return "{" + joinWords(fields, ",") + "}";
 }
 
-void printListing(const Listing& listing, bool json) {
-    if (!json) {
-        printTable(listing);
-        return;
-    }
+std::string listingJson(const Listing& listing) {
     std::vector<std::string> objects;
     for (const std::vector<Cell>& row : listing.rows) {
         objects.push_back(jsonObject(listing.columns, row));
     }
-    printLine("[" + joinWords(objects, ",\n ") + "]");
+    return "[" + joinWords(objects, ",\n ") + "]";
+}
+
+void printListing(const Listing& listing, bool json) {
+    if (json) {
+        printLine(listingJson(listing));
+    } else {
+        printTable(listing);
+    }
 }
 
 size_t textWidth(std::string_view text) {

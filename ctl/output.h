@@ -46,6 +46,7 @@ struct Listing {
     std::vector<ListingColumn> columns;
     std::vector<std::vector<Cell>> rows;
 };
+std::string listingJson(const Listing& listing);
 void printListing(const Listing& listing, bool json);
 std::string jsonObject(const std::vector<ListingColumn>& columns, const std::vector<Cell>& cells);
 

@@ -42,7 +42,7 @@ Exit ask(Session& session, const Request& request, Reply& reply) {
     if (session.exchange(request, reply)) {
         return Exit::done;
     }
-    return unreachable(COMMAND_SOCKET_PATH, session.commands.failure);
+    return session.quiet ? Exit::unreachable : unreachable(COMMAND_SOCKET_PATH, session.commands.failure);
 }
 
 Exit askWord(Session& session, const Request& request, int32_t& status, uint32_t& word) {

@@ -23,6 +23,7 @@ enum class Exit : int {
 struct Session {
     int64_t timeoutMs = 5000;
     bool json = false;
+    bool quiet = false;  // nothing is told when the daemon does not answer
     Stream commands;
     // Hands a request to the daemon. False when it did not answer, with `commands.failure` saying why. Tests
     // put a daemon of their own here.

@@ -123,18 +123,22 @@ std::string scalarName(uint32_t id) {
     return std::to_string(id);
 }
 
+std::vector<std::string> scalarNames() {
+    std::vector<std::string> names;
+    for (const ScalarName& scalar : SCALARS) {
+        names.emplace_back(scalar.name);
+    }
+    return names;
+}
+
 namespace {
 
 Exit readScalarId(const std::string& text, uint32_t& id) {
     if (parseNumber(text, id)) {
         return Exit::done;
     }
-    std::vector<std::string> names;
-    for (const ScalarName& scalar : SCALARS) {
-        names.emplace_back(scalar.name);
-    }
     std::string error;
-    const size_t at = pickName(names, text, "scalar", error);
+    const size_t at = pickName(scalarNames(), text, "scalar", error);
     id = SCALARS[at].id;
     return error.empty() ? Exit::done : misuse(error);
 }

@@ -23,6 +23,7 @@ Exit sendPon(Session& session, uint32_t vlan, bool on, int32_t& status);
 
 // The name of a scalar, its number where it has none.
 std::string scalarName(uint32_t id);
+std::vector<std::string> scalarNames();
 
 // VLAN ids of a bit list: VLAN v is bit 0x80 >> (v % 8) of byte v / 8.
 std::vector<uint32_t> vlansOfBitList(std::string_view bytes);

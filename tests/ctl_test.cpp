@@ -10,6 +10,7 @@
 #include "ctl/board_client.h"
 #include "ctl/client.h"
 #include "ctl/commands.h"
+#include "ctl/complete.h"
 #include "ctl/config_plan.h"
 #include "ctl/matrix.h"
 #include "ctl/monitor.h"
@@ -242,7 +243,8 @@ Reply answer(FakeDaemon& daemon, const Request& request) {
         appendWord(reply.value, row->second);
     } else {
         appendWord(reply.index, row->first);
-        reply.index += request.index.substr(4);
+        appendWord(reply.index, 5);
+        reply.index += request.index.substr(8);
     }
     return reply;
 }
@@ -547,6 +549,47 @@ TEST_F(Config, TablesAreJudgedPortByPort) {
         const Judgement judgement = judgeTables(tables, each.from, each.to, each.vlan);
         EXPECT_EQ(judgement.verdict, each.verdict) << each.text << " " << each.from << " to " << each.to;
         EXPECT_EQ(judgement.reasons.empty(), judgement.verdict == "forwards") << each.text;
+    }
+}
+
+TEST_F(Rows, CompletionKnowsTheGrammarAndWhatRuns) {
+    daemon.rows = {{1, STATUS_PROGRAMMED}};
+    const struct {
+        const char* line;
+        const char* found;
+    } cases[] = {
+        {"gro", "group"},
+        {"group a", "add activate"},
+        {"vlan-group li --v", "--vlan"},
+        {"--timeout 3 mod", "mode"},
+        {"help pon o", "on off"},
+        {"mon req", "request"},
+        {"board role s", "standby single"},
+        {"scalar get max-t", "max-targets"},
+        {"group del 5", "5"},
+        {"pair add l", "lag1"},
+        {"pair add ge1/1 ge1/2 l", "lag1"},
+        {"group list 5 l", ""},
+        {"board join ", "lag1"},
+        {"vlan-group add 7 ge1/1 --vlan 1", "10"},
+        {"p l", ""},
+        {"apply fi", ""},
+    };
+    const char* const names[] = {"ge1/1", "lag1", "vlan10"};
+    const char* const kinds[] = {"ethernet", "trunk", "vlan"};
+    for (size_t at = 0; at < std::size(names); ++at) {
+        BoardInterface interface;
+        interface.name = names[at];
+        interface.kind = kinds[at];
+        interface.vlan = at == 2 ? 10 : 0;
+        session.interfaces.push_back(interface);
+    }
+    for (const auto& each : cases) {
+        Words words = splitWords(each.line);
+        if (std::string_view(each.line).ends_with(' ')) {
+            words.emplace_back();
+        }
+        EXPECT_EQ(joinWords(completions(session, words), " "), each.found) << each.line;
     }
 }
 
