@@ -6,6 +6,7 @@
 # it must print on both channels. The commands of a document share one shell, one daemon on a fresh copy of the board,
 # and a temporary root that is their folder too; the daemon's own texts are in daemon.log there. What varies from run to
 # run stands as <time>, <address> or <root>. Blanks at the ends of lines do not count.
+# A picture that a document shows must be what its session drew, where it drew one of that name.
 set -u
 
 programs=$(realpath "$1") board=$(realpath "$2")
@@ -64,7 +65,7 @@ check() {
 }
 
 run_document() {
-    local line number=0 inside=no
+    local line picture drawn number=0 inside=no
     command='' expected='' status=0
     while IFS= read -r line <&3; do
         number=$((number + 1))
@@ -77,6 +78,10 @@ run_document() {
             *) expected+=$line$'\n' ;;
         esac
     done 3<"$1"
+    while IFS= read -r picture; do
+        drawn=$root/${picture##*/}
+        if [ -e "$drawn" ] && ! cmp "$(dirname "$1")/$picture" "$drawn"; then failures=$((failures + 1)); fi
+    done < <(sed -nE 's/.*!\[.*\]\((.*)\).*/\1/p' "$1")
     [ "$inside" = no ] || { printf '%s: a session has no end\n' "$1"; failures=$((failures + 1)); }
 }
 
