@@ -43,7 +43,7 @@ struct Board {
     std::mutex lock;  // guards everything below
 
     Role role = Role::single;
-    std::string peerRoot;  // empty: no peer
+    std::string peerRoot;  // below this board's own root unless absolute; empty: no peer
     uint32_t peerTimeout = PEER_TIMEOUT_DEFAULT;
     std::string journalFile;  // below the root prefix; empty: none
     Plane plane = {};

@@ -30,6 +30,7 @@ constexpr size_t IDLE_BUFFER_MAX = 4 * 1024;  // larger buffers go back when the
 constexpr size_t CLIENTS_MAX = 4096;
 constexpr uint32_t REQUESTS_PER_TURN = 64;
 constexpr uint32_t PEER_REQUESTS_PER_TURN = 8;  // between two requests of an ordinary client
+constexpr uint32_t PEER_TURNS = 128;            // more than a socket can hold of them
 constexpr int REFUSED_PAUSE = 10;               // milliseconds
 constexpr int ACCEPT_PAUSE = 50;  // milliseconds without accepting after the system had no descriptor left
 
@@ -132,16 +133,19 @@ bool serveOne(CommandServer& server, Client& client) {
     return true;
 }
 
-void servePeers(CommandServer& server) {
+// Whether there was anything to serve.
+bool servePeers(CommandServer& server) {
+    bool any = false;
     for (Client& client : server.clients) {
-        if ((!client.isPeer && !client.isFresh) || client.ended) continue;
+        if (!client.isPeer && !client.isFresh) continue;
         client.isFresh = false;
-        if (!hasWork(client)) receive(client);
-        for (uint32_t served = 0; served < PEER_REQUESTS_PER_TURN && serveOne(server, client); served++) {
-        }
+        if (!client.ended && !hasWork(client)) receive(client);
+        for (uint32_t served = 0; served < PEER_REQUESTS_PER_TURN && serveOne(server, client); served++)
+            any = true;
         forgetServed(client);
         sendReplies(client);
     }
+    return any;
 }
 
 void serveClient(CommandServer& server, Client& client) {
@@ -176,10 +180,13 @@ void acceptClients(CommandServer& server) {
     }
 }
 
-// While requests go to the peer, its own must not wait at the door for a whole round.
+// What a peer board has handed over by now is carried out, for two reasons: whoever asks here next finds what
+// was set there, and while requests go to the peer its own must not wait at the door for a whole round.
+// Bounded, so that a peer that never ends holds nobody up.
 void welcomePeers(CommandServer& server) {
     acceptClients(server);
-    servePeers(server);
+    for (uint32_t turn = 0; turn < PEER_TURNS && servePeers(server); turn++) {
+    }
 }
 
 // A client is read from only when all it sent before has been served.
@@ -221,8 +228,8 @@ void serveRound(CommandServer& server, const std::vector<pollfd>& polled) {
             sendReplies(*client);
         if ((polled[position].events & POLLIN) != 0 && events != 0) receive(*client);
         if (hasWork(*client)) {
+            if (peerIsDescribed()) welcomePeers(server);
             serveClient(server, *client);
-            if (peerIsLinked()) welcomePeers(server);
         }
         if (!isDone(*client)) {
             ++client;

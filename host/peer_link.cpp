@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -39,7 +38,6 @@ enum class PeerState : uint8_t { unknown, reached, absent, failed };
 // Milliseconds that a request waits for a peer which has just proved to be stalled.
 constexpr uint32_t STALLED_TIMEOUT = 1;
 
-std::atomic<bool> gLinked = false;
 std::mutex gLock;  // guards what follows, and keeps the requests in order
 int gConnection = -1;
 PeerState gState = PeerState::unknown;
@@ -66,7 +64,6 @@ void notePeer(PeerState state, const std::string& peer, const char* detail) {
 void dropConnection() {
     if (gConnection >= 0) close(gConnection);
     gConnection = -1;
-    gLinked = false;
 }
 
 // Reads and discards answers; false when the peer has closed.
@@ -124,7 +121,6 @@ int sendToPeer(const std::string& path, const std::string& frame, uint32_t timeo
         const bool fresh = gConnection < 0;
         if (fresh) gConnection = connectLocalSocket(path, SOCK_STREAM, timeout);
         if (gConnection < 0) return errno;
-        gLinked = true;
         size_t sent = 0;
         const int problem = handOver(frame, deadline, sent);
         if (problem == 0) return 0;
@@ -166,8 +162,10 @@ bool decodePeerRequest(uintptr_t key, uint32_t command, const void* data, const 
     return request.indexLength <= COMMAND_VALUE_MAX && request.valueLength <= COMMAND_VALUE_MAX;
 }
 
-bool peerIsLinked() {
-    return gLinked;
+bool peerIsDescribed() {
+    Board& board = theBoard();
+    std::lock_guard guard(board.lock);
+    return !board.peerRoot.empty();
 }
 
 int32_t mirrorToPeer(const PeerRequest& request, uint32_t flags) {
@@ -186,6 +184,7 @@ int32_t mirrorToPeer(const PeerRequest& request, uint32_t flags) {
         gState = PeerState::absent;
         return 0;
     }
+    if (!root.starts_with('/')) root = rootPrefix() + "/" + root;
     if (gState == PeerState::failed) timeout = STALLED_TIMEOUT;
     const int problem = sendToPeer(root + COMMAND_SOCKET_PATH, requestFrame(request), timeout);
     if (problem == 0) {

@@ -28,6 +28,5 @@ struct PeerRequest {
 // False for a command that mirrors nothing, or a data block that does not fit a request.
 bool decodePeerRequest(uintptr_t key, uint32_t command, const void* data, const HwCmdControl& control,
                        PeerRequest& request);
-// Whether a connection to the peer is open.
-bool peerIsLinked();
+bool peerIsDescribed();
 int32_t mirrorToPeer(const PeerRequest& request, uint32_t flags);

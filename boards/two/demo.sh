@@ -1,0 +1,68 @@
+# Sourced by demo.sh, which offers `say`, and the programs in PATH: two control boards on one machine, each with a
+# root of its own below the folder given, what stands on both, and what becomes of it when one fails.
+
+# on SIDE COMMAND...: a command of portisolatectl on one of the boards.
+on() {
+    local side=$1
+    shift
+    printf '\n%s$ portisolatectl %s\n' "$side" "$*"
+    PORTISOLATE_ROOT=$boards/$side portisolatectl "$@"
+}
+
+start_board() {
+    local side=$1
+    rm -f "$boards/$side/tmp/portisolatecmd.socket"
+    PORTISOLATE_ROOT=$boards/$side portisolate 2>>"$boards/$side/log" &
+    board_process[$side]=$!
+    for ((i = 0; i < 500; i++)); do
+        [ ! -S "$boards/$side/tmp/portisolatecmd.socket" ] || return 0
+        sleep 0.01
+    done
+    cat "$boards/$side/log" >&2
+    return 1
+}
+
+end_board() {
+    kill -"$2" "${board_process[$1]}"
+    wait "${board_process[$1]}" 2>/dev/null || true
+    unset "board_process[$1]"
+}
+
+# demo_two_boards FOLDER DESCRIPTIONS: the folder is empty and the caller's to remove; DESCRIPTIONS is boards/two.
+demo_two_boards() {
+    boards=$1
+    declare -gA board_process=()
+    local side
+    trap 'for side in "${!board_process[@]}"; do end_board "$side" TERM; done' RETURN
+    for side in active standby; do
+        mkdir -p "$boards/$side/tmp" "$boards/$side/etc/portisolate"
+        cp "$2/$side/board.conf" "$boards/$side/etc/portisolate/"
+        start_board "$side" || return 1
+    done
+
+    say "what is set on the active board stands on the standby board"
+    on active group add 5 ge1/1 pon2/1 lag1
+    on standby group list
+    on standby matrix
+
+    say "switch-over: the boards change their roles, then the board that was active fails"
+    PORTISOLATE_ROOT=$boards/standby portisolatectl matrix >"$boards/before"
+    on active board role standby
+    on standby board role active
+    end_board active KILL
+    on standby matrix
+    PORTISOLATE_ROOT=$boards/standby portisolatectl matrix | cmp - "$boards/before" || return 1
+
+    say "the board that is left goes on alone, and tells so once"
+    on standby group del 5 pon2/1
+    on standby pair add ge1/2 pon2/2
+    cat "$boards/standby/log"
+
+    say "the failed board is back, empty: the running configuration is exported and applied to it"
+    start_board active || return 1
+    on standby export | grep -v '\$ portisolatectl' >"$boards/running"
+    on active apply "$boards/running"
+    on active group list
+    cmp <(PORTISOLATE_ROOT=$boards/active portisolatectl matrix) \
+        <(PORTISOLATE_ROOT=$boards/standby portisolatectl matrix) || return 1
+}
