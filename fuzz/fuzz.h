@@ -9,5 +9,5 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size);
 
 inline void stopAtFailedExpectations() {
-    GTEST_FLAG_SET(break_on_failure, true);
+    GTEST_FLAG_SET(throw_on_failure, true);
 }
