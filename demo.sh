@@ -1,23 +1,25 @@
 #!/usr/bin/env bash
-# Shows the daemon at work on a simulated board: isolates two ports and a trunk, shows what the hardware was told and
-# who may still talk to whom, and dissolves the group again. Needs nothing but a Debian; ends by itself.
+# Shows the daemon at work on simulated boards. Needs nothing but a Debian; ends by itself.
 set -euo pipefail
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/scripts/build.sh"
 
 usage() {
     cat <<TEXT
-usage: ./demo.sh [--stay]
+usage: ./demo.sh [--stay] [two-boards]
 
-Installs what is missing, builds, and runs the daemon on boards/demo in a temporary folder.
-  --stay   leaves the daemon running at the end and prints the commands to try
+Installs what is missing, builds, and runs the daemon on boards/demo in a temporary folder: isolates two ports and a
+trunk, shows what the hardware was told and who may still talk to whom, and dissolves the group again.
+  --stay      leaves the daemon running at the end and prints the commands to try
+  two-boards  shows an active and a standby control board instead: what stands on both, and a switch-over
 TEXT
 }
 
-stay=no
+stay=no what=one-board
 for argument in "$@"; do
     case $argument in
         --stay) stay=yes ;;
+        two-boards) what=two-boards ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'demo.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
     esac
@@ -36,6 +38,13 @@ finish() {
     rm -rf "$root"
 }
 trap finish EXIT
+
+if [ $what = two-boards ]; then
+    . "$top/boards/two/demo.sh"
+    demo_two_boards "$root" "$top/boards/two"
+    exit
+fi
+
 mkdir -p "$root/tmp" "$root/etc/portisolate"
 cp "$top"/boards/demo/*.conf "$root/etc/portisolate/"
 printf 'journal /journal\n' >>"$root/etc/portisolate/board.conf"

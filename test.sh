@@ -6,31 +6,38 @@ top=$(cd "$(dirname "$0")" && pwd)
 
 usage() {
     cat <<TEXT
-usage: ./test.sh [--sanitize] [--lint] [--demo] [--all]
+usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--all]
 
 Installs what is missing, builds, and runs all tests.
   --sanitize  again with the address and undefined-behaviour sanitizers, and with the thread sanitizer
+  --cross     the unit tests for a 32-bit big-endian board (under emulation) and for 32-bit words here
+  --fuzz      every fuzz target for a minute
   --lint      format and static analysis
-  --demo      the demonstration, too
+  --demo      the demonstrations, too
   --all       everything that can be switched on
 TEXT
 }
 
-sanitize=no lint=no demo=no
+sanitize=no cross=no fuzz=no lint=no demo=no
 for argument in "$@"; do
     case $argument in
         --sanitize) sanitize=yes ;;
+        --cross) cross=yes ;;
+        --fuzz) fuzz=yes ;;
         --lint) lint=yes ;;
         --demo) demo=yes ;;
-        --all) sanitize=yes lint=yes demo=yes ;;
+        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'test.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
     esac
 done
 
-packages=("${BUILD_PACKAGES[@]}" libgtest-dev)
+packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev file mandoc)
 [ $lint = no ] || packages+=(clang-format clang-tidy)
+[ $cross = no ] || packages+=(g++-powerpc-linux-gnu qemu-user googletest)
 need_packages "${packages[@]}"
+# The compiler for 32-bit words goes by the version of the one at hand.
+[ $cross = no ] || need_packages "g++-$(g++ -dumpversion | cut -d. -f1)-multilib"
 
 passed=0 failed=0
 
@@ -96,6 +103,16 @@ if [ $sanitize = yes ]; then
     say "with the thread sanitizer"
     tests_of "$top/build-tsan" -DCMAKE_BUILD_TYPE=Debug -DPORTISOLATE_SANITIZE=thread
 fi
+if [ $cross = yes ]; then
+    say "for a 32-bit big-endian board"
+    tests_of "$top/build-powerpc" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_TOOLCHAIN_FILE="$top/tests/powerpc.cmake"
+    say "with 32-bit words"
+    tests_of "$top/build-i386" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_TOOLCHAIN_FILE="$top/tests/i386.cmake"
+fi
+if [ $fuzz = yes ]; then
+    say "fuzz targets, a minute each"
+    check "fuzz targets" "$top/fuzz/run.sh" 60
+fi
 if [ $lint = yes ]; then
     say "format and static analysis"
     mapfile -t files < <(sources)
@@ -103,8 +120,9 @@ if [ $lint = yes ]; then
     check "static analysis" lint_tidy
 fi
 if [ $demo = yes ]; then
-    say "demonstration"
+    say "demonstrations"
     check "demo.sh" "$top/demo.sh"
+    check "demo.sh two-boards" "$top/demo.sh" two-boards
 fi
 
 printf '\n%d passed, %d failed\n' "$passed" "$failed"
