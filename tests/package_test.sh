@@ -64,7 +64,7 @@ completes '12' group add ''
 completes 'pon2/1 pon2/2 pon2/3 pon2/4' group add 12 ge1/1 pon
 completes '10 20' vlan-group add 7 ge1/1 --vlan ''
 completes 'lag1 lag2' board join l
-completes '--json --help --timeout --vlan --svg' matrix --
+completes '--svg' matrix --s
 
 # Below a prefix of its own nothing outside it is touched, and what is configured stays.
 cmake --install "$build" --prefix "$work/own" >/dev/null
