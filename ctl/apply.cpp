@@ -137,11 +137,22 @@ std::vector<RowRequest> rowRequests(StepAction action) {
     }
 }
 
+std::string changesText(size_t changes) {
+    return formatText("%zu change%s", changes, changes == 1 ? "" : "s");
+}
+
 // What carrying out a plan has come to.
 struct Progress {
     size_t changed = 0;
     size_t refused = 0;
 };
+
+// A row whose activation was refused is there all the same.
+void tellCreated(Session& session, const Step& step, uint32_t refused) {
+    if (refused == ROW_ACTIVATE) {
+        complain(stepText(session, step) + ": stays created, without isolating");
+    }
+}
 
 // Carries out one step; a refusal is left in `status` and told when `tell` says so.
 Exit runStep(Session& session, const Step& step, bool tell, int32_t& status) {
@@ -163,6 +174,7 @@ Exit runStep(Session& session, const Step& step, bool tell, int32_t& status) {
         if (status != 0) {
             if (tell) {
                 refuseRow(session, family, step.row.scope, step.row.member, request.name, status);
+                tellCreated(session, step, request.value);
             }
             return Exit::done;
         }
@@ -249,7 +261,7 @@ Exit runApply(Session& session, const Invocation& invocation) {
     const size_t steps = plan.before.size() + plan.early.size() + plan.release.size() + plan.after.size();
     if (steps == 0 || optionValue(invocation.options, "--dry-run") != nullptr) {
         if (!session.json) {
-            printLine(steps == 0 ? "nothing to change" : formatText("%zu changes, none made", steps));
+            printLine(steps == 0 ? "nothing to change" : changesText(steps) + ", none made");
         }
         return Exit::done;
     }
@@ -257,12 +269,12 @@ Exit runApply(Session& session, const Invocation& invocation) {
     Progress progress;
     exit = runPlan(session, plan, progress);
     if (exit != Exit::done || progress.refused > 0) {
-        complain(formatText("%zu of %zu changes were made, %zu were refused", progress.changed, steps,
-                            progress.refused));
+        complain(changesText(steps) +
+                 formatText(", %zu made, %zu refused", progress.changed, progress.refused));
         return exit != Exit::done ? exit : Exit::refused;
     }
     if (!session.json) {
-        printLine(formatText("%zu changes made", progress.changed));
+        printLine(changesText(progress.changed) + " made");
     }
     return Exit::done;
 }

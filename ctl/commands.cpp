@@ -18,7 +18,6 @@
 namespace {
 
 constexpr size_t HELP_WIDTH = 100;
-constexpr char COMPLETE_OBJECT[] = "complete";
 
 const char* const INTRODUCTION =
     "usage: portisolatectl [--timeout SECONDS] [--json] OBJECT VERB ARGUMENTS\n"
@@ -340,8 +339,8 @@ const std::vector<Command>& commandTable() {
          "board journal --count 10", runBoardJournal, nullptr, "the lines are JSON in any case"},
         {"board", "role", "[active|standby|single]", "show or set the board's role", "board role standby",
          runBoardPass, nullptr, "{role}"},
-        {"complete", "", "[WORD...]", "print what the last word may become, for the completion of shells",
-         "complete group del", runComplete},
+        {"complete", "", "[WORD...]", "show what may stand in place of the last word, for shells",
+         "complete -- group a", runComplete},
         {"raw", "",
          "OPCODE [--column COLUMN] [--index WORDS] [--index-hex BYTES] [--value WORDS] [--value-hex BYTES] "
          "[--capacity LENGTH]",
@@ -353,15 +352,6 @@ const std::vector<Command>& commandTable() {
 
 Exit runCommandLine(const std::vector<std::string>& given) {
     CommandLine line;
-    // The words to be completed are nobody's options.
-    const bool completes = !given.empty() && given[0] == COMPLETE_OBJECT;
-    if (completes) {
-        Session session;
-        sessionOpen(session);
-        const Exit exit = runComplete(session, {COMPLETE_OBJECT, "", {given.begin() + 1, given.end()}, {}});
-        sessionClose(session);
-        return exit;
-    }
     const std::string wrong = parseCommandLine(given, line);
     if (!wrong.empty()) {
         return misuse(wrong);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int64_t TIMEOUT_MS = 500;  // nobody waits longer for a key
 
-const char* const GENERAL_OPTIONS[] = {"--json", "--help", "--timeout"};
+const char* const GENERAL_OPTIONS[] = {"--timeout", "--json", "--help"};
 
 bool isListed(const std::string& word, std::initializer_list<const char*> list) {
     return std::any_of(list.begin(), list.end(), [&](const char* one) { return word == one; });
