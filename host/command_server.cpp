@@ -246,6 +246,9 @@ void serveCommands(CommandServer* server) {
     prepareFaultStack();
     std::vector<pollfd> polled;
     for (;;) {
+        // Whoever is served first in a round has its next request ready first: everybody gets the turn.
+        if (!server->clients.empty())
+            server->clients.splice(server->clients.end(), server->clients, server->clients.begin());
         waitForWork(*server, polled);
         serveRound(*server, polled);
         if (polled[0].revents != 0) acceptClients(*server);
