@@ -133,28 +133,32 @@ std::string writtenName(Session& session, uint32_t number) {
     return plain ? name : std::to_string(number);
 }
 
-// `names` with neighbours that count up as ranges.
+// "ge1/1-4" for names from one to the other, which count up.
+std::string rangeText(const std::string& first, const std::string& last) {
+    return first + "-" + last.substr(last.find_last_not_of("0123456789") + 1);
+}
+
+// `names` with those that count up as ranges, where reading the range gives them again.
 std::vector<std::string> withRanges(Session& session, const std::vector<std::string>& names) {
     std::vector<std::string> words;
     for (size_t at = 0; at < names.size();) {
-        size_t length = 1;
-        std::string range = names[at];
-        for (size_t more = RANGE_SHORTEST; at + more <= names.size(); ++more) {
-            const std::string& last = names[at + more - 1];
-            const size_t digits = last.size() - (last.find_last_not_of("0123456789") + 1);
-            const std::string longer = names[at] + "-" + last.substr(last.size() - digits);
-            std::vector<uint32_t> numbers;
-            const std::vector<std::string> wanted(names.begin() + static_cast<ptrdiff_t>(at),
-                                                  names.begin() + static_cast<ptrdiff_t>(at + more));
-            if (digits == 0 || expandRange(longer) != wanted ||
-                !findInterfaces(session, longer, numbers).empty() || numbers.size() != more) {
-                break;
-            }
-            range = longer;
-            length = more;
+        size_t end = at + 1;
+        while (end < names.size() && end - at < RANGE_MAX &&
+               expandRange(rangeText(names[end - 1], names[end])) ==
+                   std::vector<std::string>{names[end - 1], names[end]}) {
+            ++end;
         }
-        words.push_back(range);
-        at += length;
+        const auto first = names.begin() + static_cast<ptrdiff_t>(at);
+        const std::vector<std::string> run(first, names.begin() + static_cast<ptrdiff_t>(end));
+        const std::string range = rangeText(run.front(), run.back());
+        std::vector<uint32_t> numbers;
+        if (run.size() >= RANGE_SHORTEST && expandRange(range) == run &&
+            findInterfaces(session, range, numbers).empty() && numbers.size() == run.size()) {
+            words.push_back(range);
+        } else {
+            words.insert(words.end(), run.begin(), run.end());
+        }
+        at = end;
     }
     return words;
 }
