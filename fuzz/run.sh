@@ -7,7 +7,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/build.sh"
 seconds=${1:-60}
 [ $# -eq 0 ] || shift
-[ $# -gt 0 ] || set -- datagram requests descriptions configuration
+[ $# -gt 0 ] || set -- datagram requests descriptions apply
 
 need_packages "${BUILD_PACKAGES[@]}" clang libgtest-dev
 build_tree "$top/build-fuzz" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ -DPORTISOLATE_FUZZ=ON \
