@@ -1,26 +1,64 @@
-// The text of a configuration that `portisolatectl apply` reads: any bytes give lines and mistakes, each in
-// its place.
-#include <algorithm>
+// The text of a configuration, as apply reads it. The first line is the one that runs, when it is without a
+// mistake; the whole text is the wanted one.
+#include <string_view>
 
-#include "ctl/config_file.h"
+#include "ctl/config_plan.h"
 #include "fuzz/fuzz.h"
+
+namespace {
+
+Session board() {
+    Session session;
+    session.interfacesAsked = true;
+    for (uint32_t number = 1; number <= 4; ++number) {
+        BoardInterface interface;
+        interface.number = number;
+        interface.name = number < 4 ? "ge1/" + std::to_string(number) : "2-3";
+        session.interfaces.push_back(interface);
+    }
+    return session;
+}
+
+Configuration settled(Session& session, std::string_view text, bool& right) {
+    ConfigFile file = parseConfig(text);
+    Configuration configuration;
+    settleConfig(session, file, configuration);
+    right = file.mistakes.empty();
+    for (const Mistake& mistake : file.mistakes) {
+        EXPECT_GT(mistake.place.line, 0u);
+        EXPECT_GT(mistake.place.column, 0u);
+    }
+    return configuration;
+}
+
+size_t steps(const Configuration& running, const Configuration& wanted) {
+    const Plan plan = planChanges(running, wanted);
+    return plan.before.size() + plan.early.size() + plan.release.size() + plan.after.size();
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     stopAtFailedExpectations();
-    const std::string text(reinterpret_cast<const char*>(bytes), size);
-    const ConfigFile file = parseConfig(text);
-    const auto lines = static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
-    Place last;
-    for (const Mistake& mistake : file.mistakes) {
-        EXPECT_FALSE(mistake.text.empty());
-        EXPECT_TRUE(mistake.place.line >= last.line && mistake.place.line <= lines);
-        EXPECT_LE(mistake.place.column, size + 1);
-        last = mistake.place;
+    const std::string_view text(reinterpret_cast<const char*>(bytes), size);
+    Session session = board();
+    bool right = false, again = false;
+    const Configuration running = settled(session, text.substr(0, text.find('\n')), right);
+    const Configuration wanted = settled(session, text, again);
+    EXPECT_EQ(steps(wanted, wanted), 0u);
+    steps(running, wanted);
+    if (!again) {
+        return 0;
     }
-    for (const ConfigLine& line : file.lines) {
-        EXPECT_LE(line.place.line, lines);
-        for (const uint32_t vlan : line.vlans) EXPECT_TRUE(vlan >= 1 && vlan <= 4095);
-        for (const ConfigWord& member : line.members) EXPECT_NE(text.find(member.text), std::string::npos);
+    // What is written means the same when it is read.
+    std::string written;
+    for (const std::string& line : configLines(session, wanted)) {
+        written += line + "\n";
     }
+    const Configuration read = settled(session, written, again);
+    EXPECT_TRUE(again) << written;
+    EXPECT_EQ(read.rows, wanted.rows);
+    EXPECT_EQ(read.ponOff, wanted.ponOff);
+    EXPECT_EQ(read.mode, wanted.mode);
     return 0;
 }
