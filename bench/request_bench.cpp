@@ -1,6 +1,7 @@
 // What a request costs on its way through the command socket: the daemon as it is shipped, in a root of its
 // own, beside the simplest server there can be, which sends back what it reads. Both are asked in turns from
 // this process, so that what else the machine does hits both alike, and what counts is the ratio of the two.
+// How long the daemon takes to answer after its start, and what it keeps resident then, is measured beside.
 //
 // usage: request_bench DAEMON
 #include <fcntl.h>
@@ -33,6 +34,9 @@ constexpr int PIPELINED = 10000;
 constexpr int CLIENTS = 8;
 constexpr std::chrono::seconds SHARING(2);
 constexpr std::chrono::seconds START_LIMIT(10);
+constexpr useconds_t CONNECT_PAUSE = 100;
+constexpr int STARTS = 20;
+constexpr size_t REPLY_STATUS = 16;  // bytes of a reply without a value
 
 using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<uint8_t>;
@@ -93,17 +97,20 @@ std::string startEcho() {
     return path;
 }
 
-std::string startDaemon(const char* program) {
+// In its own folder below the root; returns the path of its command socket.
+std::string startDaemon(const char* program, const char* folder) {
+    const std::filesystem::path own = root / folder;
+    std::filesystem::create_directories(own / "tmp");
     const pid_t child = fork();
     if (child < 0) fail("fork");
     if (child == 0) {
-        setenv(ROOT_VARIABLE, root.c_str(), 1);
+        setenv(ROOT_VARIABLE, own.c_str(), 1);
         dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
         execl(program, program, static_cast<char*>(nullptr));
         std::_Exit(EXIT_FAILURE);
     }
     children.push_back(child);
-    return root.string() + COMMAND_SOCKET_PATH;
+    return own.string() + COMMAND_SOCKET_PATH;
 }
 
 int connectTo(const std::string& path) {
@@ -114,7 +121,7 @@ int connectTo(const std::string& path) {
         if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return fd;
         if (Clock::now() > deadline) fail(path.c_str());
         close(fd);
-        poll(nullptr, 0, 1);
+        usleep(CONNECT_PAUSE);
     }
 }
 
@@ -195,6 +202,37 @@ double askAhead(int fd, const Bytes& request, size_t reply, int count) {
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
+}
+
+long residentKib(pid_t process) {
+    std::FILE* status = std::fopen(("/proc/" + std::to_string(process) + "/status").c_str(), "r");
+    if (status == nullptr) fail("/proc");
+    char line[128];
+    long resident = 0;
+    while (std::fgets(line, sizeof(line), status) != nullptr) std::sscanf(line, "VmRSS: %ld", &resident);
+    std::fclose(status);
+    return resident;
+}
+
+// From the fork to the first reply, with the options' defaults and no board.
+void measureStarts(const char* program, const Bytes& get) {
+    std::vector<double> starts;
+    long resident = 0;
+    for (int i = 0; i < STARTS; ++i) {
+        const auto start = Clock::now();
+        const int fd = connectTo(startDaemon(program, ("start" + std::to_string(i)).c_str()));
+        sendWhole(fd, get);
+        receiveWhole(fd, REPLY_STATUS);
+        starts.push_back(microseconds(start) / 1000);
+        resident = std::max(resident, residentKib(children.back()));
+        close(fd);
+        kill(children.back(), SIGKILL);
+        waitpid(children.back(), nullptr, 0);
+        children.pop_back();
+    }
+    std::sort(starts.begin(), starts.end());
+    std::printf("start to first reply  %6.2f   ms, median of %d (%.2f to %.2f); resident %ld KiB\n",
+                median(starts), STARTS, starts.front(), starts.back(), resident);
 }
 
 void compareWithEcho(int daemon, int echo, const Bytes& get, size_t reply) {
@@ -278,11 +316,10 @@ int main(int argc, char** argv) {
     root = folder;
     std::filesystem::create_directory(root / "tmp");
     const std::string echoPath = startEcho();
-    const std::string daemonPath = startDaemon(argv[1]);
+    const std::string daemonPath = startDaemon(argv[1], "daemon");
     const int echo = connectTo(echoPath);
     const int daemon = connectTo(daemonPath);
 
-    constexpr size_t REPLY_STATUS = 16;
     const Bytes create = groupRequest(OP_GROUP_SET, ROW_CREATE);
     sendWhole(daemon, create);
     receiveWhole(daemon, REPLY_STATUS);
@@ -293,6 +330,7 @@ int main(int argc, char** argv) {
     comparePipelined(daemon, get, reply);
     compareClients(daemonPath, get, reply, 1);
     compareClients(daemonPath, get, reply, 100);
+    measureStarts(argv[1], get);
     endChildren();
     return EXIT_SUCCESS;
 }
