@@ -101,6 +101,19 @@ struct Soak : EndToEnd {
         events++;
     }
 
+    // A connection of the board or the shell is served by a thread whose stack is kept for the next one. How
+    // many happen to overlap is chance, so that many stacks as never will are made at once, to begin with.
+    void overlap() const {
+        std::vector<int> clients;
+        for (int client = 0; client < 16; client++)
+            clients.push_back(connectTo(client % 2 == 0 ? BOARD_SOCKET_PATH : SHELL_SOCKET_PATH));
+        for (const int client : clients) EXPECT_TRUE(converse(client, "nonsense\n"));
+        for (const int client : clients) {
+            receive(client, SIZE_MAX);
+            close(client);
+        }
+    }
+
     size_t residentPages() const {
         const Texts fields = split(readText("/proc/" + std::to_string(daemon) + "/statm"), ' ');
         return std::stoul(fields.at(1));
@@ -135,6 +148,7 @@ TEST_F(Soak, MemoryDescriptorsAndState) {
     const std::chrono::seconds time(chosen == nullptr ? 600 : std::atoi(chosen));
     start();
     fd = connectTo(COMMAND_SOCKET_PATH);
+    overlap();
     const auto begin = Clock::now();
     size_t pages = 0, files = 0;
     for (auto now = begin; now < begin + time && !HasFailure(); now = Clock::now()) {
