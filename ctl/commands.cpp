@@ -163,7 +163,7 @@ Found findCommand(const std::vector<std::string>& words, bool help) {
     }
     Found found;
     const std::vector<std::string> objects = objectNames();
-    const std::string object = objects[pickName(objects, words[0], "object", found.error)];
+    const std::string& object = objects[pickName(objects, words[0], "object", found.error)];
     if (!found.error.empty()) {
         return found;
     }
@@ -361,7 +361,7 @@ Exit runCommandLine(const std::vector<std::string>& given) {
         return runHelp({line.words.begin() + (helpObject ? 1 : 0), line.words.end()});
     }
     const Found found = findCommand(line.words, false);
-    if (!found.error.empty()) {
+    if (!found.error.empty() || found.command == nullptr) {
         return misuse(found.error);
     }
     const Command& command = *found.command;

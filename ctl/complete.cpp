@@ -196,7 +196,7 @@ std::vector<std::string> choices(Session& session, std::vector<std::string> word
     }
     std::string error;
     const std::vector<std::string> objects = objectNames();
-    const std::string object = objects[pickName(objects, words[0], "object", error)];
+    const std::string& object = objects[pickName(objects, words[0], "object", error)];
     if (!error.empty()) {
         return {};
     }

@@ -214,7 +214,7 @@ void waitForWork(CommandServer& server, std::vector<pollfd>& polled) {
     if (poll(polled.data(), polled.size(), work ? 0 : pause > 0 ? static_cast<int>(pause) : -1) >= 0) return;
     // The system refuses to wait for so many descriptors, or was interrupted: look at each after a moment.
     poll(nullptr, 0, REFUSED_PAUSE);
-    for (pollfd& one : polled) one.revents = one.fd < 0 ? 0 : one.events;
+    for (pollfd& one : polled) one.revents = one.fd < 0 ? short{0} : one.events;
 }
 
 void serveRound(CommandServer& server, const std::vector<pollfd>& polled) {
