@@ -44,7 +44,7 @@ struct Client {
     bool deaf = false;   // reads no replies any more; what it sent is still carried out
     bool broken = false;
     bool isPeer = false;  // sends what a peer board mirrors
-    bool isFresh = true;  // was never looked at: may turn out to be a peer
+    bool isFresh = true;  // has sent no request yet: may turn out to be a peer
 };
 
 struct CommandServer {
@@ -117,29 +117,47 @@ bool isSync(uint32_t opcode) {
            opcode == OP_VLAN_SYNC || opcode == OP_VLAN_GROUP_SYNC;
 }
 
-// Carries out the client's next request; false when there is none that can be.
-bool serveOne(CommandServer& server, Client& client) {
-    uint32_t length = 0;
-    if (client.broken || isHeldUp(client)) return false;
+// The client's next request, if all of it is there and it can be answered; null otherwise.
+const uint8_t* nextRequest(Client& client, uint32_t& length) {
+    if (client.broken || isHeldUp(client)) return nullptr;
     const NextFrame next = nextFrame(client, length);
     if (next == NextFrame::broken) client.broken = true;
-    if (next != NextFrame::whole) return false;
-    const auto* request = reinterpret_cast<const uint8_t*>(client.input.data()) + client.served + WORD;
+    if (next != NextFrame::whole) return nullptr;
+    return reinterpret_cast<const uint8_t*>(client.input.data()) + client.served + WORD;
+}
+
+// The first request tells whether the client is a peer.
+void recognise(CommandServer& server, Client& client) {
+    uint32_t length = 0;
+    const uint8_t* request = client.isFresh ? nextRequest(client, length) : nullptr;
+    if (request == nullptr) return;
     uint32_t opcode = 0;
     memcpy(&opcode, request, sizeof opcode);
-    if (isSync(opcode)) client.isPeer = server.peersKnown = true;
+    client.isFresh = false;
+    client.isPeer = isSync(opcode);
+    server.peersKnown = server.peersKnown || client.isPeer;
+}
+
+// Carries out the client's next request; false when there is none that can be.
+bool serveOne(CommandServer& server, Client& client) {
+    recognise(server, client);
+    uint32_t length = 0;
+    const uint8_t* request = nextRequest(client, length);
+    if (request == nullptr) return false;
     answerRequest(server.table, request, length, client.replies);
     client.served += WORD + length;
     return true;
 }
 
-// Whether there was anything to serve.
+// Whether there was anything to serve. A client that has not shown yet what it is may be a peer whose request
+// lies behind those of others, so it is looked at, too.
 bool servePeers(CommandServer& server) {
     bool any = false;
     for (Client& client : server.clients) {
         if (!client.isPeer && !client.isFresh) continue;
-        client.isFresh = false;
         if (!client.ended && !hasWork(client)) receive(client);
+        recognise(server, client);
+        if (!client.isPeer) continue;
         for (uint32_t served = 0; served < PEER_REQUESTS_PER_TURN && serveOne(server, client); served++)
             any = true;
         forgetServed(client);
@@ -149,7 +167,6 @@ bool servePeers(CommandServer& server) {
 }
 
 void serveClient(CommandServer& server, Client& client) {
-    client.isFresh = false;
     for (uint32_t served = 0; served < REQUESTS_PER_TURN && serveOne(server, client); served++) {
         if (server.peersKnown && !client.isPeer) servePeers(server);
     }

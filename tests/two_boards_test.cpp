@@ -163,7 +163,7 @@ TEST_F(TwoBoards, WhateverBecomesOfTheStandbyTheActiveBoardWorks) {
     EXPECT_EQ(statusOf(fd, setRequest(6, 5, ROW_CREATE)), 0);
     standby.begin();
     EXPECT_EQ(statusOf(fd, setRequest(7, 6, ROW_CREATE)), 0);
-    EXPECT_NE(standby.run("group list").find("pon2/3"), std::string::npos);
+    EXPECT_NE(standby.run("group list").find("pon2/3"), std::string::npos) << active.log();
     EXPECT_EQ(active.told("is not there: "), 1u) << active.log();
     EXPECT_EQ(active.told("reached"), 3u) << active.log();
     close(fd);
