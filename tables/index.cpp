@@ -10,16 +10,12 @@ bool isBelow(const TableKey& a, const TableKey& b) {
     return highA != highB ? highA < highB : a[2] < b[2];
 }
 
-uint32_t heightOf(const IndexNode* node) {
-    return node == nullptr ? 0 : node->height;
-}
-
-void measure(IndexNode* node) {
-    node->height = 1 + std::max(heightOf(node->lower), heightOf(node->upper));
+uint16_t levelsOf(const IndexNode* node) {
+    return static_cast<uint16_t>(1 + std::max(node->lowerLevels, node->upperLevels));
 }
 
 // Puts `child` (or nothing) where `node` hangs.
-void replaceAtParent(IndexNode* node, IndexNode* child) {
+void replaceAtParent(const IndexNode* node, IndexNode* child) {
     IndexNode* parent = node->parent;
     (parent->lower == node ? parent->lower : parent->upper) = child;
     if (child != nullptr) child->parent = parent;
@@ -28,44 +24,52 @@ void replaceAtParent(IndexNode* node, IndexNode* child) {
 // Exchanges a node with its parent, keeping the order by key.
 void rotateUp(IndexNode* node) {
     IndexNode* parent = node->parent;
-    const bool isLower = parent->lower == node;
     replaceAtParent(parent, node);
-    IndexNode*& given = isLower ? node->upper : node->lower;
-    (isLower ? parent->lower : parent->upper) = given;
+    const bool isLower = parent->lower == node;
+    IndexNode* given = isLower ? node->upper : node->lower;
+    if (isLower) {
+        parent->lower = given;
+        parent->lowerLevels = node->upperLevels;
+        node->upper = parent;
+        node->upperLevels = levelsOf(parent);
+    } else {
+        parent->upper = given;
+        parent->upperLevels = node->lowerLevels;
+        node->lower = parent;
+        node->lowerLevels = levelsOf(parent);
+    }
     if (given != nullptr) given->parent = parent;
-    given = parent;
     parent->parent = node;
-    measure(parent);
-    measure(node);
 }
 
 // Makes the halves below a node differ by one level at most; the node that is on top then.
 IndexNode* level(IndexNode* node) {
-    const uint32_t lower = heightOf(node->lower);
-    const uint32_t upper = heightOf(node->upper);
-    if (lower <= upper + 1 && upper <= lower + 1) {
-        measure(node);
-        return node;
+    if (node->lowerLevels > node->upperLevels + 1) {
+        IndexNode* top = node->lower;
+        if (top->upperLevels > top->lowerLevels) rotateUp(top = top->upper);
+        rotateUp(top);
+        return top;
     }
-    IndexNode* tall = lower > upper ? node->lower : node->upper;
-    IndexNode* inner = lower > upper ? tall->upper : tall->lower;
-    IndexNode* outer = lower > upper ? tall->lower : tall->upper;
-    if (heightOf(inner) <= heightOf(outer)) {
-        rotateUp(tall);
-        return tall;
+    if (node->upperLevels > node->lowerLevels + 1) {
+        IndexNode* top = node->upper;
+        if (top->lowerLevels > top->upperLevels) rotateUp(top = top->lower);
+        rotateUp(top);
+        return top;
     }
-    rotateUp(inner);
-    rotateUp(inner);
-    return inner;
+    return node;
 }
 
-// Levels a node below which a node came or went, and the ones above as far as their height changes.
-void levelFrom(IndexNode* node) {
+// Notes that a half below a node now has so many levels, and levels the nodes from there on up as far as it
+// matters. Looks at nobody beside them: the other halves are seldom in a near cache.
+void carryUp(IndexNode* node, bool lowerHalf, uint16_t levels) {
     while (node->parent != nullptr) {
-        const uint32_t before = node->height;
+        const uint16_t before = levelsOf(node);
+        (lowerHalf ? node->lowerLevels : node->upperLevels) = levels;
         const IndexNode* top = level(node);
-        if (top->height == before) return;
+        levels = levelsOf(top);
+        if (levels == before) return;
         node = top->parent;
+        lowerHalf = node->lower == top;
     }
 }
 
@@ -88,27 +92,32 @@ void indexInsert(IndexNode* head, IndexNode* node, const TableKey& key) {
         place = isBelow(key, parent->key) ? &parent->lower : &parent->upper;
     }
     *place = node;
-    *node = {parent, nullptr, nullptr, key, 1};
-    levelFrom(parent);
+    *node = {parent, nullptr, nullptr, key, 0, 0};
+    carryUp(parent, parent->lower == node, 1);
 }
 
 void indexRemove(IndexNode* node) {
     IndexNode* changed = node->parent;
+    bool lowerHalf = changed->lower == node;
+    uint16_t levels = std::max(node->lowerLevels, node->upperLevels);
     if (node->lower == nullptr || node->upper == nullptr) {
         replaceAtParent(node, node->lower != nullptr ? node->lower : node->upper);
     } else {
         // The one that follows takes its place.
         IndexNode* next = lowest(node->upper);
-        changed = next->parent == node ? next : next->parent;
+        lowerHalf = next->parent != node;
+        changed = lowerHalf ? next->parent : next;
+        levels = next->upperLevels;
         replaceAtParent(next, next->upper);
         next->lower = node->lower;
         next->upper = node->upper;
-        next->height = node->height;
+        next->lowerLevels = node->lowerLevels;
+        next->upperLevels = node->upperLevels;
         next->lower->parent = next;
         if (next->upper != nullptr) next->upper->parent = next;
         replaceAtParent(node, next);
     }
-    levelFrom(changed);
+    carryUp(changed, lowerHalf, levels);
 }
 
 IndexNode* indexFrom(const IndexNode* head, const TableKey& key) {

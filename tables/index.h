@@ -23,7 +23,8 @@ struct IndexNode {
     IndexNode* lower;   // the head's: the topmost node
     IndexNode* upper;
     TableKey key;
-    uint32_t height;  // levels from here down
+    uint16_t lowerLevels;  // of the half below
+    uint16_t upperLevels;
 };
 
 void indexInit(IndexNode* head);

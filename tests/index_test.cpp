@@ -66,6 +66,8 @@ int levels(const IndexNode* node) {
     const int lower = levels(node->lower);
     const int upper = levels(node->upper);
     EXPECT_LE(std::abs(lower - upper), 1);
+    EXPECT_EQ(node->lowerLevels, lower);
+    EXPECT_EQ(node->upperLevels, upper);
     return 1 + std::max(lower, upper);
 }
 
