@@ -11,7 +11,6 @@
 #include <random>
 
 #include "api/records.h"
-#include "api/vlan_group_api.h"
 #include "frame/options.h"
 #include "frame/state.h"
 #include "fuzz/fuzz.h"
@@ -19,7 +18,11 @@
 #include "host/command_server.h"
 #include "host/local_socket.h"
 #include "platform/wire.h"
+#include "tables/groups.h"
 #include "tables/lifecycle.h"
+#include "tables/pairs.h"
+#include "tables/ports.h"
+#include "tables/programming.h"
 
 namespace {
 
@@ -38,15 +41,24 @@ int32_t startOnce() {
     return portIsolateOptInit();
 }
 
-// An input begins with empty tables, so that it does the same whenever it is run.
+template <typename Entry>
+void dropRows(ListNode& list, void (*drop)(Entry*)) {
+    while (auto* entry = listFirst<Entry>(&list)) drop(entry);
+}
+
+// An input begins with empty tables, so that it does the same whenever it is run. The reset leaves rows of
+// interfaces that the board does not know: nothing that asks the hardware about them can take them away.
 void clearTables() {
-    PortIsolateIfVlanGrpIndex index = {};
-    uint32_t destroy = ROW_DESTROY;
-    while (portIsolateIfVlanGrpGetFirst(&index) == 0) {
-        portIsolateIfVlanGrpSetApi(&index, GROUP_COLUMN_ROW_STATUS, &destroy);
-    }
     silTakeSem(gPortIsoInfo.mutex, SIL_WAIT_FOREVER);
+    dropRows<PortIsolateIfVlanGrpEntry>(gPortIsoInfo.ifVlanGrpList, [](auto* entry) {
+        if (portIsolateIfVlanGrpEntryDel(entry) != 0) groupEntryDrop(entry);
+    });
     portIsolateResetConfig();
+    dropRows<PortIsolateIfGrpEntry>(gPortIsoInfo.ifGrpList, [](auto* entry) { groupEntryDrop(entry); });
+    dropRows<PortIsolateIfPairEntry>(gPortIsoInfo.ifPairList, [](auto* entry) { pairEntryDrop(entry); });
+    dropRows<PortIsolateIfInnerEntry>(gPortIsoInfo.ifInnerList, [](auto* entry) { pairEntryDrop(entry); });
+    dropRows<PortIsolatePortEntry>(gPortIsoInfo.portList,
+                                   [](auto* entry) { portIsolatePortEntryDel(entry); });
     silGiveSem(gPortIsoInfo.mutex);
 }
 
