@@ -14,7 +14,7 @@ Installs what is missing, builds, and runs all tests.
   --fuzz      every fuzz target for a minute
   --lint      format and static analysis
   --demo      the demonstrations, too
-  --all       everything but the fuzz targets
+  --all       everything that can be switched on
 TEXT
 }
 
@@ -26,7 +26,7 @@ for argument in "$@"; do
         --fuzz) fuzz=yes ;;
         --lint) lint=yes ;;
         --demo) demo=yes ;;
-        --all) sanitize=yes cross=yes lint=yes demo=yes ;;
+        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'test.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
     esac
