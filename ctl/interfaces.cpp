@@ -53,7 +53,7 @@ std::string unknownName(Session& session, const std::string& name, const std::st
 
 // What one argument stands for; a name that looks like a range is a name first.
 std::vector<std::string> expandNames(Session& session, const std::string& text) {
-    const std::vector<std::string> range = expandRange(text);
+    std::vector<std::string> range = expandRange(text);
     uint32_t number;
     if (range.empty()) {
         return {text};

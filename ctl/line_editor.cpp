@@ -80,7 +80,7 @@ void closeLineEditor() {
 
 #include <iostream>
 
-void openLineEditor(LineCompletion) {}
+void openLineEditor(const LineCompletion&) {}
 
 bool editLine(const char* prompt, std::string& line) {
     std::cout << prompt << std::flush;

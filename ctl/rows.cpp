@@ -273,9 +273,12 @@ Exit undoRows(Session& session, const RowFamily& family, RowScope scope, const A
 }
 
 const RowFamily& familyOf(const Invocation& invocation) {
-    const RowFamily* families[] = {&GROUP_ROWS, &PAIR_ROWS, &VLAN_GROUP_ROWS};
-    return **std::find_if(std::begin(families), std::end(families),
-                          [&](const RowFamily* family) { return invocation.object == family->object; });
+    for (const RowFamily* family : {&GROUP_ROWS, &PAIR_ROWS}) {
+        if (invocation.object == family->object) {
+            return *family;
+        }
+    }
+    return VLAN_GROUP_ROWS;
 }
 
 // Reads "SCOPE [MEMBER...] [--vlan VLAN]".

@@ -42,6 +42,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     Board board;
     readBoard(text, "board", board);
     checkBoard(board);
-    destroySimPlane(board.plane);
+    board.plane.destroy(board.plane.state);
     return 0;
 }

@@ -71,12 +71,17 @@ uint32_t slotOf(Board& board, const Interface& interface) {
     return first == nullptr ? 0 : first->slot;
 }
 
-namespace {
-PlanePort planePort(Board& board, const Interface& interface) {
-    return {interface.number, slotOf(board, interface), interface.kind == IfKind::pon,
-            interface.name.c_str()};
+bool isAccess(const Interface& interface) {
+    return interface.kind == IfKind::pon || interface.access;
 }
 
+PlanePort planePort(Board& board, const Interface& interface) {
+    const std::string& device = interface.device.empty() ? interface.name : interface.device;
+    return {interface.number,       slotOf(board, interface), isAccess(interface),       interface.trunk != 0,
+            interface.name.c_str(), device.c_str(),           interface.switchId.c_str()};
+}
+
+namespace {
 // The ports that traffic of an interface runs over: itself, or the members of a trunk that has some.
 std::vector<PlanePort> carriers(Board& board, const Interface& interface) {
     std::vector<PlanePort> ports;

@@ -20,6 +20,7 @@
 
 inline constexpr uint32_t INTERFACE_NAME_MAX = 63;      // characters
 inline constexpr uint32_t PEER_TIMEOUT_DEFAULT = 2000;  // milliseconds
+inline constexpr size_t DEVICE_NAME_MAX = 15;           // characters of a kernel's name
 inline constexpr uint32_t VLAN_ID_MAX = 4095;
 
 enum class IfKind : uint8_t { ethernet, pon, trunk, vlan };
@@ -31,7 +32,10 @@ struct Interface {
     IfKind kind = IfKind::ethernet;
     uint32_t slot = 0;
     uint32_t ability = 1;
-    uint32_t vid = 0;  // of a VLAN interface
+    uint32_t vid = 0;      // of a VLAN interface
+    std::string device;    // the kernel's name of it
+    std::string switchId;  // of the chip that forwards between its ports by itself; empty: none
+    bool access = false;   // marked as held by the PON isolation of a VLAN, as PON ports are
     bool present = true;
     bool protocol = false;          // the isolation protocol is enabled on it
     uint32_t trunk = 0;             // the trunk that it is a member of, 0: none
@@ -47,6 +51,8 @@ struct Board {
     uint32_t peerTimeout = PEER_TIMEOUT_DEFAULT;
     std::string journalFile;  // below the root prefix; empty: none
     Plane plane = {};
+    std::string bridge;                   // whose ports are the interfaces; empty: they are simulated
+    std::set<std::string> accessDevices;  // marked as access, described or not
 
     std::map<uint32_t, Interface>
         interfaces;  // by number; entries are never removed, so their addresses last
@@ -75,6 +81,9 @@ void leaveTrunk(Interface& trunk, Interface& port);
 std::set<uint32_t> presentSlots(const Board& board);
 uint32_t slotOf(Board& board, const Interface& interface);
 bool isPort(const Interface& interface);
+// Whether the PON isolation of a VLAN holds the interface.
+bool isAccess(const Interface& interface);
+PlanePort planePort(Board& board, const Interface& interface);
 
 enum class Forwarding : uint8_t { yes, no, partly };
 // Whether traffic from one interface to the other passes; traffic of a trunk runs over its member ports.

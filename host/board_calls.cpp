@@ -113,14 +113,16 @@ int32_t isolate(Board& board, const Interface& src, const AttrSetRecord* record)
     if (record == nullptr) return HOST_STATUS_BAD_ARGUMENT;
     if (!decodeIsolation(record->attrId, command)) return HOST_STATUS_NOT_SUPPORTED;
     if (!decodeIsolationData(*record, command, data)) return HOST_STATUS_BAD_ARGUMENT;
-    if (findInterface(board, data.dstIfUnit) == nullptr) return HOST_STATUS_NOT_FOUND;
+    const Interface* dst = findInterface(board, data.dstIfUnit);
+    if (dst == nullptr) return HOST_STATUS_NOT_FOUND;
 
     const Plane& plane = board.plane;
     const PlaneIsolation isolation = {data.vid, data.srcSerial, data.dstSerial, data.grpNo};
     if (command.twoWay && command.add)
-        return plane.addTwoWay(plane.state, src.number, data.dstIfUnit, isolation);
+        return plane.addTwoWay(plane.state, planePort(board, src), planePort(board, *dst), isolation);
     if (command.twoWay) return plane.deleteTwoWay(plane.state, src.number, data.dstIfUnit);
-    if (command.add) return plane.addOneWay(plane.state, src.number, data.dstIfUnit, isolation);
+    if (command.add)
+        return plane.addOneWay(plane.state, planePort(board, src), planePort(board, *dst), isolation);
     return plane.deleteOneWay(plane.state, src.number, data.dstIfUnit);
 }
 

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cinttypes>
+#include <cstring>
 
 #include "host/board_calls.h"
 #include "host/board_events.h"
@@ -287,6 +288,22 @@ std::string hardwareVerb(Board& board, const Words& words, std::string& result) 
     return {};
 }
 
+std::string planeVerb(Board& board, const Words& words, std::string& result) {
+    if (words.size() != 2) return WRONG_USE;
+    std::lock_guard guard(board.lock);
+    const Plane& plane = board.plane;
+    if (words[1] == "show") {
+        plane.inspect(plane.state, result);
+        return {};
+    }
+    if (words[1] != "sweep" && words[1] != "restore") return WRONG_USE;
+    uint64_t changed = 0;
+    const int32_t status = (words[1] == "sweep" ? plane.sweep : plane.restore)(plane.state, changed);
+    if (status != 0) return std::string("the kernel refused it: ") + strerror(status);
+    appendFormat(result, "%" PRIu64 "\n", changed);
+    return {};
+}
+
 std::string roleVerb(Board& board, const Words& words, std::string& result) {
     std::lock_guard guard(board.lock);
     if (words.size() == 1) {
@@ -329,6 +346,9 @@ constexpr Verb VERBS[] = {
     {"forward", "A B [VID]", "would traffic from A reach B", forwardVerb},
     {"matrix", "[VID]", "who can talk to whom: o yes, x no, p partly", matrixVerb},
     {"hardware", "", "what is programmed", hardwareVerb},
+    {"plane", "show|sweep|restore",
+     "what is in force beside what was asked for; remove what is left over; put back what is missing",
+     planeVerb},
     {"role", "[active|standby|single]", "show or set the board's role", roleVerb},
     {"help", "", "this list", helpVerb},
 };

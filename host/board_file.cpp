@@ -2,6 +2,7 @@
 #include <optional>
 
 #include "host/board.h"
+#include "host/linux_plane.h"
 #include "host/logging.h"
 #include "host/sim_plane.h"
 #include "host/text.h"
@@ -50,8 +51,31 @@ const char* readPeer(Words& words, Board& board) {
     return nullptr;
 }
 
-const char* readPlane(Words& words, Board&) {
-    return words.size() == 2 && words[1] == "sim" ? nullptr : "expected: plane sim";
+const char* readPlane(Words& words, Board& board) {
+    if (words.size() != 2 || (words[1] != "sim" && words[1] != "linux")) return "expected: plane sim|linux";
+    if (words[1] == board.plane.name) return nullptr;
+    if (words[1] == "sim") return "the plane is chosen already";
+    const Plane plane = createLinuxPlane();
+    if (plane.state == nullptr) return "this daemon was built without the Linux plane";
+    board.plane.destroy(board.plane.state);
+    board.plane = plane;
+    return nullptr;
+}
+
+const char* readBridge(Words& words, Board& board) {
+    if (words.size() != 2 || words[1].size() > DEVICE_NAME_MAX) return "expected: bridge DEVICE";
+    board.bridge = words[1];
+    return nullptr;
+}
+
+// Marks devices, whether described or not: which ports a bridge has may turn out later.
+const char* readAccess(Words& words, Board& board) {
+    if (words.size() < 2) return "expected: access DEVICE...";
+    for (size_t i = 1; i < words.size(); i++) {
+        if (words[i].size() > DEVICE_NAME_MAX) return "the name of a device has at most 15 characters";
+    }
+    board.accessDevices.insert(words.begin() + 1, words.end());
+    return nullptr;
 }
 
 const char* readJournal(Words& words, Board& board) {
@@ -61,16 +85,22 @@ const char* readJournal(Words& words, Board& board) {
 }
 
 const char* readInterface(Words& words, Board& board) {
-    static const char USAGE[] = "expected: interface NUMBER NAME slot S [kind ethernet|pon] [ability N]";
+    static const char USAGE[] =
+        "expected: interface NUMBER NAME slot S [kind ethernet|pon] [ability N] "
+        "[device NAME]";
     Interface interface;
+    std::optional<std::string> device;
     std::optional<std::string> slot;
     std::optional<std::string> kind;
     if (!takeOption(words, "slot", slot) || !slot || !parseNumber(*slot, interface.slot)) return USAGE;
     if (!takeOption(words, "kind", kind) || !takeNumber(words, "ability", interface.ability)) return USAGE;
     if (kind && *kind != "ethernet" && *kind != "pon") return "a kind is ethernet or pon";
     if (kind && *kind == "pon") interface.kind = IfKind::pon;
+    if (!takeOption(words, "device", device)) return USAGE;
     if (words.size() != 3 || !parseNumber(words[1], interface.number)) return USAGE;
     interface.name = words[2];
+    interface.device = device.value_or("");
+    if (interface.device.size() > DEVICE_NAME_MAX) return "the name of a device has at most 15 characters";
     return addInterface(board, interface);
 }
 
@@ -125,15 +155,16 @@ struct Statement {
 };
 
 constexpr Statement STATEMENTS[] = {
-    {"role", readRole},           {"peer", readPeer},   {"plane", readPlane}, {"journal", readJournal},
-    {"interface", readInterface}, {"trunk", readTrunk}, {"vlan", readVlan},
+    {"role", readRole},           {"peer", readPeer},     {"plane", readPlane},
+    {"bridge", readBridge},       {"access", readAccess}, {"journal", readJournal},
+    {"interface", readInterface}, {"trunk", readTrunk},   {"vlan", readVlan},
 };
 
 const char* readStatement(Words& words, Board& board) {
     for (const Statement& statement : STATEMENTS) {
         if (words[0] == statement.word) return statement.read(words, board);
     }
-    return "expected role, peer, plane, journal, interface, trunk or vlan";
+    return "expected role, peer, plane, bridge, access, journal, interface, trunk or vlan";
 }
 }  // namespace
 
@@ -147,4 +178,6 @@ void readBoard(std::string_view text, const char* fileName, Board& board) {
         hostReport("%s:%u: line left out: %s", fileName, number, problem);
         board.rejected++;
     });
+    for (auto& [number, interface] : board.interfaces)
+        interface.access = board.accessDevices.contains(planePort(board, interface).device);
 }

@@ -14,8 +14,11 @@
 struct PlanePort {
     uint32_t ifUnit;
     uint32_t slot;
-    bool pon;
-    const char* name;
+    bool access;           // held by the PON isolation of a VLAN
+    bool trunkMember;      // of no use by itself, its trunk carries its traffic
+    const char* name;      // the operator's
+    const char* device;    // the kernel's
+    const char* switchId;  // of the chip that forwards between its ports by itself; empty: none
 };
 
 // One isolation as the daemon commanded it. Two-way ones bear a VLAN (0: all traffic) and the group that
@@ -38,12 +41,15 @@ struct PlaneCounters {
 struct Plane {
     const char* name;
     void* state;
+    void (*destroy)(void* state);
     // Two-way isolations are held by the two ports in the order of the add. An add of ports that are held
     // already replaces the entry. A delete takes the entry of exactly its ports, else that of the ports in
     // reverse.
-    int32_t (*addTwoWay)(void* state, uint32_t src, uint32_t dst, const PlaneIsolation& isolation);
+    int32_t (*addTwoWay)(void* state, const PlanePort& src, const PlanePort& dst,
+                         const PlaneIsolation& isolation);
     int32_t (*deleteTwoWay)(void* state, uint32_t src, uint32_t dst);
-    int32_t (*addOneWay)(void* state, uint32_t src, uint32_t dst, const PlaneIsolation& isolation);
+    int32_t (*addOneWay)(void* state, const PlanePort& src, const PlanePort& dst,
+                         const PlaneIsolation& isolation);
     int32_t (*deleteOneWay)(void* state, uint32_t src, uint32_t dst);
     // Switches PON isolation of a VLAN on these cards. A card that comes up fresh has it on in every VLAN.
     int32_t (*setPon)(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>& slots);
@@ -55,4 +61,17 @@ struct Plane {
     // One line per entry, in a fixed order.
     void (*list)(void* state, std::string& text);
     PlaneCounters (*counters)(void* state);
+    // What is really in force beside what was asked for, in lines of `key=value`:
+    //   plane name=NAME state=ready|gone|failed
+    //   note SENTENCE
+    //   entry kind=bi|uni|pon|pon-off src=PORT|- dst=PORT|- vlan=VID|- state=held|left-over|missing
+    //         packets=N|- bytes=N|-
+    // where PORT is the kernel's name, or the interface's number where there is none.
+    // A two-way isolation has an entry for each direction. `pon` is the PON isolation of all VLANs that have
+    // no `pon-off`. What is left over was in force before the daemon started and has not been asked for
+    // since.
+    void (*inspect)(void* state, std::string& text);
+    // Removes what is left over; puts in force what is missing. Both count what they changed.
+    int32_t (*sweep)(void* state, uint64_t& changed);
+    int32_t (*restore)(void* state, uint64_t& changed);
 };

@@ -21,7 +21,6 @@ uint32_t sourceOf(PortPair pair) {
 uint32_t targetOf(PortPair pair) {
     return static_cast<uint32_t>(pair);
 }
-}  // namespace
 
 struct SimPlane {
     Entries twoWay;
@@ -31,9 +30,12 @@ struct SimPlane {
     uint64_t refused = 0;
 };
 
-namespace {
 SimPlane& simPlane(void* state) {
     return *static_cast<SimPlane*>(state);
+}
+
+void destroy(void* state) {
+    delete static_cast<SimPlane*>(state);
 }
 
 int32_t counted(SimPlane& plane, bool accepted) {
@@ -41,9 +43,9 @@ int32_t counted(SimPlane& plane, bool accepted) {
     return accepted ? 0 : HOST_STATUS_NOT_FOUND;
 }
 
-int32_t addTwoWay(void* state, uint32_t src, uint32_t dst, const PlaneIsolation& isolation) {
+int32_t addTwoWay(void* state, const PlanePort& src, const PlanePort& dst, const PlaneIsolation& isolation) {
     SimPlane& plane = simPlane(state);
-    plane.twoWay[pairOf(src, dst)] = isolation;
+    plane.twoWay[pairOf(src.ifUnit, dst.ifUnit)] = isolation;
     return counted(plane, true);
 }
 
@@ -53,9 +55,9 @@ int32_t deleteTwoWay(void* state, uint32_t src, uint32_t dst) {
     return counted(plane, found);
 }
 
-int32_t addOneWay(void* state, uint32_t src, uint32_t dst, const PlaneIsolation& isolation) {
+int32_t addOneWay(void* state, const PlanePort& src, const PlanePort& dst, const PlaneIsolation& isolation) {
     SimPlane& plane = simPlane(state);
-    plane.oneWay[pairOf(src, dst)] = isolation;
+    plane.oneWay[pairOf(src.ifUnit, dst.ifUnit)] = isolation;
     return counted(plane, true);
 }
 
@@ -109,7 +111,7 @@ bool forwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t 
         // `cause` is complete
     } else if (plane.oneWay.contains(pairOf(src.ifUnit, dst.ifUnit))) {
         cause = "one-way isolation";
-    } else if (vid != 0 && src.pon && dst.pon &&
+    } else if (vid != 0 && src.access && dst.access &&
                (ponIsolated(plane, vid, src.slot) || ponIsolated(plane, vid, dst.slot))) {
         appendFormat(cause, "PON isolation in VLAN %u", vid);
     } else {
@@ -154,14 +156,35 @@ PlaneCounters counters(void* state) {
     const SimPlane& plane = simPlane(state);
     return {plane.twoWay.size(), plane.oneWay.size(), plane.ponOff.size(), plane.accepted, plane.refused};
 }
+
+void inspectDirection(std::string& text, const char* kind, uint32_t src, uint32_t dst, uint32_t vid) {
+    appendFormat(text, "entry kind=%s src=%u dst=%u vlan=", kind, src, dst);
+    text += vid == 0 ? "-" : std::to_string(vid);
+    text += " state=held packets=- bytes=-\n";
+}
+
+// What a simulated plane was told is what is in force.
+void inspect(void* state, std::string& text) {
+    const SimPlane& plane = simPlane(state);
+    text += "plane name=sim state=ready\n";
+    for (const PortPair pair : sortedPairs(plane.twoWay)) {
+        const uint32_t vid = plane.twoWay.at(pair).vid;
+        inspectDirection(text, "bi", sourceOf(pair), targetOf(pair), vid);
+        inspectDirection(text, "bi", targetOf(pair), sourceOf(pair), vid);
+    }
+    for (const PortPair pair : sortedPairs(plane.oneWay))
+        inspectDirection(text, "uni", sourceOf(pair), targetOf(pair), 0);
+    for (const auto& [vid, slots] : plane.ponOff)
+        appendFormat(text, "entry kind=pon-off src=- dst=- vlan=%u state=held packets=- bytes=-\n", vid);
+}
+
+int32_t nothingToDo(void*, uint64_t& changed) {
+    changed = 0;
+    return 0;
+}
 }  // namespace
 
 Plane createSimPlane() {
-    return {"sim",  new SimPlane, addTwoWay, deleteTwoWay, addOneWay, deleteOneWay,
-            setPon, freshCard,    forwards,  list,         counters};
-}
-
-void destroySimPlane(Plane& plane) {
-    delete static_cast<SimPlane*>(plane.state);
-    plane = {};
+    return {"sim",     new SimPlane, destroy, addTwoWay, deleteTwoWay, addOneWay,   deleteOneWay, setPon,
+            freshCard, forwards,     list,    counters,  inspect,      nothingToDo, nothingToDo};
 }

@@ -4,8 +4,5 @@
 
 #include "host/plane.h"
 
-struct SimPlane;
-
-// A plane without entries, kept until destroySimPlane.
+// A plane without entries.
 Plane createSimPlane();
-void destroySimPlane(Plane& plane);

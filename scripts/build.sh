@@ -23,7 +23,7 @@ need_packages() {
     "${root[@]}" env DEBIAN_FRONTEND=noninteractive "${install[@]}" >/dev/null
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build libedit-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build libedit-dev libmnl-dev libnftnl-dev)
 
 # build_tree FOLDER [CMAKE OPTION]...: configures and builds; quiet unless it fails.
 build_tree() {

@@ -136,7 +136,7 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
         EXPECT_EQ(board.interfaces.size(), 4u) << line;
         EXPECT_EQ(board.interfaces.at(7).members, std::vector<uint32_t>{2}) << line;
         EXPECT_EQ(slotOf(board, board.interfaces.at(7)), 2u) << line;
-        destroySimPlane(board.plane);
+        board.plane.destroy(board.plane.state);
     });
 }
 
@@ -148,6 +148,7 @@ TEST(SimPlane, JudgesTrafficByItsEntries) {
         "interface 4 d slot 1\ntrunk 9 lag members c d\n",
         "test.conf", board);
     const Plane& plane = board.plane;
+    const auto port = [&](uint32_t number) { return planePort(board, board.interfaces.at(number)); };
     const auto asked = [&](uint32_t src, uint32_t dst, uint32_t vid) {
         std::string reason;
         return boardForwards(board, board.interfaces.at(src), board.interfaces.at(dst), vid, reason);
@@ -161,22 +162,22 @@ TEST(SimPlane, JudgesTrafficByItsEntries) {
     plane.freshCard(plane.state, 2);
     EXPECT_EQ(asked(2, 1, 10), Forwarding::no);
 
-    plane.addTwoWay(plane.state, 1, 3, {0, 0, 0, 5});
+    plane.addTwoWay(plane.state, port(1), port(3), {0, 0, 0, 5});
     EXPECT_EQ(asked(3, 1, 20), Forwarding::no);
     EXPECT_EQ(asked(1, 9, 0), Forwarding::partly);
-    plane.addTwoWay(plane.state, 1, 3, {20, 0, 0, 6});  // replaces
+    plane.addTwoWay(plane.state, port(1), port(3), {20, 0, 0, 6});  // replaces
     EXPECT_EQ(asked(1, 3, 0), Forwarding::yes);
     EXPECT_EQ(asked(1, 3, 20), Forwarding::no);
     EXPECT_EQ(plane.deleteTwoWay(plane.state, 3, 1), 0);  // the reverse order will do
     EXPECT_EQ(plane.deleteTwoWay(plane.state, 3, 1), HOST_STATUS_NOT_FOUND);
 
-    plane.addOneWay(plane.state, 9, 1, {});
+    plane.addOneWay(plane.state, port(9), port(1), {});
     EXPECT_EQ(asked(9, 1, 0), Forwarding::no);
     EXPECT_EQ(asked(1, 9, 0), Forwarding::yes);
     EXPECT_EQ(plane.deleteOneWay(plane.state, 1, 9), HOST_STATUS_NOT_FOUND);
     board.interfaces.at(1).present = false;
     EXPECT_EQ(asked(1, 9, 0), Forwarding::no);
-    destroySimPlane(board.plane);
+    board.plane.destroy(board.plane.state);
 }
 
 TEST(Faults, FireAtTheirNthMatchOnly) {
