@@ -1,10 +1,15 @@
 #include "ctl/statuses.h"
 
+#include <cstring>
+
 #include "ctl/output.h"
 #include "frame/status.h"
 #include "platform/wire.h"
 
 namespace {
+
+constexpr char UNKNOWN[] = "unknown status";
+constexpr int32_t KERNEL_STATUS_MAX = 133;
 
 struct StatusText {
     int32_t status;
@@ -45,9 +50,15 @@ const char* statusText(int32_t status) {
             return known.text;
         }
     }
-    return "unknown status";
+    return UNKNOWN;
 }
 
 std::string describeStatus(int32_t status) {
+    // A forwarding plane in the kernel hands on the kernel's own number.
+    const bool known = std::strcmp(statusText(status), UNKNOWN) != 0;
+    if (!known && status > 0 && status <= KERNEL_STATUS_MAX) {
+        return formatText("0x%08X: the kernel says: %s", static_cast<uint32_t>(status),
+                          std::strerror(status));
+    }
     return formatText("0x%08X: %s", static_cast<uint32_t>(status), statusText(status));
 }

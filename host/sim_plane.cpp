@@ -1,30 +1,15 @@
 #include "host/sim_plane.h"
 
-#include <algorithm>
 #include <map>
-#include <unordered_map>
-#include <vector>
 
+#include "host/plane_entries.h"
 #include "host/statuses.h"
 #include "host/text.h"
 
 namespace {
-using PortPair = uint64_t;  // source in the upper half
-using Entries = std::unordered_map<PortPair, PlaneIsolation>;
-
-PortPair pairOf(uint32_t src, uint32_t dst) {
-    return static_cast<uint64_t>(src) << 32 | dst;
-}
-uint32_t sourceOf(PortPair pair) {
-    return static_cast<uint32_t>(pair >> 32);
-}
-uint32_t targetOf(PortPair pair) {
-    return static_cast<uint32_t>(pair);
-}
-
 struct SimPlane {
-    Entries twoWay;
-    Entries oneWay;
+    PlaneEntries twoWay;
+    PlaneEntries oneWay;
     std::map<uint32_t, std::set<uint32_t>> ponOff;  // VLAN: slots of the cards with PON isolation off
     uint64_t accepted = 0;
     uint64_t refused = 0;
@@ -51,8 +36,10 @@ int32_t addTwoWay(void* state, const PlanePort& src, const PlanePort& dst, const
 
 int32_t deleteTwoWay(void* state, uint32_t src, uint32_t dst) {
     SimPlane& plane = simPlane(state);
-    const bool found = plane.twoWay.erase(pairOf(src, dst)) > 0 || plane.twoWay.erase(pairOf(dst, src)) > 0;
-    return counted(plane, found);
+    const auto found = findTwoWay(plane.twoWay, src, dst);
+    if (found == plane.twoWay.end()) return counted(plane, false);
+    plane.twoWay.erase(found);
+    return counted(plane, true);
 }
 
 int32_t addOneWay(void* state, const PlanePort& src, const PlanePort& dst, const PlaneIsolation& isolation) {
@@ -87,14 +74,11 @@ void freshCard(void* state, uint32_t slot) {
     }
 }
 
-bool twoWayBlocks(const Entries& entries, uint32_t src, uint32_t dst, uint32_t vid, std::string& reason) {
+bool twoWayBlocks(const PlaneEntries& entries, uint32_t src, uint32_t dst, uint32_t vid,
+                  std::string& reason) {
     const auto found = entries.find(pairOf(src, dst));
     if (found == entries.end() || (found->second.vid != 0 && found->second.vid != vid)) return false;
-    appendFormat(reason, "two-way isolation, group %u, ", found->second.group);
-    if (found->second.vid == 0)
-        reason += "all traffic";
-    else
-        appendFormat(reason, "VLAN %u", found->second.vid);
+    describeTwoWay(found->second, reason);
     return true;
 }
 
@@ -121,26 +105,9 @@ bool forwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t 
     return false;
 }
 
-std::vector<PortPair> sortedPairs(const Entries& entries) {
-    std::vector<PortPair> pairs;
-    pairs.reserve(entries.size());
-    for (const auto& [pair, isolation] : entries) pairs.push_back(pair);
-    std::sort(pairs.begin(), pairs.end());
-    return pairs;
-}
-
 void list(void* state, std::string& text) {
     const SimPlane& plane = simPlane(state);
-    for (const PortPair pair : sortedPairs(plane.twoWay)) {
-        const PlaneIsolation& entry = plane.twoWay.at(pair);
-        appendFormat(text, "bi %u %u vlan=%u group=%u serial=%u/%u\n", sourceOf(pair), targetOf(pair),
-                     entry.vid, entry.group, entry.srcSerial, entry.dstSerial);
-    }
-    for (const PortPair pair : sortedPairs(plane.oneWay)) {
-        const PlaneIsolation& entry = plane.oneWay.at(pair);
-        appendFormat(text, "uni %u %u serial=%u/%u\n", sourceOf(pair), targetOf(pair), entry.srcSerial,
-                     entry.dstSerial);
-    }
+    listEntries(plane.twoWay, plane.oneWay, text);
     for (const auto& [vid, slots] : plane.ponOff) {
         appendFormat(text, "pon-off %u slots=", vid);
         const char* separator = "";
