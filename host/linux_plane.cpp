@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
-#include <map>
 
 #include "host/logging.h"
 #include "host/nft_filter.h"
@@ -16,6 +15,8 @@
 
 namespace {
 constexpr size_t TRANSACTION_ELEMENTS = 1000;  // what a socket's buffer takes at once
+
+using Wanted = std::unordered_map<FilterElement, uint32_t, FilterElementHash>;
 
 struct LinuxPlane {
     Filter filter;
@@ -27,7 +28,10 @@ struct LinuxPlane {
     PlaneEntries twoWay;
     PlaneEntries oneWay;
     std::unordered_map<uint32_t, std::string> devices;  // by interface
-    std::unordered_map<FilterElement, uint32_t, FilterElementHash> wanted;
+    std::set<std::string> access;
+    std::set<uint16_t> ponOff;
+    std::map<std::string, uint16_t> egress;  // VLAN of all that leaves a device untagged
+    Wanted wanted;
 
     // What the kernel held when the filter was at this generation. A later one means that somebody else has
     // changed the filter, this table or another.
@@ -123,12 +127,47 @@ int32_t counted(LinuxPlane& plane, int32_t status) {
     return status;
 }
 
+void appendDirection(const LinuxPlane& plane, const std::string& src, const std::string& dst, uint16_t vid,
+                     std::vector<FilterElement>& elements) {
+    elements.push_back(filterElement(vid == 0 ? FilterSet::bi : FilterSet::biVlan, src, dst, vid));
+    const auto egress = plane.egress.find(dst);
+    if (vid != 0 && egress != plane.egress.end() && egress->second == vid)
+        elements.push_back(filterElement(FilterSet::biEgress, src, dst, 0));
+}
+
 std::vector<FilterElement> elementsOf(const LinuxPlane& plane, PortPair pair, const uint16_t* twoWayVid) {
     const std::string& src = plane.devices.at(sourceOf(pair));
     const std::string& dst = plane.devices.at(targetOf(pair));
     if (twoWayVid == nullptr) return {filterElement(FilterSet::uni, src, dst, 0)};
-    const FilterSet set = *twoWayVid == 0 ? FilterSet::bi : FilterSet::biVlan;
-    return {filterElement(set, src, dst, *twoWayVid), filterElement(set, dst, src, *twoWayVid)};
+    std::vector<FilterElement> elements;
+    appendDirection(plane, src, dst, *twoWayVid, elements);
+    appendDirection(plane, dst, src, *twoWayVid, elements);
+    return elements;
+}
+
+FilterElement deviceElement(FilterSet set, const std::string& device) {
+    return filterElement(set, device, "", 0);
+}
+
+FilterElement ponOffElement(uint32_t vid) {
+    return filterElement(FilterSet::ponOff, "", "", static_cast<uint16_t>(vid));
+}
+
+// Everything that was asked for, from the records.
+Wanted allWanted(const LinuxPlane& plane) {
+    Wanted wanted;
+    const auto take = [&](const std::vector<FilterElement>& elements) {
+        for (const FilterElement& element : elements) wanted[element]++;
+    };
+    for (const auto& [pair, isolation] : plane.twoWay) take(elementsOf(plane, pair, &isolation.vid));
+    for (const auto& [pair, isolation] : plane.oneWay) take(elementsOf(plane, pair, nullptr));
+    for (const std::string& device : plane.access) take({deviceElement(FilterSet::access, device)});
+    for (const uint16_t vid : plane.ponOff) take({ponOffElement(vid)});
+    for (const auto& [device, vid] : plane.egress) {
+        take({deviceElement(FilterSet::egress, device)});
+        if (plane.ponOff.contains(vid)) take({deviceElement(FilterSet::egressOff, device)});
+    }
+    return wanted;
 }
 
 // The daemon must not rely on an isolation that the kernel cannot keep.
@@ -208,25 +247,30 @@ int32_t deleteOneWay(void* state, uint32_t src, uint32_t dst) {
     return counted(plane, deleteEntry(plane, plane.oneWay, plane.oneWay.find(pairOf(src, dst)), false));
 }
 
-FilterElement ponOffElement(uint32_t vid) {
-    return filterElement(FilterSet::ponOff, "", "", static_cast<uint16_t>(vid));
-}
-
 // The kernel has no cards: a VLAN is switched as a whole.
 int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>&) {
     LinuxPlane& plane = linuxPlane(state);
-    const FilterElement element = ponOffElement(vid);
-    const bool wanted = plane.wanted.contains(element);
+    std::vector<FilterElement> elements = {ponOffElement(vid)};
+    for (const auto& [device, egressVid] : plane.egress) {
+        if (egressVid == vid) elements.push_back(deviceElement(FilterSet::egressOff, device));
+    }
     Change change;
-    if (!isolate) {
-        if (!wanted) plane.wanted[element] = 1;
-        change.add.push_back(element);
-    } else {
-        plane.wanted.erase(element);
-        if (plane.held.contains(element)) change.del.push_back(element);
+    for (const FilterElement& element : elements) {
+        if (!isolate)
+            change.add.push_back(element);
+        else if (plane.held.contains(element))
+            change.del.push_back(element);
     }
     const int problem = commit(plane, change);
-    if (problem != 0 && !isolate && !wanted) plane.wanted.erase(element);
+    if (problem == 0 && !isolate) plane.ponOff.insert(static_cast<uint16_t>(vid));
+    // As with a delete that is refused: what is still held is left over.
+    if (isolate) plane.ponOff.erase(static_cast<uint16_t>(vid));
+    for (const FilterElement& element : elements) {
+        if (isolate)
+            plane.wanted.erase(element);
+        else if (problem == 0)
+            plane.wanted[element] = 1;
+    }
     return counted(plane, problem);
 }
 
@@ -271,59 +315,75 @@ bool forwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t 
     return false;
 }
 
-std::vector<uint16_t> vlansWithoutPon(const LinuxPlane& plane) {
-    std::vector<uint16_t> vlans;
-    for (const auto& [element, uses] : plane.wanted) {
-        if (element.set == FilterSet::ponOff) vlans.push_back(element.vid);
-    }
-    std::sort(vlans.begin(), vlans.end());
-    return vlans;
-}
-
 void list(void* state, std::string& text) {
     const LinuxPlane& plane = linuxPlane(state);
     listEntries(plane.twoWay, plane.oneWay, text);
-    for (const uint16_t vid : vlansWithoutPon(plane)) appendFormat(text, "pon-off %u slots=-\n", vid);
+    for (const uint16_t vid : plane.ponOff) appendFormat(text, "pon-off %u slots=-\n", vid);
 }
 
 PlaneCounters counters(void* state) {
     const LinuxPlane& plane = linuxPlane(state);
-    return {plane.twoWay.size(), plane.oneWay.size(), vlansWithoutPon(plane).size(), plane.accepted,
-            plane.refused};
+    return {plane.twoWay.size(), plane.oneWay.size(), plane.ponOff.size(), plane.accepted, plane.refused};
+}
+
+// The pair's element for frames that leave untagged belongs to the one that its VLAN has.
+bool egressTwin(const LinuxPlane& plane, const FilterElement& element, FilterElement& twin) {
+    const auto egress = plane.egress.find(std::string(textOf(element.dst)));
+    twin = filterElement(FilterSet::biEgress, textOf(element.src), textOf(element.dst), 0);
+    return element.set == FilterSet::biVlan && egress != plane.egress.end() && egress->second == element.vid;
 }
 
 void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::string& text) {
-    constexpr const char* KINDS[] = {"bi", "bi", "uni", "pon", "pon-off"};
+    constexpr const char* KINDS[] = {"bi", "bi", "bi", "uni", "pon", "pon-off"};
     const auto device = [](const auto& name) {
         return name[0] == '\0' ? std::string("-") : printable(textOf(name));
     };
     const auto held = plane.held.find(element);
-    const bool missing = held == plane.held.end();
-    const bool counts = !missing && element.set <= FilterSet::uni;
+    bool missing = held == plane.held.end();
+    FilterCounter counter = missing ? FilterCounter{} : held->second;
+    FilterElement twin = {};
+    if (egressTwin(plane, element, twin)) {
+        const auto also = plane.held.find(twin);
+        missing |= also == plane.held.end() && plane.wanted.contains(twin);
+        if (also != plane.held.end())
+            counter = {counter.packets + also->second.packets, counter.bytes + also->second.bytes};
+    }
     appendFormat(text, "entry kind=%s src=%s dst=%s vlan=%s state=%s",
                  KINDS[static_cast<size_t>(element.set)], device(element.src).c_str(),
                  device(element.dst).c_str(), element.vid == 0 ? "-" : std::to_string(element.vid).c_str(),
                  missing                          ? "missing"
                  : plane.wanted.contains(element) ? "held"
                                                   : "left-over");
-    if (counts)
-        appendFormat(text, " packets=%" PRIu64 " bytes=%" PRIu64 "\n", held->second.packets,
-                     held->second.bytes);
+    if (!missing && element.set <= FilterSet::uni)
+        appendFormat(text, " packets=%" PRIu64 " bytes=%" PRIu64 "\n", counter.packets, counter.bytes);
     else
         text += " packets=- bytes=-\n";
 }
 
-void inspectElements(const LinuxPlane& plane, std::string& text) {
+// What follows from other elements and the ports' VLANs is no entry of its own.
+bool isEntry(const LinuxPlane& plane, const FilterElement& element) {
+    if (element.set == FilterSet::egress || element.set == FilterSet::egressOff) return false;
+    return element.set != FilterSet::biEgress ||
+           !(plane.wanted.contains(element) || plane.egress.contains(std::string(textOf(element.dst))));
+}
+
+std::vector<FilterElement> sortedElements(const LinuxPlane& plane) {
     std::vector<FilterElement> elements;
-    bool access = false;
-    for (const auto& [element, counter] : plane.held) elements.push_back(element);
+    for (const auto& [element, counter] : plane.held) {
+        if (isEntry(plane, element)) elements.push_back(element);
+    }
     for (const auto& [element, uses] : plane.wanted) {
-        if (!plane.held.contains(element)) elements.push_back(element);
+        if (isEntry(plane, element) && !plane.held.contains(element)) elements.push_back(element);
     }
     std::sort(elements.begin(), elements.end(), [](const FilterElement& a, const FilterElement& b) {
         return std::tie(a.set, a.src, a.dst, a.vid) < std::tie(b.set, b.src, b.dst, b.vid);
     });
-    for (const FilterElement& element : elements) {
+    return elements;
+}
+
+void inspectElements(const LinuxPlane& plane, std::string& text) {
+    bool access = false;
+    for (const FilterElement& element : sortedElements(plane)) {
         if (element.set == FilterSet::access && !access && plane.damage == nullptr)
             appendFormat(
                 text, "entry kind=pon src=- dst=- vlan=- state=held packets=%" PRIu64 " bytes=%" PRIu64 "\n",
@@ -407,21 +467,30 @@ std::string failureSentence(int problem) {
            strerror(problem) + consequence;
 }
 
-// The set of access devices is the description's alone: nothing of it is left over.
-int markAccess(LinuxPlane& plane, const std::set<std::string>& devices) {
-    Change change;
-    for (const std::string& device : devices)
-        want(plane, filterElement(FilterSet::access, device, "", 0), change);
-    for (const auto& [element, counter] : plane.held) {
-        if (element.set == FilterSet::access && !plane.wanted.contains(element))
-            change.del.push_back(element);
+// Brings the kernel to what the records say, additions first. What is left over stays, but for what the ports
+// are: that is the description's and the bridge's to say, whatever an earlier run has left.
+int32_t settle(LinuxPlane& plane) {
+    Wanted wanted = allWanted(plane);
+    std::vector<FilterElement> add;
+    std::vector<FilterElement> del;
+    for (const auto& [element, uses] : wanted) {
+        if (!plane.held.contains(element)) add.push_back(element);
     }
-    return commit(plane, change);
+    for (const auto& [element, counter] : plane.held) {
+        const bool ours = element.set == FilterSet::access || element.set == FilterSet::egress;
+        if (!wanted.contains(element) && (ours || plane.wanted.contains(element))) del.push_back(element);
+    }
+    plane.wanted = std::move(wanted);
+    uint64_t changed = 0;
+    const int32_t added = commitAll(plane, true, add, changed);
+    const int32_t removed = commitAll(plane, false, del, changed);
+    return added != 0 ? added : removed;
 }
 
 void tellStart(LinuxPlane& plane) {
     size_t leftOver = 0;
-    for (const auto& [element, counter] : plane.held) leftOver += plane.wanted.contains(element) ? 0 : 1;
+    for (const auto& [element, counter] : plane.held)
+        leftOver += plane.wanted.contains(element) || !isEntry(plane, element) ? 0 : 1;
     if (leftOver > 0)
         hostReport(
             "%zu elements of an earlier run are kept in the kernel's filter table %s until they are asked "
@@ -429,8 +498,9 @@ void tellStart(LinuxPlane& plane) {
             leftOver, FILTER_TABLE);
     if (plane.filter.seesPvid) return;
     plane.notes["pvid"] =
-        "this kernel does not tell the VLAN of untagged frames (nft_meta_bridge): what holds within a VLAN "
-        "holds tagged frames only";
+        "this kernel does not tell by which VLAN untagged frames came in (nft_meta_bridge): what holds "
+        "within a "
+        "VLAN holds tagged frames, and untagged ones where they leave by a port with one untagged VLAN";
     hostReport("%s", plane.notes["pvid"].c_str());
 }
 }  // namespace
@@ -445,7 +515,8 @@ std::string startLinuxPlane(const Plane& handle, const std::set<std::string>& ac
     plane.failure = openFilter(plane.filter);
     if (plane.failure == 0) plane.failure = layTable(plane.filter);
     if (plane.failure == 0) plane.failure = refresh(plane);
-    if (plane.failure == 0) plane.failure = markAccess(plane, accessDevices);
+    plane.access = accessDevices;
+    if (plane.failure == 0) plane.failure = settle(plane);
     plane.failureText = plane.failure == 0 ? "" : failureSentence(plane.failure);
     if (plane.failure == 0) tellStart(plane);
     return plane.failureText;
@@ -455,28 +526,17 @@ int32_t renameLinuxPort(const Plane& handle, uint32_t ifUnit, const std::string&
     LinuxPlane& plane = linuxPlane(handle.state);
     const auto known = plane.devices.find(ifUnit);
     if (known == plane.devices.end() || known->second == device) return 0;
-    const std::string former = known->second;
-    std::vector<FilterElement> before;
-    std::vector<FilterElement> now;
-    const auto collect = [&](const std::string& name, std::vector<FilterElement>& elements) {
-        known->second = name;
-        for (const bool twoWay : {true, false}) {
-            for (const auto& [pair, isolation] : twoWay ? plane.twoWay : plane.oneWay) {
-                if (sourceOf(pair) != ifUnit && targetOf(pair) != ifUnit) continue;
-                const auto parts = elementsOf(plane, pair, twoWay ? &isolation.vid : nullptr);
-                elements.insert(elements.end(), parts.begin(), parts.end());
-            }
-        }
-    };
-    collect(former, before);
-    collect(device, now);
-    Change change;
-    for (const FilterElement& element : now) want(plane, element, change);
-    for (const FilterElement& element : before) unwant(plane, element, change);
-    uint64_t changed = 0;
-    const int32_t added = commitAll(plane, true, change.add, changed);
-    const int32_t removed = commitAll(plane, false, change.del, changed);
-    return added != 0 ? added : removed;
+    known->second = device;
+    return settle(plane);
+}
+
+void setLinuxEgress(const Plane& handle, const std::map<std::string, uint16_t>& vlans) {
+    LinuxPlane& plane = linuxPlane(handle.state);
+    plane.egress = vlans;
+    const int problem = plane.failure != 0 ? 0 : settle(plane);
+    if (problem != 0)
+        hostReport("the VLANs that leave the bridge untagged are not known to the filter: %s",
+                   strerror(problem));
 }
 
 void watchLinuxTable(const Plane& handle) {
@@ -508,6 +568,8 @@ std::string startLinuxPlane(const Plane&, const std::set<std::string>&) {
 int32_t renameLinuxPort(const Plane&, uint32_t, const std::string&) {
     return 0;
 }
+
+void setLinuxEgress(const Plane&, const std::map<std::string, uint16_t>&) {}
 
 void watchLinuxTable(const Plane&) {}
 

@@ -46,9 +46,12 @@ struct SetShape {
 constexpr SetShape SETS[] = {
     {"bi", TWO_DEVICES, 2, false, true},
     {"bi_vlan", TWO_DEVICES << TYPE_BITS | TYPE_VLAN_ID, 2, true, true},
+    {"bi_egress", TWO_DEVICES, 2, false, true},
     {"uni", TWO_DEVICES, 2, false, true},
     {"access", TYPE_DEVICE, 1, false, false},
     {"pon_off", TYPE_VLAN_ID, 0, true, false},
+    {"egress", TYPE_DEVICE, 1, false, false},
+    {"egress_off", TYPE_DEVICE, 1, false, false},
 };
 constexpr size_t SET_COUNT = std::size(SETS);
 
@@ -127,8 +130,6 @@ int drainAnswers(Filter& filter, Message&& message) {
 }
 
 int sendBuffer(Filter& filter, size_t length) {
-    // What an earlier request may have left behind is not an answer to this one.
-    drainAnswers(filter, [](const nlmsghdr*) {});
     return mnl_socket_sendto(filter.socket, filter.message.data(), length) < 0 ? errno : 0;
 }
 
@@ -192,10 +193,10 @@ void appendLookup(nftnl_rule* rule, FilterSet set, uint32_t source, bool inverte
     if (inverted) nftnl_expr_set_u32(lookup, NFTNL_EXPR_LOOKUP_FLAGS, NFT_LOOKUP_F_INV);
 }
 
-void appendDrop(nftnl_rule* rule) {
-    nftnl_expr* drop = appendExpression(rule, "immediate");
-    nftnl_expr_set_u32(drop, NFTNL_EXPR_IMM_DREG, NFT_REG_VERDICT);
-    nftnl_expr_set_u32(drop, NFTNL_EXPR_IMM_VERDICT, NF_DROP);
+void appendVerdict(nftnl_rule* rule, uint32_t verdict) {
+    nftnl_expr* immediate = appendExpression(rule, "immediate");
+    nftnl_expr_set_u32(immediate, NFTNL_EXPR_IMM_DREG, NFT_REG_VERDICT);
+    nftnl_expr_set_u32(immediate, NFTNL_EXPR_IMM_VERDICT, verdict);
 }
 
 void appendPayload(nftnl_rule* rule, uint32_t offset, uint32_t target) {
@@ -217,8 +218,7 @@ void appendTagCheck(nftnl_rule* rule, bool tagged) {
     nftnl_expr_set(compare, NFTNL_EXPR_CMP_DATA, &tag, sizeof tag);
 }
 
-// The VLAN id, in network order: of the tag, or of the port that an untagged frame came in by. The bridge has
-// stripped the tag of a frame that leaves untagged by now, but not what port it came by.
+// The VLAN id, in network order: of the tag, or of the port that an untagged frame came in by.
 void appendVlan(nftnl_rule* rule, bool tagged) {
     constexpr uint32_t TAG_OFFSET = 14;
     const uint16_t mask = htons(0x0fff);
@@ -249,22 +249,55 @@ void appendDevices(nftnl_rule* rule) {
 }
 
 // What is in the set of pairs is dropped.
-void buildPairRule(nftnl_rule* rule, FilterSet set, bool tagged) {
-    if (shapeOf(set).vlan) appendVlan(rule, tagged);
+void buildPairRule(nftnl_rule* rule, FilterSet set) {
     appendDevices(rule);
     appendLookup(rule, set, REGISTER, false);
-    appendDrop(rule);
+    appendVerdict(rule, NF_DROP);
+}
+
+void buildVlanRule(nftnl_rule* rule, bool tagged) {
+    appendVlan(rule, tagged);
+    buildPairRule(rule, FilterSet::biVlan);
+}
+
+void appendAccess(nftnl_rule* rule) {
+    appendDevices(rule);
+    appendLookup(rule, FilterSet::access, REGISTER, false);
+    appendLookup(rule, FilterSet::access, REGISTER + DEVICE_REGISTERS, false);
+}
+
+void appendCountedDrop(nftnl_rule* rule) {
+    appendExpression(rule, "counter");
+    appendVerdict(rule, NF_DROP);
 }
 
 // Access ports do not reach one another in VLANs that are not switched off.
 void buildPonRule(nftnl_rule* rule, bool tagged) {
-    appendDevices(rule);
-    appendLookup(rule, FilterSet::access, REGISTER, false);
-    appendLookup(rule, FilterSet::access, REGISTER + DEVICE_REGISTERS, false);
+    appendAccess(rule);
     appendVlan(rule, tagged);
     appendLookup(rule, FilterSet::ponOff, VLAN_REGISTER, true);
-    appendExpression(rule, "counter");
-    appendDrop(rule);
+    appendCountedDrop(rule);
+}
+
+// The same of frames whose VLAN the way out tells.
+void buildEgressPairRule(nftnl_rule* rule) {
+    appendTagCheck(rule, false);
+    buildPairRule(rule, FilterSet::biEgress);
+}
+
+void buildEgressPonRule(nftnl_rule* rule) {
+    appendTagCheck(rule, false);
+    appendAccess(rule);
+    appendLookup(rule, FilterSet::egress, REGISTER + DEVICE_REGISTERS, false);
+    appendLookup(rule, FilterSet::egressOff, REGISTER + DEVICE_REGISTERS, true);
+    appendCountedDrop(rule);
+}
+
+void buildEgressEndRule(nftnl_rule* rule) {
+    appendTagCheck(rule, false);
+    appendMeta(rule, NFT_META_OIFNAME, REGISTER);
+    appendLookup(rule, FilterSet::egress, REGISTER, false);
+    appendVerdict(rule, NF_ACCEPT);
 }
 
 template <typename Build>
@@ -279,17 +312,23 @@ void appendRule(Batch& batch, Build&& build) {
     nftnl_rule_free(rule);
 }
 
-constexpr uint32_t PLAIN_RULES = 4;  // those that ask for no ingress VLAN
+constexpr uint32_t PLAIN_RULES = 7;  // those that ask for no ingress VLAN
 constexpr uint32_t PVID_RULES = 2;
 
+// Tagged frames first; then the untagged ones, by the VLAN of their way out where it is known, else by that
+// of their way in.
 void appendRules(Batch& batch, bool pvid) {
-    appendRule(batch, [](nftnl_rule* rule) { buildPairRule(rule, FilterSet::bi, false); });
-    appendRule(batch, [](nftnl_rule* rule) { buildPairRule(rule, FilterSet::uni, false); });
-    appendRule(batch, [](nftnl_rule* rule) { buildPairRule(rule, FilterSet::biVlan, true); });
-    appendRule(batch, [](nftnl_rule* rule) { buildPonRule(rule, true); });
-    if (!pvid) return;
-    appendRule(batch, [](nftnl_rule* rule) { buildPairRule(rule, FilterSet::biVlan, false); });
-    appendRule(batch, [](nftnl_rule* rule) { buildPonRule(rule, false); });
+    const auto vlanRules = [&](bool tagged) {
+        appendRule(batch, [&](nftnl_rule* rule) { buildVlanRule(rule, tagged); });
+        appendRule(batch, [&](nftnl_rule* rule) { buildPonRule(rule, tagged); });
+    };
+    appendRule(batch, [](nftnl_rule* rule) { buildPairRule(rule, FilterSet::bi); });
+    appendRule(batch, [](nftnl_rule* rule) { buildPairRule(rule, FilterSet::uni); });
+    vlanRules(true);
+    appendRule(batch, buildEgressPairRule);
+    appendRule(batch, buildEgressPonRule);
+    appendRule(batch, buildEgressEndRule);
+    if (pvid) vlanRules(false);
 }
 
 void appendTable(Batch& batch) {
@@ -331,8 +370,7 @@ void appendSet(Batch& batch, uint32_t id) {
     // Without the byte order the filter's own command prints no name of a device that stands alone.
     nftnl_udata_buf* remarks = nftnl_udata_buf_alloc(REMARKS_SIZE);
     nftnl_udata_put_u32(remarks, NFTNL_UDATA_SET_KEYBYTEORDER, shape.vlan ? ORDER_NETWORK : ORDER_HOST);
-    nftnl_set_set_data(set, NFTNL_SET_USERDATA, nftnl_udata_buf_data(remarks),
-                       nftnl_udata_buf_len(remarks));
+    nftnl_set_set_data(set, NFTNL_SET_USERDATA, nftnl_udata_buf_data(remarks), nftnl_udata_buf_len(remarks));
     nftnl_udata_buf_free(remarks);
     nlmsghdr* header = appendMessage(batch, NFT_MSG_NEWSET, NLM_F_CREATE);
     nftnl_set_nlmsg_build_payload(header, set);

@@ -16,7 +16,10 @@ struct mnl_socket;
 inline constexpr char FILTER_TABLE[] = "portisolate";
 inline constexpr size_t FILTER_DEVICE_SIZE = 16;  // bytes of a device's name, zeros behind it
 
-enum class FilterSet : uint8_t { bi, biVlan, uni, access, ponOff };
+// A VLAN-filtering bridge has stripped the tag of what leaves untagged before the filter sees it. Where all
+// that leaves a port untagged is of one VLAN (`egress`), pairs that are isolated in that VLAN stand in
+// `biEgress` as well, and the port in `egressOff` if PON isolation is off in it.
+enum class FilterSet : uint8_t { bi, biVlan, biEgress, uni, access, ponOff, egress, egressOff };
 
 // Element of a set; what the set has no use for is zero.
 struct FilterElement {
