@@ -37,9 +37,9 @@ std::string historyPath() {
 
 }  // namespace
 
-void openLineEditor(LineCompletion completion) {
+void openLineEditor(const LineCompletion& completion) {
     static char blanks[] = " \t";
-    gCompletion = std::move(completion);
+    gCompletion = completion;
     rl_readline_name = "portisolatectl";
     rl_completer_word_break_characters = blanks;
     rl_attempted_completion_function = complete;

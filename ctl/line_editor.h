@@ -10,7 +10,7 @@
 using LineCompletion = std::function<std::vector<std::string>(const std::string& line)>;
 
 // Reads the history of earlier sessions; `completion` is asked from now on.
-void openLineEditor(LineCompletion completion);
+void openLineEditor(const LineCompletion& completion);
 // False at the end of the input.
 bool editLine(const char* prompt, std::string& line);
 // Keeps the history for later sessions.
