@@ -8,6 +8,7 @@
 #include "ctl/config_plan.h"
 #include "ctl/interfaces.h"
 #include "ctl/output.h"
+#include "ctl/plane.h"
 #include "ctl/settings.h"
 #include "frame/status.h"
 
@@ -229,6 +230,25 @@ Exit runPlan(Session& session, const Plan& plan, Progress& progress) {
     return exit;
 }
 
+// What an earlier run of the daemon left over has to make way once all that is wanted stands.
+Exit sweepAfter(Session& session) {
+    uint64_t removed = 0;
+    const Exit exit = sweepPlane(session, removed);
+    if (exit == Exit::done && removed != 0 && !session.json) {
+        printLine("swept " + elementsText(removed) + " that an earlier run left over");
+    }
+    return exit;
+}
+
+void tellUnswept(Session& session) {
+    size_t entries = 0;
+    if (countLeftOver(session, entries) == Exit::done && entries != 0) {
+        complain(
+            "what an earlier run left over stays, for it may isolate what was refused now; `plane show` "
+            "lists it, `plane sweep` removes it");
+    }
+}
+
 }  // namespace
 
 Exit runExport(Session& session, const Invocation&) {
@@ -259,11 +279,12 @@ Exit runApply(Session& session, const Invocation& invocation) {
     const Plan plan = planChanges(running, wanted);
     printDifference(session, running, wanted);
     const size_t steps = plan.before.size() + plan.early.size() + plan.release.size() + plan.after.size();
-    if (steps == 0 || optionValue(invocation.options, "--dry-run") != nullptr) {
+    const bool dryRun = optionValue(invocation.options, "--dry-run") != nullptr;
+    if (steps == 0 || dryRun) {
         if (!session.json) {
             printLine(steps == 0 ? "nothing to change" : changesText(steps) + ", none made");
         }
-        return Exit::done;
+        return dryRun ? Exit::done : sweepAfter(session);
     }
     std::fflush(stdout);
     Progress progress;
@@ -271,10 +292,14 @@ Exit runApply(Session& session, const Invocation& invocation) {
     if (exit != Exit::done || progress.refused > 0) {
         complain(changesText(steps) +
                  formatText(", %zu made, %zu refused", progress.changed, progress.refused));
-        return exit != Exit::done ? exit : Exit::refused;
+        if (exit != Exit::done) {
+            return exit;
+        }
+        tellUnswept(session);
+        return Exit::refused;
     }
     if (!session.json) {
         printLine(changesText(progress.changed) + " made");
     }
-    return Exit::done;
+    return sweepAfter(session);
 }

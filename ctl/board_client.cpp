@@ -96,6 +96,10 @@ bool setField(BoardInterface& interface, std::string_view key, std::string_view 
         interface.present = value == "yes";
     } else if (key == "protocol") {
         interface.protocol = value == "on";
+    } else if (key == "device") {
+        interface.device = none ? "" : value;
+    } else if (key == "access") {
+        interface.access = value == "yes";
     } else if (key == "members") {
         splitMembers(value, interface.members);
     }

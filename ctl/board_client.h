@@ -20,7 +20,9 @@ struct BoardInterface {
     uint32_t ability = 0;
     bool protocol = false;
     std::vector<std::string> members;
-    uint32_t vlan = 0;  // 0: no VLAN interface
+    uint32_t vlan = 0;    // 0: no VLAN interface
+    std::string device;   // the kernel's name; empty: none
+    bool access = false;  // held by the PON isolation of a VLAN
 };
 
 enum class LineResult : uint8_t { done, refused, failed };

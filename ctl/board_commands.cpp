@@ -205,6 +205,16 @@ Exit runBoardList(Session& session, const Invocation&) {
     if (exit != Exit::done) {
         return exit;
     }
+    std::vector<BoardInterface> interfaces;
+    bool devices = false;
+    for (const std::string& line : lines) {
+        BoardInterface interface;
+        if (!parseBoardInterface(line, interface)) {
+            return brokenProtocol("an interface without number or name");
+        }
+        devices = devices || (!interface.device.empty() && interface.device != interface.name);
+        interfaces.push_back(interface);
+    }
     Listing listing{{{"NUMBER", "number"},
                      {"NAME", "name"},
                      {"KIND", "kind"},
@@ -214,18 +224,17 @@ Exit runBoardList(Session& session, const Invocation&) {
                      {"MEMBERS", "members"},
                      {"VLAN", "vlan"},
                      {"ABILITY", "ability"},
-                     {"PROTOCOL", "protocol"}},
+                     {"PROTOCOL", "protocol"},
+                     {devices ? "DEVICE" : nullptr, "device"},
+                     {nullptr, "access"}},
                     {}};
-    for (const std::string& line : lines) {
-        BoardInterface board;
-        if (!parseBoardInterface(line, board)) {
-            return brokenProtocol("an interface without number or name");
-        }
-        listing.rows.push_back({numberCell(board.number), textCell(board.name), textCell(board.kind),
-                                numberCell(board.slot), flagCell(board.present, "yes", "no"),
-                                board.trunk.empty() ? noCell() : textCell(board.trunk),
-                                listCell(board.members), board.vlan == 0 ? noCell() : numberCell(board.vlan),
-                                numberCell(board.ability), flagCell(board.protocol, "on", "off")});
+    for (const BoardInterface& board : interfaces) {
+        listing.rows.push_back(
+            {numberCell(board.number), textCell(board.name), textCell(board.kind), numberCell(board.slot),
+             flagCell(board.present, "yes", "no"), board.trunk.empty() ? noCell() : textCell(board.trunk),
+             listCell(board.members), board.vlan == 0 ? noCell() : numberCell(board.vlan),
+             numberCell(board.ability), flagCell(board.protocol, "on", "off"),
+             board.device.empty() ? noCell() : textCell(board.device), flagCell(board.access, "yes", "no")});
     }
     printListing(listing, session.json);
     return Exit::done;

@@ -10,6 +10,7 @@
 #include "ctl/matrix.h"
 #include "ctl/monitor.h"
 #include "ctl/output.h"
+#include "ctl/plane.h"
 #include "ctl/raw.h"
 #include "ctl/rows.h"
 #include "ctl/settings.h"
@@ -64,7 +65,17 @@ const char* const APPLY_DETAILS =
     "\n"
     "  The file is checked before anything is asked of the daemon. The difference is shown; with --dry-run\n"
     "  that is all. Removals come before additions, save that ports which are isolated before and after\n"
-    "  get their new isolation first where the daemon allows it. What is refused is told, the rest is done.";
+    "  get their new isolation first where the daemon allows it. What is refused is told, the rest is done.\n"
+    "\n"
+    "  When all of it stands, what an earlier run of the daemon left over in the plane is swept.";
+
+const char* const PLANE_DETAILS =
+    "  held       in force, as it was asked for\n"
+    "  left over  in force since before the daemon started, and not asked for since\n"
+    "  MISSING    asked for, but not in force\n"
+    "\n"
+    "  Two-way isolations have a line for each direction. Packets and bytes are what was dropped. The exit\n"
+    "  status is 1 when something is missing or the plane is not ready.";
 
 const char* const MONITOR_DETAILS =
     "  hardware are commands to it, query is what it was asked. Without a kind all but queries are shown.\n"
@@ -309,8 +320,19 @@ const std::vector<Command>& commandTable() {
         {"monitor", "", "[request|event|hardware|query|log...] [--count LINES]",
          "show what happens in the daemon as it happens", "monitor request hardware", runMonitor,
          MONITOR_DETAILS, "an object a line: kind, time in seconds, status, the bytes in hexadecimal, text"},
+        {"plane", "show", "", "show what the forwarding plane holds beside what it was asked for",
+         "plane show", runPlaneShow, PLANE_DETAILS,
+         "{plane, state, notes, entries}: state is ready, gone or failed; entries are {kind, from, to, vlan, "
+         "state, packets, bytes}, kind two-way, one-way, pon or pon-off, state held, left-over or missing; "
+         "null "
+         "stands for no port, all VLANs, nothing counted"},
+        {"plane", "sweep", "", "remove what an earlier run of the daemon left over", "plane sweep",
+         runPlaneSweep, nullptr, "{removed}"},
+        {"plane", "restore", "", "put back what is missing", "plane restore", runPlaneRestore, nullptr,
+         "{restored}"},
         {"board", "list", "", "show the board's interfaces", "board list", runBoardList, nullptr,
-         "an array of {number, name, kind, slot, present, trunk, members, vlan, ability, protocol}"},
+         "an array of {number, name, kind, slot, present, trunk, members, vlan, ability, protocol, device, "
+         "access}"},
         {"board", "unplug", "INTERFACE...", "remove interfaces", "board unplug ge1/3", runBoardEach},
         {"board", "plug", "INTERFACE...", "bring removed interfaces back", "board plug ge1/3", runBoardEach},
         {"board", "join", "TRUNK INTERFACE...", "put ports into a trunk", "board join lag1 ge1/1",

@@ -223,11 +223,16 @@ void judgePairs(Inquiry& inquiry) {
     }
 }
 
+// Whether PON isolation holds a port, by itself or as a member of the trunk `whole`.
+bool isAccess(const Inquiry& inquiry, const BoardInterface* port, uint32_t whole) {
+    return port->access || interfaceOf(inquiry.tables, whole)->access;
+}
+
 void judgePon(Inquiry& inquiry) {
     bool pon = false;
     const bool off = inquiry.tables.configuration.ponOff.contains(inquiry.vlan);
     for (Flow& flow : inquiry.flows) {
-        if (flow.source->kind == "pon" && flow.target->kind == "pon") {
+        if (isAccess(inquiry, flow.source, inquiry.from) && isAccess(inquiry, flow.target, inquiry.to)) {
             pon = true;
             flow.blocked = flow.blocked || (inquiry.vlan != 0 && !off);
         }
@@ -236,7 +241,7 @@ void judgePon(Inquiry& inquiry) {
         return;
     }
     if (inquiry.vlan == 0) {
-        inquiry.judgement.notes.push_back("both are PON ports: ask with --vlan about PON isolation");
+        inquiry.judgement.notes.push_back("PON isolation may hold both within a VLAN: ask with --vlan");
     } else if (off) {
         inquiry.judgement.notes.push_back(formatText("PON isolation is off in VLAN %u", inquiry.vlan));
     } else {

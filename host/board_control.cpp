@@ -82,9 +82,12 @@ std::string listVerb(Board& board, const Words& words, std::string& result) {
         appendFormat(result, "number=%" PRIu32 " name=%s kind=%s slot=%" PRIu32 " present=%s trunk=%s",
                      number, interface.name.c_str(), kindName(interface.kind), slotOf(board, interface),
                      interface.present ? "yes" : "no", nameOf(board, interface.trunk).c_str());
-        appendFormat(result, " ability=%" PRIu32 " protocol=%s members=%s vlan=%s\n", interface.ability,
+        appendFormat(result, " ability=%" PRIu32 " protocol=%s members=%s vlan=%s", interface.ability,
                      protocol ? "on" : "off", members.empty() ? "-" : members.c_str(),
                      vlan ? std::to_string(interface.vid).c_str() : "-");
+        appendFormat(result, " device=%s access=%s\n",
+                     board.bridge.empty() ? "-" : planePort(board, interface).device,
+                     isAccess(interface) ? "yes" : "no");
     }
     return {};
 }

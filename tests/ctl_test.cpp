@@ -15,6 +15,7 @@
 #include "ctl/matrix.h"
 #include "ctl/monitor.h"
 #include "ctl/output.h"
+#include "ctl/plane.h"
 #include "ctl/printouts.h"
 #include "ctl/rows.h"
 #include "ctl/settings.h"
@@ -502,7 +503,8 @@ TEST(CtlPrintouts, AreTakenApart) {
 TEST_F(Config, TablesAreJudgedPortByPort) {
     Tables tables;
     for (BoardInterface& interface : session.interfaces) {
-        interface.kind = interface.number == 1 ? "pon" : "ethernet";
+        interface.kind = "ethernet";
+        interface.access = interface.number == 1;
         interface.present = true;
     }
     BoardInterface& lag = session.interfaces[3];
@@ -550,6 +552,64 @@ TEST_F(Config, TablesAreJudgedPortByPort) {
         EXPECT_EQ(judgement.verdict, each.verdict) << each.text << " " << each.from << " to " << each.to;
         EXPECT_EQ(judgement.reasons.empty(), judgement.verdict == "forwards") << each.text;
     }
+    // PON isolation holds a trunk that is marked, whatever its members are.
+    tables.interfaces[3].access = true;
+    EXPECT_EQ(judgeTables(tables, 1, 101, 7).verdict, "blocked");
+}
+
+TEST_F(Config, PlaneIsToldByWhatDiffers) {
+    const char* const left = "entry kind=bi src=1 dst=101 vlan=- state=left-over packets=- bytes=-";
+    const struct {
+        Words lines;
+        const char* told;
+        Exit exit;
+    } cases[] = {
+        {{"plane name=sim state=ready"}, "plane sim: ready\nno entries\n", Exit::done},
+        {{"plane name=linux state=ready", "note ge1/1 bypasses\033 it", left,
+          "entry kind=uni src=br=0 dst=9 vlan=- state=missing packets=0 bytes=0",
+          "entry kind=pon-off src=- dst=- vlan=7 state=held packets=3 bytes=5000000000"},
+         "plane linux: ready\nnote: ge1/1 bypasses\\x1b it\n"
+         "KIND     FROM  TO   VLAN  STATE      PACKETS  BYTES\n"
+         "two-way  1     101  all   left over  -        -\n"
+         "one-way  br=0  9    all   MISSING    0        0\n"
+         "PON off  -     -    7     held       3        5000000000\n"
+         "1 held, 1 left over, 1 MISSING; 3 packets dropped\n"
+         "`portisolatectl plane restore` puts back what is missing\n"
+         "`portisolatectl plane sweep` removes what is left over, once all that is wanted is configured "
+         "again\n",
+         Exit::refused},
+        {{"plane name=linux state=gone"},
+         "plane linux: gone: somebody deleted its table, so nothing is isolated\nno entries\n"
+         "`portisolatectl plane restore` puts back what is missing\n",
+         Exit::refused},
+    };
+    for (const auto& each : cases) {
+        PlaneReport report;
+        ASSERT_TRUE(parsePlane(session, each.lines, report)) << each.told;
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(tellPlane(report, false), each.exit);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), each.told);
+    }
+    PlaneReport report;
+    ASSERT_TRUE(parsePlane(session, {"plane name=sim state=ready", left}, report));
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(tellPlane(report, true), Exit::done) << "what is left over isolates too much, not too little";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "{\"plane\":\"sim\",\n \"state\":\"ready\",\n \"notes\":[],\n \"entries\":["
+              "{\"kind\":\"two-way\",\"from\":\"ge1/1\",\"to\":\"lag1\",\"vlan\":null,"
+              "\"state\":\"left-over\",\"packets\":null,\"bytes\":null}]}\n");
+    const std::string plane = "plane name=sim state=ready";
+    for (const Words& bad : {Words{},
+                             {left},
+                             {"plane name=sim"},
+                             {plane, "entry"},
+                             {plane, "what"},
+                             {plane, "entry kind=tri src=1 dst=2 vlan=- state=held packets=- bytes=-"},
+                             {plane, "entry kind=bi src=1 dst=2 vlan=x state=held packets=- bytes=-"},
+                             {plane, "entry kind=bi src=1 dst=2 vlan=- state=odd packets=- bytes=-"},
+                             {plane, "entry kind=bi src=1 dst=2 vlan=- state=held packets=-1 bytes=-"}}) {
+        EXPECT_FALSE(parsePlane(session, bad, report = {})) << joinWords(bad, "|");
+    }
 }
 
 TEST_F(Rows, CompletionKnowsTheGrammarAndWhatRuns) {
@@ -563,6 +623,7 @@ TEST_F(Rows, CompletionKnowsTheGrammarAndWhatRuns) {
         {"vlan-group li --v", "--vlan"},
         {"--timeout 3 mod", "mode"},
         {"help pon o", "on off"},
+        {"pl s", "show sweep"},
         {"mon req", "request"},
         {"board role s", "standby single"},
         {"scalar get max-t", "max-targets"},
