@@ -36,6 +36,7 @@ diff - "$work/files" <<'END' || fail 'the package does not hold what it should'
 ./usr/share/man/man8/portisolatectl.8
 ./usr/share/zsh/vendor-completions/_portisolatectl
 END
+ls "$work"/tree/usr/share/doc/portisolate/examples/linux/{board,portisolate}.conf >/dev/null || fail 'examples'
 (cd "$work/tree" && find etc -type f | sed 's|^|/|' | sort) | diff - "$work/control/conffiles" || fail 'conffiles'
 for script in postinst prerm postrm; do sh -n "$work/control/$script"; done
 grep -q '^ExecStart=/usr/sbin/portisolate$' "$work/tree/usr/lib/systemd/system/portisolate.service" || fail 'unit'
