@@ -74,8 +74,9 @@ const char* const PLANE_DETAILS =
     "  left over  in force since before the daemon started, and not asked for since\n"
     "  MISSING    asked for, but not in force\n"
     "\n"
-    "  Two-way isolations have a line for each direction. Packets and bytes are what was dropped. The exit\n"
-    "  status is 1 when something is missing or the plane is not ready.";
+    "  Two-way isolations have a line for each direction; PON isolation has one for all VLANs that are not\n"
+    "  off and one for each port that it holds. Packets and bytes are what was dropped. The exit status is\n"
+    "  1 when something is missing or the plane is not ready.";
 
 const char* const MONITOR_DETAILS =
     "  hardware are commands to it, query is what it was asked. Without a kind all but queries are shown.\n"

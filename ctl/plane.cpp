@@ -31,7 +31,6 @@ constexpr EntryStateText STATES[] = {{"held", "held", Tone::plain},
 
 constexpr char READY[] = "ready";
 constexpr char GONE[] = "gone";
-constexpr char FAILED[] = "failed";
 // The one plane that names ports as the kernel does, where a name may look like a number.
 constexpr char LINUX_PLANE[] = "linux";
 
@@ -139,11 +138,8 @@ Listing entryListing(const PlaneReport& report) {
 }
 
 void printState(const PlaneReport& report) {
-    const char* says = report.state == GONE     ? ": somebody deleted its table, so nothing is isolated"
-                       : report.state == FAILED ? ": it refuses every command; the daemon's log says why"
-                                                : "";
     const Tone tone = report.state == READY ? Tone::good : Tone::bad;
-    printLine("plane " + safeText(report.name) + ": " + toned(tone, safeText(report.state)) + says);
+    printLine("plane " + safeText(report.name) + ": " + toned(tone, safeText(report.state)));
     for (const std::string& note : report.notes) {
         printLine("note: " + toned(Tone::warning, safeText(note)));
     }

@@ -552,7 +552,7 @@ TEST_F(Config, PlaneIsToldByWhatDiffers) {
          "again\n",
          Exit::refused},
         {{"plane name=linux state=gone"},
-         "plane linux: gone: somebody deleted its table, so nothing is isolated\nno entries\n"
+         "plane linux: gone\nno entries\n"
          "`portisolatectl plane restore` puts back what is missing\n",
          Exit::refused},
     };
