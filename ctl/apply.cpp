@@ -30,7 +30,7 @@ std::string readFile(const std::string& path, std::string& text) {
     while (text.size() <= CONFIG_TEXT_MAX && (got = std::fread(buffer, 1, sizeof(buffer), file)) > 0) {
         text.append(buffer, got);
     }
-    const std::string failure = std::ferror(file) != 0 ? std::strerror(errno) : "";
+    std::string failure = std::ferror(file) != 0 ? std::strerror(errno) : "";
     if (file != stdin) {
         std::fclose(file);
     }
