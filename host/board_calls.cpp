@@ -7,6 +7,7 @@
 
 #include "host/faults.h"
 #include "host/journal.h"
+#include "host/linux_board.h"
 #include "host/local_socket.h"
 #include "host/logging.h"
 #include "host/peer_link.h"
@@ -171,12 +172,15 @@ Board& theBoard() {
 
 void loadBoard() {
     Board& board = theBoard();
-    std::lock_guard guard(board.lock);
     const std::string path = rootedPath(BOARD_FILE);
     std::string text;
     if (!readTextFile(path, text))
         hostReport("board without interfaces: %s: %s", path.c_str(), strerror(errno));
-    readBoard(text, path.c_str(), board);
+    {
+        std::lock_guard guard(board.lock);
+        readBoard(text, path.c_str(), board);
+    }
+    startLinuxBoard(board);
 }
 
 void openBoardJournal() {

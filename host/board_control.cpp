@@ -33,6 +33,7 @@ struct Verb {
     const char* arguments;
     const char* help;
     VerbFunction run;
+    const char* kernelCommand = nullptr;  // does it where the kernel decides
 };
 
 std::string unknown(const std::string& name) {
@@ -330,14 +331,16 @@ constexpr char MONITOR_VERB[] = "monitor";
 
 constexpr Verb VERBS[] = {
     {"list", "", "all interfaces and their state", listVerb},
-    {"unplug", "IF", "take an interface away", unplugVerb},
-    {"plug", "IF", "bring it back", plugVerb},
-    {"join", "TRUNK IF", "put a port into a trunk", joinVerb},
-    {"leave", "TRUNK IF", "take a port out of a trunk", leaveVerb},
-    {"vlan-add", "VID NUMBER NAME", "add a VLAN interface", vlanAddVerb},
-    {"vlan-del", "VID", "delete a VLAN interface", numberVerb<deleteVlan>},
-    {"card-pull", "SLOT", "pull a card with its ports", numberVerb<pullCard>},
-    {"card-push", "SLOT", "push a fresh card into its slot", numberVerb<pushCard>},
+    {"unplug", "IF", "take an interface away", unplugVerb, "ip link set IF nomaster"},
+    {"plug", "IF", "bring it back", plugVerb, "ip link set IF master BRIDGE"},
+    {"join", "TRUNK IF", "put a port into a trunk", joinVerb, "ip link set IF master TRUNK"},
+    {"leave", "TRUNK IF", "take a port out of a trunk", leaveVerb, "ip link set IF nomaster"},
+    {"vlan-add", "VID NUMBER NAME", "add a VLAN interface", vlanAddVerb,
+     "ip link add link BRIDGE name NAME type vlan id VID"},
+    {"vlan-del", "VID", "delete a VLAN interface", numberVerb<deleteVlan>, "ip link delete NAME"},
+    {"card-pull", "SLOT", "pull a card with its ports", numberVerb<pullCard>, "ip link set IF nomaster"},
+    {"card-push", "SLOT", "push a fresh card into its slot", numberVerb<pushCard>,
+     "ip link set IF master BRIDGE"},
     {"publish",
      "newlink IF [register] [join] [member-add IF]... [member-del IF]... | dellink IF | if-reset IF | reset "
      "| "
@@ -378,11 +381,20 @@ void streamJournal(int client, bool everything) {
     closeJournalStream(stream);
 }
 
+std::string runVerb(Board& board, const Verb& verb, const Words& words, std::string& result) {
+    if (verb.kernelCommand != nullptr) {
+        std::lock_guard guard(board.lock);
+        if (!board.bridge.empty())
+            return std::string("the kernel decides what is plugged here: ") + verb.kernelCommand;
+    }
+    return verb.run(board, words, result);
+}
+
 std::string answerVerb(const Words& words) {
     for (const Verb& verb : VERBS) {
         if (words[0] != verb.name) continue;
         std::string result;
-        std::string problem = verb.run(theBoard(), words, result);
+        std::string problem = runVerb(theBoard(), verb, words, result);
         if (problem == WRONG_USE) problem = std::string("usage: ") + verb.name + " " + verb.arguments;
         return problem.empty() ? "ok\n" + result : "error: " + printable(problem) + "\n";
     }

@@ -83,8 +83,7 @@ std::string joinAndTell(Board& board, const std::string& trunkName, const std::s
         const char* refused = joinTrunk(*trunk, *port);
         if (refused != nullptr) return refused;
     }
-    const std::string problem = publishNewLink(*port, 0, {{DAX_RTA_TRUNK_JOIN, 0}});
-    return firstOf(problem, publishNewLink(*trunk, 0, {{DAX_RTA_MEMBER_ADD, port->number}}));
+    return publishJoin(*trunk, *port);
 }
 
 std::string leaveAndTell(Board& board, Interface& trunk, Interface& port) {
@@ -92,7 +91,7 @@ std::string leaveAndTell(Board& board, Interface& trunk, Interface& port) {
         std::lock_guard guard(board.lock);
         leaveTrunk(trunk, port);
     }
-    return publishNewLink(trunk, 0, {{DAX_RTA_MEMBER_DEL, port.number}});
+    return publishLeave(trunk, port);
 }
 
 std::string unplug(Board& board, Interface& interface) {
@@ -242,6 +241,10 @@ std::string pushCard(Board& board, uint32_t slot) {
     return firstOf(problem, publishCardUp(slot));
 }
 
+std::unique_lock<std::mutex> lockChange() {
+    return std::unique_lock(gChange);
+}
+
 std::string publishNewLink(const Interface& interface, uint32_t changeMask,
                            const std::vector<LinkAttribute>& attributes) {
     Message message = linkMessage(DAX_RTM_NEWLINK, interface.number, changeMask);
@@ -251,6 +254,15 @@ std::string publishNewLink(const Interface& interface, uint32_t changeMask,
 
 std::string publishDelLink(const Interface& interface) {
     return publish(groupOf(interface), linkMessage(DAX_RTM_DELLINK, interface.number, 0));
+}
+
+std::string publishJoin(const Interface& trunk, const Interface& port) {
+    const std::string problem = publishNewLink(port, 0, {{DAX_RTA_TRUNK_JOIN, 0}});
+    return firstOf(problem, publishNewLink(trunk, 0, {{DAX_RTA_MEMBER_ADD, port.number}}));
+}
+
+std::string publishLeave(const Interface& trunk, const Interface& port) {
+    return publishNewLink(trunk, 0, {{DAX_RTA_MEMBER_DEL, port.number}});
 }
 
 std::string publishInterfaceReset(const Interface& interface) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,9 @@ std::string deleteVlan(Board& board, uint32_t vid);
 std::string pullCard(Board& board, uint32_t slot);
 std::string pushCard(Board& board, uint32_t slot);
 
+// For a change that comes from elsewhere: held through it and its messages. What is above holds it itself.
+std::unique_lock<std::mutex> lockChange();
+
 // One attribute of a link message; `member` is 0 for those without a value.
 struct LinkAttribute {
     uint16_t type;
@@ -31,6 +35,9 @@ struct LinkAttribute {
 std::string publishNewLink(const Interface& interface, uint32_t changeMask,
                            const std::vector<LinkAttribute>& attributes);
 std::string publishDelLink(const Interface& interface);
+// That a port has joined, or left, a trunk.
+std::string publishJoin(const Interface& trunk, const Interface& port);
+std::string publishLeave(const Interface& trunk, const Interface& port);
 std::string publishInterfaceReset(const Interface& interface);
 std::string publishCardUp(uint32_t slot);
 // A message without payload: reset, mode refresh, serial table.

@@ -166,6 +166,15 @@ const char* readStatement(Words& words, Board& board) {
     }
     return "expected role, peer, plane, bridge, access, journal, interface, trunk or vlan";
 }
+
+// The plane of the kernel's bridges and the bridge belong together.
+const char* checkBridge(Board& board) {
+    const bool simulated = std::string_view(board.plane.name) == "sim";
+    if (simulated == board.bridge.empty()) return nullptr;
+    if (!simulated) return "no port can be isolated: `plane linux` needs a line `bridge DEVICE`";
+    board.bridge.clear();
+    return "the bridge is left out: it needs a line `plane linux`";
+}
 }  // namespace
 
 void readBoard(std::string_view text, const char* fileName, Board& board) {
@@ -178,6 +187,11 @@ void readBoard(std::string_view text, const char* fileName, Board& board) {
         hostReport("%s:%u: line left out: %s", fileName, number, problem);
         board.rejected++;
     });
+    const char* problem = checkBridge(board);
+    if (problem != nullptr) {
+        hostReport("%s: %s", fileName, problem);
+        board.rejected++;
+    }
     for (auto& [number, interface] : board.interfaces)
         interface.access = board.accessDevices.contains(planePort(board, interface).device);
 }

@@ -12,6 +12,7 @@
 
 #include "host/board_calls.h"
 #include "host/board_control.h"
+#include "host/linux_board.h"
 #include "host/shell.h"
 #include "platform/services.h"
 
@@ -94,5 +95,6 @@ int32_t procShellInit(const char*, uint32_t, uint32_t) {
     const int32_t control = startBoardControl();
     if (shell != 0 || control != 0) return -1;
     openBoardJournal();
+    watchLinuxBoard();
     return 0;
 }

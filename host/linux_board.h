@@ -1,0 +1,43 @@
+// The board of a Linux bridge: the kernel decides which interfaces there are and which trunk each is in, and
+// a task of its own follows what it says. Every port of the bridge is an interface, numbered as the kernel
+// numbers it, unless the description lists interfaces: then those are all, under the numbers and names given.
+//
+// A listed interface is known whether it is there or not: its isolation stays programmed by the device's
+// name, so nothing is told when it goes. One that is not listed goes for good; its record is kept for a
+// while, since the daemon asks for it while it cleans up.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+
+#include "host/board.h"
+#include "host/kernel_links.h"
+
+inline constexpr size_t VANISHED_MAX = 1024;  // records kept of interfaces that are gone
+// The trunk of a port that is in one which the description does not list.
+inline constexpr uint32_t TRUNK_NOT_LISTED = UINT32_MAX;
+
+// What the board follows. Only one task works on it; whoever changes the board's interfaces holds the change.
+struct LinuxBoard {
+    Board& board;
+    bool listed = false;                        // the description numbers the ports
+    std::map<std::string, uint32_t> devices;    // what is described, by the kernel's name
+    std::map<uint32_t, uint32_t> vlans;         // described VLAN interfaces, by VLAN id
+    std::map<uint32_t, uint32_t> descriptions;  // number of what is described: the trunk described for it
+    KernelLinks links;
+    uint32_t bridge = 0;            // the kernel's index; 0: there is none
+    std::deque<uint32_t> vanished;  // interfaces that are gone but kept, the oldest first
+    bool told = false;              // whether the daemon is told of changes
+};
+
+// Nothing of what is described is there yet.
+LinuxBoard linuxBoardOf(Board& board);
+// Takes over what has become of the kernel's devices; the board's lock must not be held.
+void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes);
+
+// Starts the plane of a board that has a bridge and takes the first picture of its ports.
+void startLinuxBoard(Board& board);
+// Starts the task that follows the kernel, where there is a bridge to follow.
+void watchLinuxBoard();
