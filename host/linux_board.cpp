@@ -125,15 +125,21 @@ void dropName(Board& board, const Interface& interface) {
 }
 
 void forget(LinuxBoard& linuxBoard, uint32_t number) {
+    std::erase(linuxBoard.vanished, number);
     dropName(linuxBoard.board, linuxBoard.board.interfaces.at(number));
     linuxBoard.board.interfaces.erase(number);
+}
+
+bool isForgettable(const LinuxBoard& linuxBoard, const Interface* interface) {
+    return interface != nullptr && !interface->present &&
+           !linuxBoard.descriptions.contains(interface->number);
 }
 
 // An interface that is gone gives its name to one that is there.
 void freeName(LinuxBoard& linuxBoard, const std::string& name) {
     Board& board = linuxBoard.board;
     Interface* former = findInterface(board, numberIn(board.numbers, name));
-    if (former == nullptr || former->present || linuxBoard.descriptions.contains(former->number)) return;
+    if (!isForgettable(linuxBoard, former)) return;
     board.numbers.erase(name);
     former->device = name;
     former->name = name + "#" + std::to_string(former->number);
@@ -142,13 +148,10 @@ void freeName(LinuxBoard& linuxBoard, const std::string& name) {
 
 // Makes room for an interface: of those that are gone, none may have its number, its name or its VLAN.
 void forgetFormer(LinuxBoard& linuxBoard, const BridgePort& port) {
-    std::erase_if(linuxBoard.vanished, [&](uint32_t number) {
-        const Interface& former = linuxBoard.board.interfaces.at(number);
-        const bool sameVlan = port.kind == IfKind::vlan && former.vid == port.vid;
-        if (number != port.number && !sameVlan) return false;
-        forget(linuxBoard, number);
-        return true;
-    });
+    Board& board = linuxBoard.board;
+    if (isForgettable(linuxBoard, findInterface(board, port.number))) forget(linuxBoard, port.number);
+    const Interface* sameVlan = port.kind == IfKind::vlan ? findVlan(board, port.vid) : nullptr;
+    if (isForgettable(linuxBoard, sameVlan)) forget(linuxBoard, sameVlan->number);
     freeName(linuxBoard, port.device);
 }
 
@@ -201,10 +204,7 @@ void appear(LinuxBoard& linuxBoard, const BridgePort& port) {
 
 void forgetOldest(LinuxBoard& linuxBoard) {
     std::lock_guard guard(linuxBoard.board.lock);
-    while (linuxBoard.vanished.size() > VANISHED_MAX) {
-        forget(linuxBoard, linuxBoard.vanished.front());
-        linuxBoard.vanished.pop_front();
-    }
+    while (linuxBoard.vanished.size() > VANISHED_MAX) forget(linuxBoard, linuxBoard.vanished.front());
 }
 
 void vanish(LinuxBoard& linuxBoard, const BridgePort& port) {
