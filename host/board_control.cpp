@@ -12,6 +12,7 @@
 #include "host/faults.h"
 #include "host/journal.h"
 #include "host/line_server.h"
+#include "host/linux_board.h"
 #include "host/local_socket.h"
 #include "host/text.h"
 #include "platform/route_messages.h"
@@ -181,7 +182,8 @@ std::string publishVerb(Board& board, const Words& words, std::string&) {
 }
 
 std::string settleVerb(Board&, const Words& words, std::string&) {
-    return words.size() == 1 ? settle() : WRONG_USE;
+    if (words.size() != 1) return WRONG_USE;
+    return settleLinuxBoard(SETTLE_TIMEOUT / 2) ? settle() : "the kernel's events are not handled in time";
 }
 
 std::string setFault(Board& board, const Words& words) {

@@ -162,10 +162,13 @@ void closeLinkEvents(mnl_socket* events) {
     if (events != nullptr) mnl_socket_close(events);
 }
 
-bool takeLinkEvents(mnl_socket* events, int timeout, LinkChanges& changes) {
-    static std::vector<char>& buffer = *new std::vector<char>(DATAGRAM_MAX);  // of the one task that watches
+bool awaitLinkEvents(mnl_socket* events, int timeout) {
     pollfd input = {mnl_socket_get_fd(events), POLLIN, 0};
-    if (poll(&input, 1, timeout) <= 0) return true;
+    return poll(&input, 1, timeout) > 0;
+}
+
+bool takeLinkEvents(mnl_socket* events, LinkChanges& changes) {
+    static std::vector<char>& buffer = *new std::vector<char>(DATAGRAM_MAX);  // of the one task that watches
     for (int taken = 0; taken < BATCH_MAX; taken++) {
         const ssize_t length = mnl_socket_recvfrom(events, buffer.data(), buffer.size());
         if (length < 0) return errno == EAGAIN || errno == EINTR;

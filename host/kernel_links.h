@@ -44,6 +44,8 @@ bool readLinkMessages(const void* datagram, size_t length, LinkChanges& changes)
 
 mnl_socket* openLinkEvents();
 void closeLinkEvents(mnl_socket* events);  // null is fine
-// Waits at most so many milliseconds and takes what has arrived. False: messages were lost.
-bool takeLinkEvents(mnl_socket* events, int timeout, LinkChanges& changes);
+// Whether something has arrived within so many milliseconds.
+bool awaitLinkEvents(mnl_socket* events, int timeout);
+// Takes what has arrived. False: messages were lost.
+bool takeLinkEvents(mnl_socket* events, LinkChanges& changes);
 bool dumpLinks(KernelLinks& links);

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -37,9 +40,13 @@ struct BridgePort {
 using BridgePorts = std::map<uint32_t, BridgePort>;  // by the kernel's index
 
 LinuxBoard* gLinux = nullptr;  // set before its task starts, lives as long as the process
-// Of the task, and before it starts of the start.
+// Of the task, and of the start before there is the task.
 mnl_socket* gEvents = nullptr;
 bool gFollowed = false;  // every change since the picture was taken is in it, or waits in gEvents
+
+std::mutex gLock;  // guards gWaits, and gEvents while that is set
+std::condition_variable gWaiting;
+bool gWaits = false;  // the task found nothing to take and waits for more
 
 const KernelLink* linkAt(const KernelLinks& links, uint32_t index) {
     const auto found = links.find(index);
@@ -400,16 +407,31 @@ bool reread(LinuxBoard& linuxBoard) {
     return true;
 }
 
+void markWaits(bool waits) {
+    std::lock_guard guard(gLock);
+    gWaits = waits;
+    if (waits) gWaiting.notify_all();
+}
+
+// Whoever has taken the last event is marked busy before it takes it.
+bool hasEvents(int64_t deadline) {
+    markWaits(true);
+    const auto left = static_cast<int>(std::max<int64_t>(deadline - monotonicMs(), 0));
+    const bool arrived = awaitLinkEvents(gEvents, left);
+    markWaits(false);
+    return arrived;
+}
+
 void followUntil(LinuxBoard& linuxBoard, int64_t deadline) {
-    for (int64_t left = TABLE_INTERVAL; left > 0; left = deadline - monotonicMs()) {
+    while (hasEvents(deadline)) {
         LinkChanges changes;
-        if (takeLinkEvents(gEvents, static_cast<int>(left), changes)) {
+        if (takeLinkEvents(gEvents, changes)) {
             followLinks(linuxBoard, changes);
-            continue;
+        } else {
+            hostReport("the kernel told more than could be taken: its network devices are read anew");
+            gFollowed = reread(linuxBoard);
         }
-        hostReport("the kernel told more than could be taken: its network devices are read anew");
-        gFollowed = reread(linuxBoard);
-        if (!gFollowed) return;
+        if (!gFollowed || monotonicMs() >= deadline) return;
     }
 }
 
@@ -431,7 +453,7 @@ void watchLinks(LinuxBoard* linuxBoard) {
 }  // namespace
 
 LinuxBoard linuxBoardOf(Board& board) {
-    LinuxBoard linuxBoard = {board, false, {}, {}, {}, {}, 0, {}, false};
+    LinuxBoard linuxBoard = {board};
     for (auto& [number, interface] : board.interfaces) {
         linuxBoard.descriptions.emplace(number, interface.trunk);
         if (interface.kind == IfKind::vlan) {
@@ -482,7 +504,17 @@ void watchLinuxBoard() {
         hostReport("no task to follow the bridge's ports: %s", problem.what());
     }
 }
+
+bool settleLinuxBoard(uint32_t timeout) {
+    if (gLinux == nullptr) return true;
+    std::unique_lock guard(gLock);
+    const auto settled = [] { return gWaits && !awaitLinkEvents(gEvents, 0); };
+    return gWaiting.wait_for(guard, std::chrono::milliseconds(timeout), settled);
+}
 #else
 void startLinuxBoard(Board&) {}
 void watchLinuxBoard() {}
+bool settleLinuxBoard(uint32_t) {
+    return true;
+}
 #endif

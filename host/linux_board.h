@@ -19,17 +19,18 @@ inline constexpr size_t VANISHED_MAX = 1024;  // records kept of interfaces that
 // The trunk of a port that is in one which the description does not list.
 inline constexpr uint32_t TRUNK_NOT_LISTED = UINT32_MAX;
 
-// What the board follows. Only one task works on it; whoever changes the board's interfaces holds the change.
+// The kernel's devices, and how they become interfaces. Only one task at a time works on it.
 struct LinuxBoard {
     Board& board;
-    bool listed = false;                        // the description numbers the ports
-    std::map<std::string, uint32_t> devices;    // what is described, by the kernel's name
-    std::map<uint32_t, uint32_t> vlans;         // described VLAN interfaces, by VLAN id
-    std::map<uint32_t, uint32_t> descriptions;  // number of what is described: the trunk described for it
-    KernelLinks links;
-    uint32_t bridge = 0;            // the kernel's index; 0: there is none
-    std::deque<uint32_t> vanished;  // interfaces that are gone but kept, the oldest first
-    bool told = false;              // whether the daemon is told of changes
+    bool listed = false;                           // the description numbers the ports
+    std::map<std::string, uint32_t> devices = {};  // numbers of listed interfaces, by the kernel's name
+    std::map<uint32_t, uint32_t> vlans = {};       // numbers of described VLAN interfaces, by VLAN id
+    std::map<uint32_t, uint32_t> descriptions =
+        {};  // by number, all that is described: its trunk there, or 0
+    KernelLinks links = {};
+    uint32_t bridge = 0;                 // the kernel's index; 0: there is none
+    std::deque<uint32_t> vanished = {};  // numbers of those that are gone but kept, the oldest first
+    bool told = false;                   // whether the daemon is told of changes
 };
 
 // Nothing of what is described is there yet.
@@ -41,3 +42,5 @@ void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes);
 void startLinuxBoard(Board& board);
 // Starts the task that follows the kernel, where there is a bridge to follow.
 void watchLinuxBoard();
+// True once everything that the kernel has told so far is handled; false after `timeout` milliseconds.
+bool settleLinuxBoard(uint32_t timeout);
