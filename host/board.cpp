@@ -75,10 +75,20 @@ bool isAccess(const Interface& interface) {
     return interface.kind == IfKind::pon || interface.access;
 }
 
+const std::string& deviceOf(const Interface& interface) {
+    return interface.device.empty() ? interface.name : interface.device;
+}
+
 PlanePort planePort(Board& board, const Interface& interface) {
-    const std::string& device = interface.device.empty() ? interface.name : interface.device;
-    return {interface.number,       slotOf(board, interface), isAccess(interface),       interface.trunk != 0,
-            interface.name.c_str(), device.c_str(),           interface.switchId.c_str()};
+    const Interface* trunk = findInterface(board, interface.trunk);
+    return {interface.number,
+            slotOf(board, interface),
+            isAccess(interface),
+            interface.trunk != 0,
+            interface.name.c_str(),
+            deviceOf(interface).c_str(),
+            trunk == nullptr ? "" : deviceOf(*trunk).c_str(),
+            interface.switchId.c_str()};
 }
 
 namespace {

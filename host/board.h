@@ -83,6 +83,8 @@ uint32_t slotOf(Board& board, const Interface& interface);
 bool isPort(const Interface& interface);
 // Whether the PON isolation of a VLAN holds the interface.
 bool isAccess(const Interface& interface);
+// The kernel's name of it.
+const std::string& deviceOf(const Interface& interface);
 PlanePort planePort(Board& board, const Interface& interface);
 
 enum class Forwarding : uint8_t { yes, no, partly };

@@ -88,7 +88,7 @@ std::string listVerb(Board& board, const Words& words, std::string& result) {
                      protocol ? "on" : "off", members.empty() ? "-" : members.c_str(),
                      vlan ? std::to_string(interface.vid).c_str() : "-");
         appendFormat(result, " device=%s access=%s\n",
-                     board.bridge.empty() ? "-" : planePort(board, interface).device,
+                     board.bridge.empty() ? "-" : deviceOf(interface).c_str(),
                      isAccess(interface) ? "yes" : "no");
     }
     return {};

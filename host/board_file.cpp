@@ -193,5 +193,5 @@ void readBoard(std::string_view text, const char* fileName, Board& board) {
         board.rejected++;
     }
     for (auto& [number, interface] : board.interfaces)
-        interface.access = board.accessDevices.contains(planePort(board, interface).device);
+        interface.access = board.accessDevices.contains(deviceOf(interface));
 }

@@ -460,7 +460,7 @@ LinuxBoard linuxBoardOf(Board& board) {
             linuxBoard.vlans.emplace(interface.vid, number);
         } else {
             linuxBoard.listed = true;
-            linuxBoard.devices.emplace(planePort(board, interface).device, number);
+            linuxBoard.devices.emplace(deviceOf(interface), number);
         }
         interface.present = false;
         interface.trunk = 0;

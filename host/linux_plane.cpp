@@ -170,10 +170,56 @@ Wanted allWanted(const LinuxPlane& plane) {
     return wanted;
 }
 
-// The daemon must not rely on an isolation that the kernel cannot keep.
-int32_t refusal(const PlanePort& src, const PlanePort& dst) {
+// Transactions of a size that a socket takes; `changed` counts what they did.
+int32_t commitAll(LinuxPlane& plane, bool add, const std::vector<FilterElement>& elements,
+                  uint64_t& changed) {
+    for (size_t at = 0; at < elements.size(); at += TRANSACTION_ELEMENTS) {
+        const auto begin = elements.begin() + static_cast<std::ptrdiff_t>(at);
+        const auto end = elements.begin() +
+                         static_cast<std::ptrdiff_t>(std::min(elements.size(), at + TRANSACTION_ELEMENTS));
+        Change change;
+        (add ? change.add : change.del).assign(begin, end);
+        const int problem = commit(plane, change);
+        if (problem != 0) return problem;
+        changed += static_cast<uint64_t>(end - begin);
+    }
+    return 0;
+}
+
+// Brings the kernel to what the records say, additions first. What is left over stays, but for what the ports
+// are: that is the description's and the bridge's to say, whatever an earlier run has left.
+int32_t settle(LinuxPlane& plane) {
+    Wanted wanted = allWanted(plane);
+    std::vector<FilterElement> add;
+    std::vector<FilterElement> del;
+    for (const auto& [element, uses] : wanted) {
+        if (!plane.held.contains(element)) add.push_back(element);
+    }
+    for (const auto& [element, counter] : plane.held) {
+        const bool ours = element.set == FilterSet::access || element.set == FilterSet::egress;
+        if (!wanted.contains(element) && (ours || plane.wanted.contains(element))) del.push_back(element);
+    }
+    plane.wanted = std::move(wanted);
+    uint64_t changed = 0;
+    const int32_t added = commitAll(plane, true, add, changed);
+    const int32_t removed = commitAll(plane, false, del, changed);
+    return added != 0 ? added : removed;
+}
+
+// The device of an interface that is, or may be, part of entries.
+int32_t setDevice(LinuxPlane& plane, uint32_t ifUnit, const std::string& device) {
+    const auto [known, added] = plane.devices.try_emplace(ifUnit, device);
+    if (added || known->second == device) return 0;
+    known->second = device;
+    return settle(plane);
+}
+
+// The daemon must not rely on an isolation that the kernel cannot keep. A one-way isolation towards a trunk
+// is commanded for each of its member ports, and holds for the trunk.
+int32_t refusal(bool twoWay, const PlanePort& src, const PlanePort& dst) {
     for (const PlanePort* port : {&src, &dst}) {
-        if (!port->trunkMember) continue;
+        const bool trunkKnown = !twoWay && port == &dst && *port->trunkDevice != '\0';
+        if (!port->trunkMember || trunkKnown) continue;
         hostReport("%s is a member port of a trunk and cannot be isolated by itself: isolate the trunk",
                    port->name);
         return EBUSY;
@@ -186,13 +232,21 @@ int32_t refusal(const PlanePort& src, const PlanePort& dst) {
     return 0;
 }
 
-// The elements of an entry take the place of those of the entry that it replaces, if any.
+// Adds the elements of `now` and takes away those of `before`.
+int32_t exchange(LinuxPlane& plane, const std::vector<FilterElement>& now,
+                 const std::vector<FilterElement>& before) {
+    Change change;
+    for (const FilterElement& element : now) want(plane, element, change);
+    for (const FilterElement& element : before) unwant(plane, element, change);
+    return commit(plane, change);
+}
+
 int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const PlanePort& dst,
                  const PlaneIsolation& isolation) {
-    const int32_t refused = refusal(src, dst);
+    const int32_t refused = refusal(twoWay, src, dst);
     if (refused != 0) return refused;
-    plane.devices.try_emplace(src.ifUnit, src.device);
-    plane.devices.try_emplace(dst.ifUnit, dst.device);
+    setDevice(plane, src.ifUnit, src.device);
+    setDevice(plane, dst.ifUnit, dst.trunkMember ? dst.trunkDevice : dst.device);
     PlaneEntries& entries = twoWay ? plane.twoWay : plane.oneWay;
     const PortPair pair = pairOf(src.ifUnit, dst.ifUnit);
     const auto former = entries.find(pair);
@@ -200,13 +254,11 @@ int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const Pla
     std::vector<FilterElement> before;
     if (former != entries.end()) before = elementsOf(plane, pair, twoWay ? &former->second.vid : nullptr);
 
-    Change change;
-    for (const FilterElement& element : now) want(plane, element, change);
-    for (const FilterElement& element : before) unwant(plane, element, change);
-    const int problem = commit(plane, change);
-    if (problem == 0) {
+    const int32_t problem = exchange(plane, now, before);
+    // The daemon keeps a one-way pair whose isolation was refused: it stays asked for, and is missing.
+    if (problem == 0 || !twoWay) {
         entries[pair] = isolation;
-        return 0;
+        return problem;
     }
     Change undone;
     for (const FilterElement& element : before) want(plane, element, undone);
@@ -409,22 +461,6 @@ void inspect(void* state, std::string& text) {
     if (problem == 0) inspectElements(plane, text);
 }
 
-// Transactions of a size that a socket takes; `changed` counts what they did.
-int32_t commitAll(LinuxPlane& plane, bool add, const std::vector<FilterElement>& elements,
-                  uint64_t& changed) {
-    for (size_t at = 0; at < elements.size(); at += TRANSACTION_ELEMENTS) {
-        const auto begin = elements.begin() + static_cast<std::ptrdiff_t>(at);
-        const auto end = elements.begin() +
-                         static_cast<std::ptrdiff_t>(std::min(elements.size(), at + TRANSACTION_ELEMENTS));
-        Change change;
-        (add ? change.add : change.del).assign(begin, end);
-        const int problem = commit(plane, change);
-        if (problem != 0) return problem;
-        changed += static_cast<uint64_t>(end - begin);
-    }
-    return 0;
-}
-
 int32_t sweep(void* state, uint64_t& changed) {
     LinuxPlane& plane = linuxPlane(state);
     changed = 0;
@@ -467,26 +503,6 @@ std::string failureSentence(int problem) {
            strerror(problem) + consequence;
 }
 
-// Brings the kernel to what the records say, additions first. What is left over stays, but for what the ports
-// are: that is the description's and the bridge's to say, whatever an earlier run has left.
-int32_t settle(LinuxPlane& plane) {
-    Wanted wanted = allWanted(plane);
-    std::vector<FilterElement> add;
-    std::vector<FilterElement> del;
-    for (const auto& [element, uses] : wanted) {
-        if (!plane.held.contains(element)) add.push_back(element);
-    }
-    for (const auto& [element, counter] : plane.held) {
-        const bool ours = element.set == FilterSet::access || element.set == FilterSet::egress;
-        if (!wanted.contains(element) && (ours || plane.wanted.contains(element))) del.push_back(element);
-    }
-    plane.wanted = std::move(wanted);
-    uint64_t changed = 0;
-    const int32_t added = commitAll(plane, true, add, changed);
-    const int32_t removed = commitAll(plane, false, del, changed);
-    return added != 0 ? added : removed;
-}
-
 void tellStart(LinuxPlane& plane) {
     size_t leftOver = 0;
     for (const auto& [element, counter] : plane.held)
@@ -524,10 +540,7 @@ std::string startLinuxPlane(const Plane& handle, const std::set<std::string>& ac
 
 int32_t renameLinuxPort(const Plane& handle, uint32_t ifUnit, const std::string& device) {
     LinuxPlane& plane = linuxPlane(handle.state);
-    const auto known = plane.devices.find(ifUnit);
-    if (known == plane.devices.end() || known->second == device) return 0;
-    known->second = device;
-    return settle(plane);
+    return plane.devices.contains(ifUnit) ? setDevice(plane, ifUnit, device) : 0;
 }
 
 void setLinuxEgress(const Plane& handle, const std::map<std::string, uint16_t>& vlans) {

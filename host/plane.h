@@ -14,11 +14,12 @@
 struct PlanePort {
     uint32_t ifUnit;
     uint32_t slot;
-    bool access;           // held by the PON isolation of a VLAN
-    bool trunkMember;      // of no use by itself, its trunk carries its traffic
-    const char* name;      // the operator's
-    const char* device;    // the kernel's
-    const char* switchId;  // of the chip that forwards between its ports by itself; empty: none
+    bool access;              // held by the PON isolation of a VLAN
+    bool trunkMember;         // its trunk carries its traffic
+    const char* name;         // the operator's
+    const char* device;       // the kernel's
+    const char* trunkDevice;  // the kernel's name of its trunk; empty: none that is known
+    const char* switchId;     // of the chip that forwards between its ports by itself; empty: none
 };
 
 // One isolation as the daemon commanded it. Two-way ones bear a VLAN (0: all traffic) and the group that
