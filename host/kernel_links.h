@@ -37,7 +37,8 @@ bool isBridgeDevice(const KernelLink& link);
 
 LinkChanges linkDifferences(const KernelLinks& before, const KernelLinks& after);
 
-// Reads the messages of a datagram, aligned as memory from the heap is. False when it tells of a failure.
+// Reads the messages of a datagram, whose memory starts and ends at a multiple of 4 bytes. False when it
+// tells of a failure.
 bool readLinkMessages(const void* datagram, size_t length, LinkChanges& changes);
 
 // The following return null or false with errno set.
