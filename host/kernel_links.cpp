@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <libmnl/libmnl.h>
+#include <linux/if_bridge.h>
 #include <linux/if_ether.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
@@ -11,6 +12,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include "host/text.h"
@@ -104,23 +106,80 @@ mnl_socket* openRoute(int flags, uint32_t groups) {
     return nullptr;
 }
 
-bool dumpOnce(mnl_socket* route, uint32_t sequence, LinkChanges& links) {
+struct DumpRequest {
+    unsigned char family;
+    uint32_t filter;  // of what a message tells besides; 0: nothing
+    mnl_cb_t take;
+    void* data;
+};
+
+bool dumpOnce(mnl_socket* route, uint32_t sequence, const DumpRequest& dump) {
     std::vector<char> buffer(DATAGRAM_MAX);
     nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
     request->nlmsg_type = RTM_GETLINK;
     request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request->nlmsg_seq = sequence;
-    mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg));
+    static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)))->ifi_family = dump.family;
+    if (dump.filter != 0) mnl_attr_put_u32(request, IFLA_EXT_MASK, dump.filter);
     if (mnl_socket_sendto(route, request, request->nlmsg_len) < 0) return false;
     // A dump that something came between fails with EINTR at its very end or before.
     for (int more = MNL_CB_OK; more != MNL_CB_STOP;) {
         const ssize_t length = mnl_socket_recvfrom(route, buffer.data(), buffer.size());
         if (length < 0) return false;
         more = mnl_cb_run(buffer.data(), static_cast<size_t>(length), sequence, mnl_socket_get_portid(route),
-                          takeMessage, &links);
+                          dump.take, dump.data);
         if (more < 0) return false;
     }
     return true;
+}
+
+// Tries until a dump was not disturbed; `forget` empties what the one before has gathered.
+template <typename Forget>
+bool dumpWhole(const DumpRequest& dump, Forget&& forget) {
+    for (uint32_t attempt = 1; attempt <= DUMP_ATTEMPTS; attempt++) {
+        // What an attempt that broke off has left unread goes with its socket.
+        mnl_socket* route = openRoute(0, 0);
+        if (route == nullptr) return false;
+        forget();
+        const bool whole = dumpOnce(route, attempt, dump);
+        const int problem = errno;
+        mnl_socket_close(route);
+        errno = problem;
+        if (whole || problem != EINTR) return whole;
+    }
+    return false;
+}
+
+struct UntaggedReader {
+    uint32_t bridge;
+    UntaggedVlans* vlans;
+};
+
+int takeVlan(const nlattr* attribute, void* data) {
+    bridge_vlan_info vlan = {};
+    if (mnl_attr_get_type(attribute) != IFLA_BRIDGE_VLAN_INFO ||
+        mnl_attr_get_payload_len(attribute) < sizeof vlan)
+        return MNL_CB_OK;
+    memcpy(&vlan, mnl_attr_get_payload(attribute), sizeof vlan);
+    if ((vlan.flags & BRIDGE_VLAN_INFO_UNTAGGED) != 0)
+        static_cast<std::vector<uint16_t>*>(data)->push_back(vlan.vid);
+    return MNL_CB_OK;
+}
+
+// A port of the bridge with its VLANs, each by itself.
+int takeUntagged(const nlmsghdr* message, void* data) {
+    const auto* reader = static_cast<const UntaggedReader*>(data);
+    if (message->nlmsg_type != RTM_NEWLINK || mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg))
+        return MNL_CB_OK;
+    const auto* header = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
+    Attributes<IFLA_MAX + 1> attributes = {};
+    mnl_attr_parse(message, sizeof(ifinfomsg), keepAttribute<IFLA_MAX + 1>, &attributes);
+    const auto index = static_cast<uint32_t>(header->ifi_index);
+    const bool isPort = index != reader->bridge && wordOf(attributes[IFLA_MASTER]) == reader->bridge;
+    if (attributes[IFLA_AF_SPEC] == nullptr || !isPort) return MNL_CB_OK;
+    std::vector<uint16_t>& vlans = (*reader->vlans)[index];
+    mnl_attr_parse_nested(attributes[IFLA_AF_SPEC], takeVlan, &vlans);
+    return MNL_CB_OK;
 }
 }  // namespace
 
@@ -178,23 +237,17 @@ bool takeLinkEvents(mnl_socket* events, LinkChanges& changes) {
 }
 
 bool dumpLinks(KernelLinks& links) {
-    bool whole = false;
-    for (uint32_t attempt = 1; !whole && attempt <= DUMP_ATTEMPTS; attempt++) {
-        // What an attempt that broke off has left unread goes with its socket.
-        mnl_socket* route = openRoute(0, 0);
-        if (route == nullptr) return false;
-        LinkChanges dumped;
-        whole = dumpOnce(route, attempt, dumped);
-        const int problem = errno;
-        mnl_socket_close(route);
-        errno = problem;
-        if (!whole && problem != EINTR) return false;
-        if (!whole) continue;
-        links.clear();
-        for (auto& [index, link] : dumped) {
-            if (link) links.emplace(index, std::move(*link));
-        }
+    LinkChanges dumped;
+    if (!dumpWhole({AF_UNSPEC, 0, takeMessage, &dumped}, [&] { dumped.clear(); })) return false;
+    links.clear();
+    for (auto& [index, link] : dumped) {
+        if (link) links.emplace(index, std::move(*link));
     }
-    return whole;
+    return true;
+}
+
+bool dumpUntaggedVlans(uint32_t bridge, UntaggedVlans& vlans) {
+    UntaggedReader reader = {bridge, &vlans};
+    return dumpWhole({AF_BRIDGE, RTEXT_FILTER_BRVLAN, takeUntagged, &reader}, [&] { vlans.clear(); });
 }
 #endif

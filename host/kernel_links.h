@@ -13,6 +13,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 struct mnl_socket;
 
@@ -50,3 +51,7 @@ bool awaitLinkEvents(mnl_socket* events, int timeout);
 // Takes what has arrived. False: messages were lost.
 bool takeLinkEvents(mnl_socket* events, LinkChanges& changes);
 bool dumpLinks(KernelLinks& links);
+
+// The VLANs whose frames leave each port of a bridge untagged, by the kernel's index of the port.
+using UntaggedVlans = std::map<uint32_t, std::vector<uint16_t>>;
+bool dumpUntaggedVlans(uint32_t bridge, UntaggedVlans& vlans);

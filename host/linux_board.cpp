@@ -393,6 +393,22 @@ void reportAbsent(LinuxBoard& linuxBoard) {
     }
 }
 
+// Tells the plane what the ports of a bridge that filters VLANs send without a tag. Their VLANs change
+// without a change of any device, so this follows whatever the kernel has told.
+void followUntagged(const LinuxBoard& linuxBoard) {
+    Board& board = linuxBoard.board;
+    UntaggedVlans vlans;
+    std::map<std::string, uint16_t> egress;
+    const KernelLink* bridge = linkAt(linuxBoard.links, linuxBoard.bridge);
+    if (bridge != nullptr && bridge->filtersVlans && !dumpUntaggedVlans(linuxBoard.bridge, vlans)) return;
+    for (const auto& [index, untagged] : vlans) {
+        const KernelLink* port = linkAt(linuxBoard.links, index);
+        if (port != nullptr && untagged.size() == 1) egress.emplace(port->name, untagged.front());
+    }
+    std::lock_guard guard(board.lock);
+    setLinuxEgress(board.plane, egress);
+}
+
 // Reads everything anew and takes over what differs. Subscribed before, so nothing slips between.
 bool reread(LinuxBoard& linuxBoard) {
     closeLinkEvents(gEvents);
@@ -404,6 +420,7 @@ bool reread(LinuxBoard& linuxBoard) {
         return false;
     }
     followLinks(linuxBoard, linkDifferences(linuxBoard.links, links));
+    followUntagged(linuxBoard);
     return true;
 }
 
@@ -427,6 +444,7 @@ void followUntil(LinuxBoard& linuxBoard, int64_t deadline) {
         LinkChanges changes;
         if (takeLinkEvents(gEvents, changes)) {
             followLinks(linuxBoard, changes);
+            followUntagged(linuxBoard);
         } else {
             hostReport("the kernel told more than could be taken: its network devices are read anew");
             gFollowed = reread(linuxBoard);

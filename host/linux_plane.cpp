@@ -31,6 +31,7 @@ struct LinuxPlane {
     std::set<std::string> access;
     std::set<uint16_t> ponOff;
     std::map<std::string, uint16_t> egress;  // VLAN of all that leaves a device untagged
+    bool egressKnown = false;                // until then what an earlier run knew is in force
     Wanted wanted;
 
     // What the kernel held when the filter was at this generation. A later one means that somebody else has
@@ -196,7 +197,8 @@ int32_t settle(LinuxPlane& plane) {
         if (!plane.held.contains(element)) add.push_back(element);
     }
     for (const auto& [element, counter] : plane.held) {
-        const bool ours = element.set == FilterSet::access || element.set == FilterSet::egress;
+        const bool ours =
+            element.set == FilterSet::access || (element.set == FilterSet::egress && plane.egressKnown);
         if (!wanted.contains(element) && (ours || plane.wanted.contains(element))) del.push_back(element);
     }
     plane.wanted = std::move(wanted);
@@ -545,8 +547,10 @@ int32_t renameLinuxPort(const Plane& handle, uint32_t ifUnit, const std::string&
 
 void setLinuxEgress(const Plane& handle, const std::map<std::string, uint16_t>& vlans) {
     LinuxPlane& plane = linuxPlane(handle.state);
+    if (plane.failure != 0 || (plane.egressKnown && plane.egress == vlans)) return;
+    plane.egressKnown = true;
     plane.egress = vlans;
-    const int problem = plane.failure != 0 ? 0 : settle(plane);
+    const int problem = settle(plane);
     if (problem != 0)
         hostReport("the VLANs that leave the bridge untagged are not known to the filter: %s",
                    strerror(problem));
