@@ -1,0 +1,77 @@
+// The daemon beside a switch that the kernel makes, both the test's own.
+#pragma once
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <thread>
+
+#include "e2e.h"
+#include "linux_switch.h"
+#include "platform/wire.h"
+
+// Set where a test must not be skipped because something is missing.
+inline constexpr char NO_SKIPPING[] = "PORTISOLATE_TESTS_UNSKIPPED";
+
+#define SKIP_FOR(reason)                                        \
+    do {                                                        \
+        if (getenv(NO_SKIPPING) != nullptr) FAIL() << (reason); \
+        GTEST_SKIP() << (reason);                               \
+    } while (false)
+
+// Whether it becomes true, looking again and again for a good while.
+template <typename Condition>
+bool eventually(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+struct LinuxPlaneTest : EndToEnd {
+    LinuxSwitch network;
+
+    void SetUp() override {
+        EndToEnd::SetUp();
+        const std::string problem = enterNetwork();
+        if (!problem.empty()) SKIP_FOR(problem);
+    }
+    void TearDown() override {
+        EndToEnd::TearDown();
+        dropSwitch(network);
+    }
+
+    void restart() {
+        std::filesystem::remove(root + COMMAND_SOCKET_PATH);
+        start("portisolate.srcaggtoport = 0\nportisolate.dstaggtoport = 0\n");
+    }
+    void build(const std::string& description, const std::vector<std::string>& ports,
+               const std::string& bridgeOptions = "") {
+        ASSERT_EQ(buildSwitch(network, ports, bridgeOptions), "");
+        board = description;
+        restart();
+    }
+
+    // Lines of a board verb's answer in which the pattern is found.
+    Texts linesWith(const std::string& verb, const std::string& pattern) const {
+        Texts lines;
+        for (const std::string& line : split(boardAnswer(verb), '\n')) {
+            if (std::regex_search(line, std::regex(pattern))) lines.push_back(line);
+        }
+        return lines;
+    }
+    // The same after the daemon has heard of everything that happened.
+    Texts settled(const std::string& verb, const std::string& pattern) const {
+        boardAnswer("settle");
+        return linesWith(verb, pattern);
+    }
+    // The first entry of the plane that is in another state than this one; nothing when there is none.
+    std::string unlike(const std::string& state) const {
+        for (const std::string& line : linesWith("plane show", "^entry "))
+            if (line.find(" state=" + state + " ") == std::string::npos) return line;
+        return {};
+    }
+};

@@ -1,0 +1,201 @@
+// The daemon on a bridge of the kernel: what it is told holds for real frames, whatever becomes of it.
+#include <sys/prctl.h>
+
+#include <linux/capability.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "e2e.h"
+#include "linux_fixture.h"
+#include "platform/wire.h"
+
+namespace {
+constexpr char UNLISTED[] = "plane linux\nbridge br0\naccess p3 p4\n";
+constexpr char LISTED[] =
+    "plane linux\nbridge br0\n"
+    "interface 11 first slot 1 device p1\ninterface 12 second slot 1 device p2\n"
+    "interface 13 third slot 1 device p3\ninterface 14 fourth slot 1 device p4\n";
+
+// Frames from one host to all others, until the end.
+struct Stream {
+    LinuxSwitch& network;
+    std::atomic<bool> ends = false;
+    std::atomic<uint32_t> heard = 0;  // by the host that may hear it
+    std::thread sender;
+
+    Stream(LinuxSwitch& on, const std::string& from, const std::string& to) : network(on) {
+        sender = std::thread([this, from, to] {
+            while (!ends) {
+                sendStream(network, from);
+                heard += heardOfStreams(network, to);
+            }
+        });
+    }
+    ~Stream() {
+        ends = true;
+        sender.join();
+    }
+    // Lets a good many frames pass; false when they do not.
+    bool flows() const {
+        const uint32_t before = heard;
+        return eventually([&] { return heard - before > 200; });
+    }
+};
+}  // namespace
+
+TEST_F(LinuxPlaneTest, IsolatesWhomItIsToldTo) {
+    build(UNLISTED, {"p1", "p2", "p3", "p4"});
+    const std::string access = "p3>p4 p4>p3", both = "p1>p2 p2>p1";
+    // What is said, and who is blocked after it: untagged, in VLAN 10 and in VLAN 20.
+    const struct {
+        const char* said;
+        std::string untagged, in10, in20;
+    } steps[] = {
+        {"pon get 10", "", access, access},
+        {"pon off 10", "", "", access},
+        {"pon on 10", "", access, access},
+        {"pon off 10", "", "", access},
+        {"pon off 20", "", "", ""},
+        {"vlan-group add 6 p1 p2 --vlan 10", "", both, ""},
+        {"pair add p1 p2", "p1>p2", both, "p1>p2"},
+        {"pair del p1 p2", "", both, ""},
+        {"pair add p2 p1", "p2>p1", both, "p2>p1"},
+        {"vlan-group del 6 --vlan 10", "p2>p1", "p2>p1", "p2>p1"},
+        {"group add 5 p3-4 p1", "p1>p3 p1>p4 p2>p1 p3>p1 p3>p4 p4>p1 p4>p3", "", ""},
+        {"vlan-group add 7 p3 p4 --vlan 20", "p1>p3 p1>p4 p2>p1 p3>p1 p3>p4 p4>p1 p4>p3", "", ""},
+        {"group del 5 p1", "p2>p1 p3>p4 p4>p3", "", ""},
+        {"pon on 20", "p2>p1 p3>p4 p4>p3", "", ""},
+        {"pair del p2 p1", access, access, access},
+        {"group del 5", access, access, access},  // its VLAN group holds the same isolation
+        {"vlan-group del 7 --vlan 20", "", "", access},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.said);
+        ctlOutput(step.said);
+        EXPECT_EQ(blocked(network), step.untagged);
+        EXPECT_EQ(blocked(network, 10), step.in10.empty() ? step.untagged : step.in10);
+        EXPECT_EQ(blocked(network, 20), step.in20.empty() ? step.untagged : step.in20);
+        EXPECT_EQ(unlike("held"), "");
+    }
+}
+
+TEST_F(LinuxPlaneTest, CountsWhatItDrops) {
+    build(UNLISTED, {"p1", "p2"});
+    ctlOutput("group add 5 p1 p2");
+    EXPECT_EQ(blocked(network), "p1>p2 p2>p1");
+    EXPECT_EQ(blocked(network, 10), "p1>p2 p2>p1");
+    for (const std::string& line : linesWith("plane show", "kind=bi src=(p1 dst=p2|p2 dst=p1)"))
+        EXPECT_EQ(line.find("packets=0 "), std::string::npos) << line;
+}
+
+TEST_F(LinuxPlaneTest, HoldsDescribedPortsWhoeverTheyAre) {
+    build(LISTED, {"p1", "p2", "p4"});
+    ctlOutput("group add 5 first second");
+    ctlOutput("pair add third fourth");  // one of them is not there yet
+    EXPECT_EQ(blocked(network), "p1>p2 p2>p1");
+    EXPECT_EQ(linesWith("list", "name=third").at(0).find("present=yes"), std::string::npos);
+
+    // No part of the daemon's is needed: it stands still.
+    kill(daemon, SIGSTOP);
+    deleteHost(network, "p1");
+    ASSERT_EQ(addHost(network, "p1"), "");
+    ASSERT_EQ(addHost(network, "p3"), "");
+    EXPECT_EQ(blocked(network), "p1>p2 p2>p1 p3>p4");
+    kill(daemon, SIGCONT);
+
+    EXPECT_EQ(settled("list", "name=(first|third) .*present=yes").size(), 2U);
+    EXPECT_NE(ctlOutput("group list").find("first"), std::string::npos);
+    EXPECT_EQ(blocked(network), "p1>p2 p2>p1 p3>p4");
+    EXPECT_EQ(unlike("held"), "");
+}
+
+TEST_F(LinuxPlaneTest, ForgetsUnlistedPortsThatGo) {
+    build(UNLISTED, {"p1", "p2", "p3"});
+    ctlOutput("group add 5 p1 p2 p3");
+    ctlOutput("pair add w p1");
+    deleteHost(network, "p1");
+    EXPECT_EQ(settled("list", "name=p1 .*present=yes").size(), 0U);
+    EXPECT_EQ(ctlOutput("group list").find("p1"), std::string::npos);
+    EXPECT_EQ(ctlOutput("pair list").find("p1"), std::string::npos);
+    EXPECT_EQ(blocked(network), "p2>p3 p3>p2");
+    ASSERT_EQ(addHost(network, "p1"), "");
+    EXPECT_EQ(settled("list", "name=p1 .*present=yes").size(), 1U);
+    EXPECT_EQ(blocked(network), "p2>p3 p3>p2");
+    ctlOutput("pair add p1 p2");
+    EXPECT_EQ(blocked(network), "p1>p2 p2>p3 p3>p2");
+    EXPECT_EQ(unlike("held"), "");
+}
+
+TEST_F(LinuxPlaneTest, LeaksNothingWhenItIsKilled) {
+    build(UNLISTED, {"p1", "p2", "p3", "p4"});
+    ctlOutput("group add 5 p1 p2");
+    ctlOutput("pair add p4 p3");
+    const std::string isolated = "p1>p2 p2>p1 p4>p3";
+    std::ofstream(root + "/running") << ctlOutput("export");
+    EXPECT_EQ(blocked(network), isolated);
+    const size_t programmed = linesWith("plane show", "kind=(bi|uni) .*state=held").size();
+    {
+        const Stream stream(network, "p1", "p3");
+        EXPECT_TRUE(stream.flows());
+        stop(SIGKILL);
+        EXPECT_TRUE(stream.flows());
+        restart();
+        EXPECT_TRUE(stream.flows());
+        EXPECT_EQ(linesWith("plane show", "state=left-over").size(), programmed);
+        ctlOutput("apply " + root + "/running");
+        EXPECT_TRUE(stream.flows());
+        EXPECT_EQ(unlike("held"), "");
+    }
+    EXPECT_EQ(blocked(network), isolated);
+    EXPECT_EQ(heardOfStreams(network, "p2"), 0U);
+
+    // Only a sweep opens what nobody asks for anew.
+    stop(SIGKILL);
+    restart();
+    ctlOutput("pair add p4 p3");
+    EXPECT_EQ(blocked(network), isolated);
+    EXPECT_EQ(boardAnswer("plane sweep"), std::to_string(programmed - 1) + "\n");
+    EXPECT_EQ(blocked(network), "p4>p3");
+    EXPECT_EQ(unlike("held"), "");
+}
+
+TEST_F(LinuxPlaneTest, TellsWhenItsTableIsTakenAway) {
+    build(UNLISTED, {"p1", "p2"});
+    ctlOutput("group add 5 p1 p2");
+    ASSERT_EQ(sh("nft delete table bridge portisolate"), "");
+    EXPECT_TRUE(eventually([&] { return log().find("was deleted from outside") != std::string::npos; }));
+    EXPECT_EQ(linesWith("plane show", "name=linux state=gone").size(), 1U);
+    EXPECT_EQ(linesWith("plane show", "kind=bi src=p. dst=p. .*state=missing").size(), 3U);
+    EXPECT_EQ(blocked(network), "");
+    EXPECT_NE(ctl("group add 6 w p1").err.find("refused"), std::string::npos);
+    boardAnswer("plane restore");
+    EXPECT_EQ(linesWith("plane show", "name=linux state=ready").size(), 1U);
+    EXPECT_EQ(unlike("held"), "");
+    EXPECT_EQ(blocked(network), "p1>p2 p2>p1");
+    ctlOutput("group del 5");
+    EXPECT_EQ(blocked(network), "");
+}
+
+TEST_F(LinuxPlaneTest, SaysWhatItCannotDo) {
+    build("plane linux\nbridge br7\n", {"p1", "p2"});
+    EXPECT_NE(log().find("there is no bridge br7"), std::string::npos) << log();
+    EXPECT_EQ(boardAnswer("list"), "");
+    stop();
+
+    // Privileges that a thread has given up are lost to the programs that it starts, which end with it.
+    std::thread([&] {
+        ASSERT_EQ(prctl(PR_CAPBSET_DROP, CAP_NET_ADMIN), 0);
+        board = LISTED;
+        restart();
+        EXPECT_NE(log().find("no permission"), std::string::npos) << log();
+        EXPECT_NE(log().find("p3 is not in the bridge br0"), std::string::npos) << log();
+        EXPECT_EQ(linesWith("plane show", "name=linux state=failed").size(), 1U);
+        EXPECT_EQ(ctl("group add 5 first second").status, 1);
+        EXPECT_EQ(blocked(network), "");
+        stop();
+    }).join();
+}

@@ -1,0 +1,319 @@
+#include "linux_switch.h"
+
+#include <arpa/inet.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <set>
+
+namespace {
+using Clock = std::chrono::steady_clock;
+constexpr auto PATIENCE = std::chrono::seconds(20);
+constexpr auto ROUND = std::chrono::milliseconds(50);  // of greetings, until all have been heard
+constexpr uint16_t TEST_PROTOCOL = 0x88B5;             // set aside for experiments
+constexpr uint32_t PROBE = 0x70726f62;
+constexpr uint32_t STREAM = 0x73747265;
+
+struct Address {
+    uint8_t bytes[ETH_ALEN];
+};
+constexpr Address EVERYBODY = {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}};
+
+// What a frame carries behind its addresses and its tag, if any; in network order.
+struct Tag {
+    uint16_t protocol, vid;
+};
+struct Content {
+    uint16_t protocol;
+    uint16_t marker[2];
+    uint16_t sequence[2];
+};
+
+struct Received {
+    uint32_t marker, sequence;
+    uint16_t vid;
+};
+
+void put(uint16_t (&field)[2], uint32_t value) {
+    field[0] = htons(static_cast<uint16_t>(value >> 16));
+    field[1] = htons(static_cast<uint16_t>(value));
+}
+
+uint32_t get(const uint16_t (&field)[2]) {
+    return static_cast<uint32_t>(ntohs(field[0])) << 16 | ntohs(field[1]);
+}
+
+// Of the hosts, not of their devices: a host with several ends has one.
+Address addressOf(const LinuxSwitch& network, const std::string& host) {
+    const auto index = std::distance(network.hosts.begin(), network.hosts.find(host));
+    return {{0x02, 0, 0, 0, 0, static_cast<uint8_t>(index + 1)}};
+}
+
+std::string makeFrame(const LinuxSwitch& network, const std::string& from, const Address& to, uint16_t vid,
+                      uint32_t marker, uint32_t sequence) {
+    const Address source = addressOf(network, from);
+    Content content = {htons(TEST_PROTOCOL), {}, {}};
+    put(content.marker, marker);
+    put(content.sequence, sequence);
+    const Tag tag = {htons(ETHERTYPE_VLAN), htons(vid)};
+    std::string frame;
+    const auto append = [&](const void* bytes, size_t size) {
+        frame.append(static_cast<const char*>(bytes), size);
+    };
+    append(&to, sizeof to);
+    append(&source, sizeof source);
+    if (vid != 0 && network.hosts.at(from).access == 0) append(&tag, sizeof tag);
+    append(&content, sizeof content);
+    frame.resize(ETH_ZLEN);
+    return frame;
+}
+
+void sendFrame(const LinuxSwitch& network, const std::string& from, const Address& to, uint16_t vid,
+               uint32_t marker, uint32_t sequence) {
+    const std::string frame = makeFrame(network, from, to, vid, marker, sequence);
+    // One that cannot leave just now does not arrive, which is seen.
+    for (const int fd : network.hosts.at(from).sockets)
+        (void)!send(fd, frame.data(), frame.size(), MSG_DONTWAIT);
+}
+
+// The next frame of ours that waits; false when there is none.
+bool receiveFrame(int fd, Received& received) {
+    while (true) {
+        uint8_t frame[ETH_FRAME_LEN];
+        char control[CMSG_SPACE(sizeof(tpacket_auxdata))];
+        iovec space = {frame, sizeof frame};
+        msghdr message = {};
+        message.msg_iov = &space;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        const ssize_t got = recvmsg(fd, &message, MSG_DONTWAIT);
+        if (got < 0) return false;
+        Content content = {};
+        if (got < static_cast<ssize_t>(ETH_HLEN - sizeof content.protocol + sizeof content)) continue;
+        memcpy(&content, frame + 2 * ETH_ALEN, sizeof content);
+        if (content.protocol != htons(TEST_PROTOCOL)) continue;
+        received = {get(content.marker), get(content.sequence), 0};
+        for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
+            tpacket_auxdata data;
+            if (part->cmsg_level != SOL_PACKET || part->cmsg_type != PACKET_AUXDATA) continue;
+            memcpy(&data, CMSG_DATA(part), sizeof data);
+            if ((data.tp_status & TP_STATUS_VLAN_VALID) != 0) received.vid = data.tp_vlan_tci & 0xfff;
+        }
+        return true;
+    }
+}
+
+bool takesPart(const SwitchHost& host, uint16_t vid) {
+    return host.access == 0 || host.access == vid;
+}
+
+using Arrivals = std::set<std::pair<uint32_t, std::string>>;  // sequence number, receiver
+
+// Gathers what arrives in a VLAN until all that is wanted is there, or time is up.
+bool gather(LinuxSwitch& network, uint16_t vid, const Arrivals& wanted, Clock::time_point until,
+            Arrivals& arrived) {
+    while (true) {
+        std::vector<pollfd> polled;
+        for (auto& [name, host] : network.hosts) {
+            Received received = {};
+            for (const int fd : host.sockets) {
+                while (receiveFrame(fd, received)) {
+                    const bool fits = received.marker == PROBE && takesPart(host, vid) &&
+                                      received.vid == (host.access == 0 ? vid : 0);
+                    if (fits) arrived.emplace(received.sequence, name);
+                }
+                polled.push_back({fd, POLLIN, 0});
+            }
+        }
+        if (std::includes(arrived.begin(), arrived.end(), wanted.begin(), wanted.end())) return true;
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now());
+        if (left.count() <= 0) return false;
+        poll(polled.data(), polled.size(), static_cast<int>(left.count()));
+    }
+}
+
+uint32_t nextSequence() {
+    static uint32_t sequence = 0;
+    return ++sequence;
+}
+
+// Greets until the witness and everybody else have heard of each other: all ports forward, and the bridge has
+// learned where everybody is. Who has not been heard, if anybody.
+std::string settle(LinuxSwitch& network, uint16_t vid) {
+    const auto deadline = Clock::now() + PATIENCE;
+    while (true) {
+        Arrivals wanted, arrived;
+        for (const auto& [name, host] : network.hosts) {
+            if (!takesPart(host, vid)) continue;
+            const uint32_t sequence = nextSequence();
+            sendFrame(network, name, EVERYBODY, vid, PROBE, sequence);
+            if (name != WITNESS) wanted.emplace(sequence, WITNESS);
+            for (const auto& [other, receiver] : network.hosts) {
+                const bool hears = name == WITNESS && other != WITNESS && takesPart(receiver, vid);
+                if (hears) wanted.emplace(sequence, other);
+            }
+        }
+        if (gather(network, vid, wanted, Clock::now() + ROUND, arrived)) return {};
+        if (Clock::now() < deadline) continue;
+        std::string missing = "unheard:";
+        for (const auto& want : wanted) {
+            if (!arrived.contains(want)) missing += " by " + want.second;
+        }
+        return missing;
+    }
+}
+
+// Frames keep their order as long as one processor handles them.
+struct OnOneProcessor {
+    cpu_set_t before = {};
+    OnOneProcessor() {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(static_cast<size_t>(sched_getcpu()), &one);
+        sched_getaffinity(0, sizeof before, &before);
+        sched_setaffinity(0, sizeof one, &one);
+    }
+    ~OnOneProcessor() { sched_setaffinity(0, sizeof before, &before); }
+};
+
+int openEnd(const std::string& device) {
+    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
+    if (fd >= 0 && setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) == 0 &&
+        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) == 0 &&
+        bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        return fd;
+    close(fd);
+    return -1;
+}
+}  // namespace
+
+std::string sh(const std::string& command) {
+    FILE* output = popen(("exec 2>&1; " + command).c_str(), "r");
+    if (output == nullptr) return strerror(errno);
+    std::string text;
+    char piece[512];
+    while (const size_t got = fread(piece, 1, sizeof piece, output)) text.append(piece, got);
+    const int status = pclose(output);
+    return status == 0 ? "" : command + ": " + (text.empty() ? "failed" : text);
+}
+
+std::string enterNetwork() {
+    if (unshare(CLONE_NEWNET) != 0)
+        return std::string("a network namespace cannot be made: ") + strerror(errno);
+    // Nothing is to be sent but by the tests.
+    for (const char* of : {"all", "default"})
+        std::ofstream(std::string("/proc/sys/net/ipv6/conf/") + of + "/disable_ipv6") << 1;
+    return {};
+}
+
+std::string buildSwitch(LinuxSwitch& network, const std::vector<std::string>& ports,
+                        const std::string& bridgeOptions) {
+    std::string problem =
+        sh(std::string("ip link add ") + BRIDGE + " up type bridge stp_state 0 " + bridgeOptions);
+    for (const std::string& port : ports) {
+        if (problem.empty()) problem = addHost(network, port);
+    }
+    return problem.empty() ? addHost(network, WITNESS) : problem;
+}
+
+std::string addEnd(LinuxSwitch& network, const std::string& host, const std::string& port) {
+    const std::string problem =
+        sh("ip link add " + port + " up type veth peer name h" + port + " && ip link set h" + port + " up");
+    if (!problem.empty()) return problem;
+    const int fd = openEnd("h" + port);
+    if (fd < 0) return "h" + port + ": " + strerror(errno);
+    network.hosts[host].sockets.push_back(fd);
+    return {};
+}
+
+std::string addHost(LinuxSwitch& network, const std::string& port) {
+    const std::string problem = addEnd(network, port, port);
+    return problem.empty() ? sh("ip link set " + port + " master " + BRIDGE) : problem;
+}
+
+void deleteHost(LinuxSwitch& network, const std::string& port) {
+    for (const int fd : network.hosts[port].sockets) close(fd);
+    network.hosts.erase(port);
+    sh("ip link del " + port);
+}
+
+void dropSwitch(LinuxSwitch& network) {
+    for (const auto& [name, host] : network.hosts) {
+        for (const int fd : host.sockets) close(fd);
+    }
+    network.hosts.clear();
+}
+
+std::string blocked(LinuxSwitch& network, uint16_t vid) {
+    const OnOneProcessor pinned;
+    std::string result = settle(network, vid);
+    if (!result.empty()) return result;
+    struct Probe {
+        std::string from, to;
+        uint32_t unicast, broadcast;
+    };
+    std::vector<Probe> probes;
+    Arrivals wanted, arrived;
+    for (const auto& [from, sender] : network.hosts) {
+        if (from == WITNESS || !takesPart(sender, vid)) continue;
+        const uint32_t broadcast = nextSequence();
+        sendFrame(network, from, EVERYBODY, vid, PROBE, broadcast);
+        for (const auto& [to, receiver] : network.hosts) {
+            if (to == WITNESS || to == from || !takesPart(receiver, vid)) continue;
+            probes.push_back({from, to, nextSequence(), broadcast});
+            sendFrame(network, from, addressOf(network, to), vid, PROBE, probes.back().unicast);
+        }
+    }
+    const uint32_t witness = nextSequence();
+    sendFrame(network, WITNESS, EVERYBODY, vid, PROBE, witness);
+    for (const auto& [name, host] : network.hosts) {
+        if (name != WITNESS && takesPart(host, vid)) wanted.emplace(witness, name);
+    }
+    if (!gather(network, vid, wanted, Clock::now() + PATIENCE, arrived)) return "the witness is not heard";
+    for (const Probe& probe : probes) {
+        const bool unicast = arrived.contains({probe.unicast, probe.to});
+        const bool broadcast = arrived.contains({probe.broadcast, probe.to});
+        if (unicast && broadcast) continue;
+        result += (result.empty() ? "" : " ") + probe.from + ">" + probe.to;
+        if (unicast != broadcast) result += unicast ? "(broadcast)" : "(unicast)";
+    }
+    return result;
+}
+
+std::string streamFrame(const LinuxSwitch& network, const std::string& from, const std::string& to) {
+    return makeFrame(network, from, addressOf(network, to), 0, STREAM, 0);
+}
+
+void sendStream(const LinuxSwitch& network, const std::string& from) {
+    sendFrame(network, from, EVERYBODY, 0, STREAM, 0);
+    for (const auto& [to, host] : network.hosts) {
+        if (to != from) sendFrame(network, from, addressOf(network, to), 0, STREAM, 0);
+    }
+}
+
+uint32_t heardOfStreams(const LinuxSwitch& network, const std::string& host) {
+    uint32_t heard = 0;
+    Received received = {};
+    for (const int fd : network.hosts.at(host).sockets) {
+        while (receiveFrame(fd, received)) heard += received.marker == STREAM;
+    }
+    return heard;
+}
