@@ -6,7 +6,7 @@ top=$(cd "$(dirname "$0")" && pwd)
 
 usage() {
     cat <<TEXT
-usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--all]
+usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--all]
 
 Installs what is missing, builds, and runs all tests.
   --sanitize  again with the address and undefined-behaviour sanitizers, and with the thread sanitizer
@@ -14,11 +14,12 @@ Installs what is missing, builds, and runs all tests.
   --fuzz      every fuzz target for a minute
   --lint      format and static analysis
   --demo      the demonstrations, too
+  --kernel    under Debian's own kernel, in a virtual machine: bonds, teams and VLANs of a real bridge
   --all       everything that can be switched on
 TEXT
 }
 
-sanitize=no cross=no fuzz=no lint=no demo=no
+sanitize=no cross=no fuzz=no lint=no demo=no kernel=no
 for argument in "$@"; do
     case $argument in
         --sanitize) sanitize=yes ;;
@@ -26,15 +27,17 @@ for argument in "$@"; do
         --fuzz) fuzz=yes ;;
         --lint) lint=yes ;;
         --demo) demo=yes ;;
-        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes ;;
+        --kernel) kernel=yes ;;
+        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'test.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
     esac
 done
 
-packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev file mandoc)
+packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev file mandoc iproute2 nftables)
 [ $lint = no ] || packages+=(clang-format clang-tidy)
 [ $cross = no ] || packages+=(g++-powerpc-linux-gnu qemu-user googletest)
+[ $kernel = no ] || packages+=(libteam-utils "${KERNEL_VM_PACKAGES[@]}")
 need_packages "${packages[@]}"
 # The compiler for 32-bit words goes by the version of the one at hand.
 [ $cross = no ] || need_packages "g++-$(g++ -dumpversion | cut -d. -f1)-multilib"
@@ -59,7 +62,7 @@ check() {
 
 # run_tests FOLDER: runs the tests of a build and adds up their counts.
 run_tests() {
-    local log summary total bad
+    local log summary total bad skipped
     log=$(mktemp)
     ctest --test-dir "$1" -j2 --output-on-failure --no-tests=error >"$log" 2>&1
     summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+' "$log")
@@ -70,8 +73,13 @@ run_tests() {
         bad=$(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$summary")
         total=$(sed -E 's/.* out of ([0-9]+)/\1/' <<<"$summary")
         [ "$bad" -eq 0 ] || cat "$log"
-        passed=$((passed + total - bad)) failed=$((failed + bad))
+        skipped=$(grep -c '(Skipped)$' "$log")
+        passed=$((passed + total - bad - skipped)) failed=$((failed + bad))
         printf '%s\n' "$summary"
+        if [ "$skipped" -gt 0 ]; then
+            printf '%d of them skipped:\n' "$skipped"
+            awk '/: Skipped$/ { getline; print "  " $0 }' "$1/Testing/Temporary/LastTest.log" | sort -u
+        fi
     fi
     rm -f "$log"
 }
@@ -118,6 +126,11 @@ if [ $lint = yes ]; then
     mapfile -t files < <(sources)
     check "format" clang-format --dry-run -Werror "${files[@]}"
     check "static analysis" lint_tidy
+fi
+if [ $kernel = yes ]; then
+    say "under Debian's own kernel"
+    check "bridges, bonds, teams and VLANs" env PORTISOLATE_TESTS_UNSKIPPED=1 \
+        "$top/scripts/kernel_vm.sh" "$top/build-test/tests/linux_test"
 fi
 if [ $demo = yes ]; then
     say "demonstrations"

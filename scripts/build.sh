@@ -24,6 +24,7 @@ need_packages() {
 }
 
 BUILD_PACKAGES=(g++ cmake ninja-build libedit-dev libmnl-dev libnftnl-dev)
+KERNEL_VM_PACKAGES=(qemu-system-x86 busybox-static cpio kmod)
 
 # build_tree FOLDER [CMAKE OPTION]...: configures and builds; quiet unless it fails.
 build_tree() {

@@ -1,0 +1,110 @@
+#!/usr/bin/env bash
+# Runs a command under Debian's own kernel, in a virtual machine of the few seconds that it takes: what this machine's
+# kernel lacks (bonding, team, VLAN devices and filtering) is there. Emulated, so it needs no help of the processor's;
+# build first, and run only the test there.
+# usage: scripts/kernel_vm.sh COMMAND [ARGUMENT]...
+#
+# The command runs as root, in the project's folder. It sees this machine's files, and none of what it writes stays. Its
+# output is shown, its exit status is this script's. KERNEL_VM_SECONDS is when to give up (900).
+# Needs qemu-system-x86, busybox-static, cpio and kmod; the kernel's package is downloaded once, as apt does it, into
+# $XDG_CACHE_HOME/portisolate-kernel, else build-kernel.
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+. "$top/scripts/build.sh"
+[ $# -gt 0 ] || { sed -n '2,6s/^# //p' "$0" >&2; exit 2; }
+[ "$(uname -m)" = x86_64 ] || { echo "kernel_vm.sh: knows the virtual machine of amd64 only" >&2; exit 1; }
+need_packages "${KERNEL_VM_PACKAGES[@]}"
+
+cache=${XDG_CACHE_HOME:+$XDG_CACHE_HOME/portisolate-kernel}
+cache=${cache:-$top/build-kernel}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# What the first steps need before there is a root; everything else is loaded on demand.
+BOOT_MODULES=(virtio_ring virtio virtio_pci_modern_dev virtio_pci_legacy_dev virtio_pci netfs fscache 9pnet 9pnet_virtio
+    9p overlay)
+
+fetch_kernel() {
+    local package
+    package=$(apt-cache depends linux-image-amd64 2>/dev/null | grep -oE 'linux-image-[0-9][^ ]*' | head -n 1)
+    say "downloading ${package:?apt knows no kernel}"
+    mkdir "$work/package"
+    (cd "$work/package" && apt-get download "$package" >/dev/null 2>&1)
+    rm -rf "$cache/kernel.new" "$cache/kernel"
+    dpkg -x "$work/package"/*.deb "$cache/kernel.new"
+    depmod -b "$cache/kernel.new" "$(basename "$cache"/kernel.new/lib/modules/*)"
+    mv "$cache/kernel.new" "$cache/kernel"
+}
+
+# The root of the machine is this one's, with a layer in memory above it; the project's folder, which may lie in a
+# folder that is empty there, is mounted by itself.
+make_initrd() {
+    local module
+    mkdir -p "$work/initrd/bin" "$work/initrd/modules"
+    cp "$(command -v busybox)" "$work/initrd/bin/busybox"
+    for module in "${BOOT_MODULES[@]}"; do
+        cp "$(find "$cache/kernel/lib/modules" -name "$module.ko*" | head -n 1)" "$work/initrd/modules/"
+    done
+    cat >"$work/initrd/init" <<INIT
+#!/bin/busybox sh
+/bin/busybox --install -s /bin
+PATH=/bin
+mkdir -p /proc /sys /dev /root /lower /upper
+mount -t proc proc /proc
+mount -t sysfs sys /sys
+mount -t devtmpfs dev /dev
+for module in ${BOOT_MODULES[*]}; do insmod /modules/\$module.ko*; done
+options=trans=virtio,version=9p2000.L,msize=262144
+mount -t 9p -o \$options,ro,cache=loose root /lower
+mount -t tmpfs upper /upper
+mkdir /upper/files /upper/work
+mount -t overlay -o lowerdir=/lower,upperdir=/upper/files,workdir=/upper/work overlay /root
+for folder in tmp run var/tmp; do mkdir -p /root/\$folder; mount -t tmpfs -o mode=1777 \$folder /root/\$folder; done
+mkdir -p /root/lib/modules /root/run/result '/root$top'
+mount -t 9p -o \$options,ro,cache=loose modules /root/lib/modules
+mount -t 9p -o \$options,ro,cache=loose top '/root$top'
+mount -t 9p -o \$options result /root/run/result
+for folder in proc sys dev; do mount --move /\$folder /root/\$folder; done
+exec switch_root /root /bin/bash /run/result/main
+INIT
+    chmod +x "$work/initrd/init"
+    (cd "$work/initrd" && find . | cpio --quiet -o -H newc | gzip -1) >"$work/initrd.gz"
+}
+
+# main SCRIPT: what the machine runs in place of an init; it ends by switching itself off.
+write_main() {
+    mkdir "$work/result"
+    {
+        printf 'cd %q\n' "$top"
+        printf 'export HOME=/tmp PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n'
+        env -0 | while IFS= read -r -d '' variable; do
+            case $variable in PORTISOLATE_* | GTEST_* | *SAN_OPTIONS=*) printf 'export %q\n' "$variable" ;; esac
+        done
+        printf 'mkdir -p /dev/pts /dev/shm; mount -t devpts devpts /dev/pts; mount -t tmpfs shm /dev/shm\n'
+        printf 'ip link set lo up\n'
+        printf '(%s) </dev/null >/run/result/output 2>&1\n' "$(printf '%q ' "$@")"
+        printf 'echo $? >/run/result/status\nsync\necho o >/proc/sysrq-trigger\nwhile :; do sleep 1; done\n'
+    } >"$work/result/main"
+    : >"$work/result/output"
+}
+
+shared() { printf 'local,path=%s,mount_tag=%s,security_model=none%s' "$1" "$2" "${3:-}"; }
+
+mkdir -p "$cache"
+[ -d "$cache/kernel" ] || fetch_kernel
+make_initrd
+write_main "$@"
+version=$(basename "$cache"/kernel/lib/modules/*)
+timeout "${KERNEL_VM_SECONDS:-900}" qemu-system-x86_64 -accel tcg,thread=multi -cpu max -m 1024 -smp 2 \
+    -nographic -no-reboot -net none -kernel "$cache/kernel/boot/vmlinuz-$version" -initrd "$work/initrd.gz" \
+    -append "console=ttyS0 quiet panic=1" -virtfs "$(shared / root ,readonly=on,multidevs=remap)" \
+    -virtfs "$(shared "$cache/kernel/lib/modules" modules ,readonly=on)" \
+    -virtfs "$(shared "$top" top ,readonly=on,multidevs=remap)" -virtfs "$(shared "$work/result" result)" \
+    </dev/null >"$work/console" 2>&1 || true
+cat "$work/result/output"
+if [ ! -s "$work/result/status" ]; then
+    echo "kernel_vm.sh: the machine ended without a status; its console:" >&2
+    tail -n 20 "$work/console" >&2
+    exit 1
+fi
+exit "$(cat "$work/result/status")"
