@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# Shows the daemon at work on simulated boards. Needs nothing but a Debian; ends by itself.
+# Shows the daemon at work, on simulated boards and on a switch of the kernel. Needs nothing but a Debian; ends by itself.
 set -euo pipefail
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/scripts/build.sh"
 
 usage() {
     cat <<TEXT
-usage: ./demo.sh [--stay] [two-boards]
+usage: ./demo.sh [--stay] [two-boards|linux]
 
 Installs what is missing, builds, and runs the daemon on boards/demo in a temporary folder: isolates two ports and a
 trunk, shows what the hardware was told and who may still talk to whom, and dissolves the group again.
   --stay      leaves the daemon running at the end and prints the commands to try
   two-boards  shows an active and a standby control board instead: what stands on both, and a switch-over
+  linux       isolates the ports of a bridge of the kernel instead, with four hosts that ping each other; takes root
 TEXT
 }
 
@@ -19,13 +20,15 @@ stay=no what=one-board
 for argument in "$@"; do
     case $argument in
         --stay) stay=yes ;;
-        two-boards) what=two-boards ;;
+        two-boards | linux) what=$argument ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'demo.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
     esac
 done
 
-need_packages "${BUILD_PACKAGES[@]}"
+packages=("${BUILD_PACKAGES[@]}")
+[ $what != linux ] || packages+=(iproute2 iputils-ping)
+need_packages "${packages[@]}"
 say "building"
 build_tree "$top/build" -DPORTISOLATE_TESTS=OFF
 PATH=$top/build:$PATH
@@ -42,6 +45,11 @@ trap finish EXIT
 if [ $what = two-boards ]; then
     . "$top/boards/two/demo.sh"
     demo_two_boards "$root" "$top/boards/two"
+    exit
+fi
+if [ $what = linux ]; then
+    . "$top/boards/linux/demo.sh"
+    demo_linux "$root" "$top/boards/linux"
     exit
 fi
 

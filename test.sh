@@ -136,6 +136,11 @@ if [ $demo = yes ]; then
     say "demonstrations"
     check "demo.sh" "$top/demo.sh"
     check "demo.sh two-boards" "$top/demo.sh" two-boards
+    if missing=$(. "$top/boards/linux/demo.sh" && namespaces_missing); then
+        check "demo.sh linux" "$top/demo.sh" linux
+    else
+        printf 'skipped demo.sh linux: no network namespaces: %s\n' "$missing"
+    fi
 fi
 
 printf '\n%d passed, %d failed\n' "$passed" "$failed"

@@ -87,6 +87,7 @@ TEST_F(LinuxKernelTest, KnowsTheVlanOfUntaggedFrames) {
     }
     // Here a frame that came in tagged may be of either VLAN, which nobody can tell any more.
     ASSERT_EQ(sh("bridge vlan add dev p4 vid 30 untagged"), "");
+    boardAnswer("settle");
     const std::string pon10 = "p1>p2 p1>t1 p2>p1 p2>t1 t1>p1 t1>p2";
     const std::string pon20 = "p3>p4 p3>t1 p4>p3 p4>t1 t1>p3";
     const std::string group = "p1>p2 p1>t1 p1>t2 p2>p1 p2>t1 p2>t2 t1>p1 t1>p2 t1>t2 t2>p1 t2>p2 t2>t1";
