@@ -7,7 +7,7 @@
 
 #include "host/faults.h"
 #include "host/journal.h"
-#include "host/linux_board.h"
+#include "host/link_watch.h"
 #include "host/local_socket.h"
 #include "host/logging.h"
 #include "host/peer_link.h"

@@ -12,7 +12,7 @@
 #include "host/faults.h"
 #include "host/journal.h"
 #include "host/line_server.h"
-#include "host/linux_board.h"
+#include "host/link_watch.h"
 #include "host/local_socket.h"
 #include "host/text.h"
 #include "platform/route_messages.h"

@@ -183,6 +183,11 @@ int takeUntagged(const nlmsghdr* message, void* data) {
 }
 }  // namespace
 
+const KernelLink* linkAt(const KernelLinks& links, uint32_t index) {
+    const auto found = links.find(index);
+    return found == links.end() ? nullptr : &found->second;
+}
+
 bool isTrunkDevice(const KernelLink& link) {
     return link.kind == "bond" || link.kind == "team";
 }

@@ -33,6 +33,8 @@ using KernelLinks = std::map<uint32_t, KernelLink>;  // by the kernel's index
 // The last state of each device that something was said about; none for one that is gone.
 using LinkChanges = std::map<uint32_t, std::optional<KernelLink>>;
 
+// Null when there is none.
+const KernelLink* linkAt(const KernelLinks& links, uint32_t index);
 bool isTrunkDevice(const KernelLink& link);
 bool isBridgeDevice(const KernelLink& link);
 

@@ -1,29 +1,15 @@
 #include "host/linux_board.h"
 
 #ifdef PORTISOLATE_NETFILTER
-#include <poll.h>
-#include <pthread.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <set>
-#include <system_error>
-#include <thread>
 
 #include "host/board_events.h"
 #include "host/linux_plane.h"
-#include "host/local_socket.h"
 #include "host/logging.h"
-#include "host/process.h"
 #include "platform/route_messages.h"
 
 namespace {
-constexpr char WATCH_TASK[] = "linkwatcher";
-constexpr int TABLE_INTERVAL = 1000;  // milliseconds between two looks at the kernel's table
 constexpr uint32_t ONLY_SLOT = 1;
 constexpr char BRIDGE_NOTE[] = "bridge";
 
@@ -38,20 +24,6 @@ struct BridgePort {
     std::string switchId;
 };
 using BridgePorts = std::map<uint32_t, BridgePort>;  // by the kernel's index
-
-LinuxBoard* gLinux = nullptr;  // set before its task starts, lives as long as the process
-// Of the task, and of the start before there is the task.
-mnl_socket* gEvents = nullptr;
-bool gFollowed = false;  // every change since the picture was taken is in it, or waits in gEvents
-
-std::mutex gLock;  // guards gWaits, and gEvents while that is set
-std::condition_variable gWaiting;
-bool gWaits = false;  // the task found nothing to take and waits for more
-
-const KernelLink* linkAt(const KernelLinks& links, uint32_t index) {
-    const auto found = links.find(index);
-    return found == links.end() ? nullptr : &found->second;
-}
 
 template <typename Map, typename Key>
 uint32_t numberIn(const Map& numbers, const Key& key) {
@@ -248,6 +220,7 @@ void rename(LinuxBoard& linuxBoard, const BridgePort& port) {
     board.numbers[port.device] = port.number;
     interface->name = port.device;
     interface->access = board.accessDevices.contains(port.device);
+    noteSwitch(board, *interface, port.device);
     const int32_t status = renameLinuxPort(board.plane, port.number, port.device);
     if (status != 0)
         hostReport("what isolates %s stays under its former name: status %d", port.device.c_str(), status);
@@ -392,82 +365,6 @@ void reportAbsent(LinuxBoard& linuxBoard) {
                    board.bridge.c_str());
     }
 }
-
-// Tells the plane what the ports of a bridge that filters VLANs send without a tag. Their VLANs change
-// without a change of any device, so this follows whatever the kernel has told.
-void followUntagged(const LinuxBoard& linuxBoard) {
-    Board& board = linuxBoard.board;
-    UntaggedVlans vlans;
-    std::map<std::string, uint16_t> egress;
-    const KernelLink* bridge = linkAt(linuxBoard.links, linuxBoard.bridge);
-    if (bridge != nullptr && bridge->filtersVlans && !dumpUntaggedVlans(linuxBoard.bridge, vlans)) return;
-    for (const auto& [index, untagged] : vlans) {
-        const KernelLink* port = linkAt(linuxBoard.links, index);
-        if (port != nullptr && untagged.size() == 1) egress.emplace(port->name, untagged.front());
-    }
-    std::lock_guard guard(board.lock);
-    setLinuxEgress(board.plane, egress);
-}
-
-// Reads everything anew and takes over what differs. Subscribed before, so nothing slips between.
-bool reread(LinuxBoard& linuxBoard) {
-    closeLinkEvents(gEvents);
-    gEvents = openLinkEvents();
-    KernelLinks links;
-    if (gEvents == nullptr || !dumpLinks(links)) {
-        hostReport("the kernel does not tell its network devices, so they are not followed: %s",
-                   strerror(errno));
-        return false;
-    }
-    followLinks(linuxBoard, linkDifferences(linuxBoard.links, links));
-    followUntagged(linuxBoard);
-    return true;
-}
-
-void markWaits(bool waits) {
-    std::lock_guard guard(gLock);
-    gWaits = waits;
-    if (waits) gWaiting.notify_all();
-}
-
-// Whoever has taken the last event is marked busy before it takes it.
-bool hasEvents(int64_t deadline) {
-    markWaits(true);
-    const auto left = static_cast<int>(std::max<int64_t>(deadline - monotonicMs(), 0));
-    const bool arrived = awaitLinkEvents(gEvents, left);
-    markWaits(false);
-    return arrived;
-}
-
-void followUntil(LinuxBoard& linuxBoard, int64_t deadline) {
-    while (hasEvents(deadline)) {
-        LinkChanges changes;
-        if (takeLinkEvents(gEvents, changes)) {
-            followLinks(linuxBoard, changes);
-            followUntagged(linuxBoard);
-        } else {
-            hostReport("the kernel told more than could be taken: its network devices are read anew");
-            gFollowed = reread(linuxBoard);
-        }
-        if (!gFollowed || monotonicMs() >= deadline) return;
-    }
-}
-
-void watchLinks(LinuxBoard* linuxBoard) {
-    pthread_setname_np(pthread_self(), WATCH_TASK);
-    prepareFaultStack();
-    linuxBoard->told = true;
-    for (;;) {
-        if (gFollowed) {
-            followUntil(*linuxBoard, monotonicMs() + TABLE_INTERVAL);
-        } else {
-            poll(nullptr, 0, TABLE_INTERVAL);
-            gFollowed = reread(*linuxBoard);
-        }
-        std::lock_guard guard(linuxBoard->board.lock);
-        watchLinuxTable(linuxBoard->board.plane);
-    }
-}
 }  // namespace
 
 LinuxBoard linuxBoardOf(Board& board) {
@@ -478,7 +375,10 @@ LinuxBoard linuxBoardOf(Board& board) {
             linuxBoard.vlans.emplace(interface.vid, number);
         } else {
             linuxBoard.listed = true;
-            linuxBoard.devices.emplace(deviceOf(interface), number);
+            const std::string device = deviceOf(interface);
+            if (!linuxBoard.devices.emplace(device, number).second)
+                hostReport("%s has no part in the bridge %s: its device %s is described twice",
+                           interface.name.c_str(), board.bridge.c_str(), device.c_str());
         }
         interface.present = false;
         interface.trunk = 0;
@@ -493,46 +393,15 @@ void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes) {
     const auto change = lockChange();
     const std::set<uint32_t> concerned = concernedBy(linuxBoard, news);
     const BridgePorts before = portsAmong(linuxBoard, concerned);
-    const uint32_t formerBridge = linuxBoard.bridge;
+    bool bridgeChanges = news.contains(linuxBoard.bridge);
     takeOver(linuxBoard, news);
     carryOut(linuxBoard, before, portsAmong(linuxBoard, concerned));
-    if (linuxBoard.told && linuxBoard.bridge != formerBridge) reportBridge(linuxBoard);
+    bridgeChanges = bridgeChanges || news.contains(linuxBoard.bridge);
+    if (linuxBoard.told && bridgeChanges) reportBridge(linuxBoard);
 }
 
-void startLinuxBoard(Board& board) {
-    std::string problem;
-    {
-        std::lock_guard guard(board.lock);
-        if (board.bridge.empty()) return;
-        problem = startLinuxPlane(board.plane, board.accessDevices);
-        gLinux = new LinuxBoard(linuxBoardOf(board));
-    }
-    reportProblem(problem);
-    gFollowed = reread(*gLinux);
-    if (!gFollowed) return;
-    reportBridge(*gLinux);
-    if (gLinux->bridge != 0) reportAbsent(*gLinux);
-}
-
-void watchLinuxBoard() {
-    if (gLinux == nullptr) return;
-    try {
-        std::thread(watchLinks, gLinux).detach();
-    } catch (const std::system_error& problem) {
-        hostReport("no task to follow the bridge's ports: %s", problem.what());
-    }
-}
-
-bool settleLinuxBoard(uint32_t timeout) {
-    if (gLinux == nullptr) return true;
-    std::unique_lock guard(gLock);
-    const auto settled = [] { return gWaits && !awaitLinkEvents(gEvents, 0); };
-    return gWaiting.wait_for(guard, std::chrono::milliseconds(timeout), settled);
-}
-#else
-void startLinuxBoard(Board&) {}
-void watchLinuxBoard() {}
-bool settleLinuxBoard(uint32_t) {
-    return true;
+void reportLinuxBoard(LinuxBoard& linuxBoard) {
+    reportBridge(linuxBoard);
+    if (linuxBoard.bridge != 0) reportAbsent(linuxBoard);
 }
 #endif

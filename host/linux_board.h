@@ -1,6 +1,6 @@
-// The board of a Linux bridge: the kernel decides which interfaces there are and which trunk each is in, and
-// a task of its own follows what it says. Every port of the bridge is an interface, numbered as the kernel
-// numbers it, unless the description lists interfaces: then those are all, under the numbers and names given.
+// The board of a Linux bridge: the kernel decides which interfaces there are and which trunk each is in.
+// Every port of the bridge is an interface, numbered as the kernel numbers it, unless the description lists
+// interfaces: then those are all, under the numbers and names given.
 //
 // A listed interface is known whether it is there or not: its isolation stays programmed by the device's
 // name, so nothing is told when it goes. One that is not listed goes for good; its record is kept for a
@@ -25,8 +25,8 @@ struct LinuxBoard {
     bool listed = false;                           // the description numbers the ports
     std::map<std::string, uint32_t> devices = {};  // numbers of listed interfaces, by the kernel's name
     std::map<uint32_t, uint32_t> vlans = {};       // numbers of described VLAN interfaces, by VLAN id
-    std::map<uint32_t, uint32_t> descriptions =
-        {};  // by number, all that is described: its trunk there, or 0
+    // All that is described, by number, with the trunk that it is in there.
+    std::map<uint32_t, uint32_t> descriptions = {};
     KernelLinks links = {};
     uint32_t bridge = 0;                 // the kernel's index; 0: there is none
     std::deque<uint32_t> vanished = {};  // numbers of those that are gone but kept, the oldest first
@@ -38,9 +38,5 @@ LinuxBoard linuxBoardOf(Board& board);
 // Takes over what has become of the kernel's devices; the board's lock must not be held.
 void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes);
 
-// Starts the plane of a board that has a bridge and takes the first picture of its ports.
-void startLinuxBoard(Board& board);
-// Starts the task that follows the kernel, where there is a bridge to follow.
-void watchLinuxBoard();
-// True once everything that the kernel has told so far is handled; false after `timeout` milliseconds.
-bool settleLinuxBoard(uint32_t timeout);
+// Tells what is described and not there, and what the bridge cannot do.
+void reportLinuxBoard(LinuxBoard& linuxBoard);

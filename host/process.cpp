@@ -12,7 +12,7 @@
 
 #include "host/board_calls.h"
 #include "host/board_control.h"
-#include "host/linux_board.h"
+#include "host/link_watch.h"
 #include "host/shell.h"
 #include "platform/services.h"
 
