@@ -232,20 +232,20 @@ void appendVlan(nftnl_rule* rule, bool tagged) {
         nftnl_expr_set_u32(bits, NFTNL_EXPR_BITWISE_LEN, sizeof mask);
         nftnl_expr_set(bits, NFTNL_EXPR_BITWISE_MASK, &mask, sizeof mask);
         nftnl_expr_set(bits, NFTNL_EXPR_BITWISE_XOR, &none, sizeof none);
-    } else {
-        appendMeta(rule, NFT_META_BRI_IIFPVID, VLAN_REGISTER);
-        nftnl_expr* order = appendExpression(rule, "byteorder");
-        nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_SREG, VLAN_REGISTER);
-        nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_DREG, VLAN_REGISTER);
-        nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_OP, NFT_BYTEORDER_HTON);
-        nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_LEN, sizeof(uint16_t));
-        nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_SIZE, sizeof(uint16_t));
+        // A tag may bear a priority alone; such a frame is of no VLAN.
+        nftnl_expr* compare = appendExpression(rule, "cmp");
+        nftnl_expr_set_u32(compare, NFTNL_EXPR_CMP_SREG, VLAN_REGISTER);
+        nftnl_expr_set_u32(compare, NFTNL_EXPR_CMP_OP, NFT_CMP_NEQ);
+        nftnl_expr_set(compare, NFTNL_EXPR_CMP_DATA, &none, sizeof none);
+        return;
     }
-    // A tag may bear a priority alone, and a port may give untagged frames no VLAN.
-    nftnl_expr* compare = appendExpression(rule, "cmp");
-    nftnl_expr_set_u32(compare, NFTNL_EXPR_CMP_SREG, VLAN_REGISTER);
-    nftnl_expr_set_u32(compare, NFTNL_EXPR_CMP_OP, NFT_CMP_NEQ);
-    nftnl_expr_set(compare, NFTNL_EXPR_CMP_DATA, &none, sizeof none);
+    appendMeta(rule, NFT_META_BRI_IIFPVID, VLAN_REGISTER);
+    nftnl_expr* order = appendExpression(rule, "byteorder");
+    nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_SREG, VLAN_REGISTER);
+    nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_DREG, VLAN_REGISTER);
+    nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_OP, NFT_BYTEORDER_HTON);
+    nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_LEN, sizeof(uint16_t));
+    nftnl_expr_set_u32(order, NFTNL_EXPR_BYTEORDER_SIZE, sizeof(uint16_t));
 }
 
 void appendDevices(nftnl_rule* rule) {
