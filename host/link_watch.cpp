@@ -37,12 +37,12 @@ bool gWaits = false;  // the task found nothing to take and waits for more
 void followUntagged(const LinuxBoard& linuxBoard) {
     Board& board = linuxBoard.board;
     UntaggedVlans vlans;
-    std::map<std::string, uint16_t> egress;
+    EgressVlans egress;
     const KernelLink* bridge = linkAt(linuxBoard.links, linuxBoard.bridge);
     if (bridge != nullptr && bridge->filtersVlans && !dumpUntaggedVlans(linuxBoard.bridge, vlans)) return;
     for (const auto& [index, untagged] : vlans) {
         const KernelLink* port = linkAt(linuxBoard.links, index);
-        if (port != nullptr && untagged.size() == 1) egress.emplace(port->name, untagged.front());
+        if (port != nullptr && !untagged.empty()) egress.emplace(port->name, untagged);
     }
     std::lock_guard guard(board.lock);
     setLinuxEgress(board.plane, egress);

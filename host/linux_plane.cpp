@@ -30,8 +30,8 @@ struct LinuxPlane {
     std::unordered_map<uint32_t, std::string> devices;  // by interface
     std::set<std::string> access;
     std::set<uint16_t> ponOff;
-    std::map<std::string, uint16_t> egress;  // VLAN of all that leaves a device untagged
-    bool egressKnown = false;                // until then what an earlier run knew is in force
+    EgressVlans egress;
+    bool egressKnown = false;  // until then what an earlier run knew is in force
     Wanted wanted;
 
     // What the kernel held when the filter was at this generation. A later one means that somebody else has
@@ -128,11 +128,24 @@ int32_t counted(LinuxPlane& plane, int32_t status) {
     return status;
 }
 
+// The one VLAN of all that leaves a device untagged; 0: there are several, or none is known.
+uint16_t soleEgress(const LinuxPlane& plane, const std::string& device) {
+    const auto egress = plane.egress.find(device);
+    return egress == plane.egress.end() || egress->second.size() != 1 ? 0 : egress->second.front();
+}
+
+bool contains(const std::vector<uint16_t>& vlans, uint32_t vid) {
+    return std::find(vlans.begin(), vlans.end(), vid) != vlans.end();
+}
+
+bool allOff(const std::set<uint16_t>& ponOff, const std::vector<uint16_t>& vlans) {
+    return std::all_of(vlans.begin(), vlans.end(), [&](uint16_t vid) { return ponOff.contains(vid); });
+}
+
 void appendDirection(const LinuxPlane& plane, const std::string& src, const std::string& dst, uint16_t vid,
                      std::vector<FilterElement>& elements) {
     elements.push_back(filterElement(vid == 0 ? FilterSet::bi : FilterSet::biVlan, src, dst, vid));
-    const auto egress = plane.egress.find(dst);
-    if (vid != 0 && egress != plane.egress.end() && egress->second == vid)
+    if (vid != 0 && soleEgress(plane, dst) == vid)
         elements.push_back(filterElement(FilterSet::biEgress, src, dst, 0));
 }
 
@@ -164,9 +177,9 @@ Wanted allWanted(const LinuxPlane& plane) {
     for (const auto& [pair, isolation] : plane.oneWay) take(elementsOf(plane, pair, nullptr));
     for (const std::string& device : plane.access) take({deviceElement(FilterSet::access, device)});
     for (const uint16_t vid : plane.ponOff) take({ponOffElement(vid)});
-    for (const auto& [device, vid] : plane.egress) {
-        take({deviceElement(FilterSet::egress, device)});
-        if (plane.ponOff.contains(vid)) take({deviceElement(FilterSet::egressOff, device)});
+    for (const auto& [device, vlans] : plane.egress) {
+        if (vlans.size() == 1) take({deviceElement(FilterSet::egress, device)});
+        if (allOff(plane.ponOff, vlans)) take({deviceElement(FilterSet::egressOff, device)});
     }
     return wanted;
 }
@@ -305,8 +318,11 @@ int32_t deleteOneWay(void* state, uint32_t src, uint32_t dst) {
 int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>&) {
     LinuxPlane& plane = linuxPlane(state);
     std::vector<FilterElement> elements = {ponOffElement(vid)};
-    for (const auto& [device, egressVid] : plane.egress) {
-        if (egressVid == vid) elements.push_back(deviceElement(FilterSet::egressOff, device));
+    std::set<uint16_t> ponOff = plane.ponOff;
+    ponOff.insert(static_cast<uint16_t>(vid));
+    for (const auto& [device, vlans] : plane.egress) {
+        if (contains(vlans, vid) && allOff(ponOff, vlans))
+            elements.push_back(deviceElement(FilterSet::egressOff, device));
     }
     Change change;
     for (const FilterElement& element : elements) {
@@ -316,7 +332,7 @@ int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>
             change.del.push_back(element);
     }
     const int problem = commit(plane, change);
-    if (problem == 0 && !isolate) plane.ponOff.insert(static_cast<uint16_t>(vid));
+    if (problem == 0 && !isolate) plane.ponOff = ponOff;
     // As with a delete that is refused: what is still held is left over.
     if (isolate) plane.ponOff.erase(static_cast<uint16_t>(vid));
     for (const FilterElement& element : elements) {
@@ -382,9 +398,9 @@ PlaneCounters counters(void* state) {
 
 // The pair's element for frames that leave untagged belongs to the one that its VLAN has.
 bool egressTwin(const LinuxPlane& plane, const FilterElement& element, FilterElement& twin) {
-    const auto egress = plane.egress.find(std::string(textOf(element.dst)));
     twin = filterElement(FilterSet::biEgress, textOf(element.src), textOf(element.dst), 0);
-    return element.set == FilterSet::biVlan && egress != plane.egress.end() && egress->second == element.vid;
+    return element.set == FilterSet::biVlan &&
+           soleEgress(plane, std::string(textOf(element.dst))) == element.vid;
 }
 
 void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::string& text) {
@@ -418,7 +434,7 @@ void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::
 bool isEntry(const LinuxPlane& plane, const FilterElement& element) {
     if (element.set == FilterSet::egress || element.set == FilterSet::egressOff) return false;
     return element.set != FilterSet::biEgress ||
-           !(plane.wanted.contains(element) || plane.egress.contains(std::string(textOf(element.dst))));
+           !(plane.wanted.contains(element) || soleEgress(plane, std::string(textOf(element.dst))) != 0);
 }
 
 std::vector<FilterElement> sortedElements(const LinuxPlane& plane) {
@@ -545,7 +561,7 @@ int32_t renameLinuxPort(const Plane& handle, uint32_t ifUnit, const std::string&
     return plane.devices.contains(ifUnit) ? setDevice(plane, ifUnit, device) : 0;
 }
 
-void setLinuxEgress(const Plane& handle, const std::map<std::string, uint16_t>& vlans) {
+void setLinuxEgress(const Plane& handle, const EgressVlans& vlans) {
     LinuxPlane& plane = linuxPlane(handle.state);
     if (plane.failure != 0 || (plane.egressKnown && plane.egress == vlans)) return;
     plane.egressKnown = true;

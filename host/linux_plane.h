@@ -9,6 +9,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "host/plane.h"
 
@@ -23,10 +24,10 @@ std::string startLinuxPlane(const Plane& plane, const std::set<std::string>& acc
 // The kernel's name of an interface has changed: what isolates it moves to the new one.
 int32_t renameLinuxPort(const Plane& plane, uint32_t ifUnit, const std::string& device);
 
-// The devices by which frames of just one VLAN leave a VLAN-filtering bridge untagged, with that VLAN: the
-// filter cannot see the VLAN of a frame whose tag the bridge has stripped. A change that cannot be made is
-// reported.
-void setLinuxEgress(const Plane& plane, const std::map<std::string, uint16_t>& vlans);
+// The VLANs whose frames leave a VLAN-filtering bridge untagged, by device: the filter cannot see the VLAN of
+// a frame whose tag the bridge has stripped. A change that cannot be made is reported.
+using EgressVlans = std::map<std::string, std::vector<uint16_t>>;
+void setLinuxEgress(const Plane& plane, const EgressVlans& vlans);
 
 // Looks whether the table is still whole, and reports once when it is not, and once when it is again. Cheap
 // while nobody changed the filter; to be called about once a second.

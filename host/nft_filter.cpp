@@ -276,9 +276,12 @@ void appendCountedDrop(nftnl_rule* rule) {
     appendVerdict(rule, NF_DROP);
 }
 
-// Access ports do not reach one another in VLANs that are not switched off.
+// Access ports do not reach one another in VLANs that are not switched off. A way out that is switched off in
+// all that leaves it untagged is open, wherever a frame came from; else one that came in by a port without a
+// VLAN of its own, and so in an unknown one, is dropped.
 void buildPonRule(nftnl_rule* rule, bool tagged) {
     appendAccess(rule);
+    if (!tagged) appendLookup(rule, FilterSet::egressOff, REGISTER + DEVICE_REGISTERS, true);
     appendVlan(rule, tagged);
     appendLookup(rule, FilterSet::ponOff, VLAN_REGISTER, true);
     appendCountedDrop(rule);

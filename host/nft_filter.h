@@ -18,7 +18,7 @@ inline constexpr size_t FILTER_DEVICE_SIZE = 16;  // bytes of a device's name, z
 
 // A VLAN-filtering bridge has stripped the tag of what leaves untagged before the filter sees it. Where all
 // that leaves a port untagged is of one VLAN (`egress`), pairs that are isolated in that VLAN stand in
-// `biEgress` as well, and the port in `egressOff` if PON isolation is off in it.
+// `biEgress` as well. `egressOff`: PON isolation is off in every VLAN that leaves the port untagged.
 enum class FilterSet : uint8_t { bi, biVlan, biEgress, uni, access, ponOff, egress, egressOff };
 
 // Element of a set; what the set has no use for is zero.
