@@ -12,7 +12,7 @@ Installs what is missing, builds, and runs all tests.
   --sanitize  again with the address and undefined-behaviour sanitizers, and with the thread sanitizer
   --cross     the unit tests for a 32-bit big-endian board (under emulation) and for 32-bit words here
   --fuzz      every fuzz target for a minute
-  --lint      format and static analysis
+  --lint      format and static analysis; the benchmarks are built, too
   --demo      the demonstrations, too
   --kernel    under Debian's own kernel, in a virtual machine: bonds, teams and VLANs of a real bridge
   --all       everything that can be switched on
@@ -35,7 +35,7 @@ for argument in "$@"; do
 done
 
 packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev file mandoc iproute2 nftables)
-[ $lint = no ] || packages+=(clang-format clang-tidy)
+[ $lint = no ] || packages+=(clang-format clang-tidy libbenchmark-dev)
 [ $cross = no ] || packages+=(g++-powerpc-linux-gnu qemu-user googletest)
 [ $kernel = no ] || packages+=(libteam-utils "${KERNEL_VM_PACKAGES[@]}")
 need_packages "${packages[@]}"
@@ -103,7 +103,9 @@ lint_tidy() {
 }
 
 say "building and testing"
-tests_of "$top/build-test" -DCMAKE_BUILD_TYPE=Debug
+bench=OFF
+[ $lint = no ] || bench=ON
+tests_of "$top/build-test" -DCMAKE_BUILD_TYPE=Debug -DPORTISOLATE_BENCH=$bench
 
 if [ $sanitize = yes ]; then
     say "with the address and undefined-behaviour sanitizers"
