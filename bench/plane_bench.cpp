@@ -37,7 +37,7 @@ void must(bool holds, const std::string& what) {
 PlanePort portOf(uint32_t number) {
     while (names.size() <= number) names.push_back("port" + std::to_string(names.size()));
     const char* name = names[number].c_str();
-    return {number, 1, false, false, name, name, ""};
+    return {number, 1, false, false, name, name, "", ""};
 }
 
 void dropPlane() {
