@@ -1,14 +1,21 @@
 #!/usr/bin/env bash
 # Runs the console sessions of documents and compares what they print.
-# usage: docs_test.sh FOLDER-OF-THE-PROGRAMS FOLDER-OF-THE-BOARD DOCUMENT...
+# usage: docs_test.sh [--bridge] FOLDER-OF-THE-PROGRAMS FOLDER-OF-THE-BOARD DOCUMENT...
 #
 # In a block fenced as ```console a line "$ COMMAND" is run, lines "> ..." continue it, and the lines below it are what
 # it must print on both channels. The commands of a document share one shell, one daemon on a fresh copy of the board,
 # and a temporary root that is their folder too; the daemon's own texts are in daemon.log there. What varies from run to
 # run stands as <time>, <address> or <root>. Blanks at the ends of lines do not count.
+# With --bridge all of this takes place in a network namespace with a bridge br0 of the ports eth1 to eth3; what the
+# plane remarks about this kernel is left out. Exits with 77 where there are no namespaces.
 # A picture that a document shows must be what its session drew, where it drew one of that name.
 set -u
 
+if [ "$1" = --bridge ]; then
+    shift
+    unshare -n true 2>/dev/null || { echo "no network namespaces here, or no right to them"; exit 77; }
+    exec unshare -n env BRIDGE=br0 "$0" "$@"
+fi
 programs=$(realpath "$1") board=$(realpath "$2")
 shift 2
 documents=()
@@ -29,6 +36,17 @@ stop_daemon() {
 }
 trap stop_daemon EXIT
 
+# Its ports' numbers are the kernel's, counted up from 1, which is lo.
+make_bridge() {
+    local port
+    ip link add "$BRIDGE" type bridge
+    for port in 1 2 3; do
+        ip link add "eth$port" type veth peer name "host$port"
+        ip link set "eth$port" master "$BRIDGE"
+    done
+}
+[ -z "${BRIDGE:-}" ] || make_bridge
+
 start_daemon() {
     root=$(mktemp -d)
     export PORTISOLATE_ROOT=$root
@@ -44,7 +62,7 @@ start_daemon() {
 }
 
 normalised() {
-    sed -E -e "s|$root|<root>|g" -e 's/0x[0-9a-f]{9,}/<address>/g' \
+    sed -E -e '/^note: this kernel/d' -e "s|$root|<root>|g" -e 's/0x[0-9a-f]{9,}/<address>/g' \
         -e 's/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}\.[0-9]{3}/<time>/g' -e 's/\r//g' -e 's/[[:space:]]+$//'
 }
 
