@@ -90,8 +90,8 @@ void rawTransaction(mnl_socket* socket, uint16_t type, uint32_t& sequence) {
     nftnl_set_set_str(set, NFTNL_SET_NAME, "bi");
     for (const bool reverse : {false, true}) {
         char key[32] = {};
-        strcpy(key, reverse ? "raw1" : "raw0");
-        strcpy(key + 16, reverse ? "raw0" : "raw1");
+        memcpy(key, reverse ? "raw1" : "raw0", 4);
+        memcpy(key + 16, reverse ? "raw0" : "raw1", 4);
         nftnl_set_elem* element = nftnl_set_elem_alloc();
         nftnl_set_elem_set(element, NFTNL_SET_ELEM_KEY, key, sizeof key);
         nftnl_set_elem_add(set, element);
