@@ -25,7 +25,7 @@ std::vector<std::string> completeLine(const std::string& line) {
     }
     Session session;
     sessionOpen(session);
-    const std::vector<std::string> found = completions(session, words);
+    std::vector<std::string> found = completions(session, words);
     sessionClose(session);
     return found;
 }
