@@ -375,8 +375,13 @@ int32_t startDaemon(const std::map<std::string, std::string>& options) {
     return status;
 }
 
-std::vector<std::string> drainCalls() {
-    return std::exchange(fake.calls, {});
+std::vector<std::string> drainCalls(const std::vector<std::string>& words) {
+    std::vector<std::string> calls = std::exchange(fake.calls, {});
+    std::erase_if(calls, [&](const std::string& call) {
+        const auto begins = [&](const std::string& word) { return call.starts_with(word); };
+        return !words.empty() && std::none_of(words.begin(), words.end(), begins);
+    });
+    return calls;
 }
 
 void failNth(const std::string& call, uint32_t nth, int32_t status) {

@@ -53,8 +53,8 @@ extern Fake fake;
 // Returns the status of the start.
 int32_t startDaemon(const std::map<std::string, std::string>& options = {});
 
-// Moves the calls written down so far out of the fake.
-std::vector<std::string> drainCalls();
+// Moves the calls written down so far out of the fake: all, or those that begin with one of these words.
+std::vector<std::string> drainCalls(const std::vector<std::string>& words = {});
 
 // Fails the nth call of this name (1: the next one) with a status.
 void failNth(const std::string& call, uint32_t nth, int32_t status);

@@ -32,8 +32,8 @@ struct Reference {
     ListNode* head;
     Entry* (*add)(const TableKey& key);
     void (*drop)(Entry* entry);
-    std::multimap<TableKey, Entry*> rows;   // by row key, doubles in the order of their coming
-    std::multimap<TableKey, Entry*> units;  // by unit key
+    std::multimap<TableKey, Entry*> rows = {};   // by row key, doubles in the order of their coming
+    std::multimap<TableKey, Entry*> units = {};  // by unit key
 };
 
 template <typename Entry>
@@ -111,25 +111,17 @@ TEST(Index, AnswersWhatAScanAnswers) {
     using Pair = PortIsolateIfPairEntry;
     Reference<Group> groups = {&gPortIsoInfo.ifGrpList,
                                [](const TableKey& key) { return portIsolateIfGrpEntryAdd(key[0], key[1]); },
-                               groupEntryDrop,
-                               {},
-                               {}};
+                               groupEntryDrop};
     Reference<VlanGroup> vlanGroups = {
         &gPortIsoInfo.ifVlanGrpList,
         [](const TableKey& key) { return portIsolateIfVlanGrpEntryAdd(key[0], key[1], key[2]); },
-        groupEntryDrop,
-        {},
-        {}};
+        groupEntryDrop};
     Reference<Pair> pairs = {&gPortIsoInfo.ifPairList,
                              [](const TableKey& key) { return portIsolateIfPairEntryAdd(key[0], key[1]); },
-                             pairEntryDrop,
-                             {},
-                             {}};
+                             pairEntryDrop};
     Reference<Pair> inner = {&gPortIsoInfo.ifInnerList,
                              [](const TableKey& key) { return portIsolateIfInnerEntryAdd(key[0], key[1]); },
-                             pairEntryDrop,
-                             {},
-                             {}};
+                             pairEntryDrop};
     const auto isMember = [](const Group& entry, uint32_t unit) { return entry.ifUnit == unit; };
     const auto isNamed = [](const Pair& entry, uint32_t unit) {
         return entry.src == unit || entry.dst == unit;

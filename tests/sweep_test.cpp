@@ -129,8 +129,24 @@ const Rule RULES[] = {
     {"start", "icmProcTcpInit", 0, ""},
     {"start", "daxScalarSetApi", 0, ""},
     {"start", "daxHwilScalarSet", 0, ""},
-    {"start", "", -1, ""},
+    {"start", "silMemPoolInit portisolate_group", -1, "init if group table failed\n\r"},
+    {"start", "silMemPoolInit portisolate_vlangroup", -1, "init if vlan group table failed\n\r"},
+    {"start", "silMemPoolInit portisolate_port", -1, "init port table failed\n\r"},
+    {"start", "silMemPoolInit portisolate_pair", -1, "init if pair table failed\n\r"},
+    {"start", "silMemPoolInit", -1, ""},
+    {"start", "silCreateBSem", -1, "init sem failed\n\r"},
+    {"start", "silCreateTask", -1, "create task failed\n\r"},
+    {"start", "dax_socket", -1, "create route socket failed.(99)\n\r"},
+    {"start", "dax_bind", -1, "route socket bind failed.(99)\n\r"},
+    {"start", "dax_setsockopt", -1, "debug 0/1 route socket "},
     {"serials", "daxHwilCmdSyncApi", 0, "scalar sync send failed.(24301)\r\n"},
+    {"vlan group create", "daxHwilCmdSyncApi", REFUSED,
+     "if vlan group set api; sync if group status failed.(24301)\n\r"},
+    {"group create", "daxHwilCmdSyncApi", REFUSED,
+     "if group set api; sync if group status failed.(24301)\n\r"},
+    {"pair create", "daxHwilCmdSyncApi", REFUSED, "if pair set api; sync entry status failed.(24301)\n\r"},
+    {"pon", "daxHwilCmdSyncApi", REFUSED, "vlan set api; sync entry status failed.(24301)\n\r"},
+    {"mode", "daxHwilCmdSyncApi", REFUSED, "set api; sync mode failed.(24301)\n\r"},
     {"", "daxHwilCmdSyncApi", REFUSED, "failed.(24301)\n\r"},
     {"", "dax_select", 0, ""},
     {"", "dax_recvfrom", 0, ""},
@@ -203,6 +219,20 @@ void checkFailed(const Step& step, const std::string& call, int32_t status) {
     ADD_FAILURE() << "no rule";
 }
 
+// A start that failed has given back what stood: the socket and every pool, once.
+void checkStopped() {
+    std::set<std::string> standing;
+    for (const std::string& call : drainCalls({"pool ", "socket ", "close "})) {
+        const bool isPool = call.starts_with("pool ");
+        const std::string what = isPool ? call.substr(0, call.find(' ', 5)) : "socket";
+        const bool givenBack = call.ends_with(" destroyed") || call.starts_with("close ");
+        if (!givenBack && !call.ends_with(" = 24301")) standing.insert(what);
+        EXPECT_TRUE(!givenBack || standing.erase(what) == 1) << call;
+    }
+    EXPECT_TRUE(standing.empty()) << *standing.begin();
+    EXPECT_EQ(gPortIsoInfo.rtSock, -1);
+}
+
 // After a failure the daemon goes on: two fresh ports are isolated, and everything can be taken down again.
 void checkServes() {
     EXPECT_EQ(groupJoin(11, 9) | groupJoin(12, 9), 0);
@@ -242,7 +272,10 @@ bool runSession(const std::string& name, uint32_t nth, bool everAfter) {
         const bool restored = status == REFUSED && !everAfter && !isOneSided();
         EXPECT_TRUE(!restored || picture() == before);
         EXPECT_FALSE(fake.semTaken);
-        if (gPortIsoInfo.mutex == nullptr) return true;  // not started: what that leaves is told elsewhere
+        if (gPortIsoInfo.mutex == nullptr) {
+            checkStopped();
+            return true;
+        }
         checkTables();
     }
     fake.fault = nullptr;

@@ -15,41 +15,6 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-TEST(Tables, KeepTheirOrder) {
-    ASSERT_EQ(startDaemon(), 0);
-    for (const auto& [unit, grp] : {std::pair{9u, 2u}, {3u, 4u}, {5u, 2u}, {7u, 2u}, {1u, 1u}, {20u, 9u}}) {
-        portIsolateIfGrpEntryAdd(unit, grp);
-        portIsolateIfVlanGrpEntryAdd(unit, 10 - grp, grp);
-    }
-    portIsolateIfVlanGrpEntryAdd(4, 11, 4);
-    portIsolateIfVlanGrpEntryAdd(0xFFFFFFFF, 6, 4);
-    std::string order;
-    ListNode* groups = &gPortIsoInfo.ifGrpList;
-    for (auto* e = listFirst<PortIsolateIfGrpEntry>(groups); e != nullptr; e = listNext(groups, e)) {
-        order += std::to_string(e->isoGrpNo) + ":" + std::to_string(e->ifUnit) + " ";
-    }
-    EXPECT_EQ(order, "1:1 2:5 2:7 2:9 4:3 9:20 ");
-    order.clear();
-    ListNode* vlans = &gPortIsoInfo.ifVlanGrpList;
-    for (auto* e = listFirst<PortIsolateIfVlanGrpEntry>(vlans); e != nullptr; e = listNext(vlans, e)) {
-        order += std::to_string(e->isoGrpNo) + ":" + std::to_string(e->vlan) + ":" +
-                 std::to_string(e->ifUnit) + " ";
-    }
-    EXPECT_EQ(order, "1:9:1 2:8:5 2:8:7 2:8:9 4:6:3 4:6:4294967295 4:11:4 9:1:20 ");
-    EXPECT_EQ(portIsolateIfVlanGrpEntryGet(4, 6, 4), nullptr);
-    EXPECT_EQ(portIsolateIfVlanGrpEntryGet(4, 11, 4)->status, STATUS_CREATED);
-
-    for (const uint32_t unit : {8u, 3u, 5u}) portIsolatePortEntryAdd(unit);
-    portIsolatePortEntryDel(portIsolatePortEntryGet(3));
-    portIsolatePortEntryAdd(1);
-    order.clear();
-    for (auto* e = listFirst<PortIsolatePortEntry>(&gPortIsoInfo.portList); e != nullptr;
-         e = listNext(&gPortIsoInfo.portList, e)) {
-        order += std::to_string(e->ifUnit) + " ";
-    }
-    EXPECT_EQ(order, "8 5 1 ");
-}
-
 TEST(Tables, ExhaustedPoolsChangeNothing) {
     ASSERT_EQ(startDaemon({{"portisolate.maxifnum", "1"},
                            {"portisolate.maxifnumpergrp", "1"},
@@ -215,23 +180,6 @@ TYPED_TEST(GroupProgramming, TheOnlyMemberIsIsolatedFromItselfWithBothSwitchesOf
         EXPECT_EQ(fake.poolsInUse["portisolate_group"] + fake.poolsInUse["portisolate_vlangroup"], 0);
         fake.fault = nullptr;
     }
-}
-
-TEST(PairProgramming, ARefusedReleaseKeepsThePair) {
-    ASSERT_EQ(startDaemon(), 0);
-    PortIsolateIfPairEntry* pair = portIsolateIfPairEntryAdd(100, 2);
-    portIsolateDebugMaskSet(CATEGORY_WORK);
-    failNth("daxEthAggIfGetApi", 1, 5);
-    EXPECT_EQ(portIsolateIfPairEntryValid(pair), 5);
-    EXPECT_EQ(fake.texts.back(),
-              "debug 0/2 if pair entry [src: if100, target: if2] add; add hw-if uni-isolate failed.(5)\n\r");
-    failNth("daxEthAggIfGetApi", 1, 5);
-    EXPECT_EQ(portIsolateIfPairEntryDel(pair), 5);
-    EXPECT_EQ(fake.texts.back(),
-              "debug 0/2 if pair entry [src: if100, target: if2] del; del hw-if uni-isolate failed.(5)\n\r");
-    EXPECT_EQ(portIsolateIfPairEntryGet(100, 2), pair);
-    EXPECT_EQ(portIsolateIfPairEntryDel(pair), 0);
-    EXPECT_EQ(fake.poolsInUse["portisolate_ref"] + fake.poolsInUse["portisolate_pair"], 0);
 }
 
 }  // namespace
