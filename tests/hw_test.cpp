@@ -8,7 +8,6 @@
 #include "frame/state.h"
 #include "frame/status.h"
 #include "hw/bi_isolation.h"
-#include "hw/pon_isolation.h"
 #include "hw/trunk_expansion.h"
 #include "hw/uni_isolation.h"
 #include "platform/hardware.h"

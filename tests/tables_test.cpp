@@ -1,39 +1,19 @@
-// Storage in order, admission checks, and the programming of groups with its rollbacks.
+// Admission checks, and the programming of groups with its rollbacks.
 #include <gtest/gtest.h>
+
+#include <regex>
 
 #include "frame/report.h"
 #include "frame/state.h"
 #include "frame/status.h"
 #include "tables/admission.h"
 #include "tables/groups.h"
-#include "tables/pairs.h"
-#include "tables/ports.h"
 #include "tables/programming.h"
 #include "tests/fake_platform.h"
 
 namespace {
 
 using Calls = std::vector<std::string>;
-
-TEST(Tables, ExhaustedPoolsChangeNothing) {
-    ASSERT_EQ(startDaemon({{"portisolate.maxifnum", "1"},
-                           {"portisolate.maxifnumpergrp", "1"},
-                           {"portisolate.maxisogrpnum", "1"}}),
-              0);
-    EXPECT_NE(portIsolateIfGrpEntryAdd(1, 1), nullptr);
-    EXPECT_EQ(portIsolateIfGrpEntryAdd(2, 1), nullptr);
-    failNth("pool portisolate_ref", 1, 1);
-    EXPECT_EQ(portIsolateIfPairEntryAdd(1, 2), nullptr);
-    fake.fault = nullptr;
-    EXPECT_EQ(silMemPoolFreeSize(&gPortIsoInfo.ifPairPool), 1u);
-    EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifPairList));
-    PortIsolateIfPairEntry* inner = portIsolateIfInnerEntryAdd(1, 2);
-    ASSERT_NE(inner, nullptr);
-    EXPECT_EQ(inner->status, 0u);
-    EXPECT_EQ(portIsolateIfPairEntryAdd(1, 2), nullptr);
-    EXPECT_EQ(portIsolateIfInnerEntryDel(inner), 0);
-    EXPECT_EQ(fake.poolsInUse["portisolate_ref"], 0);
-}
 
 TEST(Admission, SlotAndGroupChecks) {
     ASSERT_EQ(startDaemon(), 0);
@@ -59,18 +39,13 @@ TEST(Admission, SlotAndGroupChecks) {
 
 // A walk as "+M>E" (added) and "-M>E" (released).
 std::string walkOf(const Calls& texts) {
+    static const std::regex call(
+        R"(^debug 5/2 (add|del) hw-if bi-isolate \[src: if(\d+), target: if(\d+)\])");
     std::string walk;
+    std::smatch match;
     for (const std::string& text : texts) {
-        uint32_t src = 0;
-        uint32_t dst = 0;
-        if (std::sscanf(text.c_str(), "debug 5/2 add hw-if bi-isolate [src: if%u, target: if%u]", &src,
-                        &dst) == 2) {
-            walk += "+" + std::to_string(src) + ">" + std::to_string(dst) + " ";
-        }
-        if (std::sscanf(text.c_str(), "debug 5/2 del hw-if bi-isolate [src: if%u, target: if%u]", &src,
-                        &dst) == 2) {
-            walk += "-" + std::to_string(src) + ">" + std::to_string(dst) + " ";
-        }
+        if (!std::regex_search(text, match, call)) continue;
+        walk += (match[1] == "add" ? "+" : "-") + match.str(2) + ">" + match.str(3) + " ";
     }
     return walk;
 }
