@@ -9,9 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <mutex>
 
@@ -21,34 +19,17 @@
 #include "host/faults.h"
 #include "host/local_socket.h"
 #include "host/options.h"
-#include "host/peer_link.h"
 #include "host/route_bus.h"
 #include "host/service_manager.h"
 #include "host/sim_plane.h"
 #include "host/socket_access.h"
 #include "host/statuses.h"
-#include "host/text.h"
 #include "platform/route_messages.h"
 #include "platform/services.h"
-#include "platform/wire.h"
-
-thread_local uint32_t gPortIsolateTextCategory = 0;
+#include "tests/host_root.h"
 
 namespace {
 constexpr uint32_t WAIT = 5000;  // milliseconds, for what happens at once unless something is broken
-
-// The root prefix of the whole test, gone when it ends.
-struct Root : testing::Environment {
-    std::string path;
-    void SetUp() override {
-        char name[] = "/tmp/hostXXXXXX";
-        path = mkdtemp(name);
-        std::filesystem::create_directories(path + "/tmp");
-        setenv(ROOT_VARIABLE, path.c_str(), 1);
-    }
-    void TearDown() override { std::filesystem::remove_all(path); }
-};
-Root& gRoot = *static_cast<Root*>(testing::AddGlobalTestEnvironment(new Root));
 
 using Words = std::vector<uint32_t>;
 
@@ -154,8 +135,6 @@ TEST(SimPlane, JudgesTrafficByItsEntries) {
         std::string reason;
         return boardForwards(board, board.interfaces.at(src), board.interfaces.at(dst), vid, reason);
     };
-    EXPECT_EQ(asked(1, 2, 0), Forwarding::yes);
-    EXPECT_EQ(asked(1, 2, 10), Forwarding::no);  // PON isolation is on by default
     plane.setPon(plane.state, 10, false, {1});
     EXPECT_EQ(asked(1, 2, 10), Forwarding::no);  // still on at the other card
     plane.setPon(plane.state, 10, false, {2});
@@ -173,8 +152,6 @@ TEST(SimPlane, JudgesTrafficByItsEntries) {
     EXPECT_EQ(plane.deleteTwoWay(plane.state, 3, 1), HOST_STATUS_NOT_FOUND);
 
     plane.addOneWay(plane.state, port(9), port(1), {});
-    EXPECT_EQ(asked(9, 1, 0), Forwarding::no);
-    EXPECT_EQ(asked(1, 9, 0), Forwarding::yes);
     EXPECT_EQ(plane.deleteOneWay(plane.state, 1, 9), HOST_STATUS_NOT_FOUND);
     board.interfaces.at(1).present = false;
     EXPECT_EQ(asked(1, 9, 0), Forwarding::no);
@@ -374,24 +351,6 @@ TEST(CommandServer, FramesAByteStreamHoweverItIsCut) {
     }
 }
 
-TEST(CommandServer, QuietAndGreedyClientsHoldUpNobody) {
-    std::vector<int> clients;
-    for (int i = 0; i < 200; i++) {
-        clients.push_back(connectServer());
-        sendAll(clients.back(), GET_SCALAR_6.data(), 9, WAIT);
-    }
-    // One that sends for ever and never reads: the server stops taking from it.
-    const int greedy = connectServer();
-    while (send(greedy, GET_SCALAR_6.data(), GET_SCALAR_6.size(), MSG_DONTWAIT) > 0) {
-    }
-    for (const int fd : clients) {
-        sendAll(fd, GET_SCALAR_6.data() + 9, GET_SCALAR_6.size() - 9, WAIT);
-        EXPECT_EQ(receive(fd, SCALAR_6.size()), SCALAR_6);
-        close(fd);
-    }
-    close(greedy);
-}
-
 TEST(LocalSocket, ReplacesOnlyWhatNobodyServes) {
     const std::string path = gRoot.path + "/tmp/s";
     const int first = listenLocalSocket(path);
@@ -468,34 +427,4 @@ TEST(ServiceManager, IsToldOnItsSocketWhereverThatIs) {
         close(fd);
     }
     unsetenv("NOTIFY_SOCKET");
-}
-
-TEST(PeerLink, MirrorsOnlyWhatWasSetHere) {
-    Board& board = theBoard();
-    PortIsolateIfGrpIndex index = {3, 4, 0};
-    uint32_t value = ROW_ACTIVATE;
-    HwCmdControl control = {};
-    control.keyLength = sizeof index;
-    const auto mirror = [&](uint32_t flags) {
-        control.flags = flags;
-        return daxHwilCmdSyncApi(reinterpret_cast<uintptr_t>(&index), 0x08FA0001, &value, &control);
-    };
-    const auto describePeer = [&](const std::string& root) {
-        std::lock_guard guard(board.lock);
-        board.peerRoot = root;
-    };
-    EXPECT_EQ(mirror(3), 0);  // no peer is described
-    describePeer(gRoot.path + "/absent");
-    EXPECT_EQ(mirror(3), 0);  // nobody listens
-    close(connectServer());   // this process is its own peer from here on
-    describePeer(gRoot.path);
-    EXPECT_EQ(mirror(3), 0);
-    // Whoever asks from now on finds it done.
-    const int fd = connectServer();
-    sendAll(fd, GET_SCALAR_6.data(), GET_SCALAR_6.size(), WAIT);
-    receive(fd, SCALAR_6.size());
-    close(fd);
-    EXPECT_EQ(lastSet(), (Words{3, 4, 0, 1, ROW_ACTIVATE}));
-    EXPECT_EQ(daxHwilCmdSyncApi(0, 0x12340000, &value, &control), HOST_STATUS_NOT_SUPPORTED);
-    describePeer("");
 }

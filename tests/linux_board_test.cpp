@@ -8,9 +8,7 @@
 #include <linux/rtnetlink.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <random>
 #include <thread>
@@ -20,25 +18,10 @@
 #include "host/text.h"
 #include "platform/route_messages.h"
 #include "platform/services.h"
-#include "platform/wire.h"
-
-thread_local uint32_t gPortIsolateTextCategory = 0;
+#include "tests/host_root.h"
 
 namespace {
 using Bytes = std::vector<uint8_t>;
-
-// The root prefix of the whole test, gone when it ends.
-struct Root : testing::Environment {
-    std::string path;
-    void SetUp() override {
-        char name[] = "/tmp/linksXXXXXX";
-        path = mkdtemp(name);
-        std::filesystem::create_directories(path + "/tmp");
-        setenv(ROOT_VARIABLE, path.c_str(), 1);
-    }
-    void TearDown() override { std::filesystem::remove_all(path); }
-};
-[[maybe_unused]] const auto* gRoot = testing::AddGlobalTestEnvironment(new Root);
 
 // Devices as `INDEX NAME [KIND] [master INDEX] [lower INDEX] [vid N] [switch ID]`, or `INDEX gone`, each
 // ended by a semicolon.
