@@ -120,6 +120,14 @@ std::string receive(int fd, size_t length) {
     }
 }
 
+int32_t statusOf(int fd, std::string_view frame) {
+    EXPECT_TRUE(converse(fd, frame));
+    const std::string answer = receive(fd, reply(0).size());
+    int32_t status = -1;
+    if (answer.size() == reply(0).size()) memcpy(&status, answer.data() + sizeof status, sizeof status);
+    return status;
+}
+
 void EndToEnd::SetUp() {
     char name[] = "/tmp/e2eXXXXXX";
     root = mkdtemp(name);

@@ -25,7 +25,8 @@ std::string reply(int32_t status, const Words& index = {});
 // Sends and receives at once, so that neither side waits for the other; true when all that comes back begins
 // with `expected`.
 bool converse(int fd, std::string_view frames, std::string_view expected = {});
-std::string receive(int fd, size_t length);  // fewer only at the end of the connection
+std::string receive(int fd, size_t length);        // fewer only at the end of the connection
+int32_t statusOf(int fd, std::string_view frame);  // of a request that may be refused; -1: no answer
 
 // How a program ended: its exit status, or the signal that ended it as a negative number.
 struct Outcome {

@@ -1,5 +1,5 @@
-// The stand-in for the platform: pools, descriptions, the command server's framing, the route bus, the
-// simulated plane, fault rules and the link to the peer, each against small tables of cases.
+// The stand-in for the platform: pools, descriptions, the command server's framing, the simulated
+// plane and fault rules, each against small tables of cases.
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -19,12 +19,10 @@
 #include "host/faults.h"
 #include "host/local_socket.h"
 #include "host/options.h"
-#include "host/route_bus.h"
 #include "host/service_manager.h"
 #include "host/sim_plane.h"
 #include "host/socket_access.h"
 #include "host/statuses.h"
-#include "platform/route_messages.h"
 #include "platform/services.h"
 #include "tests/host_root.h"
 
@@ -179,37 +177,6 @@ TEST(Faults, FireAtTheirNthMatchOnly) {
     for (int i = 0; i < 3; i++) EXPECT_EQ(faultFor(call), 0x77);
     clearFaultRules();
     EXPECT_FALSE(faultFor(call));
-}
-
-TEST(RouteBus, DeliversOnlyWhatTheSocketHasJoined) {
-    EXPECT_LT(dax_socket(2, DAX_SOCK_DGRAM, 0), 0);
-    EXPECT_EQ(errnoGet(), EAFNOSUPPORT);
-    const int32_t fd = dax_socket(DAX_AF_ROUTE, DAX_SOCK_DGRAM, 0);
-    ASSERT_GE(fd, 0);
-    const uint8_t address[DAX_ROUTE_ADDRESS_LEN] = {0, DAX_AF_ROUTE};
-    ASSERT_EQ(dax_bind(fd, address, sizeof address), 0);
-    ASSERT_EQ(dax_setsockopt(fd, DAX_SOL_MEMBERSHIP, DAX_SO_ADD_GROUP, &DAX_RTGRP_LINK, 4), 0);
-    EXPECT_NE(dax_setsockopt(fd, 1, 1, &DAX_RTGRP_LINK, 4), 0);
-
-    const std::vector<uint8_t> unwanted = {1, 2, 3, 4};
-    const std::vector<uint8_t> wanted = {5, 6, 7};
-    EXPECT_EQ(publishToRoute(DAX_RTGRP_VLAN, unwanted), 0);
-    EXPECT_EQ(publishToRoute(DAX_RTGRP_LINK, {}), 0);
-    const int raw = connectLocalSocket(rootedPath(ROUTE_SOCKET_PATH), SOCK_DGRAM, WAIT);
-    EXPECT_EQ(send(raw, "abc", 3, 0), 3);
-    close(raw);
-    EXPECT_EQ(publishToRoute(DAX_RTGRP_LINK, wanted), 0);
-    EXPECT_FALSE(settleRoute(0));  // nobody has read yet
-
-    DaxFdSet set = {};
-    daxFdSet(set, fd);
-    ASSERT_EQ(dax_select(fd + 1, &set, nullptr, nullptr, nullptr), 1);
-    EXPECT_TRUE(daxFdIsSet(set, fd));
-    uint8_t buffer[16] = {};
-    ASSERT_EQ(dax_recvfrom(fd, buffer, sizeof buffer, 0, nullptr, nullptr), 3);
-    EXPECT_EQ(memcmp(buffer, wanted.data(), 3), 0);
-    EXPECT_EQ(dax_close(fd), 0);
-    EXPECT_FALSE(std::filesystem::exists(rootedPath(ROUTE_SOCKET_PATH)));
 }
 
 namespace {

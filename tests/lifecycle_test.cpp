@@ -29,6 +29,13 @@ Calls isolations() {
     return drainCalls({"bi-", "uni-"});
 }
 
+// These bytes beginning with another length.
+template <typename Length>
+Bytes claiming(Length length, Bytes bytes) {
+    std::copy_n(reinterpret_cast<const uint8_t*>(&length), sizeof(length), bytes.begin());
+    return bytes;
+}
+
 TEST(Lifecycle, RegistrationProgramsPairsTowardsTheInterface) {
     start();
     for (const auto& [src, dst] : {std::pair{3u, 100u}, {5u, 100u}, {100u, 7u}}) pairJoin(src, dst);
@@ -66,13 +73,8 @@ TEST(Lifecycle, ATrunkGainsAndLosesAPort) {
         groupSet(ROW_CREATE, 9, 5);
         for (const auto& [src, dst] : {std::pair{100u, 50u}, {60u, 100u}}) pairSet(ROW_CREATE, src, dst);
         watch();
-        Bytes gained(4);  // an attribute of another type and odd length in front
-        const uint16_t head[2] = {6, 9};
-        std::copy_n(reinterpret_cast<const uint8_t*>(head), 4, gained.begin());
-        gained.resize(8);
-        const Bytes add = attribute(DAX_RTA_MEMBER_ADD, 21);
-        gained.insert(gained.end(), add.begin(), add.end());
-        deliver(linkMessage(DAX_RTM_NEWLINK, 100, 0, gained));
+        const Bytes odd = claiming(uint16_t{6}, attribute(9, 0));  // of another type, in front
+        deliver(linkMessage(DAX_RTM_NEWLINK, 100, 0, odd + attribute(DAX_RTA_MEMBER_ADD, 21)));
         EXPECT_EQ(isolations(), row.added);
         deliver(linkMessage(DAX_RTM_NEWLINK, 100, 0, attribute(DAX_RTA_MEMBER_DEL, 21)));
         EXPECT_EQ(isolations().size(), row.added.size());
@@ -198,25 +200,18 @@ TEST(Lifecycle, ConfigurationResetKeepsVlanGroupsAndPorts) {
 
 TEST(Lifecycle, MalformedLinkMessagesChangeNothing) {
     configureSeven();
-    const Bytes join = linkMessage(DAX_RTM_NEWLINK, 7, 0, attribute(DAX_RTA_TRUNK_JOIN, 0));
-    const Bytes unlink = linkMessage(DAX_RTM_DELLINK, 7);
-    std::vector<Bytes> datagrams = {Bytes(join.begin(), join.begin() + 47),
-                                    Bytes(unlink.begin(), unlink.begin() + 47)};
-    for (Bytes& datagram : datagrams) {
-        const auto length = static_cast<uint32_t>(datagram.size());
-        std::copy_n(reinterpret_cast<const uint8_t*>(&length), 4, datagram.begin());
-    }
-    for (const uint16_t length : {uint16_t{0}, uint16_t{3}, uint16_t{9}, uint16_t{0xFFFF}}) {
-        Bytes attributes = attribute(DAX_RTA_TRUNK_JOIN, 0);
-        std::copy_n(reinterpret_cast<const uint8_t*>(&length), 2, attributes.begin());
-        datagrams.push_back(linkMessage(DAX_RTM_NEWLINK, 7, 0, attributes));
-    }
     groupJoin(100, 2);
-    for (const uint16_t length : {uint16_t{4}, uint16_t{7}}) {  // a member attribute without its number
-        Bytes attributes = attribute(DAX_RTA_MEMBER_ADD, 9);
-        std::copy_n(reinterpret_cast<const uint8_t*>(&length), 2, attributes.begin());
-        datagrams.push_back(linkMessage(DAX_RTM_NEWLINK, 100, 0, attributes));
+    const Bytes trunkJoin = attribute(DAX_RTA_TRUNK_JOIN, 0);
+    const Bytes memberAdd = attribute(DAX_RTA_MEMBER_ADD, 9);
+    std::vector<Bytes> datagrams;
+    for (Bytes cut : {linkMessage(DAX_RTM_NEWLINK, 7, 0, trunkJoin), linkMessage(DAX_RTM_DELLINK, 7)}) {
+        cut.resize(47);
+        datagrams.push_back(claiming(47u, cut));
     }
+    for (const uint16_t length : std::vector<uint16_t>{0, 3, 9, 0xFFFF})
+        datagrams.push_back(linkMessage(DAX_RTM_NEWLINK, 7, 0, claiming(length, trunkJoin)));
+    for (const uint16_t length : std::vector<uint16_t>{4, 7})  // a member attribute without its number
+        datagrams.push_back(linkMessage(DAX_RTM_NEWLINK, 100, 0, claiming(length, memberAdd)));
     watch();
     for (const Bytes& datagram : datagrams) deliver(datagram);
     EXPECT_TRUE(fake.calls.empty());

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <random>
@@ -44,10 +43,7 @@ struct Soak : EndToEnd {
                        static_cast<uint32_t>(4 * index.size())};
         words.insert(words.end(), index.begin(), index.end());
         words.insert(words.end(), {4, value});
-        EXPECT_TRUE(converse(fd, bytesOf(words)));
-        const std::string answer = receive(fd, reply(0).size());
-        int32_t status = -1;
-        if (answer.size() == reply(0).size()) memcpy(&status, answer.data() + 4, sizeof(status));
+        const int32_t status = statusOf(fd, bytesOf(words));
         requests++;
         if (status != 0) refused++;
         return status;

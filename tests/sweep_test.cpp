@@ -1,15 +1,11 @@
 // Every call of the platform that can fail fails once, and from then on, at every one of its occurrences in a
-// session that passes through every handler and event. The sweep finds the occurrences by itself: it moves
+// session that passes through every change and event. The sweep finds the occurrences by itself: it moves
 // the fault on until it no longer fires.
 #include <gtest/gtest.h>
 
 #include <tuple>
 
-#include "api/group_api.h"
-#include "api/operations.h"
-#include "api/pair_api.h"
 #include "api/scalar_api.h"
-#include "api/vlan_group_api.h"
 #include "frame/report.h"
 #include "frame/status.h"
 #include "platform/hardware.h"
@@ -30,36 +26,6 @@ int32_t event(const Bytes& datagram) {
 
 int32_t scalarSet(uint32_t id, uint32_t value) {
     return portIsolateScalarSetApi(nullptr, id, &value);
-}
-
-// Reads everything there is to read; nothing of it depends on a call that can fail.
-int32_t readAll() {
-    PortIsolateIfGrpIndex group = {100, 5, 0};
-    PortIsolateIfPairIndex pair = {3, 200, 0};
-    PortIsolateIfVlanGrpIndex vlanGroup = {6, 7, 10, 0};
-    uint8_t bytes[64];
-    DataDesc buffer = {bytes, sizeof(bytes)};
-    uint32_t value = 0;
-    int32_t status = 0;
-    for (uint32_t opcode = 1; opcode < OP_COUNT; ++opcode) {
-        const OpShape& shape = PORT_ISOLATE_OP_SHAPES[opcode];
-        const IcmHandler& handler = gPortisolateFuncMap[opcode].handler;
-        void* index = shape.indexLength == 16 ? static_cast<void*>(&vlanGroup) : &group;
-        if (opcode == OP_PAIR_GET || opcode == OP_PAIR_GET_FIRST || opcode == OP_PAIR_GET_NEXT) index = &pair;
-        const uint32_t column = opcode == OP_PAIR_GET ? PAIR_COLUMN_ROW_STATUS : GROUP_COLUMN_ROW_STATUS;
-        uint8_t result[16];
-        if (shape.kind == OpKind::get && shape.indexIsNumber) status |= handler.accessNumber(20, 1, &value);
-        if (shape.kind == OpKind::get && shape.indexLength > 4)
-            status |= handler.access(index, column, &value);
-        if (shape.kind == OpKind::first) status |= handler.first(shape.indexIsNumber ? result : index);
-        if (shape.kind == OpKind::next && !shape.indexIsNumber) status |= handler.next(index, result);
-    }
-    for (uint32_t id = SCALAR_MODE; id <= SCALAR_CAPABILITY; ++id) {
-        buffer.length = sizeof(bytes);
-        void* cell = portIsolateScalarIsBuffer(id) ? static_cast<void*>(&buffer) : &value;
-        if (id != SCALAR_SERIAL_TABLE) status |= portIsolateScalarGetApi(nullptr, id, cell);
-    }
-    return status;
 }
 
 struct Step {
@@ -93,7 +59,6 @@ const Step SESSION[] = {
     {"pon", [] { return ponSet(20, PON_ISOLATION_OFF); }},
     {"pon", [] { return ponSet(10, PON_ISOLATION_ON); }},
     {"pon", [] { return ponSet(100, PON_ISOLATION_OFF); }},
-    {"read", readAll},
     {"register", [] { return event(linkMessage(DAX_RTM_NEWLINK, 200, RT_CHANGE_REGISTER)); }},
     {"member", [] { return event(linkMessage(DAX_RTM_NEWLINK, 200, 0, attribute(DAX_RTA_MEMBER_ADD, 9))); }},
     {"member", [] { return event(linkMessage(DAX_RTM_NEWLINK, 200, 0, attribute(DAX_RTA_MEMBER_DEL, 9))); }},
