@@ -74,6 +74,8 @@ int32_t isolate(uint32_t src, const AttrSetRecord& command) {
     const bool add = command.attrId == DAX_ISO_BI_ADD || command.attrId == DAX_ISO_BI_VLAN_ADD ||
                      command.attrId == DAX_ISO_UNI_ADD;
     const bool uni = command.attrId == DAX_ISO_UNI_ADD || command.attrId == DAX_ISO_UNI_DEL;
+    const bool vlan = command.attrId == DAX_ISO_BI_VLAN_ADD || command.attrId == DAX_ISO_BI_VLAN_DEL;
+    EXPECT_EQ(vlan, data.vid != 0);
     std::string call = words("%s-%s %u %u", uni ? "uni" : "bi", add ? "add" : "del", src, data.dstIfUnit);
     if (!uni) call += words(" grp %u", data.grpNo);
     if (data.vid != 0) call += words(" vid %u", data.vid);
@@ -97,9 +99,7 @@ int32_t protocolCall(const char* call, const char* what, uint32_t unit, uint32_t
     return status;
 }
 
-void keepText(const char* channel, uint32_t source, const char* format, va_list args) {
-    char text[512];
-    std::vsnprintf(text, sizeof(text), format, args);
+void keepText(const char* channel, uint32_t source, const char* text) {
     std::string head = words("%s %u", channel, source & 0xFFFF);
     if (gPortIsolateTextCategory != 0) head += words("/%u", gPortIsolateTextCategory);
     EXPECT_EQ(source >> 16, 1003u);
@@ -301,16 +301,18 @@ int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry
 }
 
 void loggingDebugOutput(uint32_t source, uint32_t, uint32_t, const char* format, ...) {
+    EXPECT_STREQ(format, "%s");
     va_list args;
     va_start(args, format);
-    keepText("debug", source, format, args);
+    keepText("debug", source, va_arg(args, const char*));
     va_end(args);
 }
 
 void loggingLogOutput(uint32_t source, uint32_t, uint32_t, const char* format, ...) {
+    EXPECT_STREQ(format, "%s");
     va_list args;
     va_start(args, format);
-    keepText("log", source, format, args);
+    keepText("log", source, va_arg(args, const char*));
     va_end(args);
 }
 

@@ -1,5 +1,5 @@
-// The stand-in for the platform: pools, descriptions, the command server's framing, the simulated
-// plane and fault rules, each against small tables of cases.
+// The stand-in for the platform: pools, descriptions, the command server's framing, fault rules, each against
+// small tables of cases.
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -20,7 +20,6 @@
 #include "host/local_socket.h"
 #include "host/options.h"
 #include "host/service_manager.h"
-#include "host/sim_plane.h"
 #include "host/socket_access.h"
 #include "host/statuses.h"
 #include "platform/services.h"
@@ -118,42 +117,6 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
         EXPECT_EQ(slotOf(board, board.interfaces.at(7)), 2u) << line;
         board.plane.destroy(board.plane.state);
     });
-}
-
-// The two-way entry is held in the order of its add; reverse, VLAN and trunk questions follow from it.
-TEST(SimPlane, JudgesTrafficByItsEntries) {
-    Board board;
-    readBoard(
-        "interface 1 a slot 1 kind pon\ninterface 2 b slot 2 kind pon\ninterface 3 c slot 1\n"
-        "interface 4 d slot 1\ntrunk 9 lag members c d\n",
-        "test.conf", board);
-    const Plane& plane = board.plane;
-    const auto port = [&](uint32_t number) { return planePort(board, board.interfaces.at(number)); };
-    const auto asked = [&](uint32_t src, uint32_t dst, uint32_t vid) {
-        std::string reason;
-        return boardForwards(board, board.interfaces.at(src), board.interfaces.at(dst), vid, reason);
-    };
-    plane.setPon(plane.state, 10, false, {1});
-    EXPECT_EQ(asked(1, 2, 10), Forwarding::no);  // still on at the other card
-    plane.setPon(plane.state, 10, false, {2});
-    EXPECT_EQ(asked(1, 2, 10), Forwarding::yes);
-    plane.freshCard(plane.state, 2);
-    EXPECT_EQ(asked(2, 1, 10), Forwarding::no);
-
-    plane.addTwoWay(plane.state, port(1), port(3), {0, 0, 0, 5});
-    EXPECT_EQ(asked(3, 1, 20), Forwarding::no);
-    EXPECT_EQ(asked(1, 9, 0), Forwarding::partly);
-    plane.addTwoWay(plane.state, port(1), port(3), {20, 0, 0, 6});  // replaces
-    EXPECT_EQ(asked(1, 3, 0), Forwarding::yes);
-    EXPECT_EQ(asked(1, 3, 20), Forwarding::no);
-    EXPECT_EQ(plane.deleteTwoWay(plane.state, 3, 1), 0);  // the reverse order will do
-    EXPECT_EQ(plane.deleteTwoWay(plane.state, 3, 1), HOST_STATUS_NOT_FOUND);
-
-    plane.addOneWay(plane.state, port(9), port(1), {});
-    EXPECT_EQ(plane.deleteOneWay(plane.state, 1, 9), HOST_STATUS_NOT_FOUND);
-    board.interfaces.at(1).present = false;
-    EXPECT_EQ(asked(1, 9, 0), Forwarding::no);
-    board.plane.destroy(board.plane.state);
 }
 
 TEST(Faults, FireAtTheirNthMatchOnly) {

@@ -134,48 +134,17 @@ TEST(Serials, AreFreedWithTheirDoublesAndMayRunOut) {
     EXPECT_EQ(table[4], 0u) << "nothing refers to 104";
 }
 
-TEST(Serials, TransferToAndFromThePeer) {
-    startSwitches(true, true);
-    gPortIsoInfo.serialTable[0] = 0x01020304;
-    EXPECT_EQ(portIsolateSerialInfoSyncSend(), 0);
-    EXPECT_TRUE(fake.calls.empty());
-    fake.serialSender = 1;
-    EXPECT_EQ(portIsolateSerialInfoSyncSend(), 0);
-    EXPECT_EQ(drainCalls(), (Calls{"mirror c00d key 0 control 80000103/0/34"}));
-    Bytes sent = fake.data;
-    DataDesc record = {sent.data(), 1};  // the length is not looked at
-    sent[6] = 9;
-    EXPECT_EQ(portIsolateSerialInfoSyncParse(&record), 0);
-    EXPECT_EQ(gPortIsoInfo.serialTable[1], 0u);
-    fake.serialReceiver = 1;
-    EXPECT_EQ(portIsolateSerialInfoSyncParse(&record), 0);
-    EXPECT_NE(gPortIsoInfo.serialTable[1], 0u);
-
+TEST(Serials, ATableThatDoesNotFitItsRecordStaysHere) {
     ASSERT_EQ(startDaemon({{"portisolate.maxifnum", "375"}}), 0);
     fake.serialSender = fake.serialReceiver = 1;
     portIsolateDebugMaskSet(CATEGORY_SERIAL);
     drainCalls();
     EXPECT_EQ(portIsolateSerialInfoSyncSend(), STATUS_FAILED);
     EXPECT_EQ(fake.texts, (Calls{"debug 0/8 scalar sync send failed.(-1)\r\n"}));
+    uint8_t bytes[34] = {1, 0, 9};
+    const DataDesc record = {bytes, sizeof(bytes)};
     EXPECT_EQ(portIsolateSerialInfoSyncParse(&record), 0);
     EXPECT_EQ(gPortIsoInfo.serialTable[0], 0u);
-}
-
-TEST(UniIsolation, RefusalsAreLoggedAndNotReturned) {
-    startSwitches(true, true);
-    EXPECT_EQ(portIsolateAddHwPhyUniIsolate(3, 7), 0);
-    Bytes target;
-    putWord(target, 7);
-    EXPECT_EQ(fake.data, target);
-    failNth("daxIfSyncApi", 1, 5);
-    EXPECT_EQ(portIsolateDelHwPhyUniIsolate(3, 7), 0);
-    EXPECT_EQ(fake.texts,
-              (Calls{"log 0 failed to operate isolate. (srcIfName=[if3], dstIfName=[if7], vlan=[0], "
-                     "type=[uni-isolate], group=[0], operation=[del])\r\n"}));
-    startSwitches(true, true, true);
-    failNth("daxIfSyncApi", 1, 5);
-    EXPECT_EQ(portIsolateAddHwPhyUniIsolate(3, 7), 0);
-    EXPECT_EQ(gPortIsoInfo.serialTable[1], 7u) << "slots stay claimed";
 }
 
 // Pairs of ports, source by source, that an isolation of two interfaces comes to.

@@ -50,32 +50,20 @@ std::string walkOf(const Calls& texts) {
     return walk;
 }
 
-template <typename Entry>
-Entry* member(uint32_t ifUnit);
-template <>
-PortIsolateIfGrpEntry* member(uint32_t ifUnit) {
-    return portIsolateIfGrpEntryAdd(ifUnit, 5);
-}
-template <>
-PortIsolateIfVlanGrpEntry* member(uint32_t ifUnit) {
-    return portIsolateIfVlanGrpEntryAdd(ifUnit, 10, 5);
-}
-int32_t validate(PortIsolateIfGrpEntry* entry) {
-    return portIsolateIfGrpEntryValid(entry);
-}
-int32_t validate(PortIsolateIfVlanGrpEntry* entry) {
-    return portIsolateIfVlanGrpEntryValid(entry);
-}
-int32_t release(PortIsolateIfGrpEntry* entry) {
-    return portIsolateIfGrpEntryDel(entry);
-}
-int32_t release(PortIsolateIfVlanGrpEntry* entry) {
-    return portIsolateIfVlanGrpEntryDel(entry);
-}
+struct PlainGroup {
+    static constexpr auto add = [](uint32_t ifUnit) { return portIsolateIfGrpEntryAdd(ifUnit, 5); };
+    static constexpr auto validate = portIsolateIfGrpEntryValid;
+    static constexpr auto release = portIsolateIfGrpEntryDel;
+};
+struct VlanGroup {
+    static constexpr auto add = [](uint32_t ifUnit) { return portIsolateIfVlanGrpEntryAdd(ifUnit, 10, 5); };
+    static constexpr auto validate = portIsolateIfVlanGrpEntryValid;
+    static constexpr auto release = portIsolateIfVlanGrpEntryDel;
+};
 
-template <typename Entry>
+template <typename Group>
 class GroupProgramming : public testing::Test {};
-using BothTables = testing::Types<PortIsolateIfGrpEntry, PortIsolateIfVlanGrpEntry>;
+using BothTables = testing::Types<PlainGroup, VlanGroup>;
 TYPED_TEST_SUITE(GroupProgramming, BothTables);
 
 // Members 1, 2, 3 and the entry; the nth hardware-interface call of the walk is refused by its ability read,
@@ -99,20 +87,20 @@ TYPED_TEST(GroupProgramming, WalksAndRollsBack) {
         SCOPED_TRACE(testing::Message() << row.entry << " " << row.failing << " " << row.src << row.dst);
         ASSERT_EQ(startDaemon({{"portisolate.srcaggtoport", row.src}, {"portisolate.dstaggtoport", row.dst}}),
                   0);
-        TypeParam* entry = nullptr;
+        decltype(TypeParam::add(0)) entry = nullptr;
         for (const uint32_t unit : {1u, 2u, 3u, 4u}) {
             if (unit == 4 && row.entry != 4) continue;
-            TypeParam* added = member<TypeParam>(unit);
+            auto* added = TypeParam::add(unit);
             if (unit == row.entry) entry = added;
         }
         portIsolateIfGrpEntryAdd(9, 6);
         portIsolateIfVlanGrpEntryAdd(9, 10, 7);
         portIsolateDebugMaskSet(CATEGORY_WORK);
         failNth("daxHwilIfGet", row.failing, 88);
-        EXPECT_EQ(validate(entry), row.failing == 0 ? 0 : 88);
+        EXPECT_EQ(TypeParam::validate(entry), row.failing == 0 ? 0 : 88);
         EXPECT_EQ(walkOf(std::exchange(fake.texts, {})), row.added);
         failNth("daxHwilIfGet", row.failing, 88);
-        EXPECT_EQ(release(entry), row.failing == 0 ? 0 : STATUS_FAILED);
+        EXPECT_EQ(TypeParam::release(entry), row.failing == 0 ? 0 : STATUS_FAILED);
         EXPECT_EQ(walkOf(fake.texts), row.released);
         fake.fault = nullptr;
     }
@@ -123,15 +111,15 @@ TYPED_TEST(GroupProgramming, OneSidedModeCallsBothWays) {
         ASSERT_EQ(startDaemon({{"portisolate.srcaggtoport", source ? "1" : "0"},
                                {"portisolate.dstaggtoport", source ? "0" : "1"}}),
                   0);
-        for (const uint32_t unit : {1u, 2u, 3u}) member<TypeParam>(unit);
-        TypeParam* entry = member<TypeParam>(4);
+        for (const uint32_t unit : {1u, 2u, 3u}) TypeParam::add(unit);
+        auto* entry = TypeParam::add(4);
         portIsolateDebugMaskSet(CATEGORY_WORK);
         failNth("daxIfSyncApi", 4, 66);  // 4>2, after 2>4: the refused member is left out of the rollback
-        EXPECT_EQ(validate(entry), 66);
+        EXPECT_EQ(TypeParam::validate(entry), 66);
         EXPECT_EQ(walkOf(std::exchange(fake.texts, {})), "+1>4 +4>1 +2>4 +4>2 -4>1 -1>4 ");
         // 2>4 and 4>2 kept their rows and send nothing; the third command is that of 3>4, a first call.
         failNth("daxIfSyncApi", 3, 66);
-        EXPECT_EQ(validate(entry), 66);
+        EXPECT_EQ(TypeParam::validate(entry), 66);
         EXPECT_EQ(walkOf(std::exchange(fake.texts, {})),
                   "+1>4 +4>1 +2>4 +4>2 +3>4 -4>1 -1>4 -4>2 -2>4 -4>3 -3>4 ");
         fake.fault = nullptr;
@@ -144,11 +132,11 @@ TYPED_TEST(GroupProgramming, TheOnlyMemberIsIsolatedFromItselfWithBothSwitchesOf
             startDaemon({{"portisolate.srcaggtoport", off ? "0" : "1"}, {"portisolate.dstaggtoport", "0"}}),
             0);
         drainCalls();
-        TypeParam* entry = member<TypeParam>(4);
+        auto* entry = TypeParam::add(4);
         failNth("daxIfSyncApi", 1, 66);
-        EXPECT_EQ(validate(entry), 0);
+        EXPECT_EQ(TypeParam::validate(entry), 0);
         EXPECT_EQ(drainCalls().size(), off ? 1u : 0u);
-        EXPECT_EQ(release(entry), 0);
+        EXPECT_EQ(TypeParam::release(entry), 0);
         const Calls calls = drainCalls();
         EXPECT_EQ(calls.size(), off ? 1u : 0u) << "released although its inner entry was not there";
         EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifInnerList));
