@@ -44,21 +44,23 @@ LinkChanges linksOf(const std::string& text) {
     return changes;
 }
 
-template <size_t Size>
-void putLink(nlmsghdr* message, int index, const char (&name)[Size]) {
-    auto* info = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
-    info->ifi_index = index;
-    mnl_attr_put(message, IFLA_IFNAME, Size, name);
-}
-
-template <typename Fill>
-Bytes linkMessage(uint16_t type, Fill&& fill) {
+// Of a device with this index, and what `fill` adds.
+Bytes linkMessage(uint16_t type, int index, const std::function<void(nlmsghdr*)>& fill,
+                  uint8_t family = AF_UNSPEC) {
     Bytes bytes(MNL_SOCKET_BUFFER_SIZE);
     nlmsghdr* message = mnl_nlmsg_put_header(bytes.data());
     message->nlmsg_type = type;
+    auto* info = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
+    info->ifi_family = family;
+    info->ifi_index = index;
     fill(message);
     bytes.resize(message->nlmsg_len);
     return bytes;
+}
+
+Bytes familyMessage(uint16_t type, uint8_t family) {
+    const auto name = [](nlmsghdr* message) { mnl_attr_put_strz(message, IFLA_IFNAME, "port"); };
+    return linkMessage(type, 7, name, family);
 }
 
 void putInfo(nlmsghdr* message, const char* kind, const std::function<void()>& putData) {
@@ -71,8 +73,8 @@ void putInfo(nlmsghdr* message, const char* kind, const std::function<void()>& p
 }
 
 Bytes vlanMessage(uint16_t protocol) {
-    return linkMessage(RTM_NEWLINK, [=](nlmsghdr* message) {
-        putLink(message, 7, "br0.10");
+    return linkMessage(RTM_NEWLINK, 7, [=](nlmsghdr* message) {
+        mnl_attr_put_strz(message, IFLA_IFNAME, "br0.10");
         mnl_attr_put_u32(message, IFLA_LINK, 3);
         putInfo(message, "vlan", [=] {
             mnl_attr_put_u16(message, IFLA_VLAN_ID, 10);
@@ -81,15 +83,8 @@ Bytes vlanMessage(uint16_t protocol) {
     });
 }
 
-Bytes familyMessage(uint16_t type, uint8_t family) {
-    return linkMessage(type, [=](nlmsghdr* message) {
-        putLink(message, 7, "port");
-        static_cast<ifinfomsg*>(mnl_nlmsg_get_payload(message))->ifi_family = family;
-    });
-}
-
-const Bytes BRIDGE_MESSAGE = linkMessage(RTM_NEWLINK, [](nlmsghdr* message) {
-    putLink(message, 3, "br0");
+const Bytes BRIDGE_MESSAGE = linkMessage(RTM_NEWLINK, 3, [](nlmsghdr* message) {
+    mnl_attr_put_strz(message, IFLA_IFNAME, "br0");
     const uint8_t id[] = {0xAB, 0x01};
     mnl_attr_put(message, IFLA_PHYS_SWITCH_ID, sizeof id, id);
     putInfo(message, "bridge", [=] { mnl_attr_put_u8(message, IFLA_BR_VLAN_FILTERING, 1); });
@@ -98,17 +93,16 @@ const Bytes BRIDGE_MESSAGE = linkMessage(RTM_NEWLINK, [](nlmsghdr* message) {
 
 TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
     const auto foreign = [](nlmsghdr* message) {
-        putLink(message, 7, "veth");
+        mnl_attr_put_strz(message, IFLA_IFNAME, "veth");
         mnl_attr_put_u32(message, IFLA_LINK, 3);
         mnl_attr_put_u32(message, IFLA_LINK_NETNSID, 0);
         mnl_attr_put_u32(message, IFLA_MASTER, 5);
     };
-    const auto longName = [](nlmsghdr* message) { putLink(message, 7, "sixteen-letters-"); };
-    const auto openName = [](nlmsghdr* message) {
-        putLink(message, 7, "");
-        mnl_attr_put(message, IFLA_IFNAME, 2, "ab");
+    const auto longName = [](nlmsghdr* message) {
+        mnl_attr_put_strz(message, IFLA_IFNAME, "sixteen-letters-");
     };
-    const auto noDevice = [](nlmsghdr* message) { putLink(message, 0, "x"); };
+    const auto openName = [](nlmsghdr* message) { mnl_attr_put(message, IFLA_IFNAME, 2, "ab"); };
+    const auto name = [](nlmsghdr* message) { mnl_attr_put_strz(message, IFLA_IFNAME, "x"); };
     const struct {
         const char* what;
         Bytes message;
@@ -116,13 +110,13 @@ TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
     } cases[] = {
         {"VLAN", vlanMessage(ETH_P_8021Q), "7 br0.10 kind vlan lower 3 vid 10;"},
         {"service VLAN", vlanMessage(ETH_P_8021AD), "7 br0.10 kind vlan lower 3;"},
-        {"lower device elsewhere", linkMessage(RTM_NEWLINK, foreign), "7 veth master 5;"},
+        {"lower device elsewhere", linkMessage(RTM_NEWLINK, 7, foreign), "7 veth master 5;"},
         {"deleted", familyMessage(RTM_DELLINK, AF_UNSPEC), "7 gone;"},
         {"port has left its bridge", familyMessage(RTM_DELLINK, AF_BRIDGE), ""},
         {"port's settings", familyMessage(RTM_NEWLINK, AF_BRIDGE), ""},
-        {"long name", linkMessage(RTM_NEWLINK, longName), ""},
-        {"name without end", linkMessage(RTM_NEWLINK, openName), ""},
-        {"no index", linkMessage(RTM_NEWLINK, noDevice), ""},
+        {"long name", linkMessage(RTM_NEWLINK, 7, longName), ""},
+        {"name without end", linkMessage(RTM_NEWLINK, 7, openName), ""},
+        {"no index", linkMessage(RTM_NEWLINK, 0, name), ""},
         {"an address", familyMessage(RTM_NEWADDR, AF_UNSPEC), ""},
     };
     for (const auto& one : cases) {
@@ -174,20 +168,20 @@ struct Daemon {
     std::thread task;
 };
 
-std::string messageText(const uint8_t* bytes, int32_t length) {
-    RtMsgHdr header = {};
-    RtIfInfo info = {};
-    RtAttr attribute = {};
-    uint32_t member = 0;
-    memcpy(&header, bytes, sizeof header);
-    memcpy(&info, bytes + sizeof header, sizeof info);
-    const std::string number = std::to_string(info.ifUnit);
-    if (header.type == DAX_RTM_DELLINK) return " -" + number;
-    if (info.changeMask == RT_CHANGE_REGISTER) return " +" + number;
-    memcpy(&attribute, bytes + sizeof header + sizeof info, sizeof attribute);
-    if (attribute.type == DAX_RTA_TRUNK_JOIN) return " " + number + ">";
-    memcpy(&member, bytes + length - sizeof member, sizeof member);
-    return " " + number + (attribute.type == DAX_RTA_MEMBER_ADD ? "+" : "-") + std::to_string(member);
+struct LinkMessage {
+    RtMsgHdr header;
+    RtIfInfo info;
+    RtAttr attribute;
+    uint32_t member;
+};
+
+std::string messageText(const LinkMessage& message) {
+    const std::string number = std::to_string(message.info.ifUnit);
+    if (message.header.type == DAX_RTM_DELLINK) return " -" + number;
+    if (message.info.changeMask == RT_CHANGE_REGISTER) return " +" + number;
+    if (message.attribute.type == DAX_RTA_TRUNK_JOIN) return " " + number + ">";
+    const bool added = message.attribute.type == DAX_RTA_MEMBER_ADD;
+    return " " + number + (added ? "+" : "-") + std::to_string(message.member);
 }
 
 void hear(Daemon* daemon) {
@@ -195,10 +189,9 @@ void hear(Daemon* daemon) {
         DaxFdSet set = {};
         daxFdSet(set, daemon->fd);
         if (dax_select(daemon->fd + 1, &set, nullptr, nullptr, nullptr) != 1) return;
-        uint8_t buffer[RT_MSG_MAX];
-        const int32_t length = dax_recvfrom(daemon->fd, buffer, sizeof buffer, 0, nullptr, nullptr);
-        if (length < static_cast<int32_t>(sizeof(RtMsgHdr) + sizeof(RtIfInfo))) return;
-        daemon->heard += messageText(buffer, length);
+        LinkMessage message = {};
+        if (dax_recvfrom(daemon->fd, &message, sizeof message, 0, nullptr, nullptr) <= 0) return;
+        daemon->heard += messageText(message);
     }
 }
 

@@ -35,25 +35,15 @@ constexpr Address EVERYBODY = {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}};
 struct Tag {
     uint16_t protocol, vid;
 };
-struct Content {
+struct [[gnu::packed]] Content {
     uint16_t protocol;
-    uint16_t marker[2];
-    uint16_t sequence[2];
+    uint32_t marker, sequence;  // of the host: both ends are here
 };
 
 struct Received {
     uint32_t marker, sequence;
     uint16_t vid;
 };
-
-void put(uint16_t (&field)[2], uint32_t value) {
-    field[0] = htons(static_cast<uint16_t>(value >> 16));
-    field[1] = htons(static_cast<uint16_t>(value));
-}
-
-uint32_t get(const uint16_t (&field)[2]) {
-    return static_cast<uint32_t>(ntohs(field[0])) << 16 | ntohs(field[1]);
-}
 
 // Of the hosts, not of their devices: a host with several ends has one.
 Address addressOf(const LinuxSwitch& network, const std::string& host) {
@@ -64,9 +54,7 @@ Address addressOf(const LinuxSwitch& network, const std::string& host) {
 std::string makeFrame(const LinuxSwitch& network, const std::string& from, const Address& to, uint16_t vid,
                       uint32_t marker, uint32_t sequence) {
     const Address source = addressOf(network, from);
-    Content content = {htons(TEST_PROTOCOL), {}, {}};
-    put(content.marker, marker);
-    put(content.sequence, sequence);
+    const Content content = {htons(TEST_PROTOCOL), marker, sequence};
     const Tag tag = {htons(ETHERTYPE_VLAN), htons(vid)};
     std::string frame;
     const auto append = [&](const void* bytes, size_t size) {
@@ -105,7 +93,7 @@ bool receiveFrame(int fd, Received& received) {
         if (got < static_cast<ssize_t>(ETH_HLEN - sizeof content.protocol + sizeof content)) continue;
         memcpy(&content, frame + 2 * ETH_ALEN, sizeof content);
         if (content.protocol != htons(TEST_PROTOCOL)) continue;
-        received = {get(content.marker), get(content.sequence), 0};
+        received = {content.marker, content.sequence, 0};
         for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
             tpacket_auxdata data;
             if (part->cmsg_level != SOL_PACKET || part->cmsg_type != PACKET_AUXDATA) continue;
