@@ -81,7 +81,9 @@ TEST(Operations, SetAndSyncDifferInTheMirroredFlagsAlone) {
 TEST(Group, FromCreateToDestroy) {
     start();
     EXPECT_EQ(groupJoin(1, 5), 0);
-    EXPECT_EQ(groupJoin(100, 5), 0);
+    failNth("daxEthAggIfGetApi", 1, 3);
+    EXPECT_EQ(groupJoin(100, 5), 3) << "to be tried again";
+    EXPECT_EQ(groupSet(ROW_ACTIVATE, 100, 5), 0);
     EXPECT_EQ(groupSet(ROW_ACTIVATE, 100, 5), 0);
     EXPECT_EQ(groupJoin(100, 6), 0);
     failNth("daxHwilIfGet", 1, 3);
@@ -111,6 +113,7 @@ TEST(Group, AdmissionInItsOrder) {
         {21, 5, STATUS_NOT_SUPPORTED, "debug 5/2 if group set api; interface if21 can't add to group 5\n\r"},
         {1, 8, STATUS_NUMBER_IS_VLAN_GROUP, ""},
         {6, 5, STATUS_PAIR_IN_GROUP, "debug 5/2 Already created uniIsolation with port in the group 5\n\r"},
+        {7, 5, STATUS_PAIR_IN_GROUP, "debug 5/2 Already created uniIsolation with port in the group 5\n\r"},
         {4, 8, STATUS_ABILITY_ONE_GROUP,
          "debug 5/2 Failed.the same port if4 can not join multi portisolate groups: 5/8.\n\r"},
         {1, 5, STATUS_GROUP_FULL, "debug 5/2 Exceed max value of port num per group\n\r"},
@@ -119,6 +122,7 @@ TEST(Group, AdmissionInItsOrder) {
     };
     fake.interfaces[4].ability = 2;
     EXPECT_EQ(pairJoin(6, 3), 0);
+    EXPECT_EQ(pairJoin(3, 7), 0);
     EXPECT_EQ(groupSet(ROW_CREATE, 3, 5), 0);
     EXPECT_EQ(groupSet(ROW_CREATE, 4, 5), 0);
     EXPECT_EQ(vlanGroupSet(ROW_CREATE, 9, 8, 10), 0);

@@ -53,9 +53,10 @@ TEST(BiIsolation, TheOrderOfAPairFollowsTheSwitchesAndTheAbility) {
     for (const auto& row : cases) {
         SCOPED_TRACE(row.added);
         startSwitches(row.src, row.dst);
-        fake.interfaces[3].ability = fake.interfaces[7].ability = row.ability;
+        fake.interfaces[3].ability = row.ability;
         EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 7, 3), 0);
         EXPECT_EQ(drainCalls(), (Calls{row.added}));
+        fake.interfaces[7].ability = row.ability;
         EXPECT_EQ(portIsolateDelPhyBiIsolate(1, 0, 3, 7), 0);
         EXPECT_EQ(drainCalls(), row.deletedReverse[0] == '\0' ? Calls{} : Calls{row.deletedReverse});
     }
