@@ -427,37 +427,28 @@ int32_t pairJoin(uint32_t src, uint32_t dst) {
     return status != 0 ? status : pairSet(ROW_ACTIVATE, src, dst);
 }
 
-void putWord(Bytes& bytes, uint32_t word) {
-    const auto* raw = reinterpret_cast<const uint8_t*>(&word);
-    bytes.insert(bytes.end(), raw, raw + sizeof(word));
+template <typename Record>
+Bytes bytesOf(const Record& record) {
+    const auto* raw = reinterpret_cast<const uint8_t*>(&record);
+    return {raw, raw + sizeof(record)};
 }
 
 Bytes plainMessage(uint16_t type, const Bytes& payload) {
-    Bytes message(sizeof(RtMsgHdr));
     RtMsgHdr header = {};
     header.length = static_cast<uint32_t>(sizeof(header) + payload.size());
     header.type = type;
-    std::memcpy(message.data(), &header, sizeof(header));
-    message.insert(message.end(), payload.begin(), payload.end());
-    return message;
+    return bytesOf(header) + payload;
 }
 
 Bytes linkMessage(uint16_t type, uint32_t ifUnit, uint32_t changeMask, const Bytes& attributes) {
     RtIfInfo info = {};
     info.ifUnit = ifUnit;
     info.changeMask = changeMask;
-    const auto* raw = reinterpret_cast<const uint8_t*>(&info);
-    Bytes payload(raw, raw + sizeof(info));
-    payload.insert(payload.end(), attributes.begin(), attributes.end());
-    return plainMessage(type, payload);
+    return plainMessage(type, bytesOf(info) + attributes);
 }
 
 Bytes attribute(uint16_t type, uint32_t value) {
-    const RtAttr header = {8, type};
-    const auto* raw = reinterpret_cast<const uint8_t*>(&header);
-    Bytes bytes(raw, raw + sizeof(header));
-    putWord(bytes, value);
-    return bytes;
+    return bytesOf(RtAttr{8, type}) + bytesOf(value);
 }
 
 Bytes operator+(Bytes a, const Bytes& b) {

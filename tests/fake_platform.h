@@ -70,7 +70,6 @@ int32_t pairJoin(uint32_t src, uint32_t dst);
 
 // Route messages, and their delivery to the daemon under the semaphore.
 using Bytes = std::vector<uint8_t>;
-void putWord(Bytes& bytes, uint32_t word);
 Bytes linkMessage(uint16_t type, uint32_t ifUnit, uint32_t changeMask = 0, const Bytes& attributes = {});
 Bytes attribute(uint16_t type, uint32_t value);
 Bytes plainMessage(uint16_t type, const Bytes& payload = {});

@@ -184,10 +184,6 @@ TEST(TrunkExpansion, UnderAllSettingsOfTheSwitches) {
 TEST(TrunkExpansion, FailuresStopBiAndNotUni) {
     startSwitches(true, true);
     portIsolateDebugMaskSet(CATEGORY_WORK);
-    failNth("daxEthAggIfGetApi", 2, 44);  // the target's members: nothing is programmed
-    EXPECT_EQ(portIsolateAddHwIfBiIsolate(1, 0, 100, 200), 44);
-    EXPECT_TRUE(fake.calls.empty());
-    EXPECT_EQ(fake.texts.back(), "debug 4/2 get member of trunk if200 failed.(44)\n\r");
     failNth("daxIfSyncApi", 2, 45);
     EXPECT_EQ(portIsolateAddHwIfBiIsolate(1, 0, 1, 200), 45);
     EXPECT_EQ(pairsOf(drainCalls()), "1>31 1>32 ");
