@@ -85,6 +85,7 @@ TEST(Group, FromCreateToDestroy) {
     EXPECT_EQ(groupJoin(100, 5), 3) << "to be tried again";
     EXPECT_EQ(groupSet(ROW_ACTIVATE, 100, 5), 0);
     EXPECT_EQ(groupSet(ROW_ACTIVATE, 100, 5), 0);
+    EXPECT_EQ(fake.bi.size(), 2u);
     EXPECT_EQ(groupJoin(100, 6), 0);
     failNth("daxHwilIfGet", 1, 3);
     EXPECT_EQ(groupSet(ROW_DESTROY, 100, 5), STATUS_FAILED);
