@@ -119,6 +119,23 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
     });
 }
 
+TEST(SimPlane, HoldsPonIsolationByTheCard) {
+    Board board;
+    readBoard("interface 1 a slot 1 kind pon\ninterface 2 b slot 2 kind pon\n", "test.conf", board);
+    const Plane& plane = board.plane;
+    const auto asked = [&] {
+        std::string reason;
+        return boardForwards(board, board.interfaces.at(1), board.interfaces.at(2), 10, reason);
+    };
+    plane.setPon(plane.state, 10, false, {1});
+    EXPECT_EQ(asked(), Forwarding::no);  // still on at the other card
+    plane.setPon(plane.state, 10, false, {2});
+    EXPECT_EQ(asked(), Forwarding::yes);
+    plane.freshCard(plane.state, 2);
+    EXPECT_EQ(asked(), Forwarding::no);
+    plane.destroy(plane.state);
+}
+
 TEST(Faults, FireForTheirInterfaceUntilCleared) {
     ASSERT_EQ(addFaultRule({"daxIfSyncApi", true, 1, 0x77, 5, DAX_ISO_BI_ADD, 0}), nullptr);
     AttrSetRecord record = {};
