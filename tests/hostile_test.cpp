@@ -114,7 +114,7 @@ TEST_F(Hostile, LinesOfNonsense) {
         for (const char* line :
              {"", "nonsense", "portIsolateInit", "portIsolateEvtShow", "portIsolate\x01Show", "forward",
               "forward 1 1", "forward 1 2 4096", "unplug nobody", "publish raw 1 abc", "fault no call 1",
-              "join ge1/1 lag1", "card-pull 99"})
+              "join ge1/1 lag1", "leave lag2 ge1/3", "card-pull 99"})
             EXPECT_TRUE(askLine(path, line).starts_with("error: ")) << path << ": " << line;
         close(silent);
         close(talker);
