@@ -233,6 +233,10 @@ int32_t setDevice(LinuxPlane& plane, uint32_t ifUnit, const std::string& device)
 // is commanded for each of its member ports, and holds for the trunk.
 int32_t refusal(bool twoWay, const PlanePort& src, const PlanePort& dst) {
     for (const PlanePort* port : {&src, &dst}) {
+        if (strlen(port->device) >= FILTER_DEVICE_SIZE) {
+            hostReport("%s is not isolated: no device of the kernel has so long a name", port->device);
+            return ENAMETOOLONG;
+        }
         const bool trunkKnown = !twoWay && port == &dst && *port->trunkDevice != '\0';
         if (!port->trunkMember || trunkKnown) continue;
         hostReport("%s is a member port of a trunk and cannot be isolated by itself: isolate the trunk",
