@@ -2,6 +2,7 @@
 // rules may answer it and the journal writes it down.
 #include "host/board_calls.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -221,7 +222,7 @@ int32_t daxEthAggIfGetApi(uint32_t trunk, uint32_t attr, DataDesc* members) {
         if (members == nullptr || members->data == nullptr) return HOST_STATUS_BAD_ARGUMENT;
         const uint32_t room = members->length / static_cast<uint32_t>(sizeof(uint32_t));
         const uint32_t count = std::min(room, static_cast<uint32_t>(interface.members.size()));
-        memcpy(members->data, interface.members.data(), count * sizeof(uint32_t));
+        std::copy_n(interface.members.begin(), count, static_cast<uint32_t*>(members->data));
         members->length = count * static_cast<uint32_t>(sizeof(uint32_t));
         return 0;
     });

@@ -137,6 +137,7 @@ TEST_F(EndToEnd, ExitStatusAndWords) {
         {"raw 3 --column 12 --capacity 8", 1, "status: 0x0000007A"},
         {"raw 4 --column 1 --index 1,5,0 --value-hex 01", 1, "status: 0x03E80005"},
         {"raw 24", 1, "status: 0x03E80003"},
+        {"pair add ge1/2 lag2", 0, ""},  // a trunk without members
     };
     EXPECT_EQ(ctl("group list").status, 3);
     start();
