@@ -42,6 +42,22 @@ finish() {
 }
 trap finish EXIT
 
+# start_daemon ROOT: starts a daemon there and waits until it serves; its process is then in `started`.
+start_daemon() {
+    local i
+    rm -f "$1/tmp/portisolatecmd.socket"
+    PORTISOLATE_ROOT=$1 portisolate 2>>"$1/log" &
+    started=$!
+    for ((i = 0; i < 500; i++)); do
+        [ ! -S "$1/tmp/portisolatecmd.socket" ] || return 0
+        kill -0 "$started" 2>/dev/null || break
+        sleep 0.01
+    done
+    cat "$1/log" >&2
+    kill "$started" 2>/dev/null || true
+    return 1
+}
+
 if [ $what = two-boards ]; then
     . "$top/boards/two/demo.sh"
     demo_two_boards "$root" "$top/boards/two"
@@ -59,13 +75,8 @@ printf 'journal /journal\n' >>"$root/etc/portisolate/board.conf"
 export PORTISOLATE_ROOT=$root
 
 say "starting the daemon on boards/demo, its files below $root"
-portisolate 2>"$root/log" &
-daemon=$!
-for ((i = 0; i < 500; i++)); do
-    [ ! -S "$root/tmp/portisolatecmd.socket" ] || break
-    kill -0 "$daemon" 2>/dev/null || { cat "$root/log" >&2; daemon=; exit 1; }
-    sleep 0.01
-done
+start_daemon "$root"
+daemon=$started
 
 run() {
     printf '\n$ portisolatectl %s\n' "$*"

@@ -139,8 +139,8 @@ void noteSwitch(Board& board, const Interface& interface, const std::string& dev
     std::string sentence;
     if (interface.present && !interface.switchId.empty())
         sentence = device + " belongs to the switch chip " + interface.switchId +
-                   ", whose ports reach one another without passing the kernel: what is isolated between "
-                   "them is not held";
+                   ", whose ports reach one another without passing the kernel: they cannot be isolated from "
+                   "one another";
     setLinuxNote(board.plane, key, sentence);
     reportProblem(sentence);
 }

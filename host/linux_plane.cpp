@@ -116,8 +116,11 @@ int commit(LinuxPlane& plane, const Change& change) {
         refresh(plane);
         return problem;
     }
-    for (const FilterElement& element : change.add) plane.held.try_emplace(element);
+    bool news = !change.del.empty();
+    for (const FilterElement& element : change.add) news |= plane.held.try_emplace(element).second;
     for (const FilterElement& element : change.del) plane.held.erase(element);
+    // To the kernel, what adds only what is there already is no transaction.
+    if (!news) return 0;
     plane.watched += plane.watched == plane.generation ? 1 : 0;
     plane.generation++;
     return 0;
@@ -325,7 +328,7 @@ int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>
     std::set<uint16_t> ponOff = plane.ponOff;
     ponOff.insert(static_cast<uint16_t>(vid));
     for (const auto& [device, vlans] : plane.egress) {
-        if (contains(vlans, vid) && allOff(ponOff, vlans))
+        if (contains(vlans, vid) && (isolate || allOff(ponOff, vlans)))
             elements.push_back(deviceElement(FilterSet::egressOff, device));
     }
     Change change;
@@ -537,8 +540,8 @@ void tellStart(LinuxPlane& plane) {
     if (plane.filter.seesPvid) return;
     plane.notes["pvid"] =
         "this kernel does not tell by which VLAN untagged frames came in (nft_meta_bridge): what holds "
-        "within a "
-        "VLAN holds tagged frames, and untagged ones where they leave by a port with one untagged VLAN";
+        "within a VLAN holds tagged frames, and untagged ones where they leave by a port with one untagged "
+        "VLAN";
     hostReport("%s", plane.notes["pvid"].c_str());
 }
 }  // namespace
@@ -606,7 +609,7 @@ int32_t renameLinuxPort(const Plane&, uint32_t, const std::string&) {
     return 0;
 }
 
-void setLinuxEgress(const Plane&, const std::map<std::string, uint16_t>&) {}
+void setLinuxEgress(const Plane&, const EgressVlans&) {}
 
 void watchLinuxTable(const Plane&) {}
 

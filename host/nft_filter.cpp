@@ -74,7 +74,6 @@ uint32_t keyLength(const SetShape& shape) {
 struct Batch {
     Filter* filter;
     size_t length;
-    uint32_t first;  // sequence number of its beginning
 };
 
 nlmsghdr* appendHeader(Batch& batch, uint16_t type, uint16_t family, uint16_t flags, uint16_t resource) {
@@ -102,7 +101,7 @@ void closeMessage(Batch& batch, const nlmsghdr* header) {
 }
 
 Batch beginBatch(Filter& filter) {
-    Batch batch = {&filter, 0, filter.sequence + 1};
+    Batch batch = {&filter, 0};
     closeMessage(batch, appendHeader(batch, NFNL_MSG_BATCH_BEGIN, AF_UNSPEC, 0, NFNL_SUBSYS_NFTABLES));
     return batch;
 }
@@ -145,7 +144,7 @@ template <typename Build, typename Reset, typename Message>
 int ask(Filter& filter, int type, uint16_t flags, Build&& build, Reset&& reset, Message&& message) {
     for (uint32_t i = 0; i < DUMP_TRIES; i++) {
         reset();
-        Batch batch = {&filter, 0, 0};
+        Batch batch = {&filter, 0};
         nlmsghdr* header = appendMessage(batch, type, flags);
         build(header);
         closeMessage(batch, header);
@@ -309,15 +308,24 @@ void buildEgressEndRule(nftnl_rule* rule) {
 }
 
 template <typename Build>
-void appendRule(Batch& batch, Build&& build) {
+void appendRuleMessage(Batch& batch, int type, uint16_t flags, Build&& build) {
     nftnl_rule* rule = nftnl_rule_alloc();
     nftnl_rule_set_str(rule, NFTNL_RULE_TABLE, FILTER_TABLE);
     nftnl_rule_set_str(rule, NFTNL_RULE_CHAIN, CHAIN);
     build(rule);
-    nlmsghdr* header = appendMessage(batch, NFT_MSG_NEWRULE, NLM_F_CREATE | NLM_F_APPEND);
+    nlmsghdr* header = appendMessage(batch, type, flags);
     nftnl_rule_nlmsg_build_payload(header, rule);
     closeMessage(batch, header);
     nftnl_rule_free(rule);
+}
+
+template <typename Build>
+void appendRule(Batch& batch, Build&& build) {
+    appendRuleMessage(batch, NFT_MSG_NEWRULE, NLM_F_CREATE | NLM_F_APPEND, build);
+}
+
+void flushChain(Batch& batch) {
+    appendRuleMessage(batch, NFT_MSG_DELRULE, 0, [](nftnl_rule*) {});
 }
 
 constexpr uint32_t PLAIN_RULES = 7;  // those that ask for no ingress VLAN
@@ -384,16 +392,6 @@ void appendSet(Batch& batch, uint32_t id) {
     nftnl_set_nlmsg_build_payload(header, set);
     closeMessage(batch, header);
     nftnl_set_free(set);
-}
-
-void flushChain(Batch& batch) {
-    nftnl_rule* rule = nftnl_rule_alloc();
-    nftnl_rule_set_str(rule, NFTNL_RULE_TABLE, FILTER_TABLE);
-    nftnl_rule_set_str(rule, NFTNL_RULE_CHAIN, CHAIN);
-    nlmsghdr* header = appendMessage(batch, NFT_MSG_DELRULE, 0);
-    nftnl_rule_nlmsg_build_payload(header, rule);
-    closeMessage(batch, header);
-    nftnl_rule_free(rule);
 }
 
 int layTableWith(Filter& filter, bool pvid) {
@@ -547,7 +545,6 @@ int openFilter(Filter& filter) {
         closeFilter(filter);
         return problem;
     }
-    filter.port = mnl_socket_get_portid(filter.socket);
     filter.answer.resize(ANSWER_ROOM);
     return 0;
 }

@@ -50,7 +50,6 @@ using FilterElements = std::unordered_map<FilterElement, FilterCounter, FilterEl
 
 struct Filter {
     mnl_socket* socket = nullptr;
-    uint32_t port = 0;
     uint32_t sequence = 0;
     bool seesPvid = false;      // the kernel can tell the VLAN of an untagged frame
     std::vector<char> message;  // room for one transaction

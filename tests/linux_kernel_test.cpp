@@ -111,6 +111,12 @@ TEST_F(LinuxKernelTest, KnowsTheVlanOfUntaggedFrames) {
         EXPECT_EQ(blocked(network, 20), step.in20);
         EXPECT_EQ(unlike("held"), "");
     }
+    // Left over is all that is off; what is switched on again is closed for every way out.
+    stop(SIGKILL);
+    restart();
+    ctlOutput("pon on 20");
+    boardAnswer("settle");
+    EXPECT_EQ(blocked(network, 20), "p3>p4 p3>t1 p4>p3 p4>t1 t1>p3 t1>p4");
 }
 
 TEST_F(LinuxKernelTest, KnowsVlanDevicesOfTheBridge) {

@@ -178,6 +178,14 @@ TEST_F(LinuxPlaneTest, TellsWhenItsTableIsTakenAway) {
     EXPECT_EQ(blocked(network), "p1>p2 p2>p1");
     ctlOutput("group del 5");
     EXPECT_EQ(blocked(network), "");
+
+    // To ask again for what is left over changes nothing in the kernel, and hides no change of others.
+    ctlOutput("pair add p1 p2");
+    stop(SIGKILL);
+    restart();
+    ctlOutput("pair add p1 p2");
+    ASSERT_EQ(sh("nft delete table bridge portisolate"), "");
+    EXPECT_EQ(boardAnswer("forward p1 p2"), "yes\n");
 }
 
 TEST_F(LinuxPlaneTest, SaysWhatItCannotDo) {

@@ -1,8 +1,10 @@
-# Sourced by demo.sh, which offers `say`, and the programs in PATH: a switch of the kernel with four hosts, all in network
-# namespaces that end with the demonstration, and what becomes of their pings when ports are isolated.
+# Sourced by demo.sh, which offers `say` and `start_daemon`, and the programs in PATH: a switch of the kernel with four
+# hosts, all in network namespaces that end with the demonstration, and what becomes of their pings when ports are
+# isolated.
 
 # Why there can be no namespaces; nothing when there can.
 namespaces_missing() {
+    export -f start_daemon
     unshare --net --mount true 2>&1
 }
 
@@ -14,6 +16,7 @@ demo_linux() {
         echo "demo.sh linux: needs network namespaces, which take root: $missing" >&2
         return 1
     fi
+    export -f start_daemon
     unshare --net --mount --pid --fork --mount-proc --kill-child bash -euo pipefail -c \
         '. "$1/scripts/build.sh"; . "$3/demo.sh"; switch_session "$2" "$3"' demo "$top" "$1" "$2"
 }
@@ -37,18 +40,6 @@ build_switch() {
             ! ip netns exec h1 ping -q -c 1 -W 1 "10.0.0.$i" >/dev/null || break
         done
     done
-}
-
-start_daemon() {
-    rm -f "$root/tmp/portisolatecmd.socket"
-    portisolate 2>>"$root/log" &
-    daemon=$!
-    for ((i = 0; i < 500; i++)); do
-        [ ! -S "$root/tmp/portisolatecmd.socket" ] || return 0
-        sleep 0.01
-    done
-    cat "$root/log" >&2
-    return 1
 }
 
 ping_host() {
@@ -94,7 +85,8 @@ switch_session() {
 
     say "a bridge with the ports p1 to p4, a host behind each; the daemon beside it"
     build_switch
-    start_daemon
+    start_daemon "$root"
+    daemon=$started
     run board list
     pings "$open"
 
@@ -113,7 +105,8 @@ switch_session() {
     pings "$isolated"
 
     say "it starts again, knowing nothing, and is given the configuration that ran"
-    start_daemon
+    start_daemon "$root"
+    daemon=$started
     run plane show
     printf '\n$ portisolatectl apply running\n'
     portisolatectl apply "$root/running"

@@ -1,4 +1,4 @@
-# Sourced by demo.sh, which offers `say`, and the programs in PATH: two control boards on one machine, each with a
+# Sourced by demo.sh, which offers `say` and `start_daemon`, and the programs in PATH: two control boards on one machine, each with a
 # root of its own below the folder given, what stands on both, and what becomes of it when one fails.
 
 # on SIDE COMMAND...: a command of portisolatectl on one of the boards.
@@ -10,16 +10,8 @@ on() {
 }
 
 start_board() {
-    local side=$1
-    rm -f "$boards/$side/tmp/portisolatecmd.socket"
-    PORTISOLATE_ROOT=$boards/$side portisolate 2>>"$boards/$side/log" &
-    board_process[$side]=$!
-    for ((i = 0; i < 500; i++)); do
-        [ ! -S "$boards/$side/tmp/portisolatecmd.socket" ] || return 0
-        sleep 0.01
-    done
-    cat "$boards/$side/log" >&2
-    return 1
+    start_daemon "$boards/$1"
+    board_process[$1]=$started
 }
 
 end_board() {
