@@ -98,7 +98,7 @@ tests_of() {
 sources() { find "$top" -path "$top/build*" -prune -o \( -name '*.cpp' -o -name '*.h' \) -print; }
 
 lint_tidy() {
-    find "$top"/{frame,tables,hw,api,show,host,ctl} -name '*.cpp' -print0 |
+    find "$top"/{daemon,common,host,ctl} -name '*.cpp' -print0 |
         xargs -0 -n 4 -P 2 clang-tidy --quiet -p "$top/build-test"
 }
 

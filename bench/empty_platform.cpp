@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "frame/options.h"
-#include "frame/state.h"
+#include "daemon/base/state.h"
+#include "daemon/start/options.h"
 #include "platform/hardware.h"
 #include "platform/services.h"
 

@@ -19,7 +19,7 @@
 #include <deque>
 #include <vector>
 
-#include "host/linux_plane.h"
+#include "host/linux/linux_plane.h"
 #include "tests/linux_switch.h"
 
 namespace {

@@ -23,8 +23,8 @@
 #include <string>
 #include <vector>
 
-#include "api/records.h"
-#include "platform/wire.h"
+#include "wire/framing.h"
+#include "wire/records.h"
 
 namespace {
 

@@ -8,14 +8,14 @@
 #include <cstring>
 #include <ctime>
 
-#include "api/group_api.h"
-#include "api/pair_api.h"
-#include "api/records.h"
 #include "bench/empty_platform.h"
-#include "frame/event_task.h"
-#include "frame/state.h"
+#include "daemon/api/group_api.h"
+#include "daemon/api/pair_api.h"
+#include "daemon/base/state.h"
+#include "daemon/start/event_task.h"
+#include "daemon/tables/pairs.h"
 #include "platform/route_messages.h"
-#include "tables/pairs.h"
+#include "wire/records.h"
 
 namespace {
 

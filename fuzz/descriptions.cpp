@@ -2,9 +2,9 @@
 #include <string_view>
 
 #include "fuzz/fuzz.h"
-#include "host/board.h"
-#include "host/options.h"
-#include "host/sim_plane.h"
+#include "host/board/board.h"
+#include "host/planes/sim_plane.h"
+#include "host/services/options.h"
 
 thread_local uint32_t gPortIsolateTextCategory = 0;
 

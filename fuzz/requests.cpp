@@ -10,19 +10,19 @@
 #include <filesystem>
 #include <random>
 
-#include "api/records.h"
-#include "frame/options.h"
-#include "frame/state.h"
+#include "common/local_socket.h"
+#include "daemon/base/state.h"
+#include "daemon/rules/lifecycle.h"
+#include "daemon/rules/programming.h"
+#include "daemon/start/options.h"
+#include "daemon/tables/groups.h"
+#include "daemon/tables/pairs.h"
+#include "daemon/tables/ports.h"
 #include "fuzz/fuzz.h"
-#include "host/board_calls.h"
-#include "host/command_server.h"
-#include "host/local_socket.h"
-#include "platform/wire.h"
-#include "tables/groups.h"
-#include "tables/lifecycle.h"
-#include "tables/pairs.h"
-#include "tables/ports.h"
-#include "tables/programming.h"
+#include "host/board/this_board.h"
+#include "host/sockets/command_server.h"
+#include "wire/framing.h"
+#include "wire/records.h"
 
 namespace {
 

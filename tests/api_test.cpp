@@ -3,18 +3,18 @@
 
 #include <cstring>
 
-#include "api/group_api.h"
-#include "api/operations.h"
-#include "api/pair_api.h"
-#include "api/scalar_api.h"
-#include "api/vlan_api.h"
-#include "api/vlan_group_api.h"
-#include "frame/report.h"
-#include "frame/state.h"
-#include "frame/status.h"
+#include "daemon/api/group_api.h"
+#include "daemon/api/operations.h"
+#include "daemon/api/pair_api.h"
+#include "daemon/api/scalar_api.h"
+#include "daemon/api/vlan_api.h"
+#include "daemon/api/vlan_group_api.h"
+#include "daemon/base/report.h"
+#include "daemon/base/state.h"
+#include "daemon/tables/pairs.h"
 #include "platform/hardware.h"
-#include "tables/pairs.h"
 #include "tests/fake_platform.h"
+#include "wire/status.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/wire.h"
+#include "wire/framing.h"
 
 namespace {
 constexpr int PATIENCE = 30000;  // milliseconds; sanitizers on a busy machine are slow

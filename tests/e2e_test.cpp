@@ -8,7 +8,7 @@
 
 #include "e2e.h"
 #include "platform/hardware.h"
-#include "platform/wire.h"
+#include "wire/framing.h"
 
 namespace {
 // What `format` makes of each line that matches.

@@ -8,13 +8,13 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/group_api.h"
-#include "api/pair_api.h"
-#include "api/vlan_api.h"
-#include "api/vlan_group_api.h"
-#include "frame/event_task.h"
-#include "frame/options.h"
-#include "frame/state.h"
+#include "daemon/api/group_api.h"
+#include "daemon/api/pair_api.h"
+#include "daemon/api/vlan_api.h"
+#include "daemon/api/vlan_group_api.h"
+#include "daemon/base/state.h"
+#include "daemon/start/event_task.h"
+#include "daemon/start/options.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
 #include "platform/services.h"

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "api/records.h"
+#include "wire/records.h"
 
 struct FakeInterface {
     uint32_t flags = 0;

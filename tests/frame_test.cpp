@@ -3,15 +3,15 @@
 
 #include <cstring>
 
-#include "frame/event_task.h"
-#include "frame/options.h"
-#include "frame/report.h"
-#include "frame/state.h"
+#include "daemon/base/report.h"
+#include "daemon/base/state.h"
+#include "daemon/start/event_task.h"
+#include "daemon/start/options.h"
+#include "daemon/tables/groups.h"
+#include "daemon/tables/pairs.h"
+#include "daemon/tables/ports.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
-#include "tables/groups.h"
-#include "tables/pairs.h"
-#include "tables/ports.h"
 #include "tests/fake_platform.h"
 
 namespace {

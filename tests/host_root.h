@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <string>
 
-#include "host/text.h"
-#include "platform/wire.h"
+#include "common/text.h"
+#include "wire/framing.h"
 
 thread_local uint32_t gPortIsolateTextCategory = 0;
 

@@ -13,17 +13,17 @@
 #include <fstream>
 #include <mutex>
 
-#include "api/records.h"
-#include "host/board.h"
-#include "host/board_calls.h"
-#include "host/faults.h"
-#include "host/local_socket.h"
-#include "host/options.h"
-#include "host/service_manager.h"
-#include "host/socket_access.h"
-#include "host/statuses.h"
+#include "common/local_socket.h"
+#include "host/board/board.h"
+#include "host/board/faults.h"
+#include "host/board/this_board.h"
+#include "host/services/options.h"
+#include "host/services/readiness.h"
+#include "host/sockets/socket_access.h"
 #include "platform/services.h"
 #include "tests/host_root.h"
+#include "wire/records.h"
+#include "wire/statuses.h"
 
 namespace {
 constexpr uint32_t WAIT = 5000;  // milliseconds, for what happens at once unless something is broken

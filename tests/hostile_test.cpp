@@ -7,10 +7,10 @@
 #include <cstring>
 #include <random>
 
-#include "api/records.h"
 #include "e2e.h"
 #include "platform/route_messages.h"
-#include "platform/wire.h"
+#include "wire/framing.h"
+#include "wire/records.h"
 
 namespace {
 // A question that only one client asks: the mask comes back as it was sent, its upper bits count for nothing.

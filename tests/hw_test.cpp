@@ -4,17 +4,17 @@
 #include <bit>
 #include <cstring>
 
-#include "frame/report.h"
-#include "frame/state.h"
-#include "frame/status.h"
-#include "hw/bi_isolation.h"
-#include "hw/trunk_expansion.h"
-#include "hw/uni_isolation.h"
+#include "daemon/base/report.h"
+#include "daemon/base/state.h"
+#include "daemon/hw/bi_isolation.h"
+#include "daemon/hw/trunk_expansion.h"
+#include "daemon/hw/uni_isolation.h"
+#include "daemon/tables/pairs.h"
+#include "daemon/tables/serials.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
-#include "tables/pairs.h"
-#include "tables/serials.h"
 #include "tests/fake_platform.h"
+#include "wire/status.h"
 
 namespace {
 

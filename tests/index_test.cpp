@@ -6,11 +6,11 @@
 #include <map>
 #include <random>
 
-#include "frame/state.h"
-#include "tables/groups.h"
-#include "tables/pairs.h"
-#include "tables/ports.h"
-#include "tables/serials.h"
+#include "daemon/base/state.h"
+#include "daemon/tables/groups.h"
+#include "daemon/tables/pairs.h"
+#include "daemon/tables/ports.h"
+#include "daemon/tables/serials.h"
 #include "tests/fake_platform.h"
 
 namespace {

@@ -5,10 +5,10 @@
 
 #include <set>
 
-#include "frame/state.h"
-#include "tables/groups.h"
-#include "tables/pairs.h"
-#include "tables/ports.h"
+#include "daemon/base/state.h"
+#include "daemon/tables/groups.h"
+#include "daemon/tables/pairs.h"
+#include "daemon/tables/ports.h"
 #include "tests/fake_platform.h"
 
 // Counts the rows; they must stand in strictly ascending order.

@@ -1,13 +1,13 @@
 // What events of the device do to tables and hardware.
 #include <gtest/gtest.h>
 
-#include "frame/report.h"
-#include "frame/state.h"
+#include "daemon/base/report.h"
+#include "daemon/base/state.h"
+#include "daemon/tables/groups.h"
+#include "daemon/tables/pairs.h"
+#include "daemon/tables/ports.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
-#include "tables/groups.h"
-#include "tables/pairs.h"
-#include "tables/ports.h"
 #include "tests/fake_platform.h"
 
 namespace {

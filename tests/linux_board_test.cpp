@@ -13,9 +13,9 @@
 #include <random>
 #include <thread>
 
-#include "host/kernel_links.h"
-#include "host/linux_board.h"
-#include "host/text.h"
+#include "common/text.h"
+#include "host/linux/bridge_ports.h"
+#include "host/linux/kernel_links.h"
 #include "platform/route_messages.h"
 #include "platform/services.h"
 #include "tests/host_root.h"

@@ -9,7 +9,7 @@
 
 #include "e2e.h"
 #include "linux_switch.h"
-#include "platform/wire.h"
+#include "wire/framing.h"
 
 // Set where a test must not be skipped because something is missing.
 inline constexpr char NO_SKIPPING[] = "PORTISOLATE_TESTS_UNSKIPPED";

@@ -11,7 +11,7 @@
 
 #include "e2e.h"
 #include "linux_fixture.h"
-#include "platform/wire.h"
+#include "wire/framing.h"
 
 namespace {
 constexpr char UNLISTED[] = "plane linux\nbridge br0\naccess p3 p4\n";

@@ -5,11 +5,11 @@
 #include <cstdlib>
 #include <random>
 
-#include "frame/state.h"
+#include "daemon/base/state.h"
+#include "daemon/tables/groups.h"
+#include "daemon/tables/pairs.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
-#include "tables/groups.h"
-#include "tables/pairs.h"
 #include "tests/fake_platform.h"
 #include "tests/invariants.h"
 

@@ -1,10 +1,10 @@
 // The printouts, text by text.
-#include "show/show.h"
+#include "daemon/show/show.h"
 
 #include <gtest/gtest.h>
 
-#include "frame/state.h"
-#include "tables/pairs.h"
+#include "daemon/base/state.h"
+#include "daemon/tables/pairs.h"
 #include "tests/fake_platform.h"
 
 namespace {

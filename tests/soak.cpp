@@ -12,10 +12,10 @@
 #include <iostream>
 #include <random>
 
-#include "api/records.h"
 #include "e2e.h"
 #include "platform/hardware.h"
-#include "platform/wire.h"
+#include "wire/framing.h"
+#include "wire/records.h"
 
 namespace {
 using Clock = std::chrono::steady_clock;

@@ -5,13 +5,13 @@
 
 #include <tuple>
 
-#include "api/scalar_api.h"
-#include "frame/report.h"
-#include "frame/status.h"
+#include "daemon/api/scalar_api.h"
+#include "daemon/base/report.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
 #include "tests/fake_platform.h"
 #include "tests/invariants.h"
+#include "wire/status.h"
 
 namespace {
 

@@ -3,13 +3,13 @@
 
 #include <regex>
 
-#include "frame/report.h"
-#include "frame/state.h"
-#include "frame/status.h"
-#include "tables/admission.h"
-#include "tables/groups.h"
-#include "tables/programming.h"
+#include "daemon/base/report.h"
+#include "daemon/base/state.h"
+#include "daemon/rules/admission.h"
+#include "daemon/rules/programming.h"
+#include "daemon/tables/groups.h"
 #include "tests/fake_platform.h"
+#include "wire/status.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <thread>
 
-#include "api/records.h"
 #include "e2e.h"
-#include "platform/wire.h"
+#include "wire/framing.h"
+#include "wire/records.h"
 
 namespace {
 constexpr int64_t PEER_TIMEOUT = 300;  // milliseconds

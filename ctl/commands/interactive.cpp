@@ -1,0 +1,80 @@
+#include "ctl/commands/interactive.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "ctl/commands/commands.h"
+#include "ctl/commands/complete.h"
+#include "ctl/text/line_editor.h"
+#include "ctl/text/output.h"
+
+namespace {
+
+constexpr char PROMPT[] = "portisolate> ";
+constexpr int INTERRUPTED = 128;  // added to a signal's number, as shells do
+
+std::vector<std::string> completeLine(const std::string& line) {
+    std::vector<std::string> words = splitWords(line);
+    if (line.empty() || line.back() == ' ') {
+        words.emplace_back();
+    }
+    Session session;
+    sessionOpen(session);
+    std::vector<std::string> found = completions(session, words);
+    sessionClose(session);
+    return found;
+}
+
+// Each command has a process of its own, so that an interrupt ends the command and not the session.
+Exit runApart(const std::vector<std::string>& words) {
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child < 0) {
+        complain(std::string("cannot start a process for the command: ") + std::strerror(errno));
+        return Exit::refused;
+    }
+    if (child == 0) {
+        std::signal(SIGINT, SIG_DFL);
+        const Exit exit = runCommandLine(words);
+        std::fflush(nullptr);
+        _exit(static_cast<int>(exit));
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFSIGNALED(status)) {
+        printLine("");
+        return static_cast<Exit>(INTERRUPTED + WTERMSIG(status));
+    }
+    return static_cast<Exit>(WEXITSTATUS(status));
+}
+
+}  // namespace
+
+bool canInteract() {
+    return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
+}
+
+Exit interact() {
+    Exit exit = Exit::done;
+    std::string line;
+    std::signal(SIGINT, SIG_IGN);
+    openLineEditor(completeLine);
+    printLine("`help` shows what there is, `quit` leaves.");
+    while (editLine(PROMPT, line)) {
+        const std::vector<std::string> words = splitWords(line);
+        if (words.size() == 1 && (words[0] == "quit" || words[0] == "exit")) {
+            break;
+        }
+        if (!words.empty()) {
+            exit = runApart(words);
+        }
+    }
+    closeLineEditor();
+    return exit;
+}

@@ -1,0 +1,37 @@
+// A configuration as a whole: what the daemon runs with, or what a file wants. Both are read into the same
+// record, so that they can be compared, and both are told in the words of ctl/configuration/config_file.h.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ctl/client/rows.h"
+#include "ctl/configuration/config_file.h"
+
+struct ConfigRow {
+    ConfigKind kind = ConfigKind::group;  // of a family of rows; their order is the order of adding
+    RowScope scope;
+    uint32_t member = 0;
+    auto operator<=>(const ConfigRow&) const = default;
+};
+
+struct Configuration {
+    std::optional<uint32_t> mode;    // nothing: as it is
+    std::map<ConfigRow, bool> rows;  // true: active, false: created only
+    std::set<uint32_t> ponOff;
+};
+
+const RowFamily& rowFamily(ConfigKind kind);
+
+Exit readRunning(Session& session, Configuration& running);
+// What a file says with its names settled. Adds what is wrong with names and between lines to file.mistakes.
+void settleConfig(Session& session, ConfigFile& file, Configuration& wanted);
+// The mistakes of a file against a daemon that knows `maxGroups` groups.
+void checkGroupNumbers(ConfigFile& file, uint32_t maxGroups);
+
+// The lines that state a configuration. Settling them again gives the same configuration.
+std::vector<std::string> configLines(Session& session, const Configuration& configuration);

@@ -1,0 +1,142 @@
+#include "host/board/board.h"
+
+#include <algorithm>
+
+#include "common/text.h"
+
+Interface* findInterface(Board& board, uint32_t number) {
+    const auto found = board.interfaces.find(number);
+    return found == board.interfaces.end() ? nullptr : &found->second;
+}
+
+Interface* findInterface(Board& board, const std::string& nameOrNumber) {
+    const auto named = board.numbers.find(nameOrNumber);
+    if (named != board.numbers.end()) return findInterface(board, named->second);
+    uint32_t number = 0;
+    return parseNumber(nameOrNumber, number) ? findInterface(board, number) : nullptr;
+}
+
+Interface* findVlan(Board& board, uint32_t vid) {
+    for (auto& [number, interface] : board.interfaces) {
+        if (interface.kind == IfKind::vlan && interface.vid == vid) return &interface;
+    }
+    return nullptr;
+}
+
+const char* addInterface(Board& board, const Interface& interface) {
+    if (interface.number == 0) return "interface number 0 is not usable";
+    if (interface.name.size() > INTERFACE_NAME_MAX) return "a name has at most 63 characters";
+    if (board.interfaces.contains(interface.number)) return "this number is in use";
+    if (board.numbers.contains(interface.name)) return "this name is in use";
+    if (interface.kind == IfKind::vlan) {
+        if (interface.vid == 0 || interface.vid > VLAN_ID_MAX) return "a VLAN id lies between 1 and 4095";
+        if (findVlan(board, interface.vid) != nullptr) return "this VLAN has an interface";
+    }
+    board.numbers.emplace(interface.name, interface.number);
+    board.interfaces.emplace(interface.number, interface);
+    return nullptr;
+}
+
+bool isPort(const Interface& interface) {
+    return interface.kind == IfKind::ethernet || interface.kind == IfKind::pon;
+}
+
+const char* joinTrunk(Interface& trunk, Interface& port) {
+    if (trunk.kind != IfKind::trunk) return "the first interface is not a trunk";
+    if (!isPort(port)) return "only a port can be in a trunk";
+    if (port.trunk != 0) return "the port is in a trunk already";
+    if (!port.present || !trunk.present) return "an unplugged interface cannot take part in a trunk";
+    port.trunk = trunk.number;
+    trunk.members.push_back(port.number);
+    return nullptr;
+}
+
+void leaveTrunk(Interface& trunk, Interface& port) {
+    std::erase(trunk.members, port.number);
+    port.trunk = 0;
+}
+
+std::set<uint32_t> presentSlots(const Board& board) {
+    std::set<uint32_t> slots;
+    for (const auto& [number, interface] : board.interfaces) {
+        if (isPort(interface) && !board.pulled.contains(interface.slot)) slots.insert(interface.slot);
+    }
+    return slots;
+}
+
+uint32_t slotOf(Board& board, const Interface& interface) {
+    if (interface.kind != IfKind::trunk || interface.slot != 0 || interface.members.empty())
+        return interface.slot;
+    const Interface* first = findInterface(board, interface.members.front());
+    return first == nullptr ? 0 : first->slot;
+}
+
+bool isAccess(const Interface& interface) {
+    return interface.kind == IfKind::pon || interface.access;
+}
+
+const std::string& deviceOf(const Interface& interface) {
+    return interface.device.empty() ? interface.name : interface.device;
+}
+
+PlanePort planePort(Board& board, const Interface& interface) {
+    const Interface* trunk = findInterface(board, interface.trunk);
+    return {interface.number,
+            slotOf(board, interface),
+            isAccess(interface),
+            interface.trunk != 0,
+            interface.name.c_str(),
+            deviceOf(interface).c_str(),
+            trunk == nullptr ? "" : deviceOf(*trunk).c_str(),
+            interface.switchId.c_str()};
+}
+
+namespace {
+// The ports that traffic of an interface runs over: itself, or the members of a trunk that has some.
+std::vector<PlanePort> carriers(Board& board, const Interface& interface) {
+    std::vector<PlanePort> ports;
+    for (const uint32_t number : interface.members) {
+        const Interface* member = findInterface(board, number);
+        if (member != nullptr && member->present) ports.push_back(planePort(board, *member));
+    }
+    if (ports.empty()) ports.push_back(planePort(board, interface));
+    return ports;
+}
+
+// An entry that names a trunk holds up the traffic of each of its members.
+bool carrierForwards(const Plane& plane, const PlanePort& srcPort, const PlanePort& dstPort,
+                     const PlanePort& src, const PlanePort& dst, uint32_t vid, std::string& reason) {
+    const bool srcExpanded = srcPort.ifUnit != src.ifUnit;
+    const bool dstExpanded = dstPort.ifUnit != dst.ifUnit;
+    return plane.forwards(plane.state, srcPort, dstPort, vid, reason) &&
+           (!srcExpanded || plane.forwards(plane.state, src, dstPort, vid, reason)) &&
+           (!dstExpanded || plane.forwards(plane.state, srcPort, dst, vid, reason)) &&
+           (!srcExpanded || !dstExpanded || plane.forwards(plane.state, src, dst, vid, reason));
+}
+}  // namespace
+
+Forwarding boardForwards(Board& board, const Interface& src, const Interface& dst, uint32_t vid,
+                         std::string& reason) {
+    reason.clear();
+    for (const Interface* end : {&src, &dst}) {
+        if (end->present) continue;
+        reason = end->name + " is not plugged";
+        return Forwarding::no;
+    }
+    const PlanePort srcSelf = planePort(board, src);
+    const PlanePort dstSelf = planePort(board, dst);
+    const std::vector<PlanePort> dstPorts = carriers(board, dst);
+    bool passes = false;
+    bool blocked = false;
+    for (const PlanePort& srcPort : carriers(board, src)) {
+        for (const PlanePort& dstPort : dstPorts) {
+            if (srcPort.ifUnit == dstPort.ifUnit) continue;
+            std::string why;
+            const bool forwards = carrierForwards(board.plane, srcPort, dstPort, srcSelf, dstSelf, vid, why);
+            (forwards ? passes : blocked) = true;
+            if (!forwards && reason.empty()) reason = why;
+        }
+    }
+    if (!blocked) return Forwarding::yes;
+    return passes ? Forwarding::partly : Forwarding::no;
+}

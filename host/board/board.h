@@ -1,0 +1,93 @@
+// The board: the interfaces of the device, its cards, its role and its forwarding plane. The description
+// (<root>/etc/portisolate/board.conf) gives what there is; the picture on top of it says what is plugged and
+// which port is in which trunk just now. An interface that was unplugged stays described, so that what the
+// daemon asks about it while it cleans up is still answered.
+//
+// One lock guards the whole record. It is never held while a message goes out or a socket is served: the
+// daemon asks back while it handles an event.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "host/planes/plane.h"
+
+inline constexpr uint32_t INTERFACE_NAME_MAX = 63;      // characters
+inline constexpr uint32_t PEER_TIMEOUT_DEFAULT = 2000;  // milliseconds
+inline constexpr size_t DEVICE_NAME_MAX = 15;           // characters of a kernel's name
+inline constexpr uint32_t VLAN_ID_MAX = 4095;
+
+enum class IfKind : uint8_t { ethernet, pon, trunk, vlan };
+enum class Role : uint8_t { single, active, standby };
+
+struct Interface {
+    uint32_t number = 0;
+    std::string name;
+    IfKind kind = IfKind::ethernet;
+    uint32_t slot = 0;
+    uint32_t ability = 1;
+    uint32_t vid = 0;      // of a VLAN interface
+    std::string device;    // the kernel's name of it
+    std::string switchId;  // of the chip that forwards between its ports by itself; empty: none
+    bool access = false;   // marked as held by the PON isolation of a VLAN, as PON ports are
+    bool present = true;
+    bool protocol = false;          // the isolation protocol is enabled on it
+    uint32_t trunk = 0;             // the trunk that it is a member of, 0: none
+    uint32_t formerTrunk = 0;       // the trunk to join again when it is plugged back
+    std::vector<uint32_t> members;  // of a trunk, in the order of joining
+};
+
+struct Board {
+    std::mutex lock;  // guards everything below
+
+    Role role = Role::single;
+    std::string peerRoot;  // below this board's own root unless absolute; empty: no peer
+    uint32_t peerTimeout = PEER_TIMEOUT_DEFAULT;
+    std::string journalFile;  // below the root prefix; empty: none
+    Plane plane = {};
+    std::string bridge;                   // whose ports are the interfaces; empty: they are simulated
+    std::set<std::string> accessDevices;  // marked as access, described or not
+
+    std::map<uint32_t, Interface>
+        interfaces;  // by number; entries are never removed, so their addresses last
+    std::unordered_map<std::string, uint32_t> numbers;  // by name
+    std::map<uint32_t, std::vector<uint32_t>> pulled;   // slot: the ports that went with the card
+    std::set<uint32_t> protocolVlans;
+    uint32_t mode = 0;
+
+    uint32_t rejected = 0;  // lines of the description that were reported
+};
+
+// Adds what the text describes to an empty board; lines that cannot be read are reported and left out.
+void readBoard(std::string_view text, const char* fileName, Board& board);
+
+// The following want the lock held.
+
+Interface* findInterface(Board& board, uint32_t number);
+// By name, else by number; null when there is neither.
+Interface* findInterface(Board& board, const std::string& nameOrNumber);
+Interface* findVlan(Board& board, uint32_t vid);
+// What is wrong with the new interface, or null after adding it.
+const char* addInterface(Board& board, const Interface& interface);
+const char* joinTrunk(Interface& trunk, Interface& port);
+void leaveTrunk(Interface& trunk, Interface& port);
+// Slots of the cards that are in the device.
+std::set<uint32_t> presentSlots(const Board& board);
+uint32_t slotOf(Board& board, const Interface& interface);
+bool isPort(const Interface& interface);
+// Whether the PON isolation of a VLAN holds the interface.
+bool isAccess(const Interface& interface);
+// The kernel's name of it.
+const std::string& deviceOf(const Interface& interface);
+PlanePort planePort(Board& board, const Interface& interface);
+
+enum class Forwarding : uint8_t { yes, no, partly };
+// Whether traffic from one interface to the other passes; traffic of a trunk runs over its member ports.
+Forwarding boardForwards(Board& board, const Interface& src, const Interface& dst, uint32_t vid,
+                         std::string& reason);

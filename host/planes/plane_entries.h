@@ -1,0 +1,30 @@
+// What a forwarding plane was asked for, by the numbers of the interfaces: the same for every plane.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "host/planes/plane.h"
+
+using PortPair = uint64_t;  // source in the upper half
+using PlaneEntries = std::unordered_map<PortPair, PlaneIsolation>;
+
+inline PortPair pairOf(uint32_t src, uint32_t dst) {
+    return static_cast<uint64_t>(src) << 32 | dst;
+}
+inline uint32_t sourceOf(PortPair pair) {
+    return static_cast<uint32_t>(pair >> 32);
+}
+inline uint32_t targetOf(PortPair pair) {
+    return static_cast<uint32_t>(pair);
+}
+
+std::vector<PortPair> sortedPairs(const PlaneEntries& entries);
+// One line per entry, two-way ones first, in the order of the ports.
+void listEntries(const PlaneEntries& twoWay, const PlaneEntries& oneWay, std::string& text);
+// A delete of the ports in this order takes this entry: that order's, else the reverse one's; `end` for none.
+PlaneEntries::const_iterator findTwoWay(const PlaneEntries& entries, uint32_t src, uint32_t dst);
+// "two-way isolation, group 5, VLAN 10"
+void describeTwoWay(const PlaneIsolation& isolation, std::string& text);

@@ -1,0 +1,8 @@
+// The simulated forwarding plane: keeps the isolations in memory and reasons about traffic as the hardware
+// would.
+#pragma once
+
+#include "host/planes/plane.h"
+
+// A plane without entries.
+Plane createSimPlane();

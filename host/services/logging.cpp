@@ -1,0 +1,116 @@
+#include "host/services/logging.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+#include <string>
+
+#include "common/text.h"
+#include "host/board/journal.h"
+#include "platform/services.h"
+
+namespace {
+constexpr unsigned REPORT_PRIORITY = 4;
+constexpr int FULL_PIPE_WAIT = 100;  // milliseconds that one line may wait for a reader that fell behind
+constexpr size_t TEXT_MAX = 1024;
+
+std::mutex gLock;  // guards what follows, and keeps lines whole
+uint64_t gLost = 0;
+
+std::string timeStamp() {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local = {};
+    localtime_r(&now.tv_sec, &local);
+    char day[32];
+    strftime(day, sizeof day, "%Y-%m-%d %H:%M:%S", &local);
+    std::string text;
+    appendFormat(text, "%s.%03ld ", day, now.tv_nsec / 1000000);
+    return text;
+}
+
+std::string lineStart(unsigned priority) {
+    static const bool serviceManager = getenv("JOURNAL_STREAM") != nullptr;
+    if (!serviceManager) return timeStamp();
+    std::string text;
+    appendFormat(text, "<%u>", priority & 7u);
+    return text;
+}
+
+// A pipe reports room only when a whole line fits, so the write below does not block. The lock is held.
+bool roomFor(int wait) {
+    pollfd output = {STDERR_FILENO, POLLOUT, 0};
+    return poll(&output, 1, wait) == 1 && (output.revents & POLLOUT) != 0;
+}
+
+void putLine(const std::string& line) {
+    // A failed write has nobody left to be reported to.
+    if (write(STDERR_FILENO, line.data(), line.size()) < 0) gLost++;
+}
+
+void channelOutput(const char* channel, bool hasCategory, uint32_t source, uint32_t priority,
+                   const char* format, va_list arguments) {
+    char text[TEXT_MAX];
+    if (vsnprintf(text, sizeof text, format, arguments) < 0) return;
+    std::string head = channel;
+    appendFormat(head, " level=%u ", source & 0xFFFFu);
+    if (hasCategory) appendFormat(head, "category=%u ", gPortIsolateTextCategory);
+    writeLogLine(priority, head, text);
+}
+}  // namespace
+
+void writeLogLine(unsigned priority, std::string_view head, std::string_view text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
+    monitorText(priority, head, text);
+    std::string line = lineStart(priority);
+    line += head;
+    line += printable(text);
+    line += '\n';
+
+    std::lock_guard guard(gLock);
+    if (!roomFor(gLost == 0 ? FULL_PIPE_WAIT : 0)) {
+        gLost++;
+        return;
+    }
+    if (gLost > 0) {
+        std::string lost = lineStart(REPORT_PRIORITY);
+        appendFormat(lost, "host %llu lines were lost: standard error was not read\n",
+                     static_cast<unsigned long long>(gLost));
+        gLost = 0;
+        putLine(lost);
+        if (!roomFor(0)) {
+            gLost++;
+            return;
+        }
+    }
+    putLine(line);
+}
+
+void hostReport(const char* format, ...) {
+    char text[TEXT_MAX];
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    if (length >= 0) writeLogLine(REPORT_PRIORITY, "host ", text);
+}
+
+void loggingDebugOutput(uint32_t source, uint32_t priority, uint32_t, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    channelOutput("debug", true, source, priority, format, arguments);
+    va_end(arguments);
+}
+
+void loggingLogOutput(uint32_t source, uint32_t priority, uint32_t, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    channelOutput("log", false, source, priority, format, arguments);
+    va_end(arguments);
+}

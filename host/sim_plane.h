@@ -1,8 +1,0 @@
-// The simulated forwarding plane: keeps the isolations in memory and reasons about traffic as the hardware
-// would.
-#pragma once
-
-#include "host/plane.h"
-
-// A plane without entries.
-Plane createSimPlane();
