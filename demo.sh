@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Shows the daemon at work, on simulated boards and on a switch of the kernel. Needs nothing but a Debian; ends by itself.
+# Shows the daemon at work, on simulated boards and on a bridge of the kernel. Needs only Debian, and ends by itself.
 set -euo pipefail
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/scripts/build.sh"
@@ -8,11 +8,11 @@ usage() {
     cat <<TEXT
 usage: ./demo.sh [--stay] [two-boards|linux]
 
-Installs what is missing, builds, and runs the daemon on boards/demo in a temporary folder: isolates two ports and a
-trunk, shows what the hardware was told and who may still talk to whom, and dissolves the group again.
-  --stay      leaves the daemon running at the end and prints the commands to try
-  two-boards  shows an active and a standby control board instead: what stands on both, and a switch-over
-  linux       isolates the ports of a bridge of the kernel instead, with four hosts that ping each other; takes root
+Installs missing packages, builds, and runs the daemon on boards/demo in a temporary folder: isolates two ports and a
+trunk, shows what the hardware was told and which interface can still reach which, and dissolves the group again.
+  --stay      leaves the daemon running at the end and prints commands to try
+  two-boards  shows an active and a standby control board instead: how one mirrors the other, and a switch-over
+  linux       isolates the ports of a bridge of the kernel instead, with four hosts that ping each other; needs root
 TEXT
 }
 
@@ -22,7 +22,7 @@ for argument in "$@"; do
         --stay) stay=yes ;;
         two-boards | linux) what=$argument ;;
         -h | --help) usage; exit 0 ;;
-        *) printf 'demo.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
+        *) printf 'demo.sh: unknown argument "%s"\n' "$argument" >&2; usage >&2; exit 2 ;;
     esac
 done
 
@@ -42,7 +42,7 @@ finish() {
 }
 trap finish EXIT
 
-# start_daemon ROOT: starts a daemon there and waits until it serves; its process is then in `started`.
+# start_daemon ROOT: starts a daemon there and waits until it serves requests; its process id is then in `started`.
 start_daemon() {
     local i
     rm -f "$1/tmp/portisolatecmd.socket"
@@ -74,7 +74,7 @@ cp "$top"/boards/demo/*.conf "$root/etc/portisolate/"
 printf 'journal /journal\n' >>"$root/etc/portisolate/board.conf"
 export PORTISOLATE_ROOT=$root
 
-say "starting the daemon on boards/demo, its files below $root"
+say "starting the daemon on boards/demo, with its files below $root"
 start_daemon "$root"
 daemon=$started
 
@@ -83,7 +83,7 @@ run() {
     portisolatectl "$@"
 }
 
-# What the hardware was told since the last call, from the journal of every call to it.
+# What the hardware has been told since the last call of this function, from the journal of hardware calls.
 shown=0
 hardware() {
     printf '\nWhat the forwarding hardware was told:\n'
@@ -92,11 +92,11 @@ hardware() {
 }
 
 run board list
-say "everybody may talk to everybody"
+say "every interface can reach every other"
 run matrix
 shown=$(wc -l <"$root/journal")
 
-say "isolating ge1/1, pon2/1 and the trunk lag1 (ports ge1/3 and ge1/4) from one another: two requests each"
+say "isolating ge1/1, pon2/1 and the trunk lag1 (member ports ge1/3 and ge1/4) from one another: two requests each"
 for member in ge1/1 pon2/1 lag1; do
     run group create 5 "$member"
     run group activate 5 "$member"
@@ -119,7 +119,7 @@ if [ $stay = yes ]; then
     trap - EXIT
     cat <<TEXT
 
-The daemon stays (process $daemon). To try it:
+The daemon keeps running (process $daemon). To try it:
 
     export PORTISOLATE_ROOT=$root
     export PATH=$top/build:\$PATH
@@ -132,4 +132,4 @@ To end it: kill $daemon; rm -r $root
 TEXT
     exit 0
 fi
-say "all is open again; the daemon ends"
+say "nothing is isolated any more; the daemon ends"

@@ -1,27 +1,29 @@
 #!/usr/bin/env bash
-# Builds everything and runs the tests. Needs nothing but a Debian; ends with "N passed, N failed".
+# Builds everything and runs the tests. Needs only Debian; ends with "N passed, N failed".
 set -uo pipefail
 top=$(cd "$(dirname "$0")" && pwd)
 . "$top/scripts/build.sh"
 
 usage() {
     cat <<TEXT
-usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--all]
+usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--all] [--mutants N]
 
-Installs what is missing, builds, and runs all tests.
-  --sanitize  again with the address and undefined-behaviour sanitizers, and with the thread sanitizer
-  --cross     the unit tests for a 32-bit big-endian board (under emulation) and for 32-bit words here
+Installs missing packages, builds, and runs all tests. The options add to this:
+  --sanitize  all tests with the address and undefined-behaviour sanitizers, and with the thread sanitizer
+  --cross     the unit tests for other word sizes and byte orders: powerpc (32-bit, big-endian), s390x (64-bit,
+              big-endian) and aarch64 under emulation, and i386
   --fuzz      every fuzz target for a minute
-  --lint      format and static analysis; the benchmarks are built, too
-  --demo      the demonstrations, too
-  --kernel    under Debian's own kernel, in a virtual machine: bonds, teams and VLANs of a real bridge
-  --all       everything that can be switched on
+  --lint      format and static analysis; builds the benchmarks, too
+  --demo      the demonstrations
+  --kernel    bonds, teams and VLANs of a bridge, under Debian's own kernel in a virtual machine
+  --all       all of the above
+  --mutants N plants N small faults, one at a time, and shows those that no test notices
 TEXT
 }
 
-sanitize=no cross=no fuzz=no lint=no demo=no kernel=no
-for argument in "$@"; do
-    case $argument in
+sanitize=no cross=no fuzz=no lint=no demo=no kernel=no mutants=0
+while [ $# -gt 0 ]; do
+    case $1 in
         --sanitize) sanitize=yes ;;
         --cross) cross=yes ;;
         --fuzz) fuzz=yes ;;
@@ -29,17 +31,24 @@ for argument in "$@"; do
         --demo) demo=yes ;;
         --kernel) kernel=yes ;;
         --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes ;;
+        --mutants) mutants=${2-} && shift ;;
         -h | --help) usage; exit 0 ;;
-        *) printf 'test.sh: what is "%s"?\n' "$argument" >&2; usage >&2; exit 2 ;;
+        *) printf 'test.sh: unknown argument "%s"\n' "$1" >&2; usage >&2; exit 2 ;;
     esac
+    shift
 done
+if ! [[ $mutants =~ ^[0-9]+$ ]]; then
+    printf 'test.sh: --mutants needs a number\n' >&2
+    exit 2
+fi
 
 packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev file mandoc iproute2 nftables)
 [ $lint = no ] || packages+=(clang-format clang-tidy libbenchmark-dev)
-[ $cross = no ] || packages+=(g++-powerpc-linux-gnu qemu-user googletest)
+[ $cross = no ] || packages+=(g++-{powerpc,s390x,aarch64}-linux-gnu qemu-user googletest)
 [ $kernel = no ] || packages+=(libteam-utils "${KERNEL_VM_PACKAGES[@]}")
+[ "$mutants" -eq 0 ] || packages+=(python3)
 need_packages "${packages[@]}"
-# The compiler for 32-bit words goes by the version of the one at hand.
+# The package of the 32-bit compiler is named after the version of the installed compiler.
 [ $cross = no ] || need_packages "g++-$(g++ -dumpversion | cut -d. -f1)-multilib"
 
 passed=0 failed=0
@@ -77,7 +86,7 @@ run_tests() {
         passed=$((passed + total - bad - skipped)) failed=$((failed + bad))
         printf '%s\n' "$summary"
         if [ "$skipped" -gt 0 ]; then
-            printf '%d of them skipped:\n' "$skipped"
+            printf '%d of them were skipped:\n' "$skipped"
             awk '/: Skipped$/ { getline; print "  " $0 }' "$1/Testing/Temporary/LastTest.log" | sort -u
         fi
     fi
@@ -114,10 +123,10 @@ if [ $sanitize = yes ]; then
     tests_of "$top/build-tsan" -DCMAKE_BUILD_TYPE=Debug -DPORTISOLATE_SANITIZE=thread
 fi
 if [ $cross = yes ]; then
-    say "for a 32-bit big-endian board"
-    tests_of "$top/build-powerpc" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_TOOLCHAIN_FILE="$top/tests/powerpc.cmake"
-    say "with 32-bit words"
-    tests_of "$top/build-i386" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_TOOLCHAIN_FILE="$top/tests/i386.cmake"
+    for machine in powerpc s390x aarch64 i386; do
+        say "the unit tests for $machine"
+        tests_of "$top/build-$machine" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_TOOLCHAIN_FILE="$top/tests/$machine.cmake"
+    done
 fi
 if [ $fuzz = yes ]; then
     say "fuzz targets, a minute each"
@@ -143,6 +152,10 @@ if [ $demo = yes ]; then
     else
         printf 'skipped demo.sh linux: no network namespaces: %s\n' "$missing"
     fi
+fi
+if [ "$mutants" -gt 0 ]; then
+    say "$mutants faults, one at a time"
+    "$top/scripts/mutants" "$mutants" || failed=$((failed + 1))
 fi
 
 printf '\n%d passed, %d failed\n' "$passed" "$failed"

@@ -1,6 +1,6 @@
 // A platform that does nothing, for measuring the daemon alone: every call answers at once with success, no
-// text is formatted, the one lock is not locked. Only the memory pools are real, since what they cost is part
-// of every row.
+// text is formatted, the one lock is not locked. Only the memory pools are real, since their cost is part of
+// every row.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
-// What the Linux plane costs: a pair isolated and released again, beside the same transactions written by
-// hand, and a frame from one port of a bridge to another, beside a bridge without the plane's table. Runs in
-// a network of its own, which takes root.
+// What the Linux plane costs: a pair isolated and released again, compared with the same transactions written
+// by hand, and a frame from one port of a bridge to another, compared with a bridge without the plane's
+// table. Runs in a network namespace of its own, which needs root.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <libmnl/libmnl.h>
@@ -48,7 +48,7 @@ void dropPlane() {
     sh("nft delete table bridge portisolate");
 }
 
-// Has the plane hold so many pairs. They are other ports' than the bridge has.
+// Makes the plane hold so many pairs, of ports that the bridge does not have.
 void startWith(benchmark::State& state) {
     static int64_t held = 0;
     if (plane.state != nullptr && held == state.range(0)) return;
@@ -163,7 +163,7 @@ int main(int argc, char** argv) {
     std::string problem = enterNetwork();
     if (problem.empty()) problem = buildSwitch(network, {"p1", "p2"});
     must(problem.empty(), problem);
-    // The bridge now knows where everybody is.
+    // The bridge now knows where every address is.
     must(blocked(network).empty(), "frames do not arrive");
     for (const char* receiver : {"p2", "w"}) close(network.hosts.at(receiver).sockets[0]);
     benchmark::RunSpecifiedBenchmarks();

@@ -1,7 +1,8 @@
 // What a request costs on its way through the command socket: the daemon as it is shipped, in a root of its
-// own, beside the simplest server there can be, which sends back what it reads. Both are asked in turns from
-// this process, so that what else the machine does hits both alike, and what counts is the ratio of the two.
-// How long the daemon takes to answer after its start, and what it keeps resident then, is measured beside.
+// own, compared with the simplest possible server, which sends back what it reads. Both are asked in turns
+// from this process, so that other load on the machine affects both alike; the ratio of the two is the
+// result. The time from the start of the daemon to its first answer and its resident memory are measured as
+// well.
 //
 // usage: request_bench DAEMON
 #include <fcntl.h>
@@ -24,6 +25,7 @@
 #include <vector>
 
 #include "wire/framing.h"
+#include "wire/operations.h"
 #include "wire/records.h"
 
 namespace {
@@ -267,8 +269,8 @@ struct Client {
     long answered = 0;
 };
 
-// Eight connections, each with so many requests on their way all the time. One thread drives them, so that it
-// is the daemon that decides who is answered, not the scheduler of the clients.
+// Eight connections, each with so many requests on their way all the time. One thread drives them, so that
+// the daemon decides which is answered, not the scheduler of the clients.
 void compareClients(const std::string& path, const Bytes& get, size_t reply, int ahead) {
     std::vector<Client> clients;
     std::vector<pollfd> polled;

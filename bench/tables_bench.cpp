@@ -1,6 +1,6 @@
 // What the daemon's own work costs with nothing below it: groups built and dissolved, groups that share their
-// pairs, rows read one by one, events that change nothing. A counter ns_per_THING is what one of the things
-// costs, whatever the time column counts.
+// pairs, rows read one by one, events that change nothing. A counter ns_per_THING is the cost of one of the
+// things, whatever the time column counts.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -16,14 +16,15 @@
 #include "daemon/tables/pairs.h"
 #include "platform/route_messages.h"
 #include "wire/records.h"
+#include "wire/scalars.h"
 
 namespace {
 
 constexpr uint32_t TRUNK = 1000;
 constexpr uint32_t TRUNK_PORTS = 8;
-constexpr int64_t LIMIT = 374;  // interfaces of a serial-table record
+constexpr int64_t LIMIT = SERIAL_RECORD_SLOTS_MAX;  // interfaces
 
-// Processor time of this thread: what the machine does besides does not count.
+// Processor time of this thread: other load on the machine does not count.
 double seconds() {
     timespec now = {};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
@@ -104,7 +105,7 @@ void groupLife(benchmark::State& state, const Layout& layout, bool serials) {
     report(state, "ns_per_pair_dissolved", dissolved, pairs);
 }
 
-// A group more, of 64 interfaces that are all in each of so many groups before: every pair is claimed again.
+// One more group, of 64 interfaces that are all in each of the groups before: every pair is claimed again.
 // With all members there before the first is activated, each claims the pairs with all others.
 void oneMoreGroup(benchmark::State& state, bool wholeJoin) {
     constexpr uint32_t MEMBERS = 64;
@@ -183,7 +184,7 @@ struct LinkMessage {
 };
 static_assert(sizeof(LinkMessage) == 56);
 
-// 100 link messages about interfaces that no table names, beside a group and a pair table at their limits.
+// 100 link messages about interfaces that no table names, with a group and a pair table at their limits.
 void quietDatagram(benchmark::State& state, uint16_t type, uint32_t changeMask, uint16_t attribute) {
     constexpr uint32_t MESSAGES = 100;
     startWithPairs(65536);

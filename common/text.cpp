@@ -1,123 +1,68 @@
 #include "common/text.h"
 
-#include <cerrno>
-#include <charconv>
-#include <cstdarg>
-#include <cstdio>
+#include <fmt/format.h>
+
+#include <algorithm>
 
 namespace {
-constexpr size_t FILE_MAX = 4u << 20;  // bytes
 
-bool isBlank(char c) {
-    return c == ' ' || c == '\t';
+constexpr std::string_view BLANKS = " \t";
+
+bool isControl(std::string_view character) {
+    const auto lead = static_cast<unsigned char>(character[0]);
+    if (character.size() == 1) return lead < 0x20 || lead == 0x7F;
+    return lead == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
 }
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
 }  // namespace
 
-std::vector<std::string> splitWords(std::string_view line) {
-    line = line.substr(0, line.find('#'));
+std::vector<std::string> splitWords(std::string_view text) {
     std::vector<std::string> words;
-    for (size_t at = 0; at < line.size();) {
-        size_t end = at;
-        while (end < line.size() && !isBlank(line[end])) end++;
-        if (end > at) words.emplace_back(line.substr(at, end - at));
-        at = end + 1;
+    while (!text.empty()) {
+        const size_t end = std::min(text.find_first_of(BLANKS), text.size());
+        if (end > 0) words.emplace_back(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
     }
     return words;
 }
 
 std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-    return text;
+    const size_t start = text.find_first_not_of(BLANKS);
+    if (start == std::string_view::npos) return {};
+    return text.substr(start, text.find_last_not_of(BLANKS) + 1 - start);
 }
 
-bool parseNumber(std::string_view text, uint32_t& value) {
-    int base = 10;
-    if (text.starts_with("0x") || text.starts_with("0X")) {
-        base = 16;
-        text.remove_prefix(2);
+std::string_view withoutComment(std::string_view line) {
+    return line.substr(0, line.find('#'));
+}
+
+size_t utf8Length(std::string_view text) {
+    const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
+    const unsigned char lead = byte(0);
+    if (lead < 0x80) return 1;
+    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) return 0;
+    for (size_t at = 1; at < length; ++at) {
+        if ((byte(at) & 0xC0) != 0x80) return 0;
     }
-    const char* end = text.data() + text.size();
-    uint32_t parsed = 0;
-    const auto result = std::from_chars(text.data(), end, parsed, base);
-    if (text.empty() || result.ec != std::errc() || result.ptr != end) return false;
-    value = parsed;
-    return true;
+    const bool overlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
+    const bool outside = (lead == 0xED && byte(1) >= 0xA0) || (lead == 0xF4 && byte(1) >= 0x90);
+    return overlong || outside ? 0 : length;
 }
 
-bool parseHex(std::string_view text, std::vector<uint8_t>& bytes) {
-    if (text.size() % 2 != 0) return false;
-    bytes.clear();
-    for (size_t i = 0; i < text.size(); i += 2) {
-        const int high = hexDigit(text[i]);
-        const int low = hexDigit(text[i + 1]);
-        if (high < 0 || low < 0) return false;
-        bytes.push_back(static_cast<uint8_t>(high * 16 + low));
+std::string safeText(std::string_view text) {
+    std::string safe;
+    while (!text.empty()) {
+        const size_t length = utf8Length(text);
+        const std::string_view character = text.substr(0, std::max<size_t>(length, 1));
+        if (length == 0 || isControl(character)) {
+            for (const char byte : character) {
+                safe += fmt::format("\\x{:02x}", static_cast<unsigned char>(byte));
+            }
+        } else {
+            safe += character;
+        }
+        text.remove_prefix(character.size());
     }
-    return true;
-}
-
-std::string hexText(const void* data, size_t length) {
-    static constexpr char DIGITS[] = "0123456789abcdef";
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    std::string text;
-    text.reserve(2 * length);
-    for (size_t i = 0; i < length; i++) {
-        text += DIGITS[bytes[i] >> 4];
-        text += DIGITS[bytes[i] & 15];
-    }
-    return text;
-}
-
-std::string printable(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
-        const auto code = static_cast<unsigned char>(c);
-        if (code < 0x20 || code == 0x7F)
-            appendFormat(result, "\\x%02x", code);
-        else
-            result += c;
-    }
-    return result;
-}
-
-void appendFormat(std::string& text, const char* format, ...) {
-    char buffer[256];
-    va_list arguments;
-    va_list again;
-    va_start(arguments, format);
-    va_copy(again, arguments);
-    const int length = vsnprintf(buffer, sizeof buffer, format, arguments);
-    va_end(arguments);
-    if (length >= 0 && static_cast<size_t>(length) < sizeof buffer) {
-        text.append(buffer, static_cast<size_t>(length));
-    } else if (length >= 0) {
-        const size_t start = text.size();
-        text.resize(start + static_cast<size_t>(length) + 1);
-        vsnprintf(text.data() + start, static_cast<size_t>(length) + 1, format, again);
-        text.pop_back();
-    }
-    va_end(again);
-}
-
-bool readTextFile(const std::string& path, std::string& text) {
-    FILE* file = fopen(path.c_str(), "re");
-    if (file == nullptr) return false;
-    text.clear();
-    char chunk[4096];
-    size_t got = 0;
-    while (text.size() <= FILE_MAX && (got = fread(chunk, 1, sizeof chunk, file)) > 0)
-        text.append(chunk, got);
-    int problem = ferror(file) != 0 ? EIO : 0;
-    if (text.size() > FILE_MAX) problem = EFBIG;
-    fclose(file);
-    errno = problem;
-    return problem == 0;
+    return safe;
 }

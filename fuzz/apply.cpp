@@ -19,10 +19,9 @@ Session board() {
     return session;
 }
 
-Configuration settled(Session& session, std::string_view text, bool& right) {
+Configuration resolved(Session& session, std::string_view text, bool& right) {
     ConfigFile file = parseConfig(text);
-    Configuration configuration;
-    settleConfig(session, file, configuration);
+    const Configuration configuration = resolveConfig(session, file);
     right = file.mistakes.empty();
     for (const Mistake& mistake : file.mistakes) {
         EXPECT_GT(mistake.place.line, 0u);
@@ -43,19 +42,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(bytes), size);
     Session session = board();
     bool right = false, again = false;
-    const Configuration running = settled(session, text.substr(0, text.find('\n')), right);
-    const Configuration wanted = settled(session, text, again);
+    const Configuration running = resolved(session, text.substr(0, text.find('\n')), right);
+    const Configuration wanted = resolved(session, text, again);
     EXPECT_EQ(steps(wanted, wanted), 0u);
     steps(running, wanted);
-    if (!again) {
-        return 0;
-    }
+    if (!again) return 0;
     // What is written means the same when it is read.
     std::string written;
-    for (const std::string& line : configLines(session, wanted)) {
-        written += line + "\n";
-    }
-    const Configuration read = settled(session, written, again);
+    for (const std::string& line : configLines(session, wanted)) written += line + "\n";
+    const Configuration read = resolved(session, written, again);
     EXPECT_TRUE(again) << written;
     EXPECT_EQ(read.rows, wanted.rows);
     EXPECT_EQ(read.ponOff, wanted.ponOff);

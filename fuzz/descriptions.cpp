@@ -3,8 +3,9 @@
 
 #include "fuzz/fuzz.h"
 #include "host/board/board.h"
-#include "host/planes/sim_plane.h"
+#include "host/board/board_file.h"
 #include "host/services/options.h"
+#include "host/start/planes.h"
 
 thread_local uint32_t gPortIsolateTextCategory = 0;
 
@@ -40,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         return 0;
     }
     Board board;
-    readBoard(text, "board", board);
+    readBoard(text, "board", planeKinds(), board);
     checkBoard(board);
     board.plane.destroy(board.plane.state);
     return 0;

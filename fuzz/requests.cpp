@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <random>
 
+#include "common/bytes.h"
+#include "common/files.h"
 #include "common/local_socket.h"
 #include "daemon/base/state.h"
 #include "daemon/rules/lifecycle.h"
@@ -21,8 +23,8 @@
 #include "fuzz/fuzz.h"
 #include "host/board/this_board.h"
 #include "host/sockets/command_server.h"
+#include "host/start/planes.h"
 #include "wire/framing.h"
-#include "wire/records.h"
 
 namespace {
 
@@ -37,7 +39,7 @@ int32_t startOnce() {
     std::filesystem::create_directories(path + "/tmp");
     std::filesystem::create_directories(path + "/etc/portisolate");
     std::filesystem::copy(DEMO_BOARD, path + "/etc/portisolate/board.conf");
-    loadBoard();
+    loadBoard(planeKinds());
     return portIsolateOptInit();
 }
 

@@ -1,10 +1,10 @@
-# Run when the project is installed: what depends on the prefix that was chosen then. Expects PACKAGING, this folder,
-# and BOARD, the folder of the example configuration.
+# Runs when the project is installed, and does what depends on the prefix chosen at that time. Expects PACKAGING, this
+# folder, and BOARD, the folder of the example configuration.
 
 if(CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?/?$")
     set(configuration /etc/portisolate)
 else()
-    # A root of its own: PORTISOLATE_ROOT leads the daemon there.
+    # A root of its own, to which PORTISOLATE_ROOT leads the daemon.
     set(configuration ${CMAKE_INSTALL_PREFIX}/etc/portisolate)
 endif()
 foreach(name portisolate.conf board.conf)
@@ -13,7 +13,7 @@ foreach(name portisolate.conf board.conf)
     endif()
 endforeach()
 
-# Below /usr zsh leaves site-functions to itself.
+# Below /usr, site-functions is for zsh's own files.
 if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
     set(zsh_functions vendor-completions)
 else()

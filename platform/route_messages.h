@@ -1,6 +1,8 @@
-// Messages of the route socket, as the platform publishes them. All fields in the host's byte order. A
-// datagram holds messages back to back, each starting at a multiple of 4 bytes; a message is a header, a
-// payload and, for link messages, attributes, each again starting at a multiple of 4 bytes.
+// Messages of the route socket, as the platform publishes them. All fields in the host's byte order, all
+// lengths in bytes. A datagram holds messages back to back, each starting at a multiple of RT_ALIGN bytes; a
+// message is a header, a payload and, for link messages, attributes, each again starting at a multiple of
+// RT_ALIGN bytes. The last message and the last attribute may end anywhere. Lengths are the sender's claim: a
+// reader checks them against what has arrived.
 #pragma once
 
 #include <cstddef>
@@ -38,6 +40,10 @@ static_assert(sizeof(RtAttr) == 4 && offsetof(RtAttr, length) == 0 && offsetof(R
 static_assert(sizeof(RtCardInfo) == 16);
 
 inline constexpr uint32_t RT_ALIGN = 4;
+// The bytes that a message or an attribute of `length` bytes takes up, those up to the next one included.
+constexpr uint32_t rtAligned(uint32_t length) {
+    return (length + RT_ALIGN - 1) / RT_ALIGN * RT_ALIGN;
+}
 inline constexpr uint32_t RT_MSG_MAX = 3840;  // bytes of a datagram
 inline constexpr uint32_t RT_CHANGE_REGISTER = 0xFFFFFFFF;
 
@@ -47,7 +53,7 @@ inline constexpr uint16_t DAX_RTM_DELLINK = 34;        // RtIfInfo
 inline constexpr uint16_t DAX_RTM_CARD_UP = 97;        // RtCardInfo
 inline constexpr uint16_t DAX_RTM_MODE_REFRESH = 108;  // nothing
 inline constexpr uint16_t DAX_RTM_SERIAL_SYNC = 120;   // nothing
-inline constexpr uint16_t DAX_RTM_IF_RESET = 324;      // RtIfInfo
+inline constexpr uint16_t DAX_RTM_IF_RESET = 324;      // RtIfInfo up to its ifUnit, at least
 inline constexpr uint16_t DAX_RTM_RESET = 360;         // nothing
 
 // Attributes of DAX_RTM_NEWLINK.

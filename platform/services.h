@@ -1,6 +1,10 @@
 // The platform's system services layer: options, memory pools, semaphores, tasks, the command server, the
 // debug and log channels, and the route socket. Declarations only; a board's libraries (or host/) define
 // them.
+//
+// Unless said otherwise a call returns 0 for success. Every call may be made from any task; the daemon calls
+// the pools with its semaphore held, except while it starts. Arguments named `arg` have no meaning to the
+// daemon.
 #pragma once
 
 #include <cstddef>
@@ -54,17 +58,23 @@ inline bool daxFdIsSet(const DaxFdSet& set, int32_t fd) {
 
 extern "C" {
 
-// Process set-up. silCatchSegFault is the first call of the process: installs a handler that reports faults.
+// Process set-up, on the main thread before any other task exists. silCatchSegFault is the first call of the
+// process: installs a handler that reports faults. patchSignalHandler puts the platform's other handlers in
+// place.
 void silCatchSegFault(void);
 void patchSignalHandler(void);
 // Makes the process known to the process shell, through which an operator runs its exported print functions.
+// They may run at any time and read the daemon's state without its semaphore.
 int32_t procShellInit(const char* process, uint32_t arg1, uint32_t arg2);
 
-// Reads an option's text into `buffer` (zeroed, capacity + 1 bytes). Returns a value > 0 when the key exists.
+// Reads an option's text into `buffer` (zeroed, capacity + 1 bytes; a longer text is cut). Returns a value >
+// 0 when the key exists.
 int32_t silOptRead(uint32_t arg1, const char* key, uint32_t arg3, uint32_t arg4, uint32_t arg5, char* buffer,
                    uint32_t capacity);
 
-// Pools. A pool of no elements is refused with a non-zero status, as is one that cannot be had.
+// Pools. `count` elements of `elementSize` bytes each; `option` is 0 or SIL_MEMPOOL_ARRAY. A pool of no
+// elements is refused with a non-zero status, as is one that cannot be had. An element is given back to its
+// own pool, once.
 int32_t silMemPoolInit(SilMemPool* pool, const char* name, uint64_t count, uint32_t elementSize,
                        uint32_t option);
 void* silMemPoolAlloc(SilMemPool* pool, uint32_t arg);  // zero-filled; null when exhausted
@@ -72,22 +82,24 @@ int32_t silMemPoolFree(SilMemPool* pool, void* element);
 uint32_t silMemPoolFreeSize(const SilMemPool* pool);  // free elements
 int32_t silMemPoolDestroy(SilMemPool* pool);          // leaves an all-zero pool alone
 
-// Binary semaphore that starts available. Take with SIL_WAIT_FOREVER; not recursive.
+// Binary semaphore that starts available (options 1, available 1). Take with SIL_WAIT_FOREVER; not recursive.
+// It is given back by the task that took it.
 SilSem silCreateBSem(uint32_t options, uint32_t available);  // 0 on failure
 int32_t silTakeSem(SilSem sem, int32_t wait);
 int32_t silGiveSem(SilSem sem);
 int32_t silDeleteSem(SilSem sem);
 
-// Runs `entry` in a task of its own, without arguments. `stack` in bytes. 0 on success.
+// Runs `entry` in a task of its own, without arguments; it may run before the call returns. `stack` in bytes.
 int32_t silCreateTask(const char* name, uint32_t priority, uint32_t stack, void (*entry)(void), uint32_t arg1,
                       uint32_t arg2, uint32_t* taskId);
 
 // Starts a task that serves the local stream socket `path`: each request's opcode picks the row of `map`
-// whose handler is called. Requests are served one at a time, in order of arrival.
+// whose handler is called. Requests are served one at a time, in order of arrival, and no handler is called
+// with the daemon's semaphore held. `map` has `count` rows and stays where it is. A status is not looked at.
 int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry* map, uint32_t count);
 
 // Hand one text to the debug or the log channel. `source` is the module number in the upper 16 bits and the
-// level in the lower 16; `priority` runs from 0 (most urgent) to 7.
+// level in the lower 16; `priority` runs from 0 (most urgent) to 7. Called with and without the semaphore.
 void loggingDebugOutput(uint32_t source, uint32_t priority, uint32_t arg, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 void loggingLogOutput(uint32_t source, uint32_t priority, uint32_t arg, const char* format, ...)
@@ -99,8 +111,10 @@ int32_t dax_socket(int32_t family, int32_t type, int32_t protocol);
 int32_t dax_bind(int32_t fd, const void* address, uint32_t length);
 int32_t dax_setsockopt(int32_t fd, int32_t level, int32_t option, const void* value, uint32_t length);
 // Blocks until a descriptor of the set is readable, leaves only those in the set and returns their number.
-// `writeSet`, `exceptSet` and `timeout` are null: not waited for, no time-out.
+// `limit` is the highest descriptor + 1. `writeSet`, `exceptSet` and `timeout` are null: not waited for, no
+// time-out.
 int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet* writeSet, DaxFdSet* exceptSet, void* timeout);
+// One datagram, cut to `size` bytes; its length in bytes, or <= 0 on failure.
 int32_t dax_recvfrom(int32_t fd, void* buffer, uint32_t size, int32_t flags, void* source,
                      uint32_t* sourceLen);
 int32_t dax_close(int32_t fd);

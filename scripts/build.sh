@@ -1,8 +1,8 @@
-# Sourced by demo.sh and test.sh: gets the packages that are missing and builds a tree.
+# Sourced by the other scripts: installs missing packages and builds a tree.
 
 say() { printf '\n== %s\n' "$*"; }
 
-# need_packages PACKAGE...: installs those that are missing, or tells how to.
+# need_packages PACKAGE...: installs those that are missing, or says how to.
 need_packages() {
     local missing=() package
     for package in "$@"; do
@@ -23,10 +23,10 @@ need_packages() {
     "${root[@]}" env DEBIAN_FRONTEND=noninteractive "${install[@]}" >/dev/null
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build libedit-dev libmnl-dev libnftnl-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build libfmt-dev nlohmann-json3-dev libedit-dev libmnl-dev libnftnl-dev)
 KERNEL_VM_PACKAGES=(qemu-system-x86 busybox-static cpio kmod)
 
-# build_tree FOLDER [CMAKE OPTION]...: configures and builds; quiet unless it fails.
+# build_tree FOLDER [CMAKE OPTION]...: configures and builds there; silent unless it fails.
 build_tree() {
     local folder=$1 log
     shift

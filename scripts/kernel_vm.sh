@@ -1,18 +1,18 @@
 #!/usr/bin/env bash
-# Runs a command under Debian's own kernel, in a virtual machine of the few seconds that it takes: what this machine's
-# kernel lacks (bonding, team, VLAN devices and filtering) is there. Emulated, so it needs no help of the processor's;
-# build first, and run only the test there.
+# Runs a command under Debian's own kernel in a virtual machine. It has what the kernel of this machine may lack:
+# bonds, teams, VLAN devices and VLAN filtering. The machine is emulated, so it needs no support by the processor, but
+# it is slow: build first, and run only the test there.
 # usage: scripts/kernel_vm.sh COMMAND [ARGUMENT]...
 #
-# The command runs as root, in the project's folder. It sees this machine's files, and none of what it writes stays. Its
-# output is shown, its exit status is this script's. KERNEL_VM_SECONDS is when to give up (900).
-# Needs qemu-system-x86, busybox-static, cpio and kmod; the kernel's package is downloaded once, as apt does it, into
-# $XDG_CACHE_HOME/portisolate-kernel, else build-kernel.
+# The command runs as root in the project's folder. It sees the files of this machine; whatever it writes is lost. Its
+# output is shown, and its exit status is that of this script. KERNEL_VM_SECONDS is the time limit (900).
+# Needs qemu-system-x86, busybox-static, cpio and kmod. The package of the kernel is downloaded once, by apt, into
+# $XDG_CACHE_HOME/portisolate-kernel or else build-kernel.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/build.sh"
 [ $# -gt 0 ] || { sed -n '2,6s/^# //p' "$0" >&2; exit 2; }
-[ "$(uname -m)" = x86_64 ] || { echo "kernel_vm.sh: knows the virtual machine of amd64 only" >&2; exit 1; }
+[ "$(uname -m)" = x86_64 ] || { echo "kernel_vm.sh: runs on amd64 only" >&2; exit 1; }
 need_packages "${KERNEL_VM_PACKAGES[@]}"
 
 cache=${XDG_CACHE_HOME:+$XDG_CACHE_HOME/portisolate-kernel}
@@ -20,7 +20,7 @@ cache=${cache:-$top/build-kernel}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# What the first steps need before there is a root; everything else is loaded on demand.
+# What the first steps need before the root is mounted; everything else is loaded on demand.
 BOOT_MODULES=(virtio_ring virtio virtio_pci_modern_dev virtio_pci_legacy_dev virtio_pci netfs fscache 9pnet 9pnet_virtio
     9p overlay)
 
@@ -36,8 +36,8 @@ fetch_kernel() {
     mv "$cache/kernel.new" "$cache/kernel"
 }
 
-# The root of the machine is this one's, with a layer in memory above it; the project's folder, which may lie in a
-# folder that is empty there, is mounted by itself.
+# The root of the virtual machine is the root of this one with a layer in memory above it. The project's folder is
+# mounted separately, since it may be in a folder that is empty there, such as /tmp.
 make_initrd() {
     local module
     mkdir -p "$work/initrd/bin" "$work/initrd/modules"
@@ -71,7 +71,7 @@ INIT
     (cd "$work/initrd" && find . | cpio --quiet -o -H newc | gzip -1) >"$work/initrd.gz"
 }
 
-# main SCRIPT: what the machine runs in place of an init; it ends by switching itself off.
+# write_main COMMAND...: writes the script that the machine runs in place of init; it ends by powering the machine off.
 write_main() {
     mkdir "$work/result"
     {

@@ -2,42 +2,19 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/inotify.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-
-#include "wire/framing.h"
 
 namespace {
-constexpr int PATIENCE = 30000;  // milliseconds; sanitizers on a busy machine are slow
-constexpr int CONNECT_RETRY =
-    10;  // milliseconds; a socket's file is there a moment before it can be connected
+
+constexpr int PATIENCE = 30000;    // milliseconds; sanitizers on a busy machine are slow
+constexpr int CONNECT_RETRY = 10;  // milliseconds
 
 bool becomes(int fd, int events, int timeout) {
     pollfd polled = {fd, static_cast<short>(events), 0};
     return poll(&polled, 1, timeout) == 1;
-}
-
-// Standard output and standard error go to NAME.out and NAME.err.
-pid_t spawn(const char* program, const Texts& arguments, const std::string& name) {
-    std::vector<char*> argv = {const_cast<char*>(program)};
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    const pid_t child = fork();
-    if (child != 0) return child;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
-    dup2(open((name + ".out").c_str(), flags, 0600), STDOUT_FILENO);
-    dup2(open((name + ".err").c_str(), flags, 0600), STDERR_FILENO);
-    execv(program, argv.data());
-    _exit(127);
 }
 
 bool endsWithin(pid_t program, int timeout) {
@@ -60,6 +37,7 @@ int reap(pid_t program) {
 uint32_t size(const Words& words) {
     return static_cast<uint32_t>(words.size() * sizeof(uint32_t));
 }
+
 }  // namespace
 
 Texts split(std::string_view text, char separator) {
@@ -78,11 +56,12 @@ std::string readText(const std::string& path) {
 }
 
 std::string bytesOf(const Words& words) {
-    return {reinterpret_cast<const char*>(words.data()), words.size() * sizeof(uint32_t)};
+    return {reinterpret_cast<const char*>(words.data()), size(words)};
 }
 
-std::string request(uint32_t opcode, uint32_t column, const Words& index) {
-    return bytesOf({16 + size(index), opcode, column, size(index)}) + bytesOf(index) + bytesOf({0});
+std::string request(uint32_t opcode, uint32_t column, const Words& index, const Words& value) {
+    return bytesOf({16 + size(index) + size(value), opcode, column, size(index)}) + bytesOf(index) +
+           bytesOf({size(value)}) + bytesOf(value);
 }
 
 std::string reply(int32_t status, const Words& index) {
@@ -97,7 +76,7 @@ bool converse(int fd, std::string_view frames, std::string_view expected) {
         polled.events = static_cast<short>((frames.empty() ? 0 : POLLOUT) | (expected.empty() ? 0 : POLLIN));
         if (poll(&polled, 1, PATIENCE) != 1) return false;
         if ((polled.revents & POLLIN) != 0) {
-            const ssize_t got = recv(fd, chunk, std::min(sizeof chunk, expected.size()), MSG_DONTWAIT);
+            const ssize_t got = recv(fd, chunk, std::min(sizeof(chunk), expected.size()), MSG_DONTWAIT);
             if (got <= 0 || !expected.starts_with({chunk, static_cast<size_t>(got)})) return false;
             expected.remove_prefix(static_cast<size_t>(got));
         } else {
@@ -110,21 +89,25 @@ bool converse(int fd, std::string_view frames, std::string_view expected) {
 }
 
 std::string receive(int fd, size_t length) {
+    std::string bytes;
     char chunk[65536];
-    for (std::string bytes; true;) {
-        const bool arrives = bytes.size() < length && becomes(fd, POLLIN, PATIENCE);
-        EXPECT_TRUE(arrives || bytes.size() == length) << "neither an answer nor an end";
-        const ssize_t got = arrives ? recv(fd, chunk, std::min(sizeof chunk, length - bytes.size()), 0) : 0;
-        if (got <= 0) return bytes;
+    while (bytes.size() < length) {
+        const bool arrives = becomes(fd, POLLIN, PATIENCE);
+        EXPECT_TRUE(arrives) << "neither an answer nor an end";
+        const ssize_t got = arrives ? recv(fd, chunk, std::min(sizeof(chunk), length - bytes.size()), 0) : 0;
+        if (got <= 0) break;
         bytes.append(chunk, static_cast<size_t>(got));
     }
+    return bytes;
 }
 
 int32_t statusOf(int fd, std::string_view frame) {
     EXPECT_TRUE(converse(fd, frame));
     const std::string answer = receive(fd, reply(0).size());
     int32_t status = -1;
-    if (answer.size() == reply(0).size()) memcpy(&status, answer.data() + sizeof status, sizeof status);
+    if (answer.size() == reply(0).size()) {
+        std::memcpy(&status, answer.data() + sizeof(status), sizeof(status));
+    }
     return status;
 }
 
@@ -134,52 +117,68 @@ void EndToEnd::SetUp() {
     std::filesystem::create_directories(root + "/tmp");
     std::filesystem::create_directories(root + "/etc/portisolate");
     board = readText(DEMO_BOARD);
-    setenv(ROOT_VARIABLE, root.c_str(), 1);
     unsetenv("JOURNAL_STREAM");
 }
 
 void EndToEnd::TearDown() {
     if (daemon != 0) stop();
-    for (const char* fault : {"Sanitizer", "runtime error", "fault: signal"})
+    for (const char* fault : {"Sanitizer", "runtime error", "fault: signal"}) {
         EXPECT_EQ(log().find(fault), std::string::npos) << log();
+    }
     std::filesystem::remove_all(root);
+}
+
+pid_t EndToEnd::spawn(const char* program, const Texts& arguments, const std::string& name) const {
+    std::vector<char*> argv = {const_cast<char*>(program)};
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    if (child != 0) return child;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    setenv(ROOT_VARIABLE, root.c_str(), 1);
+    for (const auto& [suffix, target] : {std::pair{".out", STDOUT_FILENO}, {".err", STDERR_FILENO}}) {
+        dup2(open((root + "/" + name + suffix).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600),
+             target);
+    }
+    execv(program, argv.data());
+    _exit(127);
 }
 
 void EndToEnd::start(const std::string& options) {
     std::ofstream(root + "/etc/portisolate/board.conf") << board;
     std::ofstream(root + "/etc/portisolate/portisolate.conf") << options;
-    const int changes = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    inotify_add_watch(changes, (root + "/tmp").c_str(), IN_CREATE);
-    daemon = spawn(DAEMON_PROGRAM, {}, root + "/daemon");
-    int fd = -1;
-    char events[4096];
-    for (int tries = 0; tries < PATIENCE / CONNECT_RETRY && !endsWithin(daemon, 0); tries++) {
+    daemon = spawn(DAEMON_PROGRAM, {}, "daemon");
+    int fd = connectTo(COMMAND_SOCKET_PATH);
+    for (int tries = 0; fd < 0 && tries < PATIENCE / CONNECT_RETRY && !endsWithin(daemon, CONNECT_RETRY);
+         ++tries) {
         fd = connectTo(COMMAND_SOCKET_PATH);
-        if (fd >= 0 || (becomes(changes, POLLIN, CONNECT_RETRY) && read(changes, events, sizeof events) < 0))
-            break;
     }
-    close(changes);
     ASSERT_GE(fd, 0) << "the daemon does not serve: " << log();
     close(fd);
 }
 
 Outcome EndToEnd::startInVain(const std::string& options) {
     std::ofstream(root + "/etc/portisolate/portisolate.conf") << options;
-    return outcomeOf(spawn(DAEMON_PROGRAM, {}, root + "/vain"), "vain");
+    return outcomeOf(spawn(DAEMON_PROGRAM, {}, "vain"), "vain");
+}
+
+void EndToEnd::tell(int signal) const {
+    ASSERT_GT(daemon, 0) << "there is no daemon";
+    kill(daemon, signal);
 }
 
 void EndToEnd::stop(int signal) {
     EXPECT_FALSE(endsWithin(daemon, 0)) << "the daemon has ended by itself";
-    kill(daemon, signal);
+    ASSERT_NO_FATAL_FAILURE(tell(signal));
     EXPECT_EQ(reap(daemon), -signal) << log();
     daemon = 0;
 }
 
-pid_t EndToEnd::startCtl(const std::string& arguments, const std::string& name) {
-    return spawn(CTL_PROGRAM, split(arguments, ' '), root + "/" + name);
+pid_t EndToEnd::startCtl(const std::string& arguments, const std::string& name) const {
+    return spawn(CTL_PROGRAM, split(arguments, ' '), name);
 }
 
-Outcome EndToEnd::outcomeOf(pid_t program, const std::string& name) {
+Outcome EndToEnd::outcomeOf(pid_t program, const std::string& name) const {
     const std::string path = root + "/" + name;
     const int status = reap(program);
     const Outcome outcome = {status, readText(path + ".out"), readText(path + ".err")};
@@ -187,11 +186,11 @@ Outcome EndToEnd::outcomeOf(pid_t program, const std::string& name) {
     return outcome;
 }
 
-Outcome EndToEnd::ctl(const std::string& arguments) {
+Outcome EndToEnd::ctl(const std::string& arguments) const {
     return outcomeOf(startCtl(arguments, "ctl"), "ctl");
 }
 
-std::string EndToEnd::ctlOutput(const std::string& arguments) {
+std::string EndToEnd::ctlOutput(const std::string& arguments) const {
     const Outcome outcome = ctl(arguments);
     EXPECT_EQ(outcome.status, 0) << arguments << ": " << outcome.err;
     return outcome.out;
@@ -199,9 +198,9 @@ std::string EndToEnd::ctlOutput(const std::string& arguments) {
 
 int EndToEnd::connectTo(const char* socketPath, int type) const {
     sockaddr_un address = {AF_UNIX, {}};
-    strncpy(address.sun_path, (root + socketPath).c_str(), sizeof address.sun_path - 1);
+    std::strncpy(address.sun_path, (root + socketPath).c_str(), sizeof(address.sun_path) - 1);
     const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return fd;
     close(fd);
     return -1;
 }

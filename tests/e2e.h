@@ -5,11 +5,21 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "wire/framing.h"
+#include "wire/operations.h"
+#include "wire/records.h"
+#include "wire/scalars.h"
+#include "wire/status.h"
 
 using Texts = std::vector<std::string>;
 using Words = std::vector<uint32_t>;
@@ -18,8 +28,8 @@ Texts split(std::string_view text, char separator);  // without empty pieces
 std::string readText(const std::string& path);
 std::string bytesOf(const Words& words);
 
-// Frames of the command socket, without a value and with all their lengths right.
-std::string request(uint32_t opcode, uint32_t column, const Words& index);
+// Frames of the command socket with all their lengths right; a reply without a value.
+std::string request(uint32_t opcode, uint32_t column, const Words& index, const Words& value = {});
 std::string reply(int32_t status, const Words& index = {});
 
 // Sends and receives at once, so that neither side waits for the other; true when all that comes back begins
@@ -46,12 +56,15 @@ struct EndToEnd : testing::Test {
     void start(const std::string& options = "");
     // Runs the daemon's program where it is expected to end by itself.
     Outcome startInVain(const std::string& options = "");
+    void tell(int signal) const;  // to the daemon, where there is one: 0 would be everybody here
     void stop(int signal = SIGTERM);
 
-    Outcome ctl(const std::string& arguments);            // blanks part the arguments
-    std::string ctlOutput(const std::string& arguments);  // of a call that must succeed
-    pid_t startCtl(const std::string& arguments, const std::string& name);
-    Outcome outcomeOf(pid_t program, const std::string& name);
+    Outcome ctl(const std::string& arguments) const;            // blanks part the arguments
+    std::string ctlOutput(const std::string& arguments) const;  // of a call that must succeed
+    // Standard output and standard error go to NAME.out and NAME.err in the root.
+    pid_t spawn(const char* program, const Texts& arguments, const std::string& name) const;
+    pid_t startCtl(const std::string& arguments, const std::string& name) const;
+    Outcome outcomeOf(pid_t program, const std::string& name) const;
     int connectTo(const char* socketPath, int type = SOCK_STREAM) const;
     // One line to the board's or the process shell's socket, and all that comes back.
     std::string askLine(const char* socketPath, const std::string& line) const;

@@ -4,7 +4,7 @@
 # throws, or drags in locales and streams.
 set -euo pipefail
 
-limit=$((120 * 1024))
+limit=$((80 * 1024))
 # As the linker sees them: the C functions, then operators new and delete, then the C++ library's parts.
 unwanted='^(malloc|calloc|realloc|reallocarray|free|aligned_alloc|posix_memalign|memalign|strn?dup|v?asprintf|getline)$'
 unwanted+='|^(setlocale|newlocale|uselocale|localeconv|open_memstream|mmap|s?brk)$|^_Zn[wa]|^_Zd[la]|__cxa_(throw|allocate)'

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <string>
 
-#include "common/text.h"
 #include "wire/framing.h"
 
 thread_local uint32_t gPortIsolateTextCategory = 0;

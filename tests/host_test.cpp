@@ -11,28 +11,35 @@
 
 #include <cstring>
 #include <fstream>
-#include <mutex>
 
+#include "common/bytes.h"
+#include "common/files.h"
 #include "common/local_socket.h"
+#include "common/text.h"
 #include "host/board/board.h"
+#include "host/board/board_file.h"
 #include "host/board/faults.h"
-#include "host/board/this_board.h"
 #include "host/services/options.h"
 #include "host/services/readiness.h"
+#include "host/sockets/listening.h"
 #include "host/sockets/socket_access.h"
+#include "host/start/planes.h"
 #include "platform/services.h"
 #include "tests/host_root.h"
-#include "wire/records.h"
-#include "wire/statuses.h"
+#include "wire/operations.h"
+#include "wire/scalars.h"
+#include "wire/status.h"
 
 namespace {
+
 constexpr uint32_t WAIT = 5000;  // milliseconds, for what happens at once unless something is broken
 
 using Words = std::vector<uint32_t>;
 
 std::string bytesOf(const Words& words) {
-    return {reinterpret_cast<const char*>(words.data()), words.size() * sizeof(uint32_t)};
+    return {reinterpret_cast<const char*>(words.data()), words.size() * WORD_SIZE};
 }
+
 }  // namespace
 
 TEST(Pool, RefusesSizesThatCannotBe) {
@@ -48,13 +55,13 @@ TEST(Pool, HandsOutZeroedElementsUntilExhausted) {
     ASSERT_EQ(silMemPoolInit(&pool, "p", 3, 13, 0), 0);
     static constexpr uint8_t ZERO[13] = {};
     void* elements[3];
-    for (int round = 0; round < 2; round++) {
+    for (int round = 0; round < 2; ++round) {
         for (void*& element : elements) {
             element = silMemPoolAlloc(&pool, 0);
             ASSERT_NE(element, nullptr);
-            EXPECT_EQ(memcmp(element, ZERO, sizeof ZERO), 0);
+            EXPECT_EQ(std::memcmp(element, ZERO, sizeof(ZERO)), 0);
             EXPECT_EQ(reinterpret_cast<uintptr_t>(element) % alignof(void*), 0u);
-            memset(element, 0xFF, sizeof ZERO);
+            std::memset(element, 0xFF, sizeof(ZERO));
         }
         EXPECT_EQ(silMemPoolAlloc(&pool, 0), nullptr);
         EXPECT_EQ(silMemPoolFreeSize(&pool), 0u);
@@ -69,18 +76,12 @@ TEST(Pool, CatchesDoubleFreeAndForeignAddresses) {
     ASSERT_EQ(silMemPoolInit(&pool, "p", 2, 16, 0), 0);
     auto* element = static_cast<uint8_t*>(silMemPoolAlloc(&pool, 0));
     uint64_t foreign[2] = {};
-    const auto expectMisuse = [&pool](void* address) {
-#ifdef NDEBUG
-        EXPECT_NE(silMemPoolFree(&pool, address), 0);
-#else
-        EXPECT_DEATH(silMemPoolFree(&pool, address), "pool p");
-#endif
-    };
     for (void* address :
-         {static_cast<void*>(foreign), static_cast<void*>(element + 8), static_cast<void*>(element + 16)})
-        expectMisuse(address);
+         {static_cast<void*>(foreign), static_cast<void*>(element + 8), static_cast<void*>(element + 16)}) {
+        EXPECT_DEBUG_DEATH(EXPECT_NE(silMemPoolFree(&pool, address), 0), "pool p");
+    }
     EXPECT_EQ(silMemPoolFree(&pool, element), 0);
-    expectMisuse(element);
+    EXPECT_DEBUG_DEATH(EXPECT_NE(silMemPoolFree(&pool, element), 0), "pool p");
     EXPECT_EQ(silMemPoolFreeSize(&pool), 2u);
     silMemPoolDestroy(&pool);
 }
@@ -110,7 +111,7 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
         "trunk 9 t members lag\ntrunk 9 t members b\nvlan 0 20 v\nvlan 4096 20 v\nvlan 10 21 w\nvlan 11 20";
     forEachLine(BAD, [](uint32_t, std::string_view line) {
         Board board;
-        readBoard(std::string(GOOD) + std::string(line), "test.conf", board);
+        readBoard(std::string(GOOD) + std::string(line), "test.conf", planeKinds(), board);
         EXPECT_EQ(board.rejected, 1u) << line;
         EXPECT_EQ(board.interfaces.size(), 4u) << line;
         EXPECT_EQ(board.interfaces.at(7).members, std::vector<uint32_t>{2}) << line;
@@ -121,7 +122,8 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
 
 TEST(SimPlane, HoldsPonIsolationByTheCard) {
     Board board;
-    readBoard("interface 1 a slot 1 kind pon\ninterface 2 b slot 2 kind pon\n", "test.conf", board);
+    readBoard("interface 1 a slot 1 kind pon\ninterface 2 b slot 2 kind pon\n", "test.conf", planeKinds(),
+              board);
     const Plane& plane = board.plane;
     const auto asked = [&] {
         std::string reason;
@@ -137,7 +139,7 @@ TEST(SimPlane, HoldsPonIsolationByTheCard) {
 }
 
 TEST(Faults, FireForTheirInterfaceUntilCleared) {
-    ASSERT_EQ(addFaultRule({"daxIfSyncApi", true, 1, 0x77, 5, DAX_ISO_BI_ADD, 0}), nullptr);
+    ASSERT_EQ(addFaultRule({"daxIfSyncApi", true, 1, 0x77, 5, DAX_ISO_BI_ADD, 0}), "");
     AttrSetRecord record = {};
     record.attrId = DAX_ISO_BI_ADD;
     HardwareCall call = {"daxIfSyncApi", 5, DAX_IF_ISOLATE, {}};
@@ -145,27 +147,19 @@ TEST(Faults, FireForTheirInterfaceUntilCleared) {
     HardwareCall other = call;
     other.key = 6;
     EXPECT_FALSE(faultFor(other));
-    for (int i = 0; i < 3; i++) EXPECT_EQ(faultFor(call), 0x77);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(faultFor(call), 0x77);
     clearFaultRules();
     EXPECT_FALSE(faultFor(call));
 }
 
 namespace {
-// A small operation table. The last set is remembered: index, column, value.
-std::mutex gLock;  // guards gLast
-Words gLast;
 
-Words lastSet() {
-    std::lock_guard guard(gLock);
-    return gLast;
-}
-
+// A small operation table. A set is answered 0 when what arrives is what the test sends.
 int32_t setGroup(void* index, uint32_t column, void* value) {
     if (index == nullptr || value == nullptr) return 22;
     const auto* key = static_cast<const uint32_t*>(index);
-    std::lock_guard guard(gLock);
-    gLast = {key[0], key[1], key[2], column, *static_cast<const uint32_t*>(value)};
-    return 0;
+    const Words got = {key[0], key[1], key[2], column, *static_cast<const uint32_t*>(value)};
+    return got == Words{7, 8, 9, 1, 2} ? 0 : 1;
 }
 int32_t getScalar(void*, uint32_t column, void* value) {
     if (value == nullptr) return 22;
@@ -174,14 +168,14 @@ int32_t getScalar(void*, uint32_t column, void* value) {
         return 0;
     }
     auto* buffer = static_cast<DataDesc*>(value);
-    memset(buffer->data, 'v', buffer->length);
+    std::memset(buffer->data, 'v', buffer->length);
     buffer->length += 100;  // a handler that answers more than it was offered
     return 0;
 }
 int32_t nextGroup(void* current, void* result) {
     if (current == nullptr) return 22;
-    memcpy(result, current, 12);
-    static_cast<uint32_t*>(result)[0]++;
+    std::memcpy(result, current, 12);
+    ++static_cast<uint32_t*>(result)[0];
     return 0;
 }
 int32_t nextVlan(uint32_t current, void* result) {
@@ -189,26 +183,25 @@ int32_t nextVlan(uint32_t current, void* result) {
     return current == 9 ? 7 : 0;
 }
 
-IcmFuncMapEntry gMap[] = {{0, {nullptr}},
-                          {OP_SCALAR_GET, {getScalar}},
-                          {OP_GROUP_SYNC, {setGroup}},
-                          {OP_GROUP_SET, {setGroup}},
-                          {OP_GROUP_GET_NEXT, {nullptr}},
-                          {OP_VLAN_GET_NEXT, {nullptr}},
-                          {OP_PAIR_SET, {nullptr}}};
+constexpr IcmFuncMapEntry OPERATIONS[] = {
+    {0, {.access = nullptr}},
+    {OP_SCALAR_GET, {.access = getScalar}},
+    {OP_GROUP_SYNC, {.access = setGroup}},
+    {OP_GROUP_SET, {.access = setGroup}},
+    {OP_GROUP_GET_NEXT, {.next = nextGroup}},
+    {OP_VLAN_GET_NEXT, {.nextNumber = nextVlan}},
+    {OP_PAIR_SET, {.access = nullptr}},
+};
 
 int connectServer() {
-    static const int32_t started = [] {
-        gMap[4].handler.next = nextGroup;
-        gMap[5].handler.nextNumber = nextVlan;
-        return icmProcTcpInit("commands", COMMAND_SOCKET_PATH, gMap, static_cast<uint32_t>(std::size(gMap)));
-    }();
+    static const int32_t started =
+        icmProcTcpInit("commands", COMMAND_SOCKET_PATH, OPERATIONS, std::size(OPERATIONS));
     EXPECT_EQ(started, 0);
     return connectLocalSocket(rootedPath(COMMAND_SOCKET_PATH), SOCK_STREAM, WAIT);
 }
 
-std::string framed(const std::string& body) {
-    return bytesOf({static_cast<uint32_t>(body.size())}) + body;
+std::string framed(const Words& words) {
+    return bytesOf({static_cast<uint32_t>(words.size() * WORD_SIZE)}) + bytesOf(words);
 }
 
 // The next `length` bytes, or what came before the connection ended or went quiet.
@@ -217,52 +210,52 @@ std::string receive(int fd, size_t length) {
     pollfd input = {fd, POLLIN, 0};
     while (text.size() < length && poll(&input, 1, WAIT) == 1) {
         char chunk[4096];
-        const ssize_t got = recv(fd, chunk, std::min(sizeof chunk, length - text.size()), 0);
+        const ssize_t got = recv(fd, chunk, std::min(sizeof(chunk), length - text.size()), 0);
         if (got <= 0) break;
         text.append(chunk, static_cast<size_t>(got));
     }
     return text;
 }
 
-const std::string GET_SCALAR_6 = framed(bytesOf({OP_SCALAR_GET, 6, 0, 4}));
-const std::string SCALAR_6 = framed(bytesOf({0, 0, 4, 6}));
+const std::string GET_SCALAR_6 = framed({OP_SCALAR_GET, 6, 0, 4});
+const std::string SCALAR_6 = framed({0, 0, 4, 6});
+
 }  // namespace
 
 TEST(CommandServer, AnswersEachRequestByItsShape) {
-    const auto status = [](int32_t code) { return framed(bytesOf({static_cast<uint32_t>(code), 0, 0})); };
+    const auto status = [](int32_t code) { return Words{static_cast<uint32_t>(code), 0, 0}; };
     const struct {
         const char* what;
-        std::string body;
-        std::string reply;
+        Words body;
+        Words reply;
     } cases[] = {
-        {"set", bytesOf({OP_GROUP_SET, 1, 12, 7, 8, 9, 4, 2}), status(0)},
-        {"no index", bytesOf({OP_GROUP_SET, 1, 0, 4, 2}), status(22)},
-        {"short index", bytesOf({OP_GROUP_SET, 1, 8, 7, 8, 4, 2}), status(COMMAND_STATUS_BAD_LENGTH)},
-        {"long value", bytesOf({OP_GROUP_SET, 1, 12, 7, 8, 9, 8, 2, 2}), status(COMMAND_STATUS_BAD_LENGTH)},
-        {"value missing", bytesOf({OP_GROUP_SET, 1, 12, 7, 8, 9, 4}), status(COMMAND_STATUS_BAD_FRAME)},
-        {"more than said", bytesOf({OP_GROUP_SET, 1, 12, 7, 8, 9, 4, 2, 2}),
-         status(COMMAND_STATUS_BAD_FRAME)},
-        {"endless index", bytesOf({OP_GROUP_SET, 1, 0xFFFFFFFF, 4}), status(COMMAND_STATUS_BAD_FRAME)},
-        {"get word", bytesOf({OP_SCALAR_GET, 6, 0, 400}), framed(bytesOf({0, 0, 4, 6}))},
-        {"get little", bytesOf({OP_SCALAR_GET, 6, 0, 3}), status(COMMAND_STATUS_BAD_LENGTH)},
-        {"get nothing", bytesOf({OP_SCALAR_GET, 6, 0, 0}), status(22)},
-        {"scalar index", bytesOf({OP_SCALAR_GET, 6, 4, 1, 4}), status(COMMAND_STATUS_BAD_LENGTH)},
-        {"get buffer", bytesOf({OP_SCALAR_GET, SCALAR_VERSION, 0, 4}),
-         framed(bytesOf({0, 0, 4, 0x76767676}))},
-        {"next", bytesOf({OP_GROUP_GET_NEXT, 0, 12, 7, 8, 9, 0}), framed(bytesOf({0, 12, 8, 8, 9, 0}))},
-        {"next number", bytesOf({OP_VLAN_GET_NEXT, 0, 4, 5, 99}), framed(bytesOf({0, 4, 6, 0}))},
-        {"next refused", bytesOf({OP_VLAN_GET_NEXT, 0, 4, 9, 0}), status(7)},
-        {"null handler", bytesOf({OP_PAIR_SET, 0, 0, 0}), status(COMMAND_STATUS_NO_HANDLER)},
-        {"unknown", bytesOf({0xFFFFFFFF, 0, 0, 0}), status(COMMAND_STATUS_NO_HANDLER)},
+        {"set", {OP_GROUP_SET, 1, 12, 7, 8, 9, 4, 2}, status(0)},
+        {"no index", {OP_GROUP_SET, 1, 0, 4, 2}, status(22)},
+        {"short index", {OP_GROUP_SET, 1, 8, 7, 8, 4, 2}, status(STATUS_BAD_LENGTH)},
+        {"long value", {OP_GROUP_SET, 1, 12, 7, 8, 9, 8, 2, 2}, status(STATUS_BAD_LENGTH)},
+        {"value missing", {OP_GROUP_SET, 1, 12, 7, 8, 9, 4}, status(STATUS_BAD_FRAME)},
+        {"more than said", {OP_GROUP_SET, 1, 12, 7, 8, 9, 4, 2, 2}, status(STATUS_BAD_FRAME)},
+        {"endless index", {OP_GROUP_SET, 1, 0xFFFFFFFF, 4}, status(STATUS_BAD_FRAME)},
+        {"get word", {OP_SCALAR_GET, 6, 0, 400}, {0, 0, 4, 6}},
+        {"get little", {OP_SCALAR_GET, 6, 0, 3}, status(STATUS_BAD_LENGTH)},
+        {"get nothing", {OP_SCALAR_GET, 6, 0, 0}, status(22)},
+        {"scalar index", {OP_SCALAR_GET, 6, 4, 1, 4}, status(STATUS_BAD_LENGTH)},
+        {"get buffer", {OP_SCALAR_GET, SCALAR_VERSION, 0, 4}, {0, 0, 4, 0x76767676}},
+        {"next", {OP_GROUP_GET_NEXT, 0, 12, 7, 8, 9, 0}, {0, 12, 8, 8, 9, 0}},
+        {"next number", {OP_VLAN_GET_NEXT, 0, 4, 5, 99}, {0, 4, 6, 0}},
+        {"next refused", {OP_VLAN_GET_NEXT, 0, 4, 9, 0}, status(7)},
+        {"null handler", {OP_PAIR_SET, 0, 0, 0}, status(STATUS_NO_HANDLER)},
+        {"unknown", {0xFFFFFFFF, 0, 0, 0}, status(STATUS_NO_HANDLER)},
     };
     const int fd = connectServer();
     for (const auto& one : cases) {
-        ASSERT_TRUE(sendAll(fd, framed(one.body).data(), one.body.size() + 4, WAIT));
-        EXPECT_EQ(receive(fd, one.reply.size()), one.reply) << one.what;
+        const std::string sent = framed(one.body);
+        ASSERT_TRUE(sendAll(fd, sent.data(), sent.size(), WAIT));
+        const std::string reply = framed(one.reply);
+        EXPECT_EQ(receive(fd, reply.size()), reply) << one.what;
     }
-    EXPECT_EQ(lastSet(), (Words{7, 8, 9, 1, 2}));
     // The largest capacity is honoured as the largest value.
-    const std::string greedy = framed(bytesOf({OP_SCALAR_GET, SCALAR_VERSION, 0, 0xFFFFFFFF}));
+    const std::string greedy = framed({OP_SCALAR_GET, SCALAR_VERSION, 0, 0xFFFFFFFF});
     sendAll(fd, greedy.data(), greedy.size(), WAIT);
     EXPECT_EQ(receive(fd, 16 + COMMAND_VALUE_MAX).substr(12, 4), bytesOf({COMMAND_VALUE_MAX}));
     close(fd);
@@ -270,7 +263,7 @@ TEST(CommandServer, AnswersEachRequestByItsShape) {
 
 TEST(CommandServer, FramesAByteStreamHoweverItIsCut) {
     const std::string three = GET_SCALAR_6 + GET_SCALAR_6 + GET_SCALAR_6;
-    for (size_t cut = 1; cut < three.size(); cut++) {
+    for (size_t cut = 1; cut < three.size(); ++cut) {
         const int fd = connectServer();
         sendAll(fd, three.data(), cut, WAIT);
         receive(fd, cut / GET_SCALAR_6.size() * SCALAR_6.size());
@@ -304,8 +297,9 @@ TEST(LocalSocket, ReplacesOnlyWhatNobodyServes) {
     close(second);
     const std::string plain = gRoot.path + "/tmp/file";
     std::ofstream(plain) << "kept";
-    for (const std::string& bad : {plain, gRoot.path + "/none/s", gRoot.path + std::string(200, 'x')})
+    for (const std::string& bad : {plain, gRoot.path + "/none/s", gRoot.path + std::string(200, 'x')}) {
         EXPECT_LT(listenLocalSocket(bad), 0) << bad;
+    }
     EXPECT_EQ(std::filesystem::file_size(plain), 4u);
 }
 
@@ -355,12 +349,12 @@ TEST(ServiceManager, IsToldOnItsSocketWhereverThatIs) {
     for (const char first : {'/', '@'}) {
         const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
         sockaddr_un address = {AF_UNIX, {}};
-        memcpy(address.sun_path, path.data(), path.size());
+        std::memcpy(address.sun_path, path.data(), path.size());
         if (first == '@') address.sun_path[0] = '\0';
         const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
         ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
         setenv("NOTIFY_SOCKET", (first + path.substr(1)).c_str(), 1);
-        tellServiceReady();
+        reportReady();
         EXPECT_EQ(receive(fd, 7), "READY=1") << first;
         close(fd);
     }

@@ -14,17 +14,20 @@
 #include <thread>
 
 #include "common/text.h"
-#include "host/linux/bridge_ports.h"
+#include "host/board/board_file.h"
 #include "host/linux/kernel_links.h"
+#include "host/linux/linux_board.h"
+#include "host/start/planes.h"
 #include "platform/route_messages.h"
 #include "platform/services.h"
 #include "tests/host_root.h"
 
 namespace {
+
 using Bytes = std::vector<uint8_t>;
 
-// Devices as `INDEX NAME [KIND] [master INDEX] [lower INDEX] [vid N] [switch ID]`, or `INDEX gone`, each
-// ended by a semicolon.
+// Devices as `INDEX NAME [kind KIND] [master INDEX] [lower INDEX] [vid N] [switch ID] [filters VLANs]`, or
+// `INDEX gone`, each ended by a semicolon.
 LinkChanges linksOf(const std::string& text) {
     LinkChanges changes;
     for (size_t at = 0; at < text.size(); at = text.find(';', at) + 1) {
@@ -38,15 +41,17 @@ LinkChanges linksOf(const std::string& text) {
             if (words[i] == "master") link->master = number(i + 1);
             if (words[i] == "lower") link->lower = number(i + 1);
             if (words[i] == "vid") link->vlanId = number(i + 1);
+            if (words[i] == "filters") link->filtersVlans = true;
             if (words[i] == "switch") link->switchId = words.at(i + 1);
         }
     }
     return changes;
 }
 
-// Of a device with this index, and what `fill` adds.
-Bytes linkMessage(uint16_t type, int index, const std::function<void(nlmsghdr*)>& fill,
-                  uint8_t family = AF_UNSPEC) {
+// What a message holds behind its head.
+using Fill = std::function<void(nlmsghdr*)>;
+
+Bytes linkMessage(uint16_t type, int index, const Fill& fill, uint8_t family = AF_UNSPEC) {
     Bytes bytes(MNL_SOCKET_BUFFER_SIZE);
     nlmsghdr* message = mnl_nlmsg_put_header(bytes.data());
     message->nlmsg_type = type;
@@ -58,9 +63,8 @@ Bytes linkMessage(uint16_t type, int index, const std::function<void(nlmsghdr*)>
     return bytes;
 }
 
-Bytes familyMessage(uint16_t type, uint8_t family) {
-    const auto name = [](nlmsghdr* message) { mnl_attr_put_strz(message, IFLA_IFNAME, "port"); };
-    return linkMessage(type, 7, name, family);
+Fill named(const char* name) {
+    return [=](nlmsghdr* message) { mnl_attr_put_strz(message, IFLA_IFNAME, name); };
 }
 
 void putInfo(nlmsghdr* message, const char* kind, const std::function<void()>& putData) {
@@ -74,7 +78,7 @@ void putInfo(nlmsghdr* message, const char* kind, const std::function<void()>& p
 
 Bytes vlanMessage(uint16_t protocol) {
     return linkMessage(RTM_NEWLINK, 7, [=](nlmsghdr* message) {
-        mnl_attr_put_strz(message, IFLA_IFNAME, "br0.10");
+        named("br0.10")(message);
         mnl_attr_put_u32(message, IFLA_LINK, 3);
         putInfo(message, "vlan", [=] {
             mnl_attr_put_u16(message, IFLA_VLAN_ID, 10);
@@ -84,57 +88,49 @@ Bytes vlanMessage(uint16_t protocol) {
 }
 
 const Bytes BRIDGE_MESSAGE = linkMessage(RTM_NEWLINK, 3, [](nlmsghdr* message) {
-    mnl_attr_put_strz(message, IFLA_IFNAME, "br0");
-    const uint8_t id[] = {0xAB, 0x01};
-    mnl_attr_put(message, IFLA_PHYS_SWITCH_ID, sizeof id, id);
+    named("br0")(message);
+    mnl_attr_put(message, IFLA_PHYS_SWITCH_ID, 2, "\xAB\x01");
     putInfo(message, "bridge", [=] { mnl_attr_put_u8(message, IFLA_BR_VLAN_FILTERING, 1); });
 });
+
 }  // namespace
 
 TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
-    const auto foreign = [](nlmsghdr* message) {
-        mnl_attr_put_strz(message, IFLA_IFNAME, "veth");
+    const Fill foreign = [](nlmsghdr* message) {
+        named("veth")(message);
         mnl_attr_put_u32(message, IFLA_LINK, 3);
         mnl_attr_put_u32(message, IFLA_LINK_NETNSID, 0);
         mnl_attr_put_u32(message, IFLA_MASTER, 5);
     };
-    const auto longName = [](nlmsghdr* message) {
-        mnl_attr_put_strz(message, IFLA_IFNAME, "sixteen-letters-");
-    };
-    const auto openName = [](nlmsghdr* message) { mnl_attr_put(message, IFLA_IFNAME, 2, "ab"); };
-    const auto name = [](nlmsghdr* message) { mnl_attr_put_strz(message, IFLA_IFNAME, "x"); };
+    const Fill openName = [](nlmsghdr* message) { mnl_attr_put(message, IFLA_IFNAME, 2, "ab"); };
     const struct {
         const char* what;
         Bytes message;
         std::string expected;
     } cases[] = {
+        {"bridge", BRIDGE_MESSAGE, "3 br0 kind bridge switch ab01 filters VLANs;"},
         {"VLAN", vlanMessage(ETH_P_8021Q), "7 br0.10 kind vlan lower 3 vid 10;"},
         {"service VLAN", vlanMessage(ETH_P_8021AD), "7 br0.10 kind vlan lower 3;"},
         {"lower device elsewhere", linkMessage(RTM_NEWLINK, 7, foreign), "7 veth master 5;"},
-        {"deleted", familyMessage(RTM_DELLINK, AF_UNSPEC), "7 gone;"},
-        {"port has left its bridge", familyMessage(RTM_DELLINK, AF_BRIDGE), ""},
-        {"port's settings", familyMessage(RTM_NEWLINK, AF_BRIDGE), ""},
-        {"long name", linkMessage(RTM_NEWLINK, 7, longName), ""},
+        {"deleted", linkMessage(RTM_DELLINK, 7, named("port")), "7 gone;"},
+        {"port has left its bridge", linkMessage(RTM_DELLINK, 7, named("port"), AF_BRIDGE), ""},
+        {"port's settings", linkMessage(RTM_NEWLINK, 7, named("port"), AF_BRIDGE), ""},
+        {"long name", linkMessage(RTM_NEWLINK, 7, named("sixteen-letters-")), ""},
         {"name without end", linkMessage(RTM_NEWLINK, 7, openName), ""},
-        {"no index", linkMessage(RTM_NEWLINK, 0, name), ""},
-        {"an address", familyMessage(RTM_NEWADDR, AF_UNSPEC), ""},
+        {"no index", linkMessage(RTM_NEWLINK, 0, named("x")), ""},
+        {"an address", linkMessage(RTM_NEWADDR, 7, named("port")), ""},
     };
     for (const auto& one : cases) {
         LinkChanges changes;
         EXPECT_TRUE(readLinkMessages(one.message.data(), one.message.size(), changes)) << one.what;
         EXPECT_EQ(changes, linksOf(one.expected)) << one.what;
     }
-    LinkChanges changes;
-    readLinkMessages(BRIDGE_MESSAGE.data(), BRIDGE_MESSAGE.size(), changes);
-    ASSERT_TRUE(changes[3].has_value());
-    EXPECT_TRUE(changes[3]->filtersVlans);
-    EXPECT_EQ(changes[3]->switchId, "ab01");
 }
 
 // Each buffer is hardly longer than what it holds, so that the sanitizers see what is read beyond.
 TEST(KernelLinks, AreSafeFromBrokenMessages) {
     for (const Bytes& whole : {vlanMessage(ETH_P_8021Q), BRIDGE_MESSAGE}) {
-        for (size_t length = 0; length < whole.size(); length++) {
+        for (size_t length = 0; length < whole.size(); ++length) {
             Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
             cut.resize(MNL_ALIGN(length));
             LinkChanges changes;
@@ -142,10 +138,10 @@ TEST(KernelLinks, AreSafeFromBrokenMessages) {
             EXPECT_TRUE(changes.empty()) << length;
             if (length < sizeof(nlmsghdr)) continue;
             const auto claimed = static_cast<uint32_t>(length);
-            memcpy(cut.data(), &claimed, sizeof claimed);
+            std::memcpy(cut.data(), &claimed, sizeof(claimed));
             readLinkMessages(cut.data(), length, changes);
         }
-        for (size_t at = sizeof(nlmsghdr); at < whole.size(); at++) {
+        for (size_t at = sizeof(nlmsghdr); at < whole.size(); ++at) {
             for (const char value : {'\x00', '\x01', '\x04', '\x7F', '\xFF'}) {
                 Bytes changed = whole;
                 changed[at] = static_cast<uint8_t>(value);
@@ -160,13 +156,10 @@ TEST(KernelLinks, AreSafeFromBrokenMessages) {
 }
 
 namespace {
-// Reads the route socket as the daemon does and keeps the messages: `+N` registered, `-N` gone, `N>` joined a
-// trunk, `N+M` and `N-M` gained and lost a member.
-struct Daemon {
-    int32_t fd = dax_socket(DAX_AF_ROUTE, DAX_SOCK_DGRAM, 0);
-    std::string heard;  // read only when the bus has settled
-    std::thread task;
-};
+
+// The messages that the daemon gets: `+N` registered, `-N` gone, `N>` joined a trunk, `N+M` and `N-M` gained
+// and lost a member. Read only when the bus has settled.
+std::string gHeard;
 
 struct LinkMessage {
     RtMsgHdr header;
@@ -184,33 +177,32 @@ std::string messageText(const LinkMessage& message) {
     return " " + number + (added ? "+" : "-") + std::to_string(message.member);
 }
 
-void hear(Daemon* daemon) {
+void hear(int32_t fd) {
     for (;;) {
         DaxFdSet set = {};
-        daxFdSet(set, daemon->fd);
-        if (dax_select(daemon->fd + 1, &set, nullptr, nullptr, nullptr) != 1) return;
+        daxFdSet(set, fd);
         LinkMessage message = {};
-        if (dax_recvfrom(daemon->fd, &message, sizeof message, 0, nullptr, nullptr) <= 0) return;
-        daemon->heard += messageText(message);
+        if (dax_select(fd + 1, &set, nullptr, nullptr, nullptr) != 1) return;
+        if (dax_recvfrom(fd, &message, sizeof(message), 0, nullptr, nullptr) <= 0) return;
+        gHeard += messageText(message);
     }
 }
 
-// One for the whole test; its task ends with the process.
-Daemon& theDaemon() {
-    static Daemon& daemon = *[] {
-        auto* started = new Daemon;
-        const uint8_t address[DAX_ROUTE_ADDRESS_LEN] = {0, DAX_AF_ROUTE};
-        EXPECT_EQ(dax_bind(started->fd, address, sizeof address), 0);
-        for (const uint32_t group : {DAX_RTGRP_LINK, DAX_RTGRP_VLAN})
-            dax_setsockopt(started->fd, DAX_SOL_MEMBERSHIP, DAX_SO_ADD_GROUP, &group, sizeof group);
-        started->task = std::thread(hear, started);
-        return started;
-    }();
-    return daemon;
+// Reads the route socket as the daemon does, from the first call on until the process ends.
+void startHearing() {
+    static const int32_t fd = dax_socket(DAX_AF_ROUTE, DAX_SOCK_DGRAM, 0);
+    static constexpr uint8_t ADDRESS[DAX_ROUTE_ADDRESS_LEN] = {0, DAX_AF_ROUTE};
+    static const int32_t bound = dax_bind(fd, ADDRESS, sizeof(ADDRESS));
+    ASSERT_EQ(bound, 0);
+    for (const uint32_t group : {DAX_RTGRP_LINK, DAX_RTGRP_VLAN}) {
+        dax_setsockopt(fd, DAX_SOL_MEMBERSHIP, DAX_SO_ADD_GROUP, &group, sizeof(group));
+    }
+    static std::thread& task = *new std::thread(hear, fd);
+    ASSERT_TRUE(task.joinable());
 }
 
 // What is there: number, name, and the members of a trunk or the trunk of a member.
-std::string present(Board& board) {
+std::string present(const Board& board) {
     std::string text;
     for (const auto& [number, interface] : board.interfaces) {
         EXPECT_EQ(board.numbers.at(interface.name), number);
@@ -226,6 +218,23 @@ std::string present(Board& board) {
     return text;
 }
 
+// A board with the bridge br0, and interfaces as `listed`.
+struct BridgeBoard {
+    Board board;
+    LinuxBoard linuxBoard;
+
+    explicit BridgeBoard(const std::string& listed = "") : linuxBoard(read(board, listed)) {}
+    BridgeBoard(const BridgeBoard&) = delete;
+    ~BridgeBoard() { board.plane.destroy(board.plane.state); }
+
+    static LinuxBoard read(Board& board, const std::string& listed) {
+        readBoard(listed + "plane linux\nbridge br0\n", "test.conf", planeKinds(), board);
+        EXPECT_EQ(board.rejected, 0u);
+        return linuxBoardOf(board);
+    }
+    void follow(const std::string& links) { followLinks(linuxBoard, linksOf(links)); }
+};
+
 struct Step {
     const char* what;
     const char* links;
@@ -233,26 +242,23 @@ struct Step {
     const char* present;
 };
 
-template <size_t Count>
-void expectSteps(const char* description, const Step (&steps)[Count]) {
-    Board board;
-    readBoard(description, "test.conf", board);
-    EXPECT_EQ(board.rejected, 0u);
-    LinuxBoard linuxBoard = linuxBoardOf(board);
-    linuxBoard.told = true;
+void expectSteps(const char* listed, std::initializer_list<Step> steps) {
+    BridgeBoard bridge(listed);
+    startHearing();
+    bridge.linuxBoard.publishes = true;
     for (const Step& step : steps) {
-        theDaemon().heard.clear();
-        followLinks(linuxBoard, linksOf(step.links));
-        EXPECT_EQ(theDaemon().heard, step.heard) << step.what;
-        EXPECT_EQ(present(board), step.present) << step.what;
+        gHeard.clear();
+        bridge.follow(step.links);
+        EXPECT_EQ(gHeard, step.heard) << step.what;
+        EXPECT_EQ(present(bridge.board), step.present) << step.what;
     }
-    board.plane.destroy(board.plane.state);
 }
+
 }  // namespace
 
 TEST(LinuxBoard, TellsWhatBecomesOfThePorts) {
     expectSteps(
-        "plane linux\nbridge br0\n",
+        "",
         {
             {"before its bridge", "2 a master 1;", "", ""},
             {"bridge", "1 br0 kind bridge;", " +2", " 2a"},
@@ -283,7 +289,7 @@ TEST(LinuxBoard, TellsWhatBecomesOfThePorts) {
 TEST(LinuxBoard, KeepsWhatIsListedUnderItsNumberAndTellsOnlyItsReturn) {
     expectSteps(
         "interface 11 left slot 1 device a\ninterface 12 b slot 2\ninterface 13 c slot 2\n"
-        "trunk 20 lag members c\nvlan 10 30 v10\nplane linux\nbridge br0\n",
+        "trunk 20 lag members c\nvlan 10 30 v10\n",
         {
             {"start", "1 br0 kind bridge; 2 a master 1; 3 x master 1;", " +11", " 11left"},
             {"absent", "2 gone;", "", ""},
@@ -301,84 +307,75 @@ TEST(LinuxBoard, KeepsWhatIsListedUnderItsNumberAndTellsOnlyItsReturn) {
 }
 
 TEST(LinuxBoard, NotesPortsOfASwitchChip) {
-    Board board;
-    readBoard("plane linux\nbridge br0\n", "test.conf", board);
-    LinuxBoard linuxBoard = linuxBoardOf(board);
-    const auto notes = [&board](const char* text) {
+    BridgeBoard bridge;
+    const Plane& plane = bridge.board.plane;
+    for (const auto& [links, noted] : {std::pair("1 br0 kind bridge; 2 a master 1 switch ab01;", true),
+                                       std::pair("2 a switch ab01;", false)}) {
+        bridge.follow(links);
         std::string lines;
-        board.plane.inspect(board.plane.state, lines);
-        return lines.find(text) != std::string::npos;
-    };
-    followLinks(linuxBoard, linksOf("1 br0 kind bridge; 2 a master 1 switch ab01;"));
-    EXPECT_EQ(board.interfaces.at(2).switchId, "ab01");
-    EXPECT_TRUE(notes("ab01"));
-    followLinks(linuxBoard, linksOf("2 a switch ab01;"));
-    EXPECT_FALSE(notes("ab01"));
-    board.plane.destroy(board.plane.state);
+        plane.inspect(plane.state, lines);
+        EXPECT_EQ(lines.find("ab01") != std::string::npos, noted) << links;
+    }
 }
 
 // Ports that come and go for years leave a bounded trace.
 TEST(LinuxBoard, ForgetsTheOldestOfThoseThatAreGone) {
-    Board board;
-    readBoard("plane linux\nbridge br0\n", "test.conf", board);
-    LinuxBoard linuxBoard = linuxBoardOf(board);
-    followLinks(linuxBoard, linksOf("1 br0 kind bridge;"));
-    for (uint32_t index = 2; index < 3 * VANISHED_MAX; index++) {
-        KernelLink port;
-        port.name = index % 2 == 0 ? "same" : "port" + std::to_string(index);
-        port.master = 1;
-        followLinks(linuxBoard, {{index, port}});
-        followLinks(linuxBoard, {{index, std::nullopt}});
+    BridgeBoard bridge;
+    bridge.follow("1 br0 kind bridge;");
+    for (uint32_t index = 2; index < 3 * VANISHED_MAX; ++index) {
+        const std::string number = std::to_string(index);
+        bridge.follow(number + (index % 2 == 0 ? " same" : " port" + number) + " master 1;");
+        bridge.follow(number + " gone;");
     }
-    EXPECT_EQ(present(board), "");
-    EXPECT_EQ(board.interfaces.size(), VANISHED_MAX);
-    EXPECT_EQ(board.interfaces.begin()->first, 2 * VANISHED_MAX);
-    board.plane.destroy(board.plane.state);
+    EXPECT_EQ(present(bridge.board), "");
+    EXPECT_EQ(bridge.board.interfaces.size(), VANISHED_MAX);
+    EXPECT_EQ(bridge.board.interfaces.begin()->first, 2 * VANISHED_MAX);
 }
+
+namespace {
+
+// What becomes of one of seven devices: a bridge, two bonds that may be in it, three ports, a VLAN device.
+std::pair<uint32_t, std::optional<KernelLink>> randomChange(std::mt19937& random, const KernelLinks& links) {
+    const auto pick = [&random](uint32_t limit) { return static_cast<uint32_t>(random() % limit); };
+    const uint32_t index = 1 + pick(7);
+    if (pick(4) == 0) return {index, std::nullopt};
+    static constexpr const char* KINDS[] = {"bridge", "bond", "bond", "", "", "", "vlan"};
+    const uint32_t name = pick(6);
+    KernelLink link;
+    link.kind = KINDS[index - 1];
+    link.name = index == 1 ? (name == 0 ? "br1" : "br0") : "n" + std::to_string(name);
+    for (const auto& [other, taken] : links) {
+        if (other != index && taken.name == link.name) link.name = "m" + std::to_string(index);
+    }
+    link.master = index == 1 || index == 7 ? 0 : index <= 3 ? pick(2) : pick(4);
+    link.lower = index == 7 ? 1 : 0;
+    link.vlanId = index == 7 ? 10 : 0;
+    return {index, link};
+}
+
+}  // namespace
 
 // However changes arrive, one by one or as the difference of two dumps, the picture is the same in the end.
 TEST(LinuxBoard, ComesToTheSamePictureOnEveryWay) {
     std::mt19937 random(1);
-    const auto pick = [&random](uint32_t limit) { return static_cast<uint32_t>(random() % limit); };
     for (const char* listed :
          {"", "interface 71 one slot 1 device n1\ninterface 72 n2 slot 1\ntrunk 73 n3\n"}) {
-        const std::string description = std::string("plane linux\nbridge br0\n") + listed;
-        for (int round = 0; round < 300; round++) {
-            Board boards[2];
-            std::vector<LinuxBoard> followers;
-            for (Board& board : boards) {
-                readBoard(description, "test.conf", board);
-                followers.push_back(linuxBoardOf(board));
-            }
+        for (int round = 0; round < 300; ++round) {
+            BridgeBoard single(listed);
+            BridgeBoard dumped(listed);
             KernelLinks links;
-            for (int change = 0; change < 40; change++) {
-                const uint32_t index = 1 + pick(7);
-                std::optional<KernelLink> link;
-                if (pick(4) != 0) {
-                    const char* kinds[] = {"bridge", "bond", "bond", "", "", "", "vlan"};
-                    link.emplace().kind = kinds[index - 1];
-                    const uint32_t name = pick(6);
-                    link->name = index == 1 ? (name == 0 ? "br1" : "br0") : "n" + std::to_string(name);
-                    for (const auto& [other, taken] : links) {
-                        if (other != index && taken.name == link->name)
-                            link->name = "m" + std::to_string(index);
-                    }
-                    link->master = index == 1 || index == 7 ? 0 : index <= 3 ? pick(2) : pick(4);
-                    link->lower = index == 7 ? 1 : 0;
-                    link->vlanId = index == 7 ? 10 : 0;
-                }
-                followLinks(followers[0], {{index, link}});
+            for (int change = 0; change < 40; ++change) {
+                const auto [index, link] = randomChange(random, links);
+                followLinks(single.linuxBoard, {{index, link}});
                 links.erase(index);
                 if (link) links.emplace(index, *link);
-                if (pick(5) == 0) followLinks(followers[1], linkDifferences(followers[1].links, links));
+                if (change % 5 != 4) continue;
+                followLinks(dumped.linuxBoard, linkDifferences(dumped.linuxBoard.links, links));
             }
-            followLinks(followers[1], linkDifferences(followers[1].links, links));
-            for (Board& board : boards) {
-                for (auto& [number, interface] : board.interfaces)
-                    std::sort(interface.members.begin(), interface.members.end());
+            for (Board* board : {&single.board, &dumped.board}) {
+                for (auto& [number, interface] : board->interfaces) std::ranges::sort(interface.members);
             }
-            ASSERT_EQ(present(boards[0]), present(boards[1])) << description << round;
-            for (Board& board : boards) board.plane.destroy(board.plane.state);
+            ASSERT_EQ(present(single.board), present(dumped.board)) << listed << round;
         }
     }
 }

@@ -3,21 +3,19 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <regex>
 #include <thread>
 
 #include "e2e.h"
 #include "linux_switch.h"
-#include "wire/framing.h"
 
 // Set where a test must not be skipped because something is missing.
 inline constexpr char NO_SKIPPING[] = "PORTISOLATE_TESTS_UNSKIPPED";
 
-#define SKIP_FOR(reason)                                        \
-    do {                                                        \
-        if (getenv(NO_SKIPPING) != nullptr) FAIL() << (reason); \
-        GTEST_SKIP() << (reason);                               \
+#define SKIP_FOR(reason)                                             \
+    do {                                                             \
+        if (std::getenv(NO_SKIPPING) != nullptr) FAIL() << (reason); \
+        GTEST_SKIP() << (reason);                                    \
     } while (false)
 
 // Whether it becomes true, looking again and again for a good while.
@@ -36,8 +34,7 @@ struct LinuxPlaneTest : EndToEnd {
 
     void SetUp() override {
         EndToEnd::SetUp();
-        const std::string problem = enterNetwork();
-        if (!problem.empty()) SKIP_FOR(problem);
+        if (const std::string problem = enterNetwork(); !problem.empty()) SKIP_FOR(problem);
     }
     void TearDown() override {
         EndToEnd::TearDown();
@@ -57,10 +54,9 @@ struct LinuxPlaneTest : EndToEnd {
 
     // Lines of a board verb's answer in which the pattern is found.
     Texts linesWith(const std::string& verb, const std::string& pattern) const {
-        Texts lines;
-        for (const std::string& line : split(boardAnswer(verb), '\n')) {
-            if (std::regex_search(line, std::regex(pattern))) lines.push_back(line);
-        }
+        Texts lines = split(boardAnswer(verb), '\n');
+        std::erase_if(lines,
+                      [&](const std::string& line) { return !std::regex_search(line, std::regex(pattern)); });
         return lines;
     }
     // The same after the daemon has heard of everything that happened.
@@ -68,10 +64,10 @@ struct LinuxPlaneTest : EndToEnd {
         boardAnswer("settle");
         return linesWith(verb, pattern);
     }
-    // The first entry of the plane that is in another state than this one; nothing when there is none.
-    std::string unlike(const std::string& state) const {
-        for (const std::string& line : linesWith("plane show", "^entry "))
-            if (line.find(" state=" + state + " ") == std::string::npos) return line;
-        return {};
+    // Entries of the plane, of which there must be some, that the kernel does not hold as they were asked
+    // for.
+    Texts notHeld() const {
+        EXPECT_FALSE(linesWith("plane show", "^entry ").empty());
+        return linesWith("plane show", "^entry (?!.* state=held )");
     }
 };

@@ -3,6 +3,7 @@
 #include "linux_fixture.h"
 
 namespace {
+
 struct LinuxKernelTest : LinuxPlaneTest {
     // Whether the kernel makes such a device; the test is skipped, else.
     static std::string lacking(const std::string& device) {
@@ -20,12 +21,12 @@ struct LinuxKernelTest : LinuxPlaneTest {
         network.hosts.erase(port);
     }
 };
+
 }  // namespace
 
 TEST_F(LinuxKernelTest, TakesBondsAndTeamsForTrunks) {
     for (const char* kind : {"bond", "team"}) {
-        const std::string reason = lacking(kind);
-        if (!reason.empty()) SKIP_FOR(reason);
+        if (const std::string reason = lacking(kind); !reason.empty()) SKIP_FOR(reason);
     }
     build("plane linux\nbridge br0\n", {"p1", "p2", "p3"});
     ASSERT_EQ(sh("ip link add bond0 type bond mode balance-rr miimon 10 && ip link set bond0 up"), "");
@@ -71,12 +72,11 @@ TEST_F(LinuxKernelTest, TakesBondsAndTeamsForTrunks) {
     EXPECT_EQ(ctlOutput("group list").find("bond0"), std::string::npos);
     network.hosts.erase("bond0");
     EXPECT_EQ(blocked(network), "p1>team0 team0>p1");
-    EXPECT_EQ(unlike("held"), "");
+    EXPECT_EQ(notHeld(), Texts{});
 }
 
 TEST_F(LinuxKernelTest, KnowsTheVlanOfUntaggedFrames) {
-    const std::string reason = lacking("bridge vlan_filtering 1");
-    if (!reason.empty()) SKIP_FOR(reason);
+    if (const std::string reason = lacking("bridge vlan_filtering 1"); !reason.empty()) SKIP_FOR(reason);
     const Texts ports = {"p1", "p2", "p3", "p4", "t1", "t2"};
     build("plane linux\nbridge br0\naccess p1 p2 p3 p4 t1\n", ports, "vlan_filtering 1 vlan_default_pvid 0");
     for (auto& [name, host] : network.hosts) {
@@ -92,10 +92,7 @@ TEST_F(LinuxKernelTest, KnowsTheVlanOfUntaggedFrames) {
     const std::string pon10 = "p1>p2 p1>t1 p2>p1 p2>t1 t1>p1 t1>p2";
     const std::string pon20 = "p3>p4 p3>t1 p4>p3 p4>t1 t1>p3 t1>p4";
     const std::string group = "p1>p2 p1>t1 p1>t2 p2>p1 p2>t1 p2>t2 t1>p1 t1>p2 t1>t2 t2>p1 t2>p2 t2>t1";
-    const struct {
-        const char* said;
-        std::string in10, in20;
-    } steps[] = {
+    const std::tuple<const char*, std::string, std::string> steps[] = {
         {"pon get 10", pon10, pon20},
         {"pon off 20", pon10, "t1>p4"},
         {"pon off 30", pon10, ""},
@@ -104,12 +101,12 @@ TEST_F(LinuxKernelTest, KnowsTheVlanOfUntaggedFrames) {
         {"vlan-group del 6 --vlan 10", "", ""},
         {"group add 5 t1 p1 p3", "p1>t1 t1>p1", "p3>t1 t1>p3"},
     };
-    for (const auto& step : steps) {
-        SCOPED_TRACE(step.said);
-        ctlOutput(step.said);
-        EXPECT_EQ(blocked(network, 10), step.in10);
-        EXPECT_EQ(blocked(network, 20), step.in20);
-        EXPECT_EQ(unlike("held"), "");
+    for (const auto& [said, in10, in20] : steps) {
+        SCOPED_TRACE(said);
+        ctlOutput(said);
+        EXPECT_EQ(blocked(network, 10), in10);
+        EXPECT_EQ(blocked(network, 20), in20);
+        EXPECT_EQ(notHeld(), Texts{});
     }
     // Left over is all that is off; what is switched on again is closed for every way out.
     stop(SIGKILL);

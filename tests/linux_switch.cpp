@@ -17,19 +17,16 @@
 #include <cstring>
 #include <fstream>
 #include <set>
+#include <utility>
 
 namespace {
+
 using Clock = std::chrono::steady_clock;
 constexpr auto PATIENCE = std::chrono::seconds(20);
 constexpr auto ROUND = std::chrono::milliseconds(50);  // of greetings, until all have been heard
 constexpr uint16_t TEST_PROTOCOL = 0x88B5;             // set aside for experiments
 constexpr uint32_t PROBE = 0x70726f62;
 constexpr uint32_t STREAM = 0x73747265;
-
-struct Address {
-    uint8_t bytes[ETH_ALEN];
-};
-constexpr Address EVERYBODY = {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}};
 
 // What a frame carries behind its addresses and its tag, if any; in network order.
 struct Tag {
@@ -41,63 +38,67 @@ struct [[gnu::packed]] Content {
 };
 
 struct Received {
-    uint32_t marker, sequence;
+    uint32_t sequence;
     uint16_t vid;
 };
 
-// Of the hosts, not of their devices: a host with several ends has one.
-Address addressOf(const LinuxSwitch& network, const std::string& host) {
-    const auto index = std::distance(network.hosts.begin(), network.hosts.find(host));
-    return {{0x02, 0, 0, 0, 0, static_cast<uint8_t>(index + 1)}};
+template <typename Record>
+std::string bytesOf(const Record& record) {
+    return {reinterpret_cast<const char*>(&record), sizeof(record)};
 }
 
-std::string makeFrame(const LinuxSwitch& network, const std::string& from, const Address& to, uint16_t vid,
-                      uint32_t marker, uint32_t sequence) {
-    const Address source = addressOf(network, from);
-    const Content content = {htons(TEST_PROTOCOL), marker, sequence};
-    const Tag tag = {htons(ETHERTYPE_VLAN), htons(vid)};
-    std::string frame;
-    const auto append = [&](const void* bytes, size_t size) {
-        frame.append(static_cast<const char*>(bytes), size);
-    };
-    append(&to, sizeof to);
-    append(&source, sizeof source);
-    if (vid != 0 && network.hosts.at(from).access == 0) append(&tag, sizeof tag);
-    append(&content, sizeof content);
+const std::string EVERYBODY(ETH_ALEN, '\xff');
+
+// Of the hosts, not of their devices: a host with several ends has one.
+std::string addressOf(const LinuxSwitch& network, const std::string& host) {
+    const auto index = std::distance(network.hosts.begin(), network.hosts.find(host));
+    return std::string("\x02\0\0\0\0", ETH_ALEN - 1) + static_cast<char>(index + 1);
+}
+
+std::string makeFrame(const LinuxSwitch& network, const std::string& from, const std::string& to,
+                      uint16_t vid, uint32_t marker, uint32_t sequence) {
+    std::string frame = to + addressOf(network, from);
+    if (vid != 0 && network.hosts.at(from).access == 0) {
+        frame += bytesOf(Tag{htons(ETHERTYPE_VLAN), htons(vid)});
+    }
+    frame += bytesOf(Content{htons(TEST_PROTOCOL), marker, sequence});
     frame.resize(ETH_ZLEN);
     return frame;
 }
 
-void sendFrame(const LinuxSwitch& network, const std::string& from, const Address& to, uint16_t vid,
+void sendFrame(const LinuxSwitch& network, const std::string& from, const std::string& to, uint16_t vid,
                uint32_t marker, uint32_t sequence) {
     const std::string frame = makeFrame(network, from, to, vid, marker, sequence);
     // One that cannot leave just now does not arrive, which is seen.
-    for (const int fd : network.hosts.at(from).sockets)
+    for (const int fd : network.hosts.at(from).sockets) {
         (void)!send(fd, frame.data(), frame.size(), MSG_DONTWAIT);
+    }
 }
 
-// The next frame of ours that waits; false when there is none.
-bool receiveFrame(int fd, Received& received) {
+// The next probe that waits at one end of a host; false when there is none. Frames of streams are counted.
+bool receiveProbe(SwitchHost& host, int fd, Received& received) {
     while (true) {
         uint8_t frame[ETH_FRAME_LEN];
         char control[CMSG_SPACE(sizeof(tpacket_auxdata))];
-        iovec space = {frame, sizeof frame};
+        iovec space = {frame, sizeof(frame)};
         msghdr message = {};
         message.msg_iov = &space;
         message.msg_iovlen = 1;
         message.msg_control = control;
-        message.msg_controllen = sizeof control;
+        message.msg_controllen = sizeof(control);
         const ssize_t got = recvmsg(fd, &message, MSG_DONTWAIT);
         if (got < 0) return false;
         Content content = {};
-        if (got < static_cast<ssize_t>(ETH_HLEN - sizeof content.protocol + sizeof content)) continue;
-        memcpy(&content, frame + 2 * ETH_ALEN, sizeof content);
+        if (got < static_cast<ssize_t>(ETH_HLEN - sizeof(content.protocol) + sizeof(content))) continue;
+        std::memcpy(&content, frame + 2 * ETH_ALEN, sizeof(content));
         if (content.protocol != htons(TEST_PROTOCOL)) continue;
-        received = {content.marker, content.sequence, 0};
+        host.streams += content.marker == STREAM ? 1 : 0;
+        if (content.marker != PROBE) continue;
+        received = {content.sequence, 0};
         for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
             tpacket_auxdata data;
             if (part->cmsg_level != SOL_PACKET || part->cmsg_type != PACKET_AUXDATA) continue;
-            memcpy(&data, CMSG_DATA(part), sizeof data);
+            std::memcpy(&data, CMSG_DATA(part), sizeof(data));
             if ((data.tp_status & TP_STATUS_VLAN_VALID) != 0) received.vid = data.tp_vlan_tci & 0xfff;
         }
         return true;
@@ -118,9 +119,8 @@ bool gather(LinuxSwitch& network, uint16_t vid, const Arrivals& wanted, Clock::t
         for (auto& [name, host] : network.hosts) {
             Received received = {};
             for (const int fd : host.sockets) {
-                while (receiveFrame(fd, received)) {
-                    const bool fits = received.marker == PROBE && takesPart(host, vid) &&
-                                      received.vid == (host.access == 0 ? vid : 0);
+                while (receiveProbe(host, fd, received)) {
+                    const bool fits = takesPart(host, vid) && received.vid == (host.access == 0 ? vid : 0);
                     if (fits) arrived.emplace(received.sequence, name);
                 }
                 polled.push_back({fd, POLLIN, 0});
@@ -148,19 +148,15 @@ std::string settle(LinuxSwitch& network, uint16_t vid) {
             if (!takesPart(host, vid)) continue;
             const uint32_t sequence = nextSequence();
             sendFrame(network, name, EVERYBODY, vid, PROBE, sequence);
-            if (name != WITNESS) wanted.emplace(sequence, WITNESS);
             for (const auto& [other, receiver] : network.hosts) {
-                const bool hears = name == WITNESS && other != WITNESS && takesPart(receiver, vid);
-                if (hears) wanted.emplace(sequence, other);
+                const bool greets = (name == WITNESS) != (other == WITNESS);
+                if (greets && takesPart(receiver, vid)) wanted.emplace(sequence, other);
             }
         }
         if (gather(network, vid, wanted, Clock::now() + ROUND, arrived)) return {};
         if (Clock::now() < deadline) continue;
-        std::string missing = "unheard:";
-        for (const auto& want : wanted) {
-            if (!arrived.contains(want)) missing += " by " + want.second;
-        }
-        return missing;
+        std::erase_if(wanted, [&](const auto& want) { return arrived.contains(want); });
+        return "unheard by " + wanted.begin()->second;
     }
 }
 
@@ -171,10 +167,10 @@ struct OnOneProcessor {
         cpu_set_t one;
         CPU_ZERO(&one);
         CPU_SET(static_cast<size_t>(sched_getcpu()), &one);
-        sched_getaffinity(0, sizeof before, &before);
-        sched_setaffinity(0, sizeof one, &one);
+        sched_getaffinity(0, sizeof(before), &before);
+        sched_setaffinity(0, sizeof(one), &one);
     }
-    ~OnOneProcessor() { sched_setaffinity(0, sizeof before, &before); }
+    ~OnOneProcessor() { sched_setaffinity(0, sizeof(before), &before); }
 };
 
 int openEnd(const std::string& device) {
@@ -184,31 +180,35 @@ int openEnd(const std::string& device) {
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(ETH_P_ALL);
     address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
-    if (fd >= 0 && setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) == 0 &&
-        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) == 0 &&
-        bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+    if (fd >= 0 && setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)) == 0 &&
+        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof(on)) == 0 &&
+        bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
         return fd;
+    }
     close(fd);
     return -1;
 }
+
 }  // namespace
 
 std::string sh(const std::string& command) {
     FILE* output = popen(("exec 2>&1; " + command).c_str(), "r");
-    if (output == nullptr) return strerror(errno);
+    if (output == nullptr) return std::strerror(errno);
     std::string text;
     char piece[512];
-    while (const size_t got = fread(piece, 1, sizeof piece, output)) text.append(piece, got);
+    while (const size_t got = std::fread(piece, 1, sizeof(piece), output)) text.append(piece, got);
     const int status = pclose(output);
     return status == 0 ? "" : command + ": " + (text.empty() ? "failed" : text);
 }
 
 std::string enterNetwork() {
-    if (unshare(CLONE_NEWNET) != 0)
-        return std::string("a network namespace cannot be made: ") + strerror(errno);
+    if (unshare(CLONE_NEWNET) != 0) {
+        return std::string("a network namespace cannot be made: ") + std::strerror(errno);
+    }
     // Nothing is to be sent but by the tests.
-    for (const char* of : {"all", "default"})
+    for (const char* of : {"all", "default"}) {
         std::ofstream(std::string("/proc/sys/net/ipv6/conf/") + of + "/disable_ipv6") << 1;
+    }
     return {};
 }
 
@@ -227,7 +227,7 @@ std::string addEnd(LinuxSwitch& network, const std::string& host, const std::str
         sh("ip link add " + port + " up type veth peer name h" + port + " && ip link set h" + port + " up");
     if (!problem.empty()) return problem;
     const int fd = openEnd("h" + port);
-    if (fd < 0) return "h" + port + ": " + strerror(errno);
+    if (fd < 0) return "h" + port + ": " + std::strerror(errno);
     network.hosts[host].sockets.push_back(fd);
     return {};
 }
@@ -272,9 +272,7 @@ std::string blocked(LinuxSwitch& network, uint16_t vid) {
     }
     const uint32_t witness = nextSequence();
     sendFrame(network, WITNESS, EVERYBODY, vid, PROBE, witness);
-    for (const auto& [name, host] : network.hosts) {
-        if (name != WITNESS && takesPart(host, vid)) wanted.emplace(witness, name);
-    }
+    for (const Probe& probe : probes) wanted.emplace(witness, probe.to);
     if (!gather(network, vid, wanted, Clock::now() + PATIENCE, arrived)) return "the witness is not heard";
     for (const Probe& probe : probes) {
         const bool unicast = arrived.contains({probe.unicast, probe.to});
@@ -297,11 +295,11 @@ void sendStream(const LinuxSwitch& network, const std::string& from) {
     }
 }
 
-uint32_t heardOfStreams(const LinuxSwitch& network, const std::string& host) {
-    uint32_t heard = 0;
+uint32_t heardOfStreams(LinuxSwitch& network, const std::string& name) {
+    SwitchHost& host = network.hosts.at(name);
     Received received = {};
-    for (const int fd : network.hosts.at(host).sockets) {
-        while (receiveFrame(fd, received)) heard += received.marker == STREAM;
+    for (const int fd : host.sockets) {
+        while (receiveProbe(host, fd, received)) continue;
     }
-    return heard;
+    return std::exchange(host.streams, 0);
 }

@@ -19,6 +19,7 @@ inline constexpr char WITNESS[] = "w";
 struct SwitchHost {
     std::vector<int> sockets;  // one on each of its ends; what it sends leaves by all of them
     uint16_t access = 0;       // the VLAN that its port takes the tag off; 0: it sends and hears tags itself
+    uint32_t streams = 0;      // frames of streams that came and were not asked for yet
 };
 
 struct LinuxSwitch {
@@ -47,5 +48,5 @@ std::string blocked(LinuxSwitch& network, uint16_t vid = 0);
 // Frames of a stream from one host to all others, to each and to all at once, and how many of streams have
 // come to a host since it was last asked.
 void sendStream(const LinuxSwitch& network, const std::string& from);
-uint32_t heardOfStreams(const LinuxSwitch& network, const std::string& host);
+uint32_t heardOfStreams(LinuxSwitch& network, const std::string& host);
 std::string streamFrame(const LinuxSwitch& network, const std::string& from, const std::string& to);

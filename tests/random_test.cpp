@@ -1,46 +1,12 @@
-// Random requests and events, with what must hold after each of them. A failure names its seed;
-// PORTISOLATE_SEED=N runs that one alone.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <random>
-
-#include "daemon/base/state.h"
-#include "daemon/tables/groups.h"
-#include "daemon/tables/pairs.h"
-#include "platform/hardware.h"
-#include "platform/route_messages.h"
-#include "tests/fake_platform.h"
+// Random requests and events, with what must hold after each of them.
+#include "tests/daemon_driver.h"
+#include "tests/dice.h"
 #include "tests/invariants.h"
 
 namespace {
 
 constexpr uint32_t RUNS = 120;
 constexpr uint32_t STEPS = 150;
-
-std::mt19937 dice;
-
-uint32_t roll(uint32_t below) {
-    return static_cast<uint32_t>(dice() % below);
-}
-
-template <typename Value>
-Value pick(const std::vector<Value>& values) {
-    return values[roll(static_cast<uint32_t>(values.size()))];
-}
-
-template <typename Check>
-void everyRun(Check check) {
-    const char* chosen = std::getenv("PORTISOLATE_SEED");
-    const uint32_t first = chosen != nullptr ? static_cast<uint32_t>(std::atoi(chosen)) : 1;
-    const uint32_t last = chosen != nullptr ? first : RUNS;
-    for (uint32_t seed = first; seed <= last && !testing::Test::HasFailure(); ++seed) {
-        SCOPED_TRACE("PORTISOLATE_SEED=" + std::to_string(seed));
-        dice.seed(seed);
-        check();
-    }
-    fake.fault = nullptr;
-}
 
 const std::vector<uint32_t> UNITS = {1, 2, 3, 4, 5, 21, 22, 31, 100, 200, 300};
 const std::vector<uint32_t> ROW_VALUES = {ROW_ACTIVATE, ROW_ACTIVATE, ROW_CREATE, ROW_CREATE,
@@ -49,62 +15,36 @@ const std::vector<uint32_t> ROW_VALUES = {ROW_ACTIVATE, ROW_ACTIVATE, ROW_CREATE
 Bytes randomEvent() {
     const uint32_t unit = pick(UNITS);
     const uint32_t port = pick(UNITS);
-    switch (roll(9)) {
-        case 0:
-            return linkMessage(DAX_RTM_NEWLINK, unit, RT_CHANGE_REGISTER);
-        case 1:
-            return linkMessage(DAX_RTM_NEWLINK, unit, 0, attribute(DAX_RTA_TRUNK_JOIN, 0));
-        case 2:
-            return linkMessage(DAX_RTM_NEWLINK, 100, 0, attribute(DAX_RTA_MEMBER_ADD, port));
-        case 3:
-            return linkMessage(DAX_RTM_NEWLINK, 100, 0, attribute(DAX_RTA_MEMBER_DEL, port));
-        case 4:
-            return linkMessage(DAX_RTM_DELLINK, pick<uint32_t>({unit, 1010, 1020, 5095}));
-        case 5:
-            return linkMessage(DAX_RTM_IF_RESET, unit);
-        case 6:
-            return roll(4) == 0 ? plainMessage(DAX_RTM_RESET) : plainMessage(DAX_RTM_SERIAL_SYNC);
-        case 7:
-            return plainMessage(DAX_RTM_CARD_UP, Bytes(16));
-        default: {
-            Bytes rubbish = linkMessage(DAX_RTM_NEWLINK, unit, 0, attribute(DAX_RTA_MEMBER_ADD, port));
-            for (int i = 0; i < 3; ++i) rubbish[roll(56)] = static_cast<uint8_t>(dice());
-            return rubbish;
-        }
-    }
+    Bytes rubbish = linkMessage(DAX_RTM_NEWLINK, unit, 0, attribute(DAX_RTA_MEMBER_ADD, port));
+    for (int i = 0; i < 3; ++i) rubbish[roll(56)] = static_cast<uint8_t>(dice());
+    return pick<Bytes>({rubbish, linkMessage(DAX_RTM_NEWLINK, unit, RT_CHANGE_REGISTER),
+                        linkMessage(DAX_RTM_NEWLINK, unit, 0, attribute(DAX_RTA_TRUNK_JOIN, 0)),
+                        linkMessage(DAX_RTM_NEWLINK, 100, 0, attribute(DAX_RTA_MEMBER_ADD, port)),
+                        linkMessage(DAX_RTM_NEWLINK, 100, 0, attribute(DAX_RTA_MEMBER_DEL, port)),
+                        linkMessage(DAX_RTM_DELLINK, pick<uint32_t>({unit, 1010, 1020, 5095})),
+                        linkMessage(DAX_RTM_IF_RESET, unit),
+                        plainMessage(roll(4) == 0 ? DAX_RTM_RESET : DAX_RTM_SERIAL_SYNC),
+                        plainMessage(DAX_RTM_CARD_UP, Bytes(16))});
 }
 
 void randomStep() {
     const uint32_t value = pick(ROW_VALUES);
-    switch (roll(6)) {
-        case 0:
-        case 1:
-            groupSet(value, pick(UNITS), roll(6));
-            break;
-        case 2:
-            vlanGroupSet(value, pick(UNITS), roll(6), pick<uint32_t>({0, 10, 20}));
-            break;
-        case 3:
-            pairSet(value, pick(UNITS), pick(UNITS));
-            break;
-        case 4:
-            ponSet(pick<uint32_t>({0, 10, 20, 4095, 4096}), roll(4));
-            break;
-        default:
-            deliver(randomEvent());
-            break;
-    }
+    const uint32_t kind = roll(6);
+    if (kind < 2) groupSet(value, pick(UNITS), roll(6));
+    if (kind == 2) vlanGroupSet(value, pick(UNITS), roll(6), pick<uint32_t>({0, 10, 20}));
+    if (kind == 3) pairSet(value, pick(UNITS), pick(UNITS));
+    if (kind == 4) ponSet(pick<uint32_t>({0, 10, 20, 4095, 4096}), roll(4));
+    if (kind == 5) deliver(randomEvent());
 }
 
 TEST(Random, StructureHoldsUnderFaults) {
-    everyRun([] {
-        ASSERT_EQ(startDaemon({{"portisolate.maxifnum", std::to_string(3 + roll(8))},
-                               {"portisolate.maxisogrpnum", std::to_string(1 + roll(12))},
-                               {"portisolate.maxifnumpergrp", std::to_string(1 + roll(4))},
-                               {"portisolate.srcaggtoport", std::to_string(roll(2))},
-                               {"portisolate.dstaggtoport", std::to_string(roll(2))},
-                               {"portisolate.supportserial", pick<std::string>({"t", "f"})}}),
-                  0);
+    everySeed(RUNS, [] {
+        Options options = trunkSwitches(roll(2) != 0, roll(2) != 0);
+        options["maxifnum"] = std::to_string(3 + roll(8));
+        options["maxisogrpnum"] = std::to_string(1 + roll(12));
+        options["maxifnumpergrp"] = std::to_string(1 + roll(4));
+        options["supportserial"] = pick<std::string>({"t", "f"});
+        ASSERT_EQ(startDaemon(options), 0);
         for (const uint32_t unit : UNITS) fake.interfaces[unit].ability = pick<uint32_t>({1, 1, 2, 3});
         const uint32_t faultsIn = pick<uint32_t>({4, 20, 1000});
         fake.fault = [=](const std::string&) { return roll(faultsIn) == 0 ? 5 : 0; };
@@ -116,45 +56,83 @@ TEST(Random, StructureHoldsUnderFaults) {
     });
 }
 
-using Claims = std::map<std::pair<uint32_t, uint32_t>, std::set<uint32_t>>;
+using PortPair = std::pair<uint32_t, uint32_t>;
+using Claims = std::map<PortPair, std::set<uint32_t>>;  // the groups that need each pair of ports
 
-std::vector<uint32_t> portsOf(uint32_t unit) {
-    const auto found = fake.interfaces.find(unit);
-    if (found == fake.interfaces.end() || (found->second.flags & DAX_IF_FLAG_TRUNK) == 0) return {unit};
-    return found->second.members;
+bool isMemberPort(uint32_t unit) {
+    return (fake.interfaces[unit].flags & DAX_IF_FLAG_TRUNK_MEMBER) != 0;
 }
 
-// The groups that need each pair of ports, as the rows of one group table say.
+std::vector<uint32_t> portsOf(uint32_t unit, bool expand = true) {
+    const FakeInterface& interface = fake.interfaces[unit];
+    return expand && (interface.flags & DAX_IF_FLAG_TRUNK) != 0 ? interface.members : std::vector{unit};
+}
+
+// Under one switch a pair of members comes to two commands, under both or none to one, the lower port first.
 template <typename Entry>
 void addClaims(Claims& claims) {
-    ListNode* head = groupList(static_cast<Entry*>(nullptr));
-    for (Entry* a = listFirst<Entry>(head); a != nullptr; a = listNext(head, a)) {
-        for (Entry* b = groupNext(a); b != nullptr; b = groupNext(b)) {
-            for (const uint32_t x : portsOf(a->ifUnit)) {
-                for (const uint32_t y : portsOf(b->ifUnit)) claims[std::minmax(x, y)].insert(a->isoGrpNo);
+    const bool src = gPortIsoInfo.isSrcTrunkToPort != 0;
+    const bool dst = gPortIsoInfo.isDstTrunkToPort != 0;
+    const auto members = rowsOf(groupTable<Entry>());
+    for (const Entry* a : members) {
+        for (const Entry* b : members) {
+            if (a == b || a->isoGrpNo != b->isoGrpNo) continue;
+            for (const uint32_t x : portsOf(a->ifUnit, src)) {
+                for (const uint32_t y : portsOf(b->ifUnit, dst)) {
+                    claims[src == dst ? PortPair(std::minmax(x, y)) : PortPair(x, y)].insert(a->isoGrpNo);
+                }
             }
         }
     }
 }
 
-// With every member active, both switches on and no fault, rows and hardware are exactly what the groups
-// need.
-void checkClaims() {
+// With every member and pair active and no fault, rows and hardware are exactly what groups and pairs need.
+// Left out are self isolations, which only groups of one member with both switches off have.
+void checkHardware() {
     Claims claims;
     addClaims<PortIsolateIfGrpEntry>(claims);
     addClaims<PortIsolateIfVlanGrpEntry>(claims);
-    std::set<std::pair<uint32_t, uint32_t>> needed;
-    for (const auto& [ports, groups] : claims) {
-        needed.insert(ports);
-        const PortIsolateIfInnerEntry* entry = portIsolateIfInnerEntryGet(ports.first, ports.second);
-        ASSERT_NE(entry, nullptr) << ports.first << " " << ports.second;
-        for (uint32_t grp = 1; grp <= gPortIsoInfo.maxIsoGrpNum; ++grp) {
-            EXPECT_EQ(bitListTest(entry->ref, grp - 1), groups.count(grp) != 0 ? 1 : 0);
+    Claims rows;
+    for (const auto* row : rowsOf(INNER_TABLE)) {
+        for (uint32_t grp = 1; row->src != row->dst && grp <= gPortIsoInfo.maxIsoGrpNum; ++grp) {
+            if (bitListTest(row->ref, grp - 1) != 0) rows[{row->src, row->dst}].insert(grp);
         }
     }
-    EXPECT_EQ(checkedRows<PortIsolateIfInnerEntry>(&gPortIsoInfo.ifInnerList),
-              static_cast<int64_t>(needed.size()));
-    EXPECT_EQ(fake.bi, needed);
+    EXPECT_EQ(rows, claims);
+    UnitPairs bi, uni;
+    for (const auto& [pair, groups] : claims) bi.insert(pair);
+    for (const PortPair& pair : fake.bi) {
+        if (pair.first == pair.second) bi.insert(pair);
+    }
+    EXPECT_EQ(fake.bi, bi);
+    for (const auto* row : rowsOf(PAIR_TABLE)) {
+        for (const uint32_t x : portsOf(row->src, gPortIsoInfo.isSrcTrunkToPort != 0)) {
+            for (const uint32_t y : portsOf(row->dst)) uni.insert({x, y});
+        }
+    }
+    EXPECT_EQ(fake.uni, uni);
+}
+
+bool isIn(uint32_t unit, uint32_t grp) {
+    return portIsolateIfGrpEntryGet(unit, grp) != nullptr;
+}
+
+int32_t joinStatus(uint32_t unit, uint32_t grp) {
+    if (isMemberPort(unit)) return STATUS_NOT_SUPPORTED;
+    for (const auto* pair : rowsOf(PAIR_TABLE)) {
+        const bool joins =
+            pair->src == unit ? isIn(pair->dst, grp) : pair->dst == unit && isIn(pair->src, grp);
+        if (joins) return STATUS_PAIR_IN_GROUP;
+    }
+    return STATUS_OK;
+}
+
+int32_t pairStatus(uint32_t src, uint32_t dst) {
+    if (src == dst || isMemberPort(src) || isMemberPort(dst)) return STATUS_NOT_SUPPORTED;
+    for (uint32_t grp = 1; grp <= 4; ++grp) {
+        if (isIn(src, grp) && isIn(dst, grp)) return STATUS_PAIR_SHARES_GROUP;
+    }
+    return STATUS_OK;
 }
 
 // A port of the device moves into a trunk or out of it, with the messages that the platform sends.
@@ -169,7 +147,7 @@ void moveMember() {
         return;
     }
     const uint32_t port = pick<uint32_t>({1, 2, 3, 4, 21, 22, 31, 32, 33});
-    if (fake.interfaces[port].flags != 0) return;
+    if (isMemberPort(port)) return;
     fake.interfaces[port].flags = DAX_IF_FLAG_TRUNK_MEMBER;
     members.push_back(port);
     deliver(linkMessage(DAX_RTM_NEWLINK, port, 0, attribute(DAX_RTA_TRUNK_JOIN, 0)) +
@@ -179,46 +157,60 @@ void moveMember() {
 const std::vector<uint32_t> GROUP_UNITS = {1, 2, 3, 4, 21, 31, 100, 200, 300};
 const std::vector<uint32_t> VLAN_GROUP_UNITS = {5, 6, 7, 8};  // not those of plain groups
 
-void orderlyStep() {
-    switch (roll(8)) {
-        case 0:
-        case 1:
-        case 2:
-            EXPECT_GE(groupJoin(pick(GROUP_UNITS), 1 + roll(4)), 0);
-            break;
-        case 3:
-            EXPECT_EQ(groupSet(ROW_DESTROY, pick(GROUP_UNITS), 1 + roll(4)), 0);
-            break;
-        case 4:
-            EXPECT_GE(vlanGroupJoin(pick(VLAN_GROUP_UNITS), 5 + roll(2), 10), 0);
-            break;
-        case 5:
-            EXPECT_EQ(vlanGroupSet(ROW_DESTROY, pick(VLAN_GROUP_UNITS), 5 + roll(2), 10), 0);
-            break;
-        case 6:
-            deliver(linkMessage(pick<uint16_t>({DAX_RTM_DELLINK, DAX_RTM_IF_RESET}), pick(GROUP_UNITS)));
-            break;
-        default:
-            moveMember();
-            break;
-    }
+// With both switches off a one-way pair does not follow what becomes of its trunk: there only ports are
+// paired.
+uint32_t pickPaired() {
+    const bool any = gPortIsoInfo.isSrcTrunkToPort != 0 || gPortIsoInfo.isDstTrunkToPort != 0;
+    return any ? pick(GROUP_UNITS) : pick<uint32_t>({1, 2, 3, 4});
 }
 
-TEST(Random, RowsAndHardwareAreWhatTheGroupsNeed) {
-    everyRun([] {
-        ASSERT_EQ(startDaemon({{"portisolate.supportserial", pick<std::string>({"t", "f"})}}), 0);
+void orderlyStep() {
+    const uint32_t unit = pick(GROUP_UNITS);
+    const uint32_t grp = 1 + roll(4);
+    const uint32_t vlanUnit = pick(VLAN_GROUP_UNITS);
+    const uint32_t vlanGrp = 5 + roll(2);
+    const uint32_t src = pickPaired();
+    const uint32_t dst = pickPaired();
+    const uint32_t kind = roll(10);
+    const int32_t expected = kind < 3 ? joinStatus(unit, grp) : kind == 6 ? pairStatus(src, dst) : STATUS_OK;
+    int32_t status = STATUS_OK;
+    if (kind < 3) status = groupJoin(unit, grp);
+    if (kind == 3) status = groupSet(ROW_DESTROY, unit, grp);
+    if (kind == 4) status = vlanGroupJoin(vlanUnit, vlanGrp, 10);
+    if (kind == 5) status = vlanGroupSet(ROW_DESTROY, vlanUnit, vlanGrp, 10);
+    if (kind == 6) status = pairJoin(src, dst);
+    if (kind == 7) status = pairSet(ROW_DESTROY, src, dst);
+    if (kind == 8) deliver(linkMessage(pick<uint16_t>({DAX_RTM_DELLINK, DAX_RTM_IF_RESET}), unit));
+    if (kind == 9) moveMember();
+    EXPECT_EQ(status, expected) << kind;
+}
+
+TEST(Random, RowsAndHardwareAreWhatGroupsAndPairsNeed) {
+    everySeed(RUNS, [] {
+        const bool src = roll(2) != 0;
+        const bool dst = roll(2) != 0;
+        Options options = trunkSwitches(src, dst);
+        options["supportserial"] = pick<std::string>({"t", "f"});
+        ASSERT_EQ(startDaemon(options), 0);
         for (uint32_t step = 0; step < STEPS && !testing::Test::HasFailure(); ++step) {
             orderlyStep();
             checkTables();
-            checkClaims();
+            checkHardware();
         }
+        for (const uint32_t unit : GROUP_UNITS) {
+            for (const uint32_t target : GROUP_UNITS) EXPECT_EQ(pairSet(ROW_DESTROY, unit, target), 0);
+        }
+        // An interface whose pairs ended with their other ends is still in use until it leaves something
+        // itself.
+        for (const uint32_t unit : GROUP_UNITS) groupJoin(unit, 1);
         for (const uint32_t unit : GROUP_UNITS) {
             for (uint32_t grp = 1; grp <= 4; ++grp) EXPECT_EQ(groupSet(ROW_DESTROY, unit, grp), 0);
         }
         for (const uint32_t unit : VLAN_GROUP_UNITS) {
             for (uint32_t grp = 5; grp <= 6; ++grp) EXPECT_EQ(vlanGroupSet(ROW_DESTROY, unit, grp, 10), 0);
         }
-        EXPECT_TRUE(fake.bi.empty());
+        checkHardware();
+        if (!src && !dst) return;  // a self isolation may outlive its group
         for (const auto& [pool, inUse] : fake.poolsInUse) EXPECT_EQ(inUse, 0) << pool;
         for (uint32_t i = 0; i < gPortIsoInfo.maxPortNum; ++i) EXPECT_EQ(gPortIsoInfo.serialTable[i], 0u);
     });

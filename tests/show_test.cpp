@@ -1,11 +1,7 @@
 // The printouts, text by text.
 #include "daemon/show/show.h"
 
-#include <gtest/gtest.h>
-
-#include "daemon/base/state.h"
-#include "daemon/tables/pairs.h"
-#include "tests/fake_platform.h"
+#include "tests/daemon_driver.h"
 
 namespace {
 
@@ -16,7 +12,7 @@ std::string printed(void (*show)()) {
 }
 
 TEST(Show, EveryTable) {
-    ASSERT_EQ(startDaemon({{"portisolate.maxifnum", "3"}, {"portisolate.supportserial", "t"}}), 0);
+    ASSERT_EQ(startDaemon({{"maxifnum", "3"}, {"supportserial", "t"}}), 0);
     char mutex[32];
     std::snprintf(mutex, sizeof(mutex), "%p", gPortIsoInfo.mutex);
     const std::string global =
@@ -54,7 +50,7 @@ TEST(Show, EveryTable) {
     EXPECT_EQ(printed(portIsolatePortShow),
               "\r\n[PORT-ISOLATE] port info:\n\r  ifUnit:1\r\n  ifUnit:2\r\n  ifUnit:4\r\n");
 
-    ASSERT_EQ(startDaemon({{"portisolate.maxisogrpnum", "200"}}), 0);
+    ASSERT_EQ(startDaemon({{"maxisogrpnum", "200"}}), 0);
     pairSet(ROW_CREATE, 1, 7);
     std::string line;
     for (int i = 0; i < 16; ++i) line += "00 ";

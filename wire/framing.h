@@ -10,23 +10,19 @@ inline constexpr char ROUTE_SOCKET_PATH[] = "/tmp/portisolateroute.socket";
 inline constexpr char SHELL_SOCKET_PATH[] = "/tmp/portisolateshell.socket";
 inline constexpr char BOARD_SOCKET_PATH[] = "/tmp/portisolateboard.socket";
 
-// Command socket (stream). All words are u32 in the host's byte order:
+// Command socket (stream). All words are u32 in the host's byte order, all lengths in bytes:
 //   request: length (of what follows) | opcode | column | index length | index | value length | value
 //   reply:   length (of what follows) | status (i32) | index length | index | value length | value
-// Set and sync send the value; get sends no value bytes, its value length is the capacity that it offers. An
-// index or value of length 0 reaches the handler as a null address. Get first and get next answer the key in
-// `index`. A VLAN id is a 4-byte index. Many requests may be sent ahead; replies come in the order of the
-// requests.
+// Opcodes and the shapes of their requests are in wire/operations.h, statuses in wire/status.h. Set and sync
+// send the value; get sends no value bytes, its value length is the capacity that it offers. An index or
+// value of length 0 reaches the handler as a null address. Get first and get next answer the key in `index`.
+// A VLAN id is a 4-byte index. Many requests may be sent ahead; replies come in the order of the requests. A
+// `length` outside the two bounds below ends the connection; whatever else is wrong is answered with a
+// status.
 inline constexpr uint32_t COMMAND_FRAME_MAX = 8192;  // largest `length` of a request
-inline constexpr uint32_t COMMAND_WORDS_MIN =
-    16;  // smallest `length` of a request that can be read: four words
+inline constexpr uint32_t COMMAND_WORDS_MIN = 16;    // smallest: the four words
 inline constexpr uint32_t COMMAND_VALUE_MAX =
-    2048;  // largest index or value, and largest capacity that is honoured
-
-// Statuses of the server itself, for requests that reach no handler.
-inline constexpr int32_t COMMAND_STATUS_NO_HANDLER = 0x03E80003;  // opcode 0 or beyond the operation table
-inline constexpr int32_t COMMAND_STATUS_BAD_FRAME = 0x03E80004;   // lengths inside the frame do not add up
-inline constexpr int32_t COMMAND_STATUS_BAD_LENGTH = 0x03E80005;  // an index or value of the wrong size
+    2048;  // largest index or value; a larger capacity counts as this
 
 // Route socket (datagram): u32 event group in the host's byte order, then the route messages.
 //

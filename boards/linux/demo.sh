@@ -1,19 +1,19 @@
-# Sourced by demo.sh, which offers `say` and `start_daemon`, and the programs in PATH: a switch of the kernel with four
-# hosts, all in network namespaces that end with the demonstration, and what becomes of their pings when ports are
-# isolated.
+# Sourced by demo.sh, which provides `say` and `start_daemon` and has the programs in PATH. Builds a bridge of the
+# kernel with four hosts, all in network namespaces that end with the demonstration, and shows what happens to their
+# pings when ports are isolated.
 
-# Why there can be no namespaces; nothing when there can.
+# Prints why there can be no namespaces, or nothing when there can be.
 namespaces_missing() {
     export -f start_daemon
     unshare --net --mount true 2>&1
 }
 
-# demo_linux FOLDER DESCRIPTION: the folder is empty and the caller's to remove; DESCRIPTION is boards/linux. The kernel
-# takes the switch away with the process that holds its namespaces, however it ends.
+# demo_linux FOLDER DESCRIPTION: FOLDER is empty, and the caller removes it; DESCRIPTION is boards/linux. The kernel
+# removes the bridge together with the process that holds its namespaces, however that ends.
 demo_linux() {
     local missing
     if ! missing=$(namespaces_missing); then
-        echo "demo.sh linux: needs network namespaces, which take root: $missing" >&2
+        echo "demo.sh linux: needs network namespaces, and these need root: $missing" >&2
         return 1
     fi
     export -f start_daemon
@@ -23,7 +23,7 @@ demo_linux() {
 
 build_switch() {
     local i tries
-    mount -t tmpfs hosts /run  # the names of the hosts' namespaces, seen by nobody else
+    mount -t tmpfs hosts /run  # for the names of the hosts' namespaces, visible only here
     ip link set lo up
     ip link add br0 type bridge
     ip link set br0 up
@@ -34,7 +34,7 @@ build_switch() {
         ip -n "h$i" address add "10.0.0.$i/24" dev eth0
         ip -n "h$i" link set eth0 up
     done
-    # A port forwards a moment after its cable is plugged.
+    # A port begins to forward a moment after it is up.
     for i in 2 3 4; do
         for ((tries = 0; tries < 30; tries++)); do
             ! ip netns exec h1 ping -q -c 1 -W 1 "10.0.0.$i" >/dev/null || break
@@ -48,7 +48,7 @@ ping_host() {
     echo $answer >"$root/ping$1$2"
 }
 
-# pings EXPECTED: every host pings every other; o an answer, x none. EXPECTED has the rows in a line.
+# pings EXPECTED: every host pings every other; o is an answer, x none. EXPECTED has all rows in one line.
 pings() {
     local i j got=
     for i in 1 2 3 4; do
@@ -83,7 +83,7 @@ switch_session() {
     mkdir -p "$root/tmp" "$root/etc/portisolate"
     cp "$2"/*.conf "$root/etc/portisolate/"
 
-    say "a bridge with the ports p1 to p4, a host behind each; the daemon beside it"
+    say "a bridge with the ports p1 to p4, a host behind each of them, and the daemon"
     build_switch
     start_daemon "$root"
     daemon=$started
@@ -95,16 +95,16 @@ switch_session() {
     run matrix
     pings "$isolated"
 
-    say "what the kernel holds of it, and what it has dropped"
+    say "what the kernel holds, and what it has dropped"
     run plane show
 
-    say "the daemon is killed: what it isolated stays isolated"
+    say "the daemon is killed: what it has isolated stays isolated"
     portisolatectl export >"$root/running"
     kill -KILL "$daemon"
     wait "$daemon" 2>/dev/null || true
     pings "$isolated"
 
-    say "it starts again, knowing nothing, and is given the configuration that ran"
+    say "it starts again with empty tables, and the saved configuration is applied"
     start_daemon "$root"
     daemon=$started
     run plane show
@@ -116,5 +116,5 @@ switch_session() {
     run group del 5
     pings "$open"
     kill "$daemon"
-    say "all is open again; the switch ends with the daemon"
+    say "nothing is isolated any more; the bridge is removed with the daemon"
 }

@@ -1,7 +1,8 @@
-# Sourced by demo.sh, which offers `say` and `start_daemon`, and the programs in PATH: two control boards on one machine, each with a
-# root of its own below the folder given, what stands on both, and what becomes of it when one fails.
+# Sourced by demo.sh, which provides `say` and `start_daemon` and has the programs in PATH. Runs two control boards on
+# one machine, each with a root of its own below the given folder, and shows what both hold and what happens when one
+# fails.
 
-# on SIDE COMMAND...: a command of portisolatectl on one of the boards.
+# on SIDE COMMAND...: runs a command of portisolatectl on one of the boards.
 on() {
     local side=$1
     shift
@@ -20,7 +21,7 @@ end_board() {
     unset "board_process[$1]"
 }
 
-# demo_two_boards FOLDER DESCRIPTIONS: the folder is empty and the caller's to remove; DESCRIPTIONS is boards/two.
+# demo_two_boards FOLDER DESCRIPTIONS: FOLDER is empty, and the caller removes it; DESCRIPTIONS is boards/two.
 demo_two_boards() {
     boards=$1
     declare -gA board_process=()
@@ -32,12 +33,12 @@ demo_two_boards() {
         start_board "$side" || return 1
     done
 
-    say "what is set on the active board stands on the standby board"
+    say "what is set on the active board is set on the standby board, too"
     on active group add 5 ge1/1 pon2/1 lag1
     on standby group list
     on standby matrix
 
-    say "switch-over: the boards change their roles, then the board that was active fails"
+    say "switch-over: the boards swap roles, then the board that was active fails"
     PORTISOLATE_ROOT=$boards/standby portisolatectl matrix >"$boards/before"
     on active board role standby
     on standby board role active
@@ -45,12 +46,12 @@ demo_two_boards() {
     on standby matrix
     PORTISOLATE_ROOT=$boards/standby portisolatectl matrix | cmp - "$boards/before" || return 1
 
-    say "the board that is left goes on alone, and tells so once"
+    say "the remaining board works on alone, and reports this once"
     on standby group del 5 pon2/1
     on standby pair add ge1/2 pon2/2
     cat "$boards/standby/log"
 
-    say "the failed board is back, empty: the running configuration is exported and applied to it"
+    say "the failed board comes back with empty tables: the running configuration is exported and applied to it"
     start_board active || return 1
     on standby export | grep -v '\$ portisolatectl' >"$boards/running"
     on active apply "$boards/running"

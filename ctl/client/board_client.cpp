@@ -2,19 +2,22 @@
 
 #include <algorithm>
 
+#include "common/files.h"
 #include "ctl/text/args.h"
+#include "ctl/text/fields.h"
 #include "wire/framing.h"
 
 namespace {
 
-constexpr size_t ANSWER_MAX = 64 << 20;  // bytes; no board has more to tell
+constexpr size_t ANSWER_MAX = 64 << 20;  // bytes; no board has more to say
+constexpr char TOO_LONG[] = "the answer is too long";
 constexpr std::string_view ERROR_PREFIX = "error: ";
 
 // Connects and sends `request` as a line.
 bool sendLine(Stream& stream, const char* path, const std::string& request, int64_t timeoutMs) {
     const std::string line = request + "\n";
-    return streamConnect(stream, socketPath(path), timeoutMs) &&
-           streamSend(stream, line.data(), line.size(), deadlineAfter(timeoutMs));
+    return streamConnect(stream, rootedPath(path), timeoutMs) &&
+           streamSend(stream, line.data(), line.size(), timeoutMs);
 }
 
 // Lines of a stream, as they come in.
@@ -35,33 +38,28 @@ bool readLine(LineReader& reader, std::string& line, int64_t deadline, bool endl
             reader.pending.erase(0, end + 1);
             return true;
         }
-        if (reader.ended) {
-            return false;
-        }
+        if (reader.ended) return false;
         searched = reader.pending.size();
         char buffer[16384];
         const ssize_t got = streamReceive(reader.stream, buffer, sizeof(buffer), deadline);
-        if (got < 0) {
-            return false;
-        }
+        if (got < 0) return false;
         reader.ended = got == 0;
         reader.total += static_cast<size_t>(got);
         if (reader.pending.size() + static_cast<size_t>(got) > ANSWER_MAX ||
             (!endless && reader.total > ANSWER_MAX)) {
-            reader.stream.failure = "the answer is too long";
+            reader.stream.failure = TOO_LONG;
             return false;
         }
         reader.pending.append(buffer, static_cast<size_t>(got));
-        if (reader.ended && !reader.pending.empty()) {
-            reader.pending += '\n';
-        }
+        if (reader.ended && !reader.pending.empty()) reader.pending += '\n';
     }
 }
 
-LineResult failed(Stream& stream, std::string& why) {
-    why = stream.failure.empty() ? "the connection was closed before the answer was whole" : stream.failure;
+LineAnswer failed(Stream& stream) {
     streamClose(stream);
-    return LineResult::failed;
+    return {LineResult::failed, stream.failure.empty()
+                                    ? "the connection was closed before the answer was whole"
+                                    : stream.failure};
 }
 
 void splitMembers(std::string_view text, std::vector<std::string>& members) {
@@ -72,112 +70,81 @@ void splitMembers(std::string_view text, std::vector<std::string>& members) {
     }
 }
 
-bool setField(BoardInterface& interface, std::string_view key, std::string_view value) {
+// False for a number that cannot be read.
+bool setField(BoardInterface& interface, const Field& field) {
+    const std::string& value = field.value;
     const bool none = value == "-";
-    if (key == "number") {
-        return parseNumber(value, interface.number);
-    }
-    if (key == "slot") {
-        return parseNumber(value, interface.slot);
-    }
-    if (key == "ability") {
-        return parseNumber(value, interface.ability);
-    }
-    if (key == "vlan") {
-        return none || parseNumber(value, interface.vlan);
-    }
-    if (key == "name") {
-        interface.name = value;
-    } else if (key == "kind") {
-        interface.kind = value;
-    } else if (key == "trunk") {
-        interface.trunk = none ? "" : value;
-    } else if (key == "present") {
-        interface.present = value == "yes";
-    } else if (key == "protocol") {
-        interface.protocol = value == "on";
-    } else if (key == "device") {
-        interface.device = none ? "" : value;
-    } else if (key == "access") {
-        interface.access = value == "yes";
-    } else if (key == "members") {
-        splitMembers(value, interface.members);
-    }
+    if (field.name == "number") return parseGivenNumber(value, interface.number);
+    if (field.name == "slot") return parseGivenNumber(value, interface.slot);
+    if (field.name == "ability") return parseGivenNumber(value, interface.ability);
+    if (field.name == "vlan") return none || parseGivenNumber(value, interface.vlan);
+    if (field.name == "name") interface.name = value;
+    if (field.name == "kind") interface.kind = value;
+    if (field.name == "trunk") interface.trunk = none ? "" : value;
+    if (field.name == "present") interface.present = value == "yes";
+    if (field.name == "protocol") interface.protocol = value == "on";
+    if (field.name == "device") interface.device = none ? "" : value;
+    if (field.name == "access") interface.access = value == "yes";
+    if (field.name == "members") splitMembers(value, interface.members);
     return true;
 }
 
 }  // namespace
 
-LineResult boardRequest(const std::string& request, int64_t timeoutMs, bool endless,
-                        const std::function<bool(std::string_view)>& line, std::string& why) {
+LineAnswer boardRequest(const std::string& request, int64_t timeoutMs, bool endless, const LineSink& sink) {
     Stream stream;
-    if (!sendLine(stream, BOARD_SOCKET_PATH, request, timeoutMs)) {
-        return failed(stream, why);
-    }
+    if (!sendLine(stream, BOARD_SOCKET_PATH, request, timeoutMs)) return failed(stream);
     LineReader reader{stream, {}};
-    std::string text;
+    std::string line;
     const int64_t deadline = deadlineAfter(timeoutMs);
-    if (!readLine(reader, text, deadline, endless)) {
-        return failed(stream, why);
-    }
-    if (text != "ok") {
+    if (!readLine(reader, line, deadline, endless)) return failed(stream);
+    if (line != "ok") {
         streamClose(stream);
-        const bool refused = text.starts_with(ERROR_PREFIX);
-        why = refused ? text.substr(ERROR_PREFIX.size()) : "the answer is malformed";
-        return refused ? LineResult::refused : LineResult::failed;
+        if (!line.starts_with(ERROR_PREFIX)) return {LineResult::failed, "the answer is malformed"};
+        return {LineResult::refused, line.substr(ERROR_PREFIX.size())};
     }
-    while (readLine(reader, text, endless ? DEADLINE_NEVER : deadline, endless)) {
-        if (!line(text)) {
+    while (readLine(reader, line, endless ? DEADLINE_NEVER : deadline, endless)) {
+        if (!sink(line)) {
             streamClose(stream);
-            return LineResult::done;
+            return {};
         }
     }
-    if (!reader.ended) {
-        return failed(stream, why);
-    }
+    if (!reader.ended) return failed(stream);
     streamClose(stream);
-    return LineResult::done;
+    return {};
 }
 
-LineResult shellRequest(const std::string& function, int64_t timeoutMs, std::string& printout,
-                        std::string& why) {
+LineAnswer shellRequest(const std::string& function, int64_t timeoutMs) {
     Stream stream;
-    if (!sendLine(stream, SHELL_SOCKET_PATH, function, timeoutMs)) {
-        return failed(stream, why);
-    }
+    if (!sendLine(stream, SHELL_SOCKET_PATH, function, timeoutMs)) return failed(stream);
     const int64_t deadline = deadlineAfter(timeoutMs);
+    std::string printout;
     char buffer[16384];
     ssize_t got;
     while ((got = streamReceive(stream, buffer, sizeof(buffer), deadline)) > 0) {
         printout.append(buffer, static_cast<size_t>(got));
         if (printout.size() > ANSWER_MAX) {
-            stream.failure = "the answer is too long";
-            return failed(stream, why);
+            stream.failure = TOO_LONG;
+            return failed(stream);
         }
     }
-    if (got < 0) {
-        return failed(stream, why);
-    }
+    if (got < 0) return failed(stream);
     streamClose(stream);
-    if (!printout.starts_with(ERROR_PREFIX)) {
-        return LineResult::done;
-    }
-    why = printout.substr(ERROR_PREFIX.size(), printout.find('\n') - ERROR_PREFIX.size());
-    return LineResult::refused;
+    if (!printout.starts_with(ERROR_PREFIX)) return {LineResult::done, printout};
+    return {LineResult::refused,
+            printout.substr(ERROR_PREFIX.size(), printout.find('\n') - ERROR_PREFIX.size())};
 }
 
-bool parseBoardInterface(std::string_view line, BoardInterface& interface) {
+std::optional<BoardInterface> parseBoardInterface(std::string_view line) {
+    BoardInterface interface;
     bool numbered = false;
     while (!line.empty()) {
-        const size_t end = std::min(line.find(' '), line.size());
-        const std::string_view word = line.substr(0, end);
-        const size_t equals = word.find('=');
-        if (equals != std::string_view::npos &&
-            !setField(interface, word.substr(0, equals), word.substr(equals + 1))) {
-            return false;
-        }
+        const std::string_view word = line.substr(0, line.find(' '));
+        const bool valued = word.find('=') != std::string_view::npos;
+        if (valued && !setField(interface, splitField(word))) return std::nullopt;
         numbered = numbered || word.starts_with("number=");
-        line.remove_prefix(std::min(end + 1, line.size()));
+        line.remove_prefix(std::min(word.size() + 1, line.size()));
     }
-    return numbered && !interface.name.empty();
+    if (!numbered || interface.name.empty()) return std::nullopt;
+    return interface;
 }

@@ -3,16 +3,18 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "common/bytes.h"
 #include "ctl/client/stream.h"
 
 struct Request {
     uint32_t opcode = 0;
     uint32_t column = 0;
-    std::string index;      // bytes
-    std::string value;      // bytes to send, for set and sync
+    std::string index{};    // bytes
+    std::string value{};    // bytes to send, for set and sync
     uint32_t capacity = 0;  // offered for the answer's value, where no value is sent
 };
 
@@ -22,14 +24,13 @@ struct Reply {
     std::string value;  // bytes
 };
 
-// Words in the host's byte order, as the sockets carry them.
-void appendWord(std::string& bytes, uint32_t word);
-uint32_t wordAt(std::string_view bytes, size_t position);
+// A word as bytes, for an index or a value.
+std::string wordBytes(uint32_t word);
 
 std::string encodeRequest(const Request& request);
-// `body` is a reply behind its length word. False when its inner lengths do not add up.
-bool decodeReply(std::string_view body, Reply& reply);
+// `body` is a reply behind its length word. Nothing when its inner lengths do not add up.
+std::optional<Reply> decodeReply(std::string_view body);
 
-// Sends one request and waits for its reply, connecting first where needed. False with stream.failure set
+// Sends one request and waits for its reply, connecting first where needed. Nothing, with stream.failure set,
 // when the daemon cannot be reached, does not answer in time or breaks the format.
-bool commandExchange(Stream& stream, const Request& request, Reply& reply, int64_t timeoutMs);
+std::optional<Reply> commandExchange(Stream& stream, const Request& request, int64_t timeoutMs);

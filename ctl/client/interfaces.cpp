@@ -2,69 +2,56 @@
 
 #include <algorithm>
 
+#include "common/files.h"
+#include "ctl/text/args.h"
 #include "ctl/text/output.h"
 #include "wire/framing.h"
 
 namespace {
 
 void askInterfaces(Session& session) {
-    if (session.interfacesAsked) {
-        return;
-    }
+    if (session.interfacesAsked) return;
     session.interfacesAsked = true;
     const auto keep = [&session](std::string_view line) {
-        BoardInterface interface;
-        if (parseBoardInterface(line, interface)) {
-            session.interfaces.push_back(interface);
-        }
+        const std::optional<BoardInterface> interface = parseBoardInterface(line);
+        if (interface) session.interfaces.push_back(*interface);
         return true;
     };
-    if (boardRequest("list", session.timeoutMs, false, keep, session.interfacesFailure) != LineResult::done) {
-        session.interfaces.clear();
-    }
+    const LineAnswer answer = boardRequest("list", session.timeoutMs, false, keep);
+    if (answer.result == LineResult::done) return;
+    session.interfacesFailure = answer.text;
+    session.interfaces.clear();
 }
 
 const BoardInterface* findName(const Session& session, const std::string& name) {
     for (const BoardInterface& interface : session.interfaces) {
-        if (interface.name == name) {
-            return &interface;
-        }
+        if (interface.name == name) return &interface;
     }
     return nullptr;
 }
 
 std::string unknownName(Session& session, const std::string& name, const std::string& given) {
     if (!session.interfacesFailure.empty()) {
-        return "cannot ask the board for interface \"" + given + "\" at " + socketPath(BOARD_SOCKET_PATH) +
+        return "cannot ask the board for interface \"" + given + "\" at " + rootedPath(BOARD_SOCKET_PATH) +
                ": " + session.interfacesFailure + "; interface numbers work without it";
     }
     std::string sentence = "no interface \"" + name + "\"";
-    if (name != given) {
-        sentence += ", which is in the range \"" + given + "\"";
-    }
+    if (name != given) sentence += ", which is in the range \"" + given + "\"";
     std::vector<std::string> names;
-    for (const BoardInterface& interface : session.interfaces) {
-        names.push_back(interface.name);
-    }
+    for (const BoardInterface& interface : session.interfaces) names.push_back(interface.name);
     const std::vector<std::string> near = nearNames(names, name);
     return sentence + (near.empty() ? "; `portisolatectl board list` shows all"
                                     : "; did you mean " + joinChoices(near, "or") + "?");
 }
 
-// What one argument stands for; a name that looks like a range is a name first.
+// The names or numbers that one text stands for.
 std::vector<std::string> expandNames(Session& session, const std::string& text) {
-    std::vector<std::string> range = expandRange(text);
+    std::vector<std::string> range = expandWord(text);
     uint32_t number;
-    if (range.empty()) {
-        return {text};
-    }
-    if (!parseNumber(range.front(), number)) {
-        askInterfaces(session);
-        if (findName(session, text) != nullptr) {
-            return {text};
-        }
-    }
-    return range;
+    const bool numbers = parseGivenNumber(range.front(), number);
+    if (range.front() == text || numbers) return range;
+    askInterfaces(session);
+    return findName(session, text) != nullptr ? std::vector<std::string>{text} : range;
 }
 
 }  // namespace
@@ -74,66 +61,56 @@ const std::vector<BoardInterface>& boardInterfaces(Session& session) {
     return session.interfaces;
 }
 
-std::string findInterfaces(Session& session, const std::string& text, std::vector<uint32_t>& numbers) {
+const BoardInterface* findInterface(Session& session, uint32_t number) {
+    for (const BoardInterface& interface : boardInterfaces(session)) {
+        if (interface.number == number) return &interface;
+    }
+    return nullptr;
+}
+
+FoundInterfaces findInterfaces(Session& session, const std::string& text) {
+    FoundInterfaces found;
     for (const std::string& name : expandNames(session, text)) {
         uint32_t number = 0;
-        if (!parseNumber(name, number)) {
+        if (!parseGivenNumber(name, number)) {
             askInterfaces(session);
             const BoardInterface* interface = findName(session, name);
-            if (interface == nullptr) {
-                return unknownName(session, name, text);
-            }
+            if (interface == nullptr) return {{}, unknownName(session, name, text)};
             number = interface->number;
         }
-        numbers.push_back(number);
+        found.numbers.push_back(number);
     }
-    return {};
+    return found;
 }
 
-Exit resolveInterfaces(Session& session, std::span<const std::string> texts, std::vector<uint32_t>& numbers) {
-    for (const std::string& text : texts) {
-        std::vector<uint32_t> found;
-        const std::string wrong = findInterfaces(session, text, found);
-        if (!wrong.empty()) {
-            complain(wrong);
-            return session.interfacesFailure.empty() ? Exit::usage : Exit::unreachable;
-        }
-        for (const uint32_t number : found) {
-            if (std::find(numbers.begin(), numbers.end(), number) == numbers.end()) {
-                numbers.push_back(number);
-            }
-        }
-    }
-    return Exit::done;
-}
-
-Exit resolveInterface(Session& session, const std::string& text, uint32_t& number) {
+std::vector<uint32_t> resolveInterfaces(Session& session, std::span<const std::string> texts) {
     std::vector<uint32_t> numbers;
-    const Exit exit = resolveInterfaces(session, {&text, 1}, numbers);
-    if (exit != Exit::done) {
-        return exit;
+    for (const std::string& text : texts) {
+        const FoundInterfaces found = findInterfaces(session, text);
+        if (!found.wrong.empty()) {
+            const bool asked = session.interfacesFailure.empty();
+            throw CommandEnds{asked ? Exit::usage : Exit::unreachable, found.wrong};
+        }
+        for (const uint32_t number : found.numbers) {
+            if (std::find(numbers.begin(), numbers.end(), number) == numbers.end()) numbers.push_back(number);
+        }
     }
-    if (numbers.size() != 1) {
-        return misuse("\"" + text + "\" stands for several interfaces, and one is wanted here");
-    }
-    number = numbers.front();
-    return Exit::done;
+    return numbers;
+}
+
+uint32_t resolveInterface(Session& session, const std::string& text) {
+    const std::vector<uint32_t> numbers = resolveInterfaces(session, {&text, 1});
+    if (numbers.size() == 1) return numbers.front();
+    throw misuse("\"" + text + "\" stands for several interfaces: give one here");
 }
 
 std::string interfaceName(Session& session, uint32_t number) {
-    askInterfaces(session);
-    for (const BoardInterface& interface : session.interfaces) {
-        if (interface.number == number) {
-            return interface.name;
-        }
-    }
-    return std::to_string(number);
+    const BoardInterface* interface = findInterface(session, number);
+    return interface != nullptr ? interface->name : std::to_string(number);
 }
 
 std::string interfaceNames(Session& session, const std::vector<uint32_t>& numbers) {
     std::vector<std::string> names;
-    for (const uint32_t number : numbers) {
-        names.push_back(interfaceName(session, number));
-    }
+    for (const uint32_t number : numbers) names.push_back(interfaceName(session, number));
     return joinChoices(names, "and");
 }

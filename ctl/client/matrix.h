@@ -1,22 +1,36 @@
-// Who may talk to whom, as the forwarding plane answers: read from the board, shown as a grid, as JSON or as
-// a picture.
+// Who may talk to whom, as the forwarding plane answers.
+//
+// What the board says
+//   The board answers a square: for each pair of interfaces whether traffic from the row's to the column's is
+//   forwarded, within one VLAN or within none in particular. A trunk forwards partly when some of its member
+//   ports are blocked.
+//
+// Merging
+//   A question about no particular VLAN finds what blocks all traffic and nothing else. So the answers within
+//   those VLANs that may block something are merged into it: a cell that forwards in general collects the
+//   VLANs in which it does not, or does in part. A cell that is blocked already stays as it is, since a VLAN
+//   adds nothing there. The board may have changed between two answers; an interface that only one of them
+//   knows is left as it is.
+//
+// Marks
+//   What is shown is made of several answers: a blocked cell whose opposite direction forwards is marked as
+//   one way, a forwarding one with VLANs as blocked within a VLAN. All other marks are the board's.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "ctl/client/session.h"
-#include "ctl/text/output.h"
 
 // What the board says about traffic from a row's interface to a column's.
 inline constexpr char MATRIX_FORWARDS = 'o';
 inline constexpr char MATRIX_BLOCKED = 'x';
 inline constexpr char MATRIX_PARTLY = 'p';  // over some member ports only
 inline constexpr char MATRIX_ITSELF = '-';
-// What the grid shows besides, made of several answers.
+// The other marks.
 inline constexpr char MATRIX_ONE_WAY = '>';  // blocked, while the other direction is not
 inline constexpr char MATRIX_IN_VLAN = 'v';  // forwards in general, but not in some VLAN
 
@@ -28,27 +42,14 @@ struct Matrix {
     std::vector<std::vector<std::set<uint32_t>>> blockedIn;
 };
 
-// Reads the board's answer. False when it is no square of known cells.
-bool parseMatrix(const std::vector<std::string>& lines, Matrix& matrix);
-// Takes in what holds within a VLAN. Ports that `within` does not know are left as they are.
+// Reads the board's answer. Nothing when it is not a square of known cells.
+std::optional<Matrix> parseMatrix(const std::vector<std::string>& lines);
+// Merges the answer for `within.vlan`.
 void mergeMatrix(Matrix& matrix, const Matrix& within);
+// Asks the board; without a VLAN (0) the answers of all VLANs are merged. Ends the command when the board
+// cannot be reached or answers what cannot be read.
+Matrix readMatrix(Session& session, uint32_t vlan);
 
-// What the grid shows in a cell.
 char matrixMark(const Matrix& matrix, size_t row, size_t column);
-struct MatrixMeaning {
-    char mark;
-    const char* name;  // in a style sheet
-    const char* text;
-    Tone tone;
-};
-const std::vector<MatrixMeaning>& matrixMeanings();
-// "VLAN 10", or what an answer without one is about.
-std::string matrixScope(const Matrix& matrix);
 // All VLANs of `blockedIn`.
-std::set<uint32_t> matrixVlans(const Matrix& matrix);
-
-std::vector<std::string> renderMatrix(const Matrix& matrix);
-// A picture that stands on its own: light or dark as its reader's screen, with a legend.
-std::string matrixSvg(const Matrix& matrix);
-
-Exit runMatrix(Session& session, const Invocation& invocation);
+std::vector<uint32_t> matrixVlans(const Matrix& matrix);

@@ -1,5 +1,4 @@
-// What the forwarding plane really holds beside what the daemon asked of it: shown as a table, swept of what
-// an earlier run of the daemon left over, restored where something is missing.
+// What the forwarding plane really holds beside what the daemon asked of it, as the board reports it.
 #pragma once
 
 #include <cstdint>
@@ -9,35 +8,38 @@
 
 #include "ctl/client/session.h"
 
+enum class PlaneEntryKind : uint8_t { twoWay, oneWay, pon, ponOff };
 enum class PlaneEntryState : uint8_t { held, leftOver, missing };
 
 struct PlaneEntry {
-    std::string kind;      // as the board calls it
+    PlaneEntryKind kind = PlaneEntryKind::twoWay;
     std::string from, to;  // empty: of no particular port
     uint32_t vlan = 0;     // 0: all
     PlaneEntryState state = PlaneEntryState::held;
     std::optional<uint64_t> packets, bytes;  // dropped, where the plane counts
 };
 
+inline constexpr char PLANE_READY[] = "ready";
+inline constexpr char PLANE_GONE[] = "gone";
+
 struct PlaneReport {
     std::string name;
-    std::string state;  // ready, or what else the board says
+    std::string state;  // PLANE_READY, PLANE_GONE, or what else the board says
     std::vector<std::string> notes;
     std::vector<PlaneEntry> entries;
 };
 
-// Reads the board's answer. False for one that does not keep to the form.
-bool parsePlane(Session& session, const std::vector<std::string>& lines, PlaneReport& report);
-// Prints a report. Exit::refused when the plane does not hold all that it was asked for.
-Exit tellPlane(const PlaneReport& report, bool json);
+// Reads the board's answer; the session gives the ports their names. Nothing where the answer does not keep
+// to the form.
+std::optional<PlaneReport> parsePlane(Session& session, const std::vector<std::string>& lines);
 
-// Removes what is left over; Exit::done with the number of elements, else the failure has been told.
-Exit sweepPlane(Session& session, uint64_t& removed);
-// How many entries are left over.
-Exit countLeftOver(Session& session, size_t& entries);
-// "2 elements"
-std::string elementsText(uint64_t elements);
+size_t countEntries(const PlaneReport& report, PlaneEntryState state);
+// Whether the plane is ready and nothing is missing. What is left over isolates too much, not too little.
+bool holdsAll(const PlaneReport& report);
 
-Exit runPlaneShow(Session& session, const Invocation& invocation);
-Exit runPlaneSweep(Session& session, const Invocation& invocation);
-Exit runPlaneRestore(Session& session, const Invocation& invocation);
+// What follows asks the board and ends the command when it cannot be reached, refuses, or answers what cannot
+// be read.
+PlaneReport readPlane(Session& session);
+// Removes what is left over, and puts back what is missing. Answer the number of elements.
+uint64_t sweepPlane(Session& session);
+uint64_t restorePlane(Session& session);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/bytes.h"
+#include "common/text.h"
 #include "ctl/text/args.h"
 
 namespace {
@@ -29,9 +31,7 @@ std::vector<uint32_t> numbersOf(std::string_view line) {
         line.remove_prefix(first);
         const size_t length = std::min(line.find_first_not_of("0123456789"), line.size());
         uint32_t number = 0;
-        if (length > 0 && parseNumber(line.substr(0, length), number)) {
-            numbers.push_back(number);
-        }
+        if (length > 0 && parseGivenNumber(line.substr(0, length), number)) numbers.push_back(number);
         line.remove_prefix(length);
     }
     return numbers;
@@ -41,9 +41,7 @@ std::vector<uint32_t> numbersOf(std::string_view line) {
 void readBits(std::string_view line, uint32_t& bytes, std::vector<uint32_t>& groups) {
     for (const std::string& word : splitWords(line)) {
         std::string byte;
-        if (!parseHex(word, byte) || byte.size() != 1) {
-            return;
-        }
+        if (!parseHex(word, byte) || byte.size() != 1) return;
         for (uint32_t bit = 0; bit < 8; ++bit) {
             if ((static_cast<unsigned char>(byte[0]) & (0x80u >> bit)) != 0) {
                 groups.push_back(bytes * 8 + bit + 1);
@@ -59,9 +57,7 @@ std::vector<std::pair<std::string, std::string>> readSettings(std::string_view p
     std::vector<std::pair<std::string, std::string>> settings;
     for (const std::string_view line : linesOf(printout)) {
         const size_t colon = line.find(": ");
-        if (colon == std::string_view::npos) {
-            continue;
-        }
+        if (colon == std::string_view::npos) continue;
         const std::string name(line.substr(0, colon)), value(line.substr(colon + 2));
         const auto known = std::find_if(settings.begin(), settings.end(),
                                         [&](const auto& setting) { return setting.first == name; });

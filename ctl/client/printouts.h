@@ -1,5 +1,5 @@
-// The daemon's printouts taken apart, for whoever wants more of them than their text. Pure functions: they
-// read what the print functions write and nothing else.
+// The daemon's printouts taken apart. Pure functions: they read what the print functions write and nothing
+// else.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct PrintedPair {
 
 // "name: value" lines, in their order; a name that comes again has its values joined by commas.
 std::vector<std::pair<std::string, std::string>> readSettings(std::string_view printout);
-// Empty for a printout that is none of a pair table.
+// Empty for a printout of anything but a pair table.
 std::vector<PrintedPair> readPairs(std::string_view printout);
 // The numbers of each line that names an interface by "ifunit:", in their order: those of
 // "  isoGrpNo 5 vlan 10 -> ifUnit:3" are 5, 10 and 3.

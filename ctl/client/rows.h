@@ -1,11 +1,18 @@
-// The families whose rows live by row status: groups, one-way pairs and VLAN groups. A row is a member
-// (interface or target) of a scope (group number or source); what differs between the families stands in a
-// record, and every command is written once.
+// The families whose rows live by row status: groups, one-way pairs and VLAN groups.
+//
+// A row is a member (an interface, or the target of a pair) of a scope (a group number, within a VLAN or not,
+// or the source of a pair). What differs between the families stands in a record, so that whatever is done
+// with rows is written once. The daemon knows a row by an index record; how its words are placed and in which
+// order the daemon's tables run belongs to the record, too.
+//
+// Every function ends the command when the daemon does not answer, or answers what makes no sense. Those that
+// answer a status leave a refusal to their caller.
 #pragma once
 
 #include <array>
 #include <compare>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,11 +26,12 @@ struct RowFamily {
     const char* object;
     uint32_t opSet, opGet, opFirst, opNext;
     uint32_t column;  // of the row status
-    // Places of the words in the index record; its last word is the match mask.
+    // Places of the words in the index record; its last word is the match mask. A family without VLANs has
+    // INDEX_WORDS_MAX for `vlan`.
     size_t words, member, scope, vlan;
     std::array<size_t, 3> order;  // the table's sort keys, `words` - 1 of them
     uint32_t memberMask, scopeMask, vlanMask;
-    const char* createRule;  // what a create that is "not supported" has broken
+    const char* createRule;  // the rule behind a create that is "not supported"
 };
 
 // A scope of one family: a group number, a group number and VLAN, or a pair's source.
@@ -43,34 +51,26 @@ extern const RowFamily GROUP_ROWS;
 extern const RowFamily PAIR_ROWS;
 extern const RowFamily VLAN_GROUP_ROWS;
 
-// "group 5, ge1/1" or "pair ge1/1 to ge1/2".
+bool familyHasVlans(const RowFamily& family);
+
+// "group 5 in VLAN 10" or "pair ge1/1", and "group 5, ge1/1" or "pair ge1/1 to ge1/2".
+std::string scopeText(Session& session, const RowFamily& family, RowScope scope);
 std::string rowText(Session& session, const RowFamily& family, RowScope scope, uint32_t member);
 
-// One row's status written, for callers that deal with a refusal themselves: `status` is the daemon's.
-Exit sendRowStatus(Session& session, const RowFamily& family, RowScope scope, uint32_t member, uint32_t value,
-                   int32_t& status);
-// Tells a refusal of `step`, such as "create".
-Exit refuseRow(Session& session, const RowFamily& family, RowScope scope, uint32_t member, const char* step,
-               int32_t status);
+// Writes one row's status (ROW_CREATE, ...). Answers the daemon's status.
+int32_t sendRowStatus(Session& session, const RowFamily& family, RowScope scope, uint32_t member,
+                      uint32_t value);
+// Prints that `step`, such as "create", was refused.
+void tellRowRefusal(Session& session, const RowFamily& family, RowScope scope, uint32_t member,
+                    const char* step, int32_t status);
 
-// Creates and activates the rows that are not there yet, in order. When one is refused, those that this call
-// created are destroyed again, and the operator is told which and why.
-Exit addRows(Session& session, const RowFamily& family, RowScope scope, const std::vector<uint32_t>& members,
-             bool activate);
-// Each of the members, going on after a refusal.
-Exit activateRows(Session& session, const RowFamily& family, RowScope scope,
-                  const std::vector<uint32_t>& members);
-Exit deleteRows(Session& session, const RowFamily& family, RowScope scope,
-                const std::vector<uint32_t>& members);
+// The word is one of ROW_STATE_...; the status STATUS_NOT_FOUND for a row that is not there.
+WordReply readRowStatus(Session& session, const RowFamily& family, RowScope scope, uint32_t member);
+// Unlike readRowStatus, asking for a missing row is not a failure to the daemon. Ends the command when the
+// look-up is refused.
+bool rowExists(Session& session, const RowFamily& family, RowScope scope, uint32_t member);
 
-// The rows of a scope, or of the whole table for null, in the table's order. Status is read for each row when
-// `statuses` says so; a row that is gone by then is left out.
-Exit collectRows(Session& session, const RowFamily& family, const RowScope* scope, bool statuses,
-                 std::vector<Row>& rows);
-
-Exit runRowsAdd(Session& session, const Invocation& invocation);
-Exit runRowsCreate(Session& session, const Invocation& invocation);
-Exit runRowsActivate(Session& session, const Invocation& invocation);
-Exit runRowsDelete(Session& session, const Invocation& invocation);
-Exit runRowsList(Session& session, const Invocation& invocation);
-Exit runRowsProbe(Session& session, const Invocation& invocation);
+// The rows of a scope, or of the whole table for null, in the table's order, without their status.
+std::vector<Row> walkRows(Session& session, const RowFamily& family, const RowScope* scope);
+// The same with the status of each row; one that is gone by then is left out.
+std::vector<Row> collectRows(Session& session, const RowFamily& family, const RowScope* scope);

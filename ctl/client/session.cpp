@@ -1,21 +1,32 @@
 #include "ctl/client/session.h"
 
+#include <fmt/format.h>
+
+#include <cstdio>
+
+#include "common/files.h"
 #include "ctl/client/statuses.h"
-#include "ctl/text/output.h"
 #include "wire/framing.h"
 
 namespace {
 
-Exit unreachable(const char* socket, const std::string& why) {
-    complain("cannot talk to the daemon at " + socketPath(socket) + ": " + why);
-    return Exit::unreachable;
+CommandEnds unreachable(const char* socket, const std::string& why) {
+    return {Exit::unreachable, "cannot talk to the daemon at " + rootedPath(socket) + ": " + why};
+}
+
+// Ends the command unless the answer came whole.
+void requireAnswer(const LineAnswer& answer, const std::string& asked, const char* socket) {
+    if (answer.result == LineResult::failed) throw unreachable(socket, answer.text);
+    if (answer.result == LineResult::refused) {
+        throw CommandEnds{Exit::refused, asked + ": refused: " + answer.text};
+    }
 }
 
 }  // namespace
 
 void sessionOpen(Session& session) {
-    session.exchange = [&session](const Request& request, Reply& reply) {
-        return commandExchange(session.commands, request, reply, session.timeoutMs);
+    session.exchange = [&session](const Request& request) {
+        return commandExchange(session.commands, request, session.timeoutMs);
     };
 }
 
@@ -23,89 +34,60 @@ void sessionClose(Session& session) {
     streamClose(session.commands);
 }
 
-Exit refuse(const std::string& asked, int32_t status) {
-    complain(asked + " refused: " + describeStatus(status));
-    return Exit::refused;
+CommandEnds refusal(const std::string& asked, int32_t status) {
+    return {Exit::refused, asked + " refused: " + describeStatus(status)};
 }
 
-Exit misuse(const std::string& sentence) {
-    complain(sentence);
-    return Exit::usage;
+CommandEnds brokenProtocol(const std::string& what) {
+    return {Exit::unreachable, "the daemon's answer makes no sense: " + what};
 }
 
-Exit brokenProtocol(const std::string& what) {
-    complain("the daemon's answer makes no sense: " + what);
-    return Exit::unreachable;
+Reply ask(Session& session, const Request& request) {
+    const std::optional<Reply> reply = session.exchange(request);
+    if (!reply) throw unreachable(COMMAND_SOCKET_PATH, session.commands.failure);
+    return *reply;
 }
 
-Exit ask(Session& session, const Request& request, Reply& reply) {
-    if (session.exchange(request, reply)) {
-        return Exit::done;
+WordReply askWord(Session& session, Request request) {
+    request.capacity = WORD_SIZE;
+    const Reply reply = ask(session, request);
+    if (reply.status != 0) return {.status = reply.status};
+    if (reply.value.size() != WORD_SIZE) {
+        throw brokenProtocol(fmt::format("a value of {} bytes in place of a word", reply.value.size()));
     }
-    return session.quiet ? Exit::unreachable : unreachable(COMMAND_SOCKET_PATH, session.commands.failure);
+    return {.status = 0, .word = wordAt(reply.value, 0)};
 }
 
-Exit askWord(Session& session, const Request& request, int32_t& status, uint32_t& word) {
-    Reply reply;
-    const Exit exit = ask(session, request, reply);
-    if (exit != Exit::done) {
-        return exit;
-    }
-    status = reply.status;
-    if (status != 0) {
-        return Exit::done;
-    }
-    if (reply.value.size() != sizeof(word)) {
-        return brokenProtocol(formatText("a value of %zu bytes in place of a word", reply.value.size()));
-    }
-    word = wordAt(reply.value, 0);
-    return Exit::done;
-}
-
-Exit askBoard(Session& session, const std::string& request, std::vector<std::string>& lines) {
+std::vector<std::string> askBoard(Session& session, const std::string& request, const std::string& asked) {
+    std::vector<std::string> lines;
     const auto keep = [&lines](std::string_view line) {
         lines.emplace_back(line);
         return true;
     };
-    std::string why;
-    const LineResult result = boardRequest(request, session.timeoutMs, false, keep, why);
-    return lineExit(result, "board " + request, BOARD_SOCKET_PATH, why);
+    requireAnswer(boardRequest(request, session.timeoutMs, false, keep),
+                  asked.empty() ? "board " + request : asked, BOARD_SOCKET_PATH);
+    return lines;
 }
 
-Exit lineExit(LineResult result, const std::string& asked, const char* socket, const std::string& why) {
-    if (result == LineResult::failed) {
-        return unreachable(socket, why);
-    }
-    if (result == LineResult::refused) {
-        complain(asked + ": refused: " + why);
-        return Exit::refused;
-    }
-    return Exit::done;
+void followBoard(Session& session, const std::string& verb, std::optional<uint32_t> count,
+                 const LineSink& print) {
+    if (count == 0u) return;
+    uint32_t seen = 0;
+    const auto pass = [&](std::string_view line) {
+        if (!print(line)) return true;
+        std::fflush(stdout);
+        return !count || ++seen < *count;
+    };
+    requireAnswer(boardRequest(verb, session.timeoutMs, true, pass), verb, BOARD_SOCKET_PATH);
+    if (!count || seen < *count) throw boardUnreachable("the stream ended");
 }
 
-Exit numberArgument(const char* what, const std::string& text, uint32_t& number) {
-    if (parseNumber(text, number)) {
-        return Exit::done;
-    }
-    return misuse(
-        formatText("%s \"%s\" is no number: write 5 or 0x1f, up to 4294967295", what, text.c_str()));
+std::string askShell(Session& session, const std::string& function, const std::string& asked) {
+    const LineAnswer answer = shellRequest(function, session.timeoutMs);
+    requireAnswer(answer, asked, SHELL_SOCKET_PATH);
+    return answer.text;
 }
 
-Exit numberArguments(const char* what, const std::vector<std::string>& texts,
-                     std::vector<uint32_t>& numbers) {
-    for (const std::string& text : texts) {
-        std::vector<std::string> range = expandRange(text);
-        if (range.empty()) {
-            range = {text};
-        }
-        for (const std::string& single : range) {
-            uint32_t number = 0;
-            const Exit exit = numberArgument(what, single, number);
-            if (exit != Exit::done) {
-                return exit;
-            }
-            numbers.push_back(number);
-        }
-    }
-    return Exit::done;
+CommandEnds boardUnreachable(const std::string& why) {
+    return unreachable(BOARD_SOCKET_PATH, why);
 }

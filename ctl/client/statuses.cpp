@@ -1,8 +1,9 @@
 #include "ctl/client/statuses.h"
 
+#include <fmt/format.h>
+
 #include <cstring>
 
-#include "ctl/text/output.h"
 #include "wire/framing.h"
 #include "wire/status.h"
 
@@ -37,18 +38,17 @@ constexpr StatusText STATUS_TEXTS[] = {
     {STATUS_NUMBER_IS_VLAN_GROUP, "the group number is in use by a VLAN group"},
     {STATUS_OTHER_SLOT, "the interface is in another slot than the group's members"},
     {STATUS_OTHER_GROUP, "the interface is in another group, and only one is allowed"},
-    {COMMAND_STATUS_NO_HANDLER, "no such operation"},
-    {COMMAND_STATUS_BAD_FRAME, "malformed request: its lengths do not add up"},
-    {COMMAND_STATUS_BAD_LENGTH, "malformed request: the index or the value has the wrong size"},
+    {STATUS_NO_HANDLER, "no such operation"},
+    {STATUS_BAD_FRAME, "malformed request: its lengths do not add up"},
+    {STATUS_BAD_LENGTH, "malformed request: the index or the value has the wrong size"},
+    {STATUS_PEER_FAILED, "the peer board broke off or took too long"},
 };
 
 }  // namespace
 
 const char* statusText(int32_t status) {
     for (const StatusText& known : STATUS_TEXTS) {
-        if (known.status == status) {
-            return known.text;
-        }
+        if (known.status == status) return known.text;
     }
     return UNKNOWN;
 }
@@ -57,8 +57,7 @@ std::string describeStatus(int32_t status) {
     // A forwarding plane in the kernel hands on the kernel's own number.
     const bool known = std::strcmp(statusText(status), UNKNOWN) != 0;
     if (!known && status > 0 && status <= KERNEL_STATUS_MAX) {
-        return formatText("0x%08X: the kernel says: %s", static_cast<uint32_t>(status),
-                          std::strerror(status));
+        return fmt::format("0x{:08X}: the kernel says: {}", status, std::strerror(status));
     }
-    return formatText("0x%08X: %s", static_cast<uint32_t>(status), statusText(status));
+    return fmt::format("0x{:08X}: {}", static_cast<uint32_t>(status), statusText(status));
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+// "not found: ...", or "unknown status".
 const char* statusText(int32_t status);
-// "0x03E80002: not found", the form in which every refusal is told.
+// "0x03E80002: not found", the form that every refusal has.
 std::string describeStatus(int32_t status);

@@ -17,12 +17,11 @@ struct Stream {
 inline constexpr int64_t DEADLINE_NEVER = -1;
 int64_t deadlineAfter(int64_t milliseconds);
 
-// The place of a socket of wire/framing.h under the root that the environment names.
-std::string socketPath(const char* path);
-
+// Both take at most `timeoutMs`; false on failure.
 bool streamConnect(Stream& stream, const std::string& path, int64_t timeoutMs);
-bool streamSend(Stream& stream, const void* bytes, size_t length, int64_t deadline);
+bool streamSend(Stream& stream, const void* bytes, size_t length, int64_t timeoutMs);
 // Bytes received, 0 at the end of the stream, -1 on failure.
 ssize_t streamReceive(Stream& stream, void* buffer, size_t size, int64_t deadline);
+// Fills the whole buffer; false when the stream fails or ends before that.
 bool streamReceiveAll(Stream& stream, void* buffer, size_t size, int64_t deadline);
 void streamClose(Stream& stream);

@@ -1,87 +1,83 @@
 #include "ctl/commands/apply.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
-#include "ctl/client/interfaces.h"
-#include "ctl/client/plane.h"
-#include "ctl/client/settings.h"
+#include "common/files.h"
+#include "common/text.h"
+#include "ctl/client/scalars.h"
+#include "ctl/commands/plane_commands.h"
 #include "ctl/configuration/config_plan.h"
-#include "ctl/text/output.h"
-#include "wire/status.h"
+#include "ctl/text/listing.h"
+#include "wire/scalars.h"
 
 namespace {
+
+constexpr char APPLY_DETAILS[] =
+    "  mode 2\n"
+    "  group 5 ge1/1-4 lag1              members of a group\n"
+    "  vlan-group 7 vlan 10 ge1/1 ge1/2  members of a VLAN group\n"
+    "  pair ge1/1 to ge1/2 lag1          a source and its targets\n"
+    "  pon off 20 30-33                  VLANs whose PON isolation is off\n"
+    "  created group 6 ge1/3             rows that are entered but not active\n"
+    "\n"
+    "  Such lines, in any order and with comments behind #, are the whole configuration: rows that the\n"
+    "  file does not name are removed. Without a mode line the mode stays as it is. A FILE of - is\n"
+    "  standard input.\n"
+    "\n"
+    "  The whole file is checked before the daemon is asked to change anything. The difference is\n"
+    "  printed; with --dry-run that is all. Removals come before additions, except that ports which are\n"
+    "  isolated both before and after get their new isolation first where the daemon allows it. A\n"
+    "  change that is refused is reported, and the others are made.\n"
+    "\n"
+    "  When nothing was refused, what an earlier run of the daemon left over in the plane is swept.";
 
 const char* const EXPORT_HEADING =
     "# Configuration of the port-isolation daemon. `portisolatectl apply FILE` makes it run again;\n"
     "# `portisolatectl apply --help` explains the lines.";
 constexpr char STANDARD_INPUT[] = "-";
 
-// Empty, or why the file cannot be read. What is longer than a configuration may be is not read to its end.
-std::string readFile(const std::string& path, std::string& text) {
-    std::FILE* file = path == STANDARD_INPUT ? stdin : std::fopen(path.c_str(), "re");
-    if (file == nullptr) {
-        return std::strerror(errno);
-    }
-    char buffer[65536];
-    size_t got;
-    while (text.size() <= CONFIG_TEXT_MAX && (got = std::fread(buffer, 1, sizeof(buffer), file)) > 0) {
-        text.append(buffer, got);
-    }
-    std::string failure = std::ferror(file) != 0 ? std::strerror(errno) : "";
-    if (file != stdin) {
-        std::fclose(file);
-    }
-    return failure;
+// The text of a file. What is longer than a configuration may be is not read to its end.
+std::string readFile(const std::string& path) {
+    std::string text;
+    const bool whole = path == STANDARD_INPUT ? readText(stdin, text) : readTextFile(path, text);
+    if (whole || errno == EFBIG) return text;
+    throw misuse("cannot read " + path + ": " + std::strerror(errno));
 }
 
-Exit tellMistakes(const Session& session, const std::string& path, const ConfigFile& file) {
-    if (file.mistakes.empty()) {
-        return Exit::done;
-    }
+// Ends the command, each mistake printed, unless there are none.
+void requireNoMistakes(const Session& session, const std::string& path, const ConfigFile& file) {
+    if (file.mistakes.empty()) return;
     const std::string name = path == STANDARD_INPUT ? "standard input" : path;
     for (const Mistake& mistake : file.mistakes) {
-        complain(formatText("%s:%u:%u: ", name.c_str(), mistake.place.line, mistake.place.column) +
-                 mistake.text);
+        complain(fmt::format("{}:{}:{}: {}", name, mistake.place.line, mistake.place.column, mistake.text));
     }
-    complain(name + ": nothing was applied");
-    return session.interfacesFailure.empty() ? Exit::usage : Exit::unreachable;
+    const bool asked = session.interfacesFailure.empty();
+    throw CommandEnds{asked ? Exit::usage : Exit::unreachable, name + ": nothing was applied"};
 }
 
-// Reads a file into `wanted` and the daemon's configuration into `running`.
-Exit readBoth(Session& session, const std::string& path, Configuration& wanted, Configuration& running) {
-    std::string text;
-    const std::string failure = readFile(path, text);
-    if (!failure.empty()) {
-        return misuse("cannot read " + path + ": " + failure);
-    }
-    ConfigFile file = parseConfig(text);
-    settleConfig(session, file, wanted);
-    Exit exit = tellMistakes(session, path, file);
-    uint32_t maxGroups = 0;
-    if (exit == Exit::done) {
-        exit = readMaxGroups(session, maxGroups);
-    }
-    if (exit == Exit::done) {
-        checkGroupNumbers(file, maxGroups);
-        exit = tellMistakes(session, path, file);
-    }
-    return exit == Exit::done ? readRunning(session, running) : exit;
+// What a file wants; checked as a whole before the daemon is asked for anything but its limits.
+Configuration readWanted(Session& session, const std::string& path) {
+    ConfigFile file = parseConfig(readFile(path));
+    Configuration wanted = resolveConfig(session, file);
+    requireNoMistakes(session, path, file);
+    checkGroupNumbers(file, readNumber(session, SCALAR_MAX_ISO_GRP_NUM));
+    requireNoMistakes(session, path, file);
+    return wanted;
 }
 
 // What one configuration has and another has not, as a configuration of its own.
 Configuration without(const Configuration& whole, const Configuration& other) {
     Configuration rest;
-    if (whole.mode && other.mode && whole.mode != other.mode) {
-        rest.mode = whole.mode;
-    }
+    if (whole.mode && other.mode && whole.mode != other.mode) rest.mode = whole.mode;
     for (const auto& [row, active] : whole.rows) {
         const auto same = other.rows.find(row);
-        if (same == other.rows.end() || same->second != active) {
-            rest.rows[row] = active;
-        }
+        if (same == other.rows.end() || same->second != active) rest.rows[row] = active;
     }
     std::set_difference(whole.ponOff.begin(), whole.ponOff.end(), other.ponOff.begin(), other.ponOff.end(),
                         std::inserter(rest.ponOff, rest.ponOff.end()));
@@ -89,31 +85,24 @@ Configuration without(const Configuration& whole, const Configuration& other) {
 }
 
 void printDifference(Session& session, const Configuration& running, const Configuration& wanted) {
-    Listing listing{{{nullptr, "change"}, {nullptr, "line"}}, {}};
     const std::vector<std::string> gone = configLines(session, without(running, wanted));
     const std::vector<std::string> come = configLines(session, without(wanted, running));
-    for (const std::string& line : gone) {
-        listing.rows.push_back({textCell("remove"), textCell(line, Tone::bad)});
-    }
-    for (const std::string& line : come) {
-        listing.rows.push_back({textCell("add"), textCell(line, Tone::good)});
-    }
     if (session.json) {
-        printListing(listing, true);
-        return;
+        Json rows = Json::array();
+        for (const std::string& line : gone) rows.push_back({{"change", "remove"}, {"line", line}});
+        for (const std::string& line : come) rows.push_back({{"change", "add"}, {"line", line}});
+        return printLine(jsonRows(rows));
     }
-    for (const std::vector<Cell>& row : listing.rows) {
-        const bool removed = row[1].tone == Tone::bad;
-        printLine(toned(row[1].tone, (removed ? "- " : "+ ") + row[1].text));
-    }
+    for (const std::string& line : gone) printLine(toned(Tone::bad, "- " + safeText(line)));
+    for (const std::string& line : come) printLine(toned(Tone::good, "+ " + safeText(line)));
 }
 
 std::string stepText(Session& session, const Step& step) {
     switch (step.action) {
         case StepAction::setMode:
-            return formatText("mode: set to %u", step.number);
+            return fmt::format("mode: set to {}", step.number);
         case StepAction::setPon:
-            return formatText("pon, VLAN %u: %s", step.number, step.on ? "on" : "off");
+            return fmt::format("pon, VLAN {}: {}", step.number, step.on ? "on" : "off");
         default:
             return rowText(session, rowFamily(step.row.kind), step.row.scope, step.row.member);
     }
@@ -139,7 +128,7 @@ std::vector<RowRequest> rowRequests(StepAction action) {
 }
 
 std::string changesText(size_t changes) {
-    return formatText("%zu change%s", changes, changes == 1 ? "" : "s");
+    return fmt::format("{} change{}", changes, changes == 1 ? "" : "s");
 }
 
 // What carrying out a plan has come to.
@@ -148,158 +137,154 @@ struct Progress {
     size_t refused = 0;
 };
 
-// A row whose activation was refused is there all the same.
-void tellCreated(Session& session, const Step& step, uint32_t refused) {
-    if (refused == ROW_ACTIVATE) {
-        complain(stepText(session, step) + ": stays created, without isolating");
-    }
+// Carries out a step that sets a value. Answers the daemon's status; a refusal is printed when `tell` says
+// so.
+int32_t runValueStep(Session& session, const Step& step, bool tell) {
+    const int32_t status = step.action == StepAction::setMode ? sendScalar(session, SCALAR_MODE, step.number)
+                                                              : sendPon(session, step.number, step.on);
+    if (status != 0 && tell) tellEnd(refusal(stepText(session, step), status));
+    return status;
 }
 
-// Carries out one step; a refusal is left in `status` and told when `tell` says so.
-Exit runStep(Session& session, const Step& step, bool tell, int32_t& status) {
-    if (step.action == StepAction::setMode || step.action == StepAction::setPon) {
-        const Exit exit = step.action == StepAction::setMode ? sendMode(session, step.number, status)
-                                                             : sendPon(session, step.number, step.on, status);
-        if (exit == Exit::done && status != 0 && tell) {
-            refuse(stepText(session, step), status);
-        }
-        return exit;
-    }
+// The same for a step that changes a row.
+int32_t runRowStep(Session& session, const Step& step, bool tell) {
     const RowFamily& family = rowFamily(step.row.kind);
+    const auto& [kind, scope, member] = step.row;
     for (const RowRequest& request : rowRequests(step.action)) {
-        const Exit exit =
-            sendRowStatus(session, family, step.row.scope, step.row.member, request.value, status);
-        if (exit != Exit::done) {
-            return exit;
+        const int32_t status = sendRowStatus(session, family, scope, member, request.value);
+        if (status == 0) continue;
+        if (tell) {
+            tellRowRefusal(session, family, scope, member, request.name, status);
+            // The row is there all the same.
+            const bool created = request.value == ROW_ACTIVATE;
+            if (created) complain(stepText(session, step) + ": stays created, without isolating");
         }
-        if (status != 0) {
-            if (tell) {
-                refuseRow(session, family, step.row.scope, step.row.member, request.name, status);
-                tellCreated(session, step, request.value);
-            }
-            return Exit::done;
-        }
+        return status;
     }
-    return Exit::done;
+    return 0;
 }
 
-Exit runSteps(Session& session, const std::vector<Step>& steps, Progress& progress) {
+int32_t runStep(Session& session, const Step& step, bool tell) {
+    const bool value = step.action == StepAction::setMode || step.action == StepAction::setPon;
+    return value ? runValueStep(session, step, tell) : runRowStep(session, step, tell);
+}
+
+void runSteps(Session& session, const std::vector<Step>& steps, Progress& progress) {
     for (const Step& step : steps) {
-        int32_t status = 0;
-        const Exit exit = runStep(session, step, true, status);
-        if (exit != Exit::done) {
-            complain("the daemon was lost at " + stepText(session, step));
-            return exit;
+        try {
+            ++(runStep(session, step, true) == 0 ? progress.changed : progress.refused);
+        } catch (const CommandEnds& end) {
+            tellEnd(end);
+            throw CommandEnds{end.exit, "the daemon was lost at " + stepText(session, step)};
         }
-        ++(status == 0 ? progress.changed : progress.refused);
     }
-    return Exit::done;
 }
 
-// Steps that may be refused for now are kept in `again`. When it is the mode that has to wait for empty
-// tables, no claim may come in before it.
-Exit trySteps(Session& session, const std::vector<Step>& steps, std::vector<Step>& again,
-              Progress& progress) {
+// Answers the steps that were refused for now. When it is the mode that has to wait for empty tables, no
+// claim may come in before it.
+std::vector<Step> trySteps(Session& session, const std::vector<Step>& steps, Progress& progress) {
+    std::vector<Step> again;
     for (const Step& step : steps) {
         const bool waits = !again.empty() && again.front().action == StepAction::setMode;
-        int32_t status = STATUS_MODE_IN_USE;
-        const Exit exit = waits ? Exit::done : runStep(session, step, false, status);
-        if (exit != Exit::done) {
-            return exit;
-        }
-        if (status == 0) {
+        if (!waits && runStep(session, step, false) == 0) {
             ++progress.changed;
         } else {
             again.push_back(step);
         }
     }
+    return again;
+}
+
+void runPlan(Session& session, const Plan& plan, Progress& progress) {
+    runSteps(session, plan.before, progress);
+    const std::vector<Step> again = trySteps(session, plan.early, progress);
+    for (const std::vector<Step>& steps : {plan.release, again, plan.after}) {
+        runSteps(session, steps, progress);
+    }
+}
+
+// What an earlier run of the daemon left over has to make way once all that is wanted is in force.
+Exit sweepAfter(Session& session) {
+    const uint64_t removed = sweepPlane(session);
+    if (removed != 0 && !session.json) {
+        printLine("swept " + elementsText(removed) + " that an earlier run left over");
+    }
     return Exit::done;
 }
 
-Exit runPlan(Session& session, const Plan& plan, Progress& progress) {
-    std::vector<Step> again;
-    Exit exit = runSteps(session, plan.before, progress);
-    if (exit == Exit::done) {
-        exit = trySteps(session, plan.early, again, progress);
-    }
-    for (const std::vector<Step>& steps : {plan.release, again, plan.after}) {
-        if (exit == Exit::done) {
-            exit = runSteps(session, steps, progress);
-        }
-    }
-    return exit;
-}
-
-// What an earlier run of the daemon left over has to make way once all that is wanted stands.
-Exit sweepAfter(Session& session) {
-    uint64_t removed = 0;
-    const Exit exit = sweepPlane(session, removed);
-    if (exit == Exit::done && removed != 0 && !session.json) {
-        printLine("swept " + elementsText(removed) + " that an earlier run left over");
-    }
-    return exit;
-}
-
+// After a refusal nothing is swept; says so where there is something. A plane that cannot be asked is no
+// failure of what was done.
 void tellUnswept(Session& session) {
-    size_t entries = 0;
-    if (countLeftOver(session, entries) == Exit::done && entries != 0) {
+    try {
+        if (countEntries(readPlane(session), PlaneEntryState::leftOver) == 0) return;
         complain(
             "what an earlier run left over stays, for it may isolate what was refused now; `plane show` "
             "lists it, `plane sweep` removes it");
+    } catch (const CommandEnds& end) {
+        tellEnd(end);
     }
 }
 
-}  // namespace
+std::string outcomeText(size_t steps, const Progress& progress) {
+    return fmt::format("{}, {} made, {} refused", changesText(steps), progress.changed, progress.refused);
+}
 
 Exit runExport(Session& session, const Invocation&) {
-    Configuration running;
-    const Exit exit = readRunning(session, running);
-    if (exit != Exit::done) {
-        return exit;
-    }
-    const std::vector<std::string> lines = configLines(session, running);
+    const std::vector<std::string> lines = configLines(session, readRunning(session));
     if (session.json) {
-        printLine(listCell(lines).json);
+        printLine(jsonText(lines));
         return Exit::done;
     }
     printLine(EXPORT_HEADING);
-    for (const std::string& line : lines) {
-        printLine(safeText(line));
-    }
+    for (const std::string& line : lines) printLine(safeText(line));
     return Exit::done;
 }
 
 Exit runApply(Session& session, const Invocation& invocation) {
-    const std::string& path = invocation.arguments.front();
-    Configuration wanted, running;
-    Exit exit = readBoth(session, path, wanted, running);
-    if (exit != Exit::done) {
-        return exit;
-    }
+    const Configuration wanted = readWanted(session, invocation.arguments.front());
+    const Configuration running = readRunning(session);
     const Plan plan = planChanges(running, wanted);
     printDifference(session, running, wanted);
     const size_t steps = plan.before.size() + plan.early.size() + plan.release.size() + plan.after.size();
-    const bool dryRun = optionValue(invocation.options, "--dry-run") != nullptr;
+    const bool dryRun = fieldValue(invocation.options, "--dry-run") != nullptr;
     if (steps == 0 || dryRun) {
-        if (!session.json) {
-            printLine(steps == 0 ? "nothing to change" : changesText(steps) + ", none made");
-        }
+        if (!session.json) printLine(steps == 0 ? "nothing to change" : changesText(steps) + ", none made");
         return dryRun ? Exit::done : sweepAfter(session);
     }
     std::fflush(stdout);
     Progress progress;
-    exit = runPlan(session, plan, progress);
-    if (exit != Exit::done || progress.refused > 0) {
-        complain(changesText(steps) +
-                 formatText(", %zu made, %zu refused", progress.changed, progress.refused));
-        if (exit != Exit::done) {
-            return exit;
-        }
+    try {
+        runPlan(session, plan, progress);
+    } catch (const CommandEnds& end) {
+        tellEnd(end);
+        throw CommandEnds{end.exit, outcomeText(steps, progress)};
+    }
+    if (progress.refused > 0) {
+        complain(outcomeText(steps, progress));
         tellUnswept(session);
         return Exit::refused;
     }
-    if (!session.json) {
-        printLine(changesText(progress.changed) + " made");
-    }
+    if (!session.json) printLine(changesText(progress.changed) + " made");
     return sweepAfter(session);
+}
+
+constexpr Command APPLY_COMMANDS[] = {
+    {.object = "export",
+     .help = "print the running configuration as a file for apply",
+     .example = "export",
+     .run = runExport,
+     .json = "an array of the lines"},
+    {.object = "apply",
+     .signature = "FILE [--dry-run]",
+     .help = "make the running configuration equal to a file",
+     .example = "apply isolation.conf --dry-run",
+     .run = runApply,
+     .details = APPLY_DETAILS,
+     .json = "an array of {change, line}; change is remove or add"},
+};
+
+}  // namespace
+
+Commands applyCommands() {
+    return APPLY_COMMANDS;
 }

@@ -1,104 +1,47 @@
 #include "ctl/commands/board_commands.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cstdio>
+#include <iterator>
+#include <optional>
 #include <span>
 
+#include "common/text.h"
+#include "ctl/client/forward.h"
 #include "ctl/client/interfaces.h"
-#include "ctl/client/printouts.h"
-#include "ctl/text/output.h"
-#include "wire/framing.h"
+#include "ctl/commands/matrix.h"
+#include "ctl/text/args.h"
+#include "ctl/text/listing.h"
 
 namespace {
 
-struct Printout {
-    const char* verb;
-    const char* function;
-    std::string (*json)(Session& session, const std::string& text);
-};
+constexpr char PUBLISH_DETAILS[] =
+    "  newlink INTERFACE [register] [join] [member-add INTERFACE]... [member-del INTERFACE]...\n"
+    "  dellink INTERFACE, if-reset INTERFACE\n"
+    "  reset, mode-refresh, serial-sync, card-up SLOT\n"
+    "  raw EVENT-GROUP HEX    the bytes of the messages";
 
-Cell interfaceCell(Session& session, uint32_t number) {
-    return number != 0 ? textCell(interfaceName(session, number)) : noCell();
-}
-
-std::string settingsJson(Session&, const std::string& text) {
-    std::vector<std::string> fields;
-    for (const auto& [name, value] : readSettings(text)) {
-        uint32_t number = 0;
-        const bool bare = parseNumber(value, number) && !value.starts_with("0x");
-        fields.push_back(jsonString(name) + ":" + (bare ? value : jsonString(value)));
-    }
-    return "{" + joinWords(fields, ",\n ") + "}";
-}
-
-std::string serialJson(Session& session, const std::string& text) {
-    Listing listing{{{nullptr, "serial"}, {nullptr, "interface"}, {nullptr, "number"}}, {}};
-    for (const std::vector<uint32_t>& row : readNumbers(text)) {
-        listing.rows.push_back(
-            {numberCell(row.front()), interfaceCell(session, row.back()), numberCell(row.back())});
-    }
-    return listingJson(listing);
-}
-
-std::string groupsJson(Session& session, const std::string& text) {
-    Listing listing{{{nullptr, "group"}, {nullptr, "vlan"}, {nullptr, "interface"}, {nullptr, "number"}}, {}};
-    for (const std::vector<uint32_t>& row : readNumbers(text)) {
-        listing.rows.push_back({numberCell(row.front()), row.size() == 3 ? numberCell(row[1]) : noCell(),
-                                interfaceCell(session, row.back()), numberCell(row.back())});
-    }
-    return listingJson(listing);
-}
-
-std::string pairsJson(Session& session, const std::string& text) {
-    Listing listing{{{nullptr, "source"},
-                     {nullptr, "sourceNumber"},
-                     {nullptr, "target"},
-                     {nullptr, "targetNumber"},
-                     {nullptr, "groups"}},
-                    {}};
-    for (const PrintedPair& pair : readPairs(text)) {
-        listing.rows.push_back({interfaceCell(session, pair.source), numberCell(pair.source),
-                                interfaceCell(session, pair.target), numberCell(pair.target),
-                                numberListCell(pair.groups)});
-    }
-    return listingJson(listing);
-}
-
-std::string portsJson(Session& session, const std::string& text) {
-    Listing listing{{{nullptr, "interface"}, {nullptr, "number"}}, {}};
-    for (const std::vector<uint32_t>& row : readNumbers(text)) {
-        listing.rows.push_back({interfaceCell(session, row.back()), numberCell(row.back())});
-    }
-    return listingJson(listing);
-}
-
-constexpr Printout PRINTOUTS[] = {
-    {"global", "portIsolateGlobalShow", settingsJson}, {"serial", "portIsolateSerialShow", serialJson},
-    {"groups", "portIsolateGrpShow", groupsJson},      {"pairs", "portIsolateIfPairShow", pairsJson},
-    {"inner", "portIsolateIfInnerShow", pairsJson},    {"ports", "portIsolatePortShow", portsJson},
-};
+constexpr char FAULT_DETAILS[] =
+    "  CALL NTH|every STATUS [if INTERFACE] [command NUMBER]\n"
+    "                         the NTH matching call from now on, or every one, answers STATUS\n"
+    "  list, clear            the rules that are set";
 
 // The board takes its words apart at blanks, so a word cannot carry one.
-Exit checkWords(const std::vector<std::string>& words) {
+void checkWords(const std::vector<std::string>& words) {
+    const auto splits = [](char letter) {
+        return letter == ' ' || static_cast<unsigned char>(letter) < 0x20;
+    };
     for (const std::string& word : words) {
-        const auto splits = [](char letter) {
-            return letter == ' ' || static_cast<unsigned char>(letter) < 0x20;
-        };
         if (word.empty() || std::any_of(word.begin(), word.end(), splits)) {
-            return misuse("\"" + word + "\" cannot be sent to the board: it is empty or holds blanks");
+            throw misuse("\"" + word + "\" cannot be sent to the board: it is empty or contains blanks");
         }
     }
-    return Exit::done;
 }
 
 void printLines(const Session& session, const std::vector<std::string>& lines) {
-    if (session.json) {
-        printLine(listCell(lines).json);
-        return;
-    }
-    for (const std::string& line : lines) {
-        printLine(safeText(line));
-    }
+    if (session.json) return printLine(jsonText(lines));
+    for (const std::string& line : lines) printLine(safeText(line));
 }
 
 bool isIsolation(std::string_view kind) {
@@ -110,76 +53,59 @@ std::vector<std::string> hardwareWords(Session& session, const std::string& line
     std::vector<std::string> words = splitWords(line);
     uint32_t number = 0;
     for (size_t at = 1; at < std::min<size_t>(words.size(), 3) && isIsolation(words[0]); ++at) {
-        if (parseNumber(words[at], number)) {
-            words[at] = interfaceName(session, number);
-        }
+        if (parseGivenNumber(words[at], number)) words[at] = interfaceName(session, number);
     }
     return words;
 }
 
-// "bi ge1/1 ge1/2 vlan=0" as an object; numbers are left unquoted, names never are.
-std::string hardwareObject(const std::vector<std::string>& words) {
+// "bi ge1/1 ge1/2 vlan=0" as an object. A value that is a number is one in JSON, except the name of a port.
+Json hardwareJson(const std::vector<std::string>& words) {
     const std::string& kind = words[0];
-    const char* const ends[] = {"source", "target"};
-    std::string text = "{\"kind\":" + jsonString(kind);
+    Json object = {{"kind", kind}};
     for (size_t at = 1; at < words.size(); ++at) {
-        const size_t equals = words[at].find('=');
-        const bool named = equals != std::string::npos;
-        const bool end = isIsolation(kind) && at <= std::size(ends);
-        const std::string key = named ? words[at].substr(0, equals)
-                                      : (end                 ? ends[at - 1]
-                                         : kind == "pon-off" ? "vlan"
-                                                             : "value");
-        const std::string value = named ? words[at].substr(equals + 1) : words[at];
+        const Field field = splitField(words[at]);
+        const bool named = words[at].find('=') != std::string::npos;
+        const bool end = isIsolation(kind) && at <= 2;
+        const std::string& value = named ? field.value : words[at];
         uint32_t number = 0;
-        const bool bare = !end && parseNumber(value, number);
-        text += "," + jsonString(key) + ":" + (bare ? std::to_string(number) : jsonString(value));
+        const bool bare = !end && parseGivenNumber(value, number);
+        const char* place = end ? (at == 1 ? "source" : "target") : kind == "pon-off" ? "vlan" : "value";
+        object[named ? field.name : place] = bare ? Json(number) : Json(value);
     }
-    return text + "}";
+    return object;
 }
 
 // "daxIfSyncApi 2 status=0xffffffff if=1 seen=0" as an object.
-std::string faultObject(Session& session, const std::string& line) {
-    std::vector<Cell> cells(6, noCell());
+Json faultJson(Session& session, const std::string& line) {
+    Json object;
+    for (const char* key : {"call", "nth", "status", "if", "command", "seen"}) object[key] = nullptr;
     const std::vector<std::string> words = splitWords(line);
-    uint32_t number = 0;
     for (size_t at = 0; at < words.size(); ++at) {
-        const size_t equals = words[at].find('=');
-        const std::string name = words[at].substr(0, equals);
-        const bool counted =
-            parseNumber(equals == std::string::npos ? name : words[at].substr(equals + 1), number);
+        const Field field = splitField(words[at]);
+        uint32_t number = 0;
         if (at == 0) {
-            cells[0] = textCell(name);
-        } else if (counted) {
-            const char* const names[] = {"status", "if", "command", "seen"};
-            const size_t field =
-                static_cast<size_t>(std::find_if(std::begin(names), std::end(names),
-                                                 [&](const char* known) { return name == known; }) -
-                                    std::begin(names));
-            const size_t cell = field == std::size(names) ? 1 : field + 2;
-            cells[cell] = name == "if" ? interfaceCell(session, number) : numberCell(number);
+            object["call"] = field.name;
+        } else if (words[at].find('=') == std::string::npos) {
+            if (parseGivenNumber(field.name, number)) object["nth"] = number;
+        } else if (object.contains(field.name) && parseGivenNumber(field.value, number)) {
+            object[field.name] = number;
         }
     }
-    return jsonObject({{nullptr, "call"},
-                       {nullptr, "nth"},
-                       {nullptr, "status"},
-                       {nullptr, "if"},
-                       {nullptr, "command"},
-                       {nullptr, "seen"}},
-                      cells);
+    if (const Json& port = object["if"]; port.is_number()) {
+        object["if"] = port != 0 ? Json(interfaceName(session, port)) : Json();
+    }
+    return object;
 }
 
 // The answer to a verb that is handed on; most have none.
 std::string passedJson(Session& session, const Invocation& invocation,
                        const std::vector<std::string>& lines) {
-    if (invocation.verb == "role" && lines.size() == 1) {
-        return jsonObject({{nullptr, "role"}}, {textCell(lines[0])});
-    }
-    std::vector<std::string> objects;
+    if (invocation.verb == "role" && lines.size() == 1) return jsonText({{"role", lines[0]}});
+    Json rows = Json::array();
     for (const std::string& line : lines) {
-        objects.push_back(invocation.verb == "fault" ? faultObject(session, line) : jsonString(line));
+        rows.push_back(invocation.verb == "fault" ? faultJson(session, line) : Json(line));
     }
-    return "[" + joinWords(objects, ",\n ") + "]";
+    return jsonRows(rows);
 }
 
 // The same request for each of `numbers`, going on after a refusal.
@@ -187,34 +113,21 @@ Exit requestEach(Session& session, const std::string& request, const std::vector
     Exit result = Exit::done;
     for (const uint32_t number : numbers) {
         std::vector<std::string> lines;
-        const Exit exit = askBoard(session, request + " " + std::to_string(number), lines);
-        if (exit == Exit::unreachable) {
-            return exit;
+        try {
+            lines = askBoard(session, request + " " + std::to_string(number));
+        } catch (const CommandEnds& end) {
+            if (end.exit != Exit::refused) throw;
+            result = tellEnd(end);
         }
-        result = exit == Exit::done ? result : exit;
         printLines(session, lines);
     }
     return result;
 }
 
-}  // namespace
-
-Exit runBoardList(Session& session, const Invocation&) {
-    std::vector<std::string> lines;
-    const Exit exit = askBoard(session, "list", lines);
-    if (exit != Exit::done) {
-        return exit;
-    }
-    std::vector<BoardInterface> interfaces;
-    bool devices = false;
-    for (const std::string& line : lines) {
-        BoardInterface interface;
-        if (!parseBoardInterface(line, interface)) {
-            return brokenProtocol("an interface without number or name");
-        }
-        devices = devices || (!interface.device.empty() && interface.device != interface.name);
-        interfaces.push_back(interface);
-    }
+Listing interfaceListing(const std::vector<BoardInterface>& interfaces) {
+    const bool devices = std::any_of(interfaces.begin(), interfaces.end(), [](const BoardInterface& board) {
+        return !board.device.empty() && board.device != board.name;
+    });
     Listing listing{{{"NUMBER", "number"},
                      {"NAME", "name"},
                      {"KIND", "kind"},
@@ -236,155 +149,202 @@ Exit runBoardList(Session& session, const Invocation&) {
              numberCell(board.ability), flagCell(board.protocol, "on", "off"),
              board.device.empty() ? noCell() : textCell(board.device), flagCell(board.access, "yes", "no")});
     }
-    printListing(listing, session.json);
+    return listing;
+}
+
+Exit runList(Session& session, const Invocation&) {
+    std::vector<BoardInterface> interfaces;
+    for (const std::string& line : askBoard(session, "list")) {
+        const std::optional<BoardInterface> interface = parseBoardInterface(line);
+        if (!interface) throw brokenProtocol("an interface without number or name");
+        interfaces.push_back(*interface);
+    }
+    printListing(interfaceListing(interfaces), session.json);
     return Exit::done;
 }
 
-Exit runBoardEach(Session& session, const Invocation& invocation) {
-    std::vector<uint32_t> numbers;
-    const Exit exit = resolveInterfaces(session, invocation.arguments, numbers);
-    return exit == Exit::done ? requestEach(session, invocation.verb, numbers) : exit;
+// VERB INTERFACE...
+Exit runEach(Session& session, const Invocation& invocation) {
+    return requestEach(session, invocation.verb, resolveInterfaces(session, invocation.arguments));
 }
 
-Exit runBoardMembers(Session& session, const Invocation& invocation) {
-    uint32_t trunk = 0;
-    std::vector<uint32_t> members;
-    Exit exit = resolveInterface(session, invocation.arguments[0], trunk);
-    if (exit == Exit::done) {
-        exit = resolveInterfaces(session, std::span(invocation.arguments).subspan(1), members);
-    }
-    const std::string request = invocation.verb + " " + std::to_string(trunk);
-    return exit == Exit::done ? requestEach(session, request, members) : exit;
+// VERB TRUNK INTERFACE...
+Exit runMembers(Session& session, const Invocation& invocation) {
+    const uint32_t trunk = resolveInterface(session, invocation.arguments[0]);
+    return requestEach(session, invocation.verb + " " + std::to_string(trunk),
+                       resolveInterfaces(session, std::span(invocation.arguments).subspan(1)));
 }
 
-Exit runBoardForward(Session& session, const Invocation& invocation) {
-    uint32_t from = 0, to = 0, vlan = 0;
-    Exit exit = resolveInterface(session, invocation.arguments[0], from);
-    if (exit == Exit::done) {
-        exit = resolveInterface(session, invocation.arguments[1], to);
+Exit runForward(Session& session, const Invocation& invocation) {
+    const uint32_t from = resolveInterface(session, invocation.arguments[0]);
+    const uint32_t to = resolveInterface(session, invocation.arguments[1]);
+    const uint32_t vlan = numberOption(invocation.options, "--vlan", "VLAN");
+    const ForwardAnswer answer = askForward(session, from, to, vlan);
+    if (!session.json) {
+        printLine(safeText(answer.line));
+        return Exit::done;
     }
-    const std::string* given = optionValue(invocation.options, "--vlan");
-    if (exit == Exit::done && given != nullptr) {
-        exit = numberArgument("VLAN", *given, vlan);
-    }
-    if (exit != Exit::done) {
-        return exit;
-    }
-    std::string request = formatText("forward %u %u", from, to);
-    if (vlan != 0) {
-        request += formatText(" %u", vlan);
-    }
-    std::vector<std::string> lines;
-    exit = askBoard(session, request, lines);
-    if (exit != Exit::done) {
-        return exit;
-    }
-    if (lines.size() != 1) {
-        return brokenProtocol("no single answer to a question");
-    }
-    const size_t blank = std::min(lines[0].find(' '), lines[0].size());
-    const std::string reason = lines[0].substr(std::min(blank + 1, lines[0].size()));
-    if (session.json) {
-        printLine(jsonObject({{nullptr, "from"},
-                              {nullptr, "to"},
-                              {nullptr, "vlan"},
-                              {nullptr, "forwards"},
-                              {nullptr, "reason"}},
-                             {textCell(interfaceName(session, from)), textCell(interfaceName(session, to)),
-                              numberCell(vlan), textCell(lines[0].substr(0, blank)), textCell(reason)}));
-    } else {
-        printLine(safeText(lines[0]));
-    }
+    printLine(jsonText({{"from", interfaceName(session, from)},
+                        {"to", interfaceName(session, to)},
+                        {"vlan", vlan},
+                        {"forwards", answer.word},
+                        {"reason", answer.reason}}));
     return Exit::done;
 }
 
-Exit runBoardHardware(Session& session, const Invocation&) {
+Exit runHardware(Session& session, const Invocation&) {
+    Json rows = Json::array();
     std::vector<std::string> lines;
-    const Exit exit = askBoard(session, "hardware", lines);
-    if (exit != Exit::done) {
-        return exit;
-    }
-    std::string objects;
-    for (std::string& line : lines) {
+    for (const std::string& line : askBoard(session, "hardware")) {
         const std::vector<std::string> words = hardwareWords(session, line);
-        if (words.empty()) {
-            continue;
-        }
-        objects += (objects.empty() ? "" : ",\n ") + hardwareObject(words);
-        line = joinWords(words, " ");
+        if (!words.empty()) rows.push_back(hardwareJson(words));
+        lines.push_back(words.empty() ? line : joinWords(words, " "));
     }
     if (session.json) {
-        printLine("[" + objects + "]");
+        printLine(jsonRows(rows));
     } else {
         printLines(session, lines);
     }
-    return exit;
+    return Exit::done;
 }
 
-Exit streamBoard(Session& session, const Invocation& invocation, const std::string& verb,
-                 const std::function<bool(std::string_view)>& print) {
-    uint32_t count = UINT32_MAX;
-    const std::string* given = optionValue(invocation.options, "--count");
-    if (given != nullptr) {
-        const Exit exit = numberArgument("count", *given, count);
-        if (exit != Exit::done || count == 0) {
-            return exit;
-        }
-    }
-    uint32_t seen = 0;
-    const auto pass = [&](std::string_view line) {
-        if (!print(line)) {
-            return true;
-        }
-        std::fflush(stdout);
-        return given == nullptr || ++seen < count;
-    };
-    std::string why;
-    const LineResult result = boardRequest(verb, session.timeoutMs, true, pass, why);
-    if (result == LineResult::done && (given == nullptr || seen < count)) {
-        return lineExit(LineResult::failed, verb, BOARD_SOCKET_PATH, "the stream ended");
-    }
-    return lineExit(result, verb, BOARD_SOCKET_PATH, why);
-}
-
-Exit runBoardJournal(Session& session, const Invocation& invocation) {
-    return streamBoard(session, invocation, "journal", [](std::string_view line) {
+Exit runJournal(Session& session, const Invocation& invocation) {
+    followBoard(session, "journal", countOption(invocation), [](std::string_view line) {
         printLine(safeText(line));
         return true;
     });
+    return Exit::done;
 }
 
-Exit runBoardPass(Session& session, const Invocation& invocation) {
-    Exit exit = checkWords(invocation.arguments);
-    if (exit != Exit::done) {
-        return exit;
-    }
+// Hands verb and arguments to the board as they are.
+Exit runPass(Session& session, const Invocation& invocation) {
+    checkWords(invocation.arguments);
     std::vector<std::string> words = invocation.arguments;
     words.insert(words.begin(), invocation.verb);
-    std::vector<std::string> lines;
-    exit = askBoard(session, joinWords(words, " "), lines);
-    if (exit != Exit::done) {
-        return exit;
-    }
+    const std::vector<std::string> lines = askBoard(session, joinWords(words, " "));
     const bool lists = invocation.verb == "fault" && invocation.arguments.front() == "list";
     if (!session.json) {
         printLines(session, lines);
     } else if (lists || !lines.empty()) {
         printLine(passedJson(session, invocation, lines));
     }
-    return exit;
+    return Exit::done;
 }
 
-Exit runShow(Session& session, const Invocation& invocation) {
-    const Printout* printout =
-        std::find_if(std::begin(PRINTOUTS), std::end(PRINTOUTS),
-                     [&](const Printout& known) { return invocation.verb == known.verb; });
-    std::string text, why;
-    const LineResult result = shellRequest(printout->function, session.timeoutMs, text, why);
-    if (result == LineResult::done && session.json) {
-        printLine(printout->json(session, text));
-    } else if (result == LineResult::done) {
-        std::fwrite(text.data(), 1, text.size(), stdout);
-    }
-    return lineExit(result, "show " + invocation.verb, SHELL_SOCKET_PATH, why);
+constexpr Command BOARD_COMMANDS[] = {
+    {.object = "board",
+     .verb = "list",
+     .help = "show the board's interfaces",
+     .example = "board list",
+     .run = runList,
+     .json = "an array of {number, name, kind, slot, present, trunk, members, vlan, ability, protocol, "
+             "device, access}"},
+    {.object = "board",
+     .verb = "unplug",
+     .signature = "INTERFACE...",
+     .help = "remove interfaces",
+     .example = "board unplug ge1/3",
+     .run = runEach},
+    {.object = "board",
+     .verb = "plug",
+     .signature = "INTERFACE...",
+     .help = "bring removed interfaces back",
+     .example = "board plug ge1/3",
+     .run = runEach},
+    {.object = "board",
+     .verb = "join",
+     .signature = "TRUNK INTERFACE...",
+     .help = "put ports into a trunk",
+     .example = "board join lag1 ge1/1",
+     .run = runMembers},
+    {.object = "board",
+     .verb = "leave",
+     .signature = "TRUNK INTERFACE...",
+     .help = "take ports out of a trunk",
+     .example = "board leave lag1 ge1/1",
+     .run = runMembers},
+    {.object = "board",
+     .verb = "vlan-add",
+     .signature = "VLAN NUMBER NAME",
+     .help = "make a VLAN interface",
+     .example = "board vlan-add 30 1030 vlan30",
+     .run = runPass},
+    {.object = "board",
+     .verb = "vlan-del",
+     .signature = "VLAN",
+     .help = "remove a VLAN interface",
+     .example = "board vlan-del 30",
+     .run = runPass},
+    {.object = "board",
+     .verb = "card-pull",
+     .signature = "SLOT",
+     .help = "pull a card with its ports",
+     .example = "board card-pull 1",
+     .run = runPass},
+    {.object = "board",
+     .verb = "card-push",
+     .signature = "SLOT",
+     .help = "put a card back",
+     .example = "board card-push 1",
+     .run = runPass},
+    {.object = "board",
+     .verb = "publish",
+     .signature = "EVENT [ARGUMENT...]",
+     .help = "publish an event as the platform does",
+     .example = "board publish newlink ge1/1 register",
+     .run = runPass,
+     .details = PUBLISH_DETAILS},
+    {.object = "board",
+     .verb = "settle",
+     .help = "wait until all events are handled",
+     .example = "board settle",
+     .run = runPass},
+    {.object = "board",
+     .verb = "fault",
+     .signature = "CALL|list|clear [ARGUMENT...]",
+     .help = "make calls of the hardware layer fail",
+     .example = "board fault daxIfSyncApi 2 -1 if ge1/1",
+     .run = runPass,
+     .details = FAULT_DETAILS,
+     .json = "of list: an array of {call, nth, status, if, command, seen}; nth is null for every call"},
+    {.object = "board",
+     .verb = "forward",
+     .signature = "FROM TO [--vlan VLAN]",
+     .help = "ask whether traffic would be forwarded",
+     .example = "board forward ge1/1 ge1/2 --vlan 10",
+     .run = runForward,
+     .json = "{from, to, vlan, forwards, reason}; forwards is yes, no or partly"},
+    {.object = "board",
+     .verb = "matrix",
+     .signature = "[--vlan VLAN] [--svg FILE]",
+     .help = "show who may talk to whom, as the hardware forwards",
+     .example = "board matrix",
+     .run = runMatrix,
+     .json = "the same as for matrix"},
+    {.object = "board",
+     .verb = "hardware",
+     .help = "show what the hardware is programmed with",
+     .example = "board hardware",
+     .run = runHardware,
+     .json = "an array of {kind} with what belongs to the kind"},
+    {.object = "board",
+     .verb = "journal",
+     .signature = "[--count LINES]",
+     .help = "show hardware calls as they happen",
+     .example = "board journal --count 10",
+     .run = runJournal,
+     .json = "the lines are JSON in any case"},
+    {.object = "board",
+     .verb = "role",
+     .signature = "[active|standby|single]",
+     .help = "show or set the board's role",
+     .example = "board role standby",
+     .run = runPass,
+     .json = "{role}"},
+};
+
+}  // namespace
+
+Commands boardCommands() {
+    return BOARD_COMMANDS;
 }

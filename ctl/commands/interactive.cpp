@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/text.h"
 #include "ctl/commands/commands.h"
 #include "ctl/commands/complete.h"
 #include "ctl/text/line_editor.h"
@@ -20,12 +21,10 @@ constexpr int INTERRUPTED = 128;  // added to a signal's number, as shells do
 
 std::vector<std::string> completeLine(const std::string& line) {
     std::vector<std::string> words = splitWords(line);
-    if (line.empty() || line.back() == ' ') {
-        words.emplace_back();
-    }
+    if (line.empty() || line.back() == ' ') words.emplace_back();
     Session session;
     sessionOpen(session);
-    std::vector<std::string> found = completions(session, words);
+    std::vector<std::string> found = completions(session, commandTable(), words);
     sessionClose(session);
     return found;
 }
@@ -68,12 +67,8 @@ Exit interact() {
     printLine("`help` shows what there is, `quit` leaves.");
     while (editLine(PROMPT, line)) {
         const std::vector<std::string> words = splitWords(line);
-        if (words.size() == 1 && (words[0] == "quit" || words[0] == "exit")) {
-            break;
-        }
-        if (!words.empty()) {
-            exit = runApart(words);
-        }
+        if (words.size() == 1 && (words[0] == "quit" || words[0] == "exit")) break;
+        if (!words.empty()) exit = runApart(words);
     }
     closeLineEditor();
     return exit;

@@ -1,7 +1,7 @@
 // Commands one after the other, as they are typed at a terminal.
 #pragma once
 
-#include "ctl/client/session.h"
+#include "ctl/text/exit.h"
 
 // Whether there is a terminal to be interactive with.
 bool canInteract();

@@ -1,5 +1,5 @@
-// portisolatectl, the operator's command. The table of commands is in ctl/commands/commands.cpp; each family
-// of commands has a file of its own.
+// portisolatectl, the operator's command. The table of commands is in ctl/commands/commands.cpp; each
+// family of commands has a file of its own.
 #include <cstdio>
 
 #include "ctl/commands/commands.h"

@@ -1,7 +1,13 @@
-#include <algorithm>
+#include "ctl/commands/matrix_svg.h"
 
-#include "ctl/client/matrix.h"
-#include "ctl/text/output.h"
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "common/text.h"
+#include "ctl/commands/matrix_view.h"
+#include "ctl/text/listing.h"
 
 namespace {
 
@@ -58,41 +64,29 @@ std::string escaped(std::string_view text) {
 }
 
 std::string textAt(size_t x, size_t y, const char* attributes, std::string_view text) {
-    return formatText("<text x=\"%zu\" y=\"%zu\"%s>", x, y, attributes) + escaped(text) + "</text>\n";
+    return fmt::format("<text x=\"{}\" y=\"{}\"{}>{}</text>\n", x, y, attributes, escaped(text));
 }
 
-// A cell with what a pointer over it is told.
+// A cell; `title` shows while the pointer is over it.
 std::string cellAt(size_t x, size_t y, char mark, const std::string& title) {
-    const char* name = "self";
-    for (const MatrixMeaning& meaning : matrixMeanings()) {
-        name = meaning.mark == mark ? meaning.name : name;
-    }
-    std::string shape;
-    for (const MarkShape& known : SHAPES) {
-        if (known.mark == mark) {
-            shape = formatText("<path class=\"mark\" d=\"%s\"/>", known.path);
-        }
-    }
-    return formatText("<g class=\"%s\" transform=\"translate(%zu %zu)\">", name, x, y) +
+    const MatrixMeaning* meaning = findMeaning(mark);
+    const auto* shape = std::find_if(std::begin(SHAPES), std::end(SHAPES),
+                                     [=](const MarkShape& known) { return known.mark == mark; });
+    return fmt::format("<g class=\"{}\" transform=\"translate({} {})\">",
+                       meaning != nullptr ? meaning->name : "self", x, y) +
            (title.empty() ? "" : "<title>" + escaped(title) + "</title>") +
-           formatText("<rect class=\"cell\" width=\"%zu\" height=\"%zu\" rx=\"4\"/>", CELL, CELL) + shape +
+           fmt::format("<rect class=\"cell\" width=\"{0}\" height=\"{0}\" rx=\"4\"/>", CELL) +
+           (shape != std::end(SHAPES) ? fmt::format("<path class=\"mark\" d=\"{}\"/>", shape->path) : "") +
            "</g>\n";
 }
 
 std::string cellTitle(const Matrix& matrix, size_t row, size_t column) {
-    const char mark = matrixMark(matrix, row, column);
-    for (const MatrixMeaning& meaning : matrixMeanings()) {
-        if (meaning.mark != mark) {
-            continue;
-        }
-        std::string title = matrix.names[row] + " to " + matrix.names[column] + ": " + meaning.text;
-        const std::set<uint32_t>& vlans = matrix.blockedIn[row][column];
-        if (!vlans.empty()) {
-            title += " (VLAN " + numberListCell({vlans.begin(), vlans.end()}).text + ")";
-        }
-        return title;
-    }
-    return {};
+    const MatrixMeaning* meaning = findMeaning(matrixMark(matrix, row, column));
+    if (meaning == nullptr) return {};
+    const std::set<uint32_t>& vlans = matrix.blockedIn[row][column];
+    const std::string within =
+        vlans.empty() ? "" : " (VLAN " + numberList({vlans.begin(), vlans.end()}) + ")";
+    return matrix.names[row] + " to " + matrix.names[column] + ": " + meaning->text + within;
 }
 
 std::string grid(const Matrix& matrix, size_t left, size_t top) {
@@ -101,8 +95,8 @@ std::string grid(const Matrix& matrix, size_t left, size_t top) {
         const size_t y = top + row * CELL;
         const size_t x = left + row * CELL;
         text += textAt(left - 10, y + CELL / 2 + 5, " text-anchor=\"end\"", matrix.names[row]);
-        text += formatText("<g transform=\"translate(%zu %zu) rotate(-50)\">", x + CELL / 2 + 4, top - 10) +
-                textAt(0, 0, "", matrix.names[row]) + "</g>\n";
+        text += fmt::format("<g transform=\"translate({} {}) rotate(-50)\">{}</g>\n", x + CELL / 2 + 4,
+                            top - 10, textAt(0, 0, "", matrix.names[row]));
         for (size_t column = 0; column < matrix.names.size(); ++column) {
             text += cellAt(left + column * CELL, y, matrixMark(matrix, row, column),
                            cellTitle(matrix, row, column));
@@ -112,15 +106,14 @@ std::string grid(const Matrix& matrix, size_t left, size_t top) {
 }
 
 std::string legend(const Matrix& matrix, size_t top) {
+    const std::vector<uint32_t> vlans = matrixVlans(matrix);
     std::string text;
     for (const MatrixMeaning& meaning : matrixMeanings()) {
-        const std::set<uint32_t> vlans = matrixVlans(matrix);
-        std::string words = meaning.text;
-        if (meaning.mark == MATRIX_IN_VLAN && !vlans.empty()) {
-            words += ": " + numberListCell({vlans.begin(), vlans.end()}).text;
-        }
-        text += formatText("<g transform=\"translate(%zu %zu) scale(.75)\">", MARGIN, top) +
-                cellAt(0, 0, meaning.mark, "") + "</g>\n" + textAt(MARGIN + CELL + 4, top + 16, "", words);
+        const bool within = meaning.mark == MATRIX_IN_VLAN && !vlans.empty();
+        text +=
+            fmt::format("<g transform=\"translate({} {}) scale(.75)\">{}</g>\n", MARGIN, top,
+                        cellAt(0, 0, meaning.mark, "")) +
+            textAt(MARGIN + CELL + 4, top + 16, "", meaning.text + (within ? ": " + numberList(vlans) : ""));
         top += LEGEND_ROW;
     }
     return text;
@@ -139,12 +132,12 @@ std::string matrixSvg(const Matrix& matrix) {
     const size_t width = std::max(left + edge + widest * 2 / 3, MARGIN + LEGEND_WIDTH) + MARGIN;
     const size_t foot = top + edge + MARGIN;
     const size_t height = foot + matrixMeanings().size() * LEGEND_ROW + MARGIN;
-    return formatText(
-               "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%zu\" height=\"%zu\" "
-               "viewBox=\"0 0 %zu %zu\" role=\"img\">\n",
-               width, height, width, height) +
+    return fmt::format(
+               "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
+               "viewBox=\"0 0 {0} {1}\" role=\"img\">\n",
+               width, height) +
            "<title>Who may talk to whom</title>\n" + STYLE +
-           formatText("<rect class=\"page\" width=\"%zu\" height=\"%zu\"/>\n", width, height) +
+           fmt::format("<rect class=\"page\" width=\"{}\" height=\"{}\"/>\n", width, height) +
            textAt(MARGIN, MARGIN + 16, " class=\"title\"", "Who may talk to whom") +
            textAt(MARGIN, MARGIN + 38, " class=\"note\"",
                   "from the row to the column, " + matrixScope(matrix)) +

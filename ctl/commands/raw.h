@@ -1,7 +1,7 @@
-// Any request of the command socket by number, for whoever tries the daemon out: indexes and values of any
-// length go out as they are written.
+// `raw`: any request of the command socket by number, to try the daemon out. Indexes and values of any length
+// go out as they are written.
 #pragma once
 
-#include "ctl/client/session.h"
+#include "ctl/commands/command.h"
 
-Exit runRaw(Session& session, const Invocation& invocation);
+Commands rawCommands();

@@ -1,15 +1,18 @@
 #include "ctl/configuration/config_file.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <set>
 #include <span>
 
 #include "ctl/text/args.h"
 #include "ctl/text/output.h"
+#include "wire/records.h"
 
 namespace {
 
-constexpr uint32_t VLAN_MAX = 4095;
+constexpr char VLAN_ID[] = "a VLAN id";
 constexpr size_t QUOTED_MAX = 40;  // bytes of a wrong word that are shown
 
 using Words = std::span<const ConfigWord>;
@@ -32,11 +35,9 @@ bool mistake(Reader& reader, Place place, std::string text) {
     return false;
 }
 
-// Takes the next word off the line, or tells that `wanted` is missing.
+// Takes the next word off the line; without one it is a mistake that `wanted` is missing.
 bool takeWord(Reader& reader, const char* wanted, ConfigWord& word) {
-    if (reader.words.empty()) {
-        return mistake(reader, reader.end, std::string(wanted) + " is missing here");
-    }
+    if (reader.words.empty()) return mistake(reader, reader.end, std::string(wanted) + " is missing here");
     word = reader.words.front();
     reader.words = reader.words.subspan(1);
     return true;
@@ -45,30 +46,23 @@ bool takeWord(Reader& reader, const char* wanted, ConfigWord& word) {
 bool takeKeyword(Reader& reader, const char* keyword) {
     ConfigWord word;
     const std::string wanted = "\"" + std::string(keyword) + "\"";
-    if (!takeWord(reader, wanted.c_str(), word)) {
-        return false;
-    }
-    return word.text == keyword || mistake(reader, word.place, quoted(word.text) + " in place of " + wanted);
+    if (!takeWord(reader, wanted.c_str(), word)) return false;
+    return word.text == keyword ||
+           mistake(reader, word.place, quoted(word.text) + " stands where " + wanted + " belongs");
 }
 
-bool takeNumber(Reader& reader, const char* what, uint32_t least, uint32_t most, ConfigWord& word,
+bool takeNumber(Reader& reader, const char* wanted, uint32_t least, uint32_t most, ConfigWord& word,
                 uint32_t& number) {
-    if (!takeWord(reader, what, word)) {
-        return false;
-    }
-    if (parseNumber(word.text, number) && number >= least && number <= most) {
-        return true;
-    }
+    if (!takeWord(reader, wanted, word)) return false;
+    if (parseGivenNumber(word.text, number) && number >= least && number <= most) return true;
+    const std::string range =
+        most == UINT32_MAX ? fmt::format("a number from {} up", least) : fmt::format("{} to {}", least, most);
     return mistake(reader, word.place,
-                   quoted(word.text) + " is no " + what +
-                       (most == UINT32_MAX ? formatText(": write a number from %u up", least)
-                                           : formatText(": %u to %u are", least, most)));
+                   fmt::format("{} is not {}: give {}", quoted(word.text), wanted, range));
 }
 
 bool takeMembers(Reader& reader, ConfigLine& line) {
-    if (reader.words.empty()) {
-        return mistake(reader, reader.end, "an interface is missing here");
-    }
+    if (reader.words.empty()) return mistake(reader, reader.end, "an interface is missing here");
     line.members.assign(reader.words.begin(), reader.words.end());
     reader.words = {};
     return true;
@@ -76,46 +70,39 @@ bool takeMembers(Reader& reader, ConfigLine& line) {
 
 bool readMode(Reader& reader, ConfigLine& line) {
     ConfigWord word;
-    const bool read = takeNumber(reader, "mode", 0, UINT32_MAX, word, line.number);
+    const bool read = takeNumber(reader, "a mode", 0, UINT32_MAX, word, line.number);
     line.place = word.place;
     return read;
 }
 
 bool readGroup(Reader& reader, ConfigLine& line) {
     ConfigWord word;
-    if (!takeNumber(reader, "group", 1, UINT32_MAX, word, line.number)) {
-        return false;
-    }
+    if (!takeNumber(reader, "a group number", 1, UINT32_MAX, word, line.number)) return false;
     line.place = word.place;
     if (line.kind == ConfigKind::vlanGroup &&
-        (!takeKeyword(reader, "vlan") || !takeNumber(reader, "VLAN", 1, VLAN_MAX, word, line.vlan))) {
+        (!takeKeyword(reader, "vlan") || !takeNumber(reader, VLAN_ID, 1, VLAN_ID_MAX, word, line.vlan))) {
         return false;
     }
     return takeMembers(reader, line);
 }
 
 bool readPair(Reader& reader, ConfigLine& line) {
-    if (!takeWord(reader, "a source interface", line.source)) {
-        return false;
-    }
+    if (!takeWord(reader, "a source interface", line.source)) return false;
     line.place = line.source.place;
     return takeKeyword(reader, "to") && takeMembers(reader, line);
 }
 
 // The VLANs of one word are added to the line, up to one that is not right.
 void readVlans(Reader& reader, const ConfigWord& word, ConfigLine& line) {
-    std::vector<std::string> range = expandRange(word.text);
-    if (range.empty()) {
-        range = {word.text};
-    }
-    for (const std::string& text : range) {
+    for (const std::string& text : expandWord(word.text)) {
         uint32_t vlan = 0;
-        if (!parseNumber(text, vlan) || vlan < 1 || vlan > VLAN_MAX) {
-            mistake(reader, word.place, quoted(text) + formatText(" is no VLAN: 1 to %u are", VLAN_MAX));
+        if (!parseGivenNumber(text, vlan) || vlan < 1 || vlan > VLAN_ID_MAX) {
+            mistake(reader, word.place,
+                    fmt::format("{} is not {}: give 1 to {}", quoted(text), VLAN_ID, VLAN_ID_MAX));
             return;
         }
         if (!reader.ponOff.insert(vlan).second) {
-            mistake(reader, word.place, formatText("VLAN %u is named before", vlan));
+            mistake(reader, word.place, fmt::format("VLAN {} was named before", vlan));
             return;
         }
         line.vlans.push_back(vlan);
@@ -123,15 +110,9 @@ void readVlans(Reader& reader, const ConfigWord& word, ConfigLine& line) {
 }
 
 bool readPon(Reader& reader, ConfigLine& line) {
-    if (!takeKeyword(reader, "off")) {
-        return false;
-    }
-    if (reader.words.empty()) {
-        return mistake(reader, reader.end, "a VLAN is missing here");
-    }
-    for (const ConfigWord& word : reader.words) {
-        readVlans(reader, word, line);
-    }
+    if (!takeKeyword(reader, "off")) return false;
+    if (reader.words.empty()) return mistake(reader, reader.end, std::string(VLAN_ID) + " is missing here");
+    for (const ConfigWord& word : reader.words) readVlans(reader, word, line);
     reader.words = {};
     return true;
 }
@@ -144,23 +125,21 @@ struct Statement {
 };
 
 constexpr Statement STATEMENTS[] = {
-    {"mode", ConfigKind::mode, false, readMode},
-    {"group", ConfigKind::group, true, readGroup},
-    {"vlan-group", ConfigKind::vlanGroup, true, readGroup},
-    {"pair", ConfigKind::pair, true, readPair},
-    {"pon", ConfigKind::ponOff, false, readPon},
+    {.word = "mode", .kind = ConfigKind::mode, .rows = false, .read = readMode},
+    {.word = "group", .kind = ConfigKind::group, .rows = true, .read = readGroup},
+    {.word = "vlan-group", .kind = ConfigKind::vlanGroup, .rows = true, .read = readGroup},
+    {.word = "pair", .kind = ConfigKind::pair, .rows = true, .read = readPair},
+    {.word = "pon", .kind = ConfigKind::ponOff, .rows = false, .read = readPon},
 };
 constexpr char CREATED_WORD[] = "created";
 
 void unknownStatement(Reader& reader, const ConfigWord& word) {
     std::vector<std::string> names = {CREATED_WORD};
-    for (const Statement& statement : STATEMENTS) {
-        names.emplace_back(statement.word);
-    }
+    for (const Statement& statement : STATEMENTS) names.emplace_back(statement.word);
     const std::vector<std::string> near = nearNames(names, word.text.substr(0, QUOTED_MAX));
     mistake(reader, word.place,
-            quoted(word.text) + " begins no line; " +
-                (near.empty() ? "there are " + joinChoices(names, "and")
+            quoted(word.text) + " does not begin a line; " +
+                (near.empty() ? "these do: " + joinChoices(names, "and")
                               : "did you mean " + joinChoices(near, "or") + "?"));
 }
 
@@ -169,9 +148,7 @@ void readLine(Reader& reader) {
     ConfigWord word = reader.words.front();
     reader.words = reader.words.subspan(1);
     line.active = word.text != CREATED_WORD;
-    if (!line.active && !takeWord(reader, "group, vlan-group or pair", word)) {
-        return;
-    }
+    if (!line.active && !takeWord(reader, "group, vlan-group or pair", word)) return;
     const Statement* statement = std::find_if(std::begin(STATEMENTS), std::end(STATEMENTS),
                                               [&](const Statement& one) { return word.text == one.word; });
     if (statement == std::end(STATEMENTS)) {
@@ -183,9 +160,7 @@ void readLine(Reader& reader) {
         return;
     }
     line.kind = statement->kind;
-    if (!statement->read(reader, line)) {
-        return;
-    }
+    if (!statement->read(reader, line)) return;
     if (!reader.words.empty()) {
         mistake(reader, reader.words.front().place,
                 quoted(reader.words.front().text) + " is one word too many");
@@ -210,13 +185,9 @@ std::vector<ConfigWord> wordsOf(std::string_view text, uint32_t number, Place& e
             ++at;
             continue;
         }
-        if (text[at] == '#') {
-            break;
-        }
+        if (text[at] == '#') break;
         size_t stop = at;
-        while (stop < text.size() && !isBlank(text[stop])) {
-            ++stop;
-        }
+        while (stop < text.size() && !isBlank(text[stop])) ++stop;
         column += static_cast<uint32_t>(textWidth(text.substr(counted, at - counted)));
         counted = at;
         words.push_back({{number, column}, std::string(text.substr(at, stop - at))});
@@ -240,9 +211,7 @@ ConfigFile parseConfig(std::string_view text) {
         Place end;
         const std::vector<ConfigWord> words = wordsOf(text.substr(0, length), number, end);
         text.remove_prefix(std::min(length + 1, text.size()));
-        if (words.empty()) {
-            continue;
-        }
+        if (words.empty()) continue;
         Reader reader{file, ponOff, words, end};
         readLine(reader);
     }

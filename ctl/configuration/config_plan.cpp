@@ -27,9 +27,7 @@ bool isActive(const Rows& rows, const ConfigRow& row) {
 Memberships membershipsOf(const Rows& rows) {
     Memberships memberships;
     for (const auto& [row, active] : rows) {
-        if (active && isGroup(row)) {
-            memberships[row.member].insert({row.kind, row.scope});
-        }
+        if (active && isGroup(row)) memberships[row.member].insert({row.kind, row.scope});
     }
     return memberships;
 }
@@ -39,9 +37,7 @@ std::vector<uint32_t> fellowsOf(const Rows& rows, const ConfigRow& row) {
     std::vector<uint32_t> fellows;
     for (auto at = rows.lower_bound({row.kind, row.scope, 0});
          at != rows.end() && at->first.kind == row.kind && at->first.scope == row.scope; ++at) {
-        if (at->second && at->first.member != row.member) {
-            fellows.push_back(at->first.member);
-        }
+        if (at->second && at->first.member != row.member) fellows.push_back(at->first.member);
     }
     return fellows;
 }
@@ -68,9 +64,7 @@ bool shares(const Memberships& memberships, uint32_t member, const Membership& g
 void findCover(const Changes& changes, const ConfigRow& gone, uint32_t fellow,
                std::vector<ConfigRow>& cover) {
     const auto missing = [&](const ConfigRow& row) {
-        if (!isActive(changes.running.rows, row)) {
-            cover.push_back(row);
-        }
+        if (!isActive(changes.running.rows, row)) cover.push_back(row);
     };
     const auto mine = changes.wantedGroups.find(gone.member);
     if (mine != changes.wantedGroups.end()) {
@@ -85,17 +79,13 @@ void findCover(const Changes& changes, const ConfigRow& gone, uint32_t fellow,
     // A pair may stand beside a VLAN group, never beside a plain one.
     for (const auto& [source, target] : {std::pair(gone.member, fellow), std::pair(fellow, gone.member)}) {
         const ConfigRow pair{ConfigKind::pair, {source, 0}, target};
-        if (gone.kind == ConfigKind::vlanGroup && isActive(changes.wanted.rows, pair)) {
-            missing(pair);
-        }
+        if (gone.kind == ConfigKind::vlanGroup && isActive(changes.wanted.rows, pair)) missing(pair);
     }
 }
 
 // Holds a removal back where ports are isolated after it, too, but by rows that are still to come.
 void holdBack(Changes& changes, const ConfigRow& gone) {
-    if (!isGroup(gone) || !isActive(changes.running.rows, gone)) {
-        return;
-    }
+    if (!isGroup(gone) || !isActive(changes.running.rows, gone)) return;
     for (const uint32_t fellow : fellowsOf(changes.running.rows, gone)) {
         std::vector<ConfigRow> cover;
         findCover(changes, gone, fellow, cover);
@@ -120,9 +110,7 @@ bool wouldInheritScope(const Changes& changes, uint32_t vlan, uint32_t member, u
 // Claims that have to wait for the removals after all are taken out of the early ones.
 void postpone(Changes& changes) {
     std::erase_if(changes.early, [&](const ConfigRow& row) {
-        if (!isGroup(row)) {
-            return false;
-        }
+        if (!isGroup(row)) return false;
         const std::vector<uint32_t> fellows = fellowsOf(changes.wanted.rows, row);
         return std::any_of(fellows.begin(), fellows.end(), [&](uint32_t fellow) {
             return wouldInheritScope(changes, row.scope.vlan, row.member, fellow) ||
@@ -135,9 +123,7 @@ void planAdditions(const Changes& changes, Plan& plan) {
     std::vector<Step> created;
     for (const auto& [row, active] : changes.wanted.rows) {
         const bool there = changes.running.rows.contains(row) && !changes.removed.contains(row);
-        if (there && isActive(changes.running.rows, row) == active) {
-            continue;
-        }
+        if (there && isActive(changes.running.rows, row) == active) continue;
         if (!active) {
             created.push_back({StepAction::create, row});
         } else {
@@ -153,9 +139,7 @@ void planAdditions(const Changes& changes, Plan& plan) {
 void planPon(const std::set<uint32_t>& vlans, const std::set<uint32_t>& lacking, bool on,
              std::vector<Step>& steps) {
     for (const uint32_t vlan : vlans) {
-        if (!lacking.contains(vlan)) {
-            steps.push_back({StepAction::setPon, {}, vlan, on});
-        }
+        if (!lacking.contains(vlan)) steps.push_back({StepAction::setPon, {}, vlan, on});
     }
 }
 
@@ -166,13 +150,9 @@ Plan planChanges(const Configuration& running, const Configuration& wanted) {
     for (const auto& [row, active] : running.rows) {
         const auto kept = wanted.rows.find(row);
         // Nothing but a new entry makes an active row a created one.
-        if (kept == wanted.rows.end() || (active && !kept->second)) {
-            changes.removed.insert(row);
-        }
+        if (kept == wanted.rows.end() || (active && !kept->second)) changes.removed.insert(row);
     }
-    for (const ConfigRow& row : changes.removed) {
-        holdBack(changes, row);
-    }
+    for (const ConfigRow& row : changes.removed) holdBack(changes, row);
     postpone(changes);
 
     Plan plan;

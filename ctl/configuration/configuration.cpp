@@ -1,10 +1,15 @@
 #include "ctl/configuration/configuration.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
+#include "common/text.h"
 #include "ctl/client/interfaces.h"
-#include "ctl/client/settings.h"
+#include "ctl/client/scalars.h"
+#include "ctl/text/args.h"
 #include "ctl/text/output.h"
+#include "wire/scalars.h"
 
 namespace {
 
@@ -25,93 +30,83 @@ void mistake(ConfigFile& file, Place place, std::string text) {
 }
 
 std::string placeText(Place place) {
-    return formatText("line %u", place.line);
+    return fmt::format("line {}", place.line);
 }
 
+// A file while its names are resolved.
+struct Resolver {
+    Session& session;
+    ConfigFile& file;
+    Configuration wanted;
+    Places places;
+};
+
 // A group number serves plain groups or one VLAN.
-bool checkGroup(ConfigFile& file, const ConfigLine& line, Places& places) {
-    if (line.kind == ConfigKind::pair) {
-        return true;
-    }
-    const auto [first, fresh] = places.groups.emplace(line.number, line);
+bool checkGroup(Resolver& resolver, const ConfigLine& line) {
+    if (line.kind == ConfigKind::pair) return true;
+    const auto [first, fresh] = resolver.places.groups.emplace(line.number, line);
     const ConfigLine& before = first->second;
-    if (fresh || (before.kind == line.kind && before.vlan == line.vlan)) {
-        return true;
-    }
-    mistake(file, line.place,
-            formatText("number %u serves ", line.number) +
-                (before.kind == ConfigKind::group ? "a group without a VLAN"
-                                                  : formatText("VLAN %u", before.vlan)) +
-                " in " + placeText(before.place) + "; take another");
+    if (fresh || (before.kind == line.kind && before.vlan == line.vlan)) return true;
+    mistake(resolver.file, line.place,
+            fmt::format("number {} serves {} in {}; take another", line.number,
+                        before.kind == ConfigKind::group ? "a group without a VLAN"
+                                                         : fmt::format("VLAN {}", before.vlan),
+                        placeText(before.place)));
     return false;
 }
 
 // The interfaces that a word stands for; none after a mistake.
-std::vector<uint32_t> settleWord(Session& session, ConfigFile& file, const ConfigWord& word) {
-    std::vector<uint32_t> numbers;
-    const std::string wrong = findInterfaces(session, word.text, numbers);
-    if (!wrong.empty()) {
-        mistake(file, word.place, wrong);
-        return {};
-    }
-    return numbers;
+std::vector<uint32_t> resolveWord(Resolver& resolver, const ConfigWord& word) {
+    const FoundInterfaces found = findInterfaces(resolver.session, word.text);
+    if (!found.wrong.empty()) mistake(resolver.file, word.place, found.wrong);
+    return found.numbers;
 }
 
 // Adds the rows of one word, up to one that is not right.
-void settleMembers(Session& session, ConfigFile& file, const ConfigLine& line, RowScope scope,
-                   const ConfigWord& word, Configuration& wanted, Places& places) {
-    for (const uint32_t member : settleWord(session, file, word)) {
+void resolveMembers(Resolver& resolver, const ConfigLine& line, RowScope scope, const ConfigWord& word) {
+    ConfigFile& file = resolver.file;
+    for (const uint32_t member : resolveWord(resolver, word)) {
         const ConfigRow row{line.kind, scope, member};
-        const std::string name = safeText(interfaceName(session, member));
+        const std::string name = safeText(interfaceName(resolver.session, member));
         if (line.kind == ConfigKind::pair && member == scope.number) {
             return mistake(file, word.place, name + " is its own target");
         }
-        const auto [first, fresh] = places.rows.emplace(row, word.place);
+        const auto [first, fresh] = resolver.places.rows.emplace(row, word.place);
         if (!fresh) {
-            return mistake(file, word.place, name + " is named here before, in " + placeText(first->second));
+            return mistake(file, word.place, name + " was named before, in " + placeText(first->second));
         }
-        if (wanted.rows.size() == ROWS_MAX) {
-            return mistake(file, word.place, formatText("more than %zu rows", ROWS_MAX));
+        if (resolver.wanted.rows.size() == ROWS_MAX) {
+            return mistake(file, word.place, fmt::format("more than {} rows", ROWS_MAX));
         }
-        wanted.rows[row] = line.active;
+        resolver.wanted.rows[row] = line.active;
     }
 }
 
-void settleRows(Session& session, ConfigFile& file, const ConfigLine& line, Configuration& wanted,
-                Places& places) {
+void resolveRows(Resolver& resolver, const ConfigLine& line) {
     RowScope scope{line.number, line.vlan};
     if (line.kind == ConfigKind::pair) {
-        const std::vector<uint32_t> source = settleWord(session, file, line.source);
+        const std::vector<uint32_t> source = resolveWord(resolver, line.source);
         if (source.size() > 1) {
-            mistake(file, line.source.place, "one source is wanted here, and the range holds several");
+            mistake(resolver.file, line.source.place, "give one source: this range holds several");
         }
-        if (source.size() != 1) {
-            return;
-        }
+        if (source.size() != 1) return;
         scope.number = source.front();
     }
-    for (const ConfigWord& word : line.members) {
-        settleMembers(session, file, line, scope, word, wanted, places);
-    }
+    for (const ConfigWord& word : line.members) resolveMembers(resolver, line, scope, word);
 }
 
 // A pair within a group would be refused, whichever came first.
-void checkPairs(Session& session, ConfigFile& file, const Configuration& wanted, const Places& places) {
+void checkPairs(Resolver& resolver) {
     std::map<uint32_t, std::set<uint32_t>> groups;  // by member
-    for (const auto& [row, active] : wanted.rows) {
-        if (row.kind == ConfigKind::group) {
-            groups[row.member].insert(row.scope.number);
-        }
-        if (row.kind != ConfigKind::pair) {
-            continue;
-        }
+    for (const auto& [row, active] : resolver.wanted.rows) {
+        if (row.kind == ConfigKind::group) groups[row.member].insert(row.scope.number);
+        if (row.kind != ConfigKind::pair) continue;
         for (const uint32_t group : groups[row.scope.number]) {
-            if (groups[row.member].contains(group)) {
-                mistake(file, places.rows.at(row),
-                        safeText(interfaceName(session, row.scope.number)) + " and " +
-                            safeText(interfaceName(session, row.member)) +
-                            formatText(" share group %u, so they cannot be a pair", group));
-            }
+            if (!groups[row.member].contains(group)) continue;
+            mistake(resolver.file, resolver.places.rows.at(row),
+                    fmt::format("{} and {} share group {}, so they cannot be a pair",
+                                safeText(interfaceName(resolver.session, row.scope.number)),
+                                safeText(interfaceName(resolver.session, row.member)), group));
         }
     }
 }
@@ -126,11 +121,10 @@ void sortMistakes(ConfigFile& file) {
 
 // The name of an interface where reading it gives the interface again, else its number.
 std::string writtenName(Session& session, uint32_t number) {
-    std::vector<uint32_t> numbers;
     const std::string name = interfaceName(session, number);
-    const bool plain = !name.starts_with('#') && findInterfaces(session, name, numbers).empty() &&
-                       numbers == std::vector<uint32_t>{number};
-    return plain ? name : std::to_string(number);
+    const bool comment = name.starts_with('#');
+    const bool same = !comment && findInterfaces(session, name).numbers == std::vector<uint32_t>{number};
+    return same ? name : std::to_string(number);
 }
 
 // "ge1/1-4" for names from one to the other, which count up.
@@ -151,9 +145,8 @@ std::vector<std::string> withRanges(Session& session, const std::vector<std::str
         const auto first = names.begin() + static_cast<ptrdiff_t>(at);
         const std::vector<std::string> run(first, names.begin() + static_cast<ptrdiff_t>(end));
         const std::string range = rangeText(run.front(), run.back());
-        std::vector<uint32_t> numbers;
         if (run.size() >= RANGE_SHORTEST && expandRange(range) == run &&
-            findInterfaces(session, range, numbers).empty() && numbers.size() == run.size()) {
+            findInterfaces(session, range).numbers.size() == run.size()) {
             words.push_back(range);
         } else {
             words.insert(words.end(), run.begin(), run.end());
@@ -179,12 +172,10 @@ void appendLines(std::vector<std::string>& lines, const std::string& head,
 
 std::string rowsHead(Session& session, const ConfigRow& row, bool active) {
     const std::string front = active ? "" : "created ";
-    if (row.kind == ConfigKind::pair) {
-        return front + "pair " + writtenName(session, row.scope.number) + " to";
-    }
+    if (row.kind == ConfigKind::pair) return front + "pair " + writtenName(session, row.scope.number) + " to";
     return front + (row.kind == ConfigKind::group
-                        ? formatText("group %u", row.scope.number)
-                        : formatText("vlan-group %u vlan %u", row.scope.number, row.scope.vlan));
+                        ? fmt::format("group {}", row.scope.number)
+                        : fmt::format("vlan-group {} vlan {}", row.scope.number, row.scope.vlan));
 }
 
 }  // namespace
@@ -193,68 +184,55 @@ const RowFamily& rowFamily(ConfigKind kind) {
     return kind == ConfigKind::group ? GROUP_ROWS : kind == ConfigKind::pair ? PAIR_ROWS : VLAN_GROUP_ROWS;
 }
 
-Exit readRunning(Session& session, Configuration& running) {
-    uint32_t mode = 0;
-    std::vector<uint32_t> vlans;
-    Exit exit = readMode(session, mode);
-    if (exit == Exit::done) {
-        exit = readPonOff(session, vlans);
-    }
-    running.mode = mode;
+Configuration readRunning(Session& session) {
+    Configuration running;
+    running.mode = readNumber(session, SCALAR_MODE);
+    const std::vector<uint32_t> vlans = readPonOff(session);
     running.ponOff.insert(vlans.begin(), vlans.end());
     for (const ConfigKind kind : ROW_KINDS) {
-        std::vector<Row> rows;
-        if (exit == Exit::done) {
-            exit = collectRows(session, rowFamily(kind), nullptr, true, rows);
-        }
-        for (const Row& row : rows) {
-            running.rows[{kind, row.scope, row.member}] = row.status == STATUS_PROGRAMMED;
+        for (const Row& row : collectRows(session, rowFamily(kind), nullptr)) {
+            running.rows[{kind, row.scope, row.member}] = row.status == ROW_STATE_PROGRAMMED;
         }
     }
-    return exit;
+    return running;
 }
 
-void settleConfig(Session& session, ConfigFile& file, Configuration& wanted) {
-    Places places;
+Configuration resolveConfig(Session& session, ConfigFile& file) {
+    Resolver resolver{session, file, {}, {}};
     const ConfigLine* mode = nullptr;
     for (const ConfigLine& line : file.lines) {
         if (line.kind == ConfigKind::ponOff) {
-            wanted.ponOff.insert(line.vlans.begin(), line.vlans.end());
+            resolver.wanted.ponOff.insert(line.vlans.begin(), line.vlans.end());
         } else if (line.kind != ConfigKind::mode) {
-            if (checkGroup(file, line, places)) {
-                settleRows(session, file, line, wanted, places);
-            }
+            if (checkGroup(resolver, line)) resolveRows(resolver, line);
         } else if (mode != nullptr) {
-            mistake(file, line.place, "the mode is set before, in " + placeText(mode->place));
+            mistake(file, line.place, "the mode was set before, in " + placeText(mode->place));
         } else {
             mode = &line;
-            wanted.mode = line.number;
+            resolver.wanted.mode = line.number;
         }
     }
-    checkPairs(session, file, wanted, places);
+    checkPairs(resolver);
     sortMistakes(file);
+    return resolver.wanted;
 }
 
 void checkGroupNumbers(ConfigFile& file, uint32_t maxGroups) {
     for (const ConfigLine& line : file.lines) {
         const bool numbered = line.kind == ConfigKind::group || line.kind == ConfigKind::vlanGroup;
         if (numbered && line.number > maxGroups) {
-            mistake(file, line.place, formatText("the daemon's group numbers run from 1 to %u", maxGroups));
+            mistake(file, line.place, fmt::format("the daemon's group numbers run from 1 to {}", maxGroups));
         }
     }
 }
 
 std::vector<std::string> configLines(Session& session, const Configuration& configuration) {
     std::vector<std::string> lines;
-    if (configuration.mode) {
-        lines.push_back(formatText("mode %u", *configuration.mode));
-    }
+    if (configuration.mode) lines.push_back(fmt::format("mode {}", *configuration.mode));
     for (const ConfigKind kind : ROW_KINDS) {
         std::map<std::pair<RowScope, bool>, std::vector<std::string>> scopes;
         for (const auto& [row, active] : configuration.rows) {
-            if (row.kind == kind) {
-                scopes[{row.scope, !active}].push_back(writtenName(session, row.member));
-            }
+            if (row.kind == kind) scopes[{row.scope, !active}].push_back(writtenName(session, row.member));
         }
         for (const auto& [scope, names] : scopes) {
             appendLines(lines, rowsHead(session, {kind, scope.first, 0}, !scope.second),
@@ -263,9 +241,7 @@ std::vector<std::string> configLines(Session& session, const Configuration& conf
     }
     if (!configuration.ponOff.empty()) {
         std::vector<std::string> vlans;
-        for (const uint32_t vlan : configuration.ponOff) {
-            vlans.push_back(std::to_string(vlan));
-        }
+        for (const uint32_t vlan : configuration.ponOff) vlans.push_back(std::to_string(vlan));
         appendLines(lines, "pon off", withRanges(session, vlans));
     }
     return lines;

@@ -1,5 +1,5 @@
 // A configuration as a whole: what the daemon runs with, or what a file wants. Both are read into the same
-// record, so that they can be compared, and both are told in the words of ctl/configuration/config_file.h.
+// record, so that they can be compared, and both are written in the words of ctl/configuration/config_file.h.
 #pragma once
 
 #include <cstdint>
@@ -27,11 +27,14 @@ struct Configuration {
 
 const RowFamily& rowFamily(ConfigKind kind);
 
-Exit readRunning(Session& session, Configuration& running);
-// What a file says with its names settled. Adds what is wrong with names and between lines to file.mistakes.
-void settleConfig(Session& session, ConfigFile& file, Configuration& wanted);
-// The mistakes of a file against a daemon that knows `maxGroups` groups.
+// The daemon's configuration. Ends the command when the daemon does not answer or refuses a look.
+Configuration readRunning(Session& session);
+
+// What a file says, its names resolved to interfaces. What is wrong with names and between lines is added to
+// file.mistakes, in the order of the places; the configuration is of use only where there are none.
+Configuration resolveConfig(Session& session, ConfigFile& file);
+// Adds the mistakes of a file against a daemon that knows `maxGroups` groups.
 void checkGroupNumbers(ConfigFile& file, uint32_t maxGroups);
 
-// The lines that state a configuration. Settling them again gives the same configuration.
+// The lines that state a configuration. Reading and resolving them gives the same configuration.
 std::vector<std::string> configLines(Session& session, const Configuration& configuration);

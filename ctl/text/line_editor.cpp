@@ -1,6 +1,6 @@
+// Terminals differ in more ways than a program like this one should know, so the editing itself is the
+// line-editing library's; here is what it does not have: which words may come next, and where the history is.
 #include "ctl/text/line_editor.h"
-
-#ifdef PORTISOLATE_EDITLINE
 
 #include <editline/readline.h>
 
@@ -45,9 +45,7 @@ void openLineEditor(const LineCompletion& completion) {
     rl_attempted_completion_function = complete;
     using_history();
     stifle_history(HISTORY_LINES);
-    if (!historyPath().empty()) {
-        read_history(historyPath().c_str());
-    }
+    if (!historyPath().empty()) read_history(historyPath().c_str());
 }
 
 bool editLine(const char* prompt, std::string& line) {
@@ -59,34 +57,13 @@ bool editLine(const char* prompt, std::string& line) {
         line.clear();
         return true;
     }
-    if (text == nullptr) {
-        return false;
-    }
+    if (text == nullptr) return false;
     line = text;
     std::free(text);
-    if (line.find_first_not_of(" \t") != std::string::npos) {
-        add_history(line.c_str());
-    }
+    if (line.find_first_not_of(" \t") != std::string::npos) add_history(line.c_str());
     return true;
 }
 
 void closeLineEditor() {
-    if (!historyPath().empty()) {
-        write_history(historyPath().c_str());
-    }
+    if (!historyPath().empty()) write_history(historyPath().c_str());
 }
-
-#else
-
-#include <iostream>
-
-void openLineEditor(const LineCompletion&) {}
-
-bool editLine(const char* prompt, std::string& line) {
-    std::cout << prompt << std::flush;
-    return static_cast<bool>(std::getline(std::cin, line));
-}
-
-void closeLineEditor() {}
-
-#endif

@@ -11,8 +11,6 @@ using Index = PortIsolateIfGrpIndex;
 
 const MemberRules<Entry> RULES = {
     .needsVlan = false,
-    .oneGroupCheck = true,
-    .numberTaken = STATUS_NUMBER_IS_VLAN_GROUP,
     .addFailed = "if group entry add failed\n\r",
     .operation = "_portIsolateIfGrpSetApi",
     .beginLine = 528,
@@ -35,9 +33,9 @@ void reportGetMissing(const Index& index, uint32_t column) {
 }
 
 const RowFamily<Entry, Index> FAMILY = {
-    .list = &gPortIsoInfo.ifGrpList,
+    .table = GROUP_TABLE,
     .column = GROUP_COLUMN_ROW_STATUS,
-    .syncCommand = 0x08FA0000,
+    .syncCommand = DAX_MIRROR_GROUP,
     .setParamError = "if group set api; param err.(%u)\n\r",
     .getParamError = "if group get api; param err.(%u)\n\r",
     .firstParamError = "if group get first; param err\n\r",
@@ -60,7 +58,7 @@ const RowFamily<Entry, Index> FAMILY = {
     .create =
         [](const Index& index, Entry* entry) {
             const Membership member = {index.ifUnit, index.isoGrpNo, 0};
-            return memberCreate<Entry, PortIsolateIfVlanGrpEntry>(RULES, member, entry);
+            return memberCreate(RULES, member, entry);
         },
     .activate = [](Entry* entry) { return memberActivate(RULES, entry); },
     .probe = memberProbe<Entry>,
@@ -75,17 +73,15 @@ int32_t _portIsolateIfGrpSetApi(const PortIsolateIfGrpIndex* index, uint32_t col
 }
 
 int32_t portIsolateIfGrpSetApi(void* index, uint32_t column, void* value) {
-    return _portIsolateIfGrpSetApi(static_cast<Index*>(index), column, static_cast<uint32_t*>(value),
-                                   REQUEST_FLAGS_SET);
+    return rowSet(FAMILY, index, column, value, DAX_MIRROR_FLAGS_SET);
 }
 
 int32_t portIsolateIfGrpSyncApi(void* index, uint32_t column, void* value) {
-    return _portIsolateIfGrpSetApi(static_cast<Index*>(index), column, static_cast<uint32_t*>(value),
-                                   REQUEST_FLAGS_SYNC);
+    return rowSet(FAMILY, index, column, value, DAX_MIRROR_FLAGS_SYNC);
 }
 
 int32_t portIsolateIfGrpGetApi(void* index, uint32_t column, void* value) {
-    return rowGet(FAMILY, static_cast<Index*>(index), column, static_cast<uint32_t*>(value));
+    return rowGet(FAMILY, index, column, value);
 }
 
 int32_t portIsolateIfGrpCompare(const PortIsolateIfGrpEntry* entry, const PortIsolateIfGrpIndex* index) {
@@ -95,9 +91,9 @@ int32_t portIsolateIfGrpCompare(const PortIsolateIfGrpEntry* entry, const PortIs
 }
 
 int32_t portIsolateIfGrpGetFirst(void* index) {
-    return rowGetFirst(FAMILY, static_cast<Index*>(index));
+    return rowGetFirst(FAMILY, index);
 }
 
 int32_t portIsolateIfGrpGetNext(void* current, void* result) {
-    return rowGetNext(FAMILY, static_cast<Index*>(current), static_cast<Index*>(result));
+    return rowGetNext(FAMILY, current, result);
 }

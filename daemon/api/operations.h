@@ -3,12 +3,19 @@
 //
 // A handler gets what the command server unpacked: the index (an index record's address, or a VLAN id by
 // value), the column, and the address of the value cell - a u32, or a DataDesc for the buffer scalars. Null
-// stands for what was not sent. It answers a status. Every handler takes the semaphore after its parameter
-// check and gives it back on return, across every platform call; none is called with it held.
+// stands for what was not sent. Records have their nominal sizes, which the server has seen to. A handler
+// answers 0, a status of wire/status.h, or the status of a call of the platform, unchanged.
+//
+// Thread-safety
+//
+// Handlers are called on the command server's task, one at a time, without the semaphore. Each takes it after
+// its parameter check and gives it back on return, across every platform call; none may be called with it
+// held. The functions of api/ whose names begin with an underscore are the workers of set and sync, and take
+// it as well.
 #pragma once
 
 #include "platform/services.h"
-#include "wire/records.h"
+#include "wire/operations.h"
 
 using PortIsolateFuncMapEntry = IcmFuncMapEntry;
 

@@ -4,7 +4,6 @@
 #include "daemon/rules/admission.h"
 #include "daemon/rules/port_use.h"
 #include "daemon/rules/programming.h"
-#include "daemon/tables/groups.h"
 #include "platform/hardware.h"
 
 namespace {
@@ -18,50 +17,29 @@ constexpr int32_t BEGIN_LINE_DST = 864;
 constexpr int32_t END_LINE_SRC = 918;
 constexpr int32_t END_LINE_DST = 936;
 
-constexpr uint32_t ABILITY_NO_UNI = 2;  // no target of one-way isolation in mode MODE_NO_UNI
-constexpr uint32_t MODE_NO_UNI = 1;
-
 void reportRefused(const Index& index) {
     PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "can't set uni-isolate [src: %s, target: %s]\n\r",
                        ifName(index.src).text, ifName(index.dst).text);
 }
 
-bool sourceIsFull(uint32_t src) {
-    ListNode* head = &gPortIsoInfo.ifPairList;
-    uint32_t count = 0;
-    for (Entry* entry = tableFrom<Entry>(head, {src, 0, 0}); entry != nullptr && entry->src == src;
-         entry = listNext(head, entry)) {
-        ++count;
-    }
-    return count == gPortIsoInfo.maxUniIsoPortNum;
-}
-
-bool shareGroup(uint32_t a, uint32_t b) {
-    for (auto* entry = unitFirst<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList, a); entry != nullptr;
-         entry = unitNext(entry)) {
-        if (portIsolateIfGrpEntryGet(b, entry->isoGrpNo) != nullptr) return true;
-    }
-    return false;
-}
-
-// The ability read's status is the request's result whenever nothing later sets another.
+// The status of the ability read is the result of the request unless a later step sets another.
 int32_t createPair(const Index& index, Entry* entry) {
-    if (index.src == index.dst || portInAG(index.src) != 0 || portInAG(index.dst) != 0) {
+    if (!pairIsPossible(index.src, index.dst)) {
         reportRefused(index);
         return STATUS_NOT_SUPPORTED;
     }
-    uint32_t ability = 1;
+    uint32_t ability = DAX_ABILITY_SYMMETRIC;
     int32_t status = daxHwilIfGet(index.dst, DAX_ATTR_ISO_ABILITY, &ability);
-    if (ability == ABILITY_NO_UNI && gPortIsoInfo.mode == MODE_NO_UNI) {
+    if (ability == DAX_ABILITY_RESTRICTED && gPortIsoInfo.mode == DAX_ISO_MODE_NO_RESTRICTED_TARGET) {
         reportRefused(index);
         return STATUS_PAIR_NOT_IN_MODE;
     }
     if (entry != nullptr) return status;
-    if (sourceIsFull(index.src)) {
+    if (pairSourceIsFull(index.src)) {
         portIsolateDebug(LEVEL_TRACE, CATEGORY_WORK, "Exceed max value of uni-isolate port num\n\r");
         return STATUS_GROUP_FULL;
     }
-    if (shareGroup(index.src, index.dst)) {
+    if (inOneGroup(index.src, index.dst)) {
         PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK,
                            "if pair set api; ports [src: %s, target: %s] in the same group\n\r",
                            ifName(index.src).text, ifName(index.dst).text);
@@ -73,7 +51,7 @@ int32_t createPair(const Index& index, Entry* entry) {
         PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "if pair entry [src: %s, target: %s] add failed\n\r",
                            ifName(index.src).text, ifName(index.dst).text);
     }
-    // Also for a pair that could not be added: its interfaces keep the protocol until something releases
+    // Done even for a pair that could not be added: its interfaces keep the protocol until something releases
     // them.
     portUseBegin(index.src, OPERATION, BEGIN_LINE_SRC);
     portUseBegin(index.dst, OPERATION, BEGIN_LINE_DST);
@@ -82,9 +60,9 @@ int32_t createPair(const Index& index, Entry* entry) {
 
 int32_t activatePair(Entry* entry) {
     if (entry == nullptr) return STATUS_NOT_SUPPORTED;
-    if (entry->status == STATUS_PROGRAMMED) return STATUS_OK;
+    if (entry->status == ROW_STATE_PROGRAMMED) return STATUS_OK;
     const int32_t status = portIsolateIfPairEntryValid(entry);
-    if (status == 0) entry->status = STATUS_PROGRAMMED;
+    if (status == 0) entry->status = ROW_STATE_PROGRAMMED;
     return status;
 }
 
@@ -112,9 +90,9 @@ void reportGetColumn(uint32_t column) {
 }
 
 const RowFamily<Entry, Index> FAMILY = {
-    .list = &gPortIsoInfo.ifPairList,
+    .table = PAIR_TABLE,
     .column = PAIR_COLUMN_ROW_STATUS,
-    .syncCommand = 0x08CC4000,
+    .syncCommand = DAX_MIRROR_PAIR,
     .setParamError = "if pair set api; param err.(%u)\n\r",
     .getParamError = "if pair get api; param err.(%u)\n\r",
     .firstParamError = "if pair get first; param err\n\r",
@@ -136,7 +114,7 @@ const RowFamily<Entry, Index> FAMILY = {
         },
     .create = createPair,
     .activate = activatePair,
-    .probe = [](Entry*) { return STATUS_OK; },  // a pair that is not there, too
+    .probe = [](Entry*) { return STATUS_OK; },  // even without a row
     .destroy = destroyPair,
 };
 
@@ -148,17 +126,15 @@ int32_t _portIsolateIfPairSetApi(const PortIsolateIfPairIndex* index, uint32_t c
 }
 
 int32_t portIsolateIfPairSetApi(void* index, uint32_t column, void* value) {
-    return _portIsolateIfPairSetApi(static_cast<Index*>(index), column, static_cast<uint32_t*>(value),
-                                    REQUEST_FLAGS_SET);
+    return rowSet(FAMILY, index, column, value, DAX_MIRROR_FLAGS_SET);
 }
 
 int32_t portIsolateIfPairSyncApi(void* index, uint32_t column, void* value) {
-    return _portIsolateIfPairSetApi(static_cast<Index*>(index), column, static_cast<uint32_t*>(value),
-                                    REQUEST_FLAGS_SYNC);
+    return rowSet(FAMILY, index, column, value, DAX_MIRROR_FLAGS_SYNC);
 }
 
 int32_t portIsolateIfPairGetApi(void* index, uint32_t column, void* value) {
-    return rowGet(FAMILY, static_cast<Index*>(index), column, static_cast<uint32_t*>(value));
+    return rowGet(FAMILY, index, column, value);
 }
 
 int32_t portIsolateIfPairCompare(const PortIsolateIfPairEntry* entry, const PortIsolateIfPairIndex* index) {
@@ -168,9 +144,9 @@ int32_t portIsolateIfPairCompare(const PortIsolateIfPairEntry* entry, const Port
 }
 
 int32_t portIsolateIfPairGetFirst(void* index) {
-    return rowGetFirst(FAMILY, static_cast<Index*>(index));
+    return rowGetFirst(FAMILY, index);
 }
 
 int32_t portIsolateIfPairGetNext(void* current, void* result) {
-    return rowGetNext(FAMILY, static_cast<Index*>(current), static_cast<Index*>(result));
+    return rowGetNext(FAMILY, current, result);
 }

@@ -15,7 +15,7 @@
 
 template <typename Entry, typename Index>
 struct RowFamily {
-    ListNode* list;
+    Table<Entry> table;
     uint32_t column;       // the row-status column
     uint32_t syncCommand;  // command id of the mirror request, less the column
 
@@ -63,8 +63,9 @@ int32_t rowStatusApply(const RowFamily<Entry, Index>& family, const Index& index
 // Set and sync. The request is mirrored before the value is looked at, and not recalled when it is refused
 // later.
 template <typename Entry, typename Index>
-int32_t rowSet(const RowFamily<Entry, Index>& family, const Index* index, uint32_t column, uint32_t* value,
+int32_t rowSet(const RowFamily<Entry, Index>& family, const void* record, uint32_t column, void* value,
                uint32_t flags) {
+    const auto* index = static_cast<const Index*>(record);
     if (index == nullptr || value == nullptr) {
         portIsolateDebug(LEVEL_PARAMETER, CATEGORY_WORK, family.setParamError, column);
         return STATUS_NULL_ARGUMENT;
@@ -78,18 +79,19 @@ int32_t rowSet(const RowFamily<Entry, Index>& family, const Index* index, uint32
         }
         const int32_t status =
             portIsolatePeerMirror({reinterpret_cast<uintptr_t>(index), family.syncCommand + column, flags,
-                                   sizeof(Index), REQUEST_VALUE_LENGTH},
+                                   sizeof(Index), DAX_MIRROR_WORD_LENGTH},
                                   value);
         if (status != 0) {
             portIsolateDebug(LEVEL_FAILURE, CATEGORY_WORK, family.syncFailed, status);
             return status;
         }
-        return rowStatusApply(family, *index, entry, *value);
+        return rowStatusApply(family, *index, entry, *static_cast<const uint32_t*>(value));
     });
 }
 
 template <typename Entry, typename Index>
-int32_t rowGet(const RowFamily<Entry, Index>& family, const Index* index, uint32_t column, uint32_t* value) {
+int32_t rowGet(const RowFamily<Entry, Index>& family, const void* record, uint32_t column, void* value) {
+    const auto* index = static_cast<const Index*>(record);
     if (index == nullptr || value == nullptr) {
         portIsolateDebug(LEVEL_PARAMETER, CATEGORY_WORK, family.getParamError, column);
         return STATUS_NULL_ARGUMENT;
@@ -104,7 +106,7 @@ int32_t rowGet(const RowFamily<Entry, Index>& family, const Index* index, uint32
             if (family.reportGetColumn != nullptr) family.reportGetColumn(column);
             return STATUS_NOT_SUPPORTED;
         }
-        *value = entry->status;
+        *static_cast<uint32_t*>(value) = entry->status;
         return STATUS_OK;
     });
 }
@@ -112,18 +114,19 @@ int32_t rowGet(const RowFamily<Entry, Index>& family, const Index* index, uint32
 // The first entry from `entry` on that matches the index.
 template <typename Entry, typename Index>
 Entry* rowMatch(const RowFamily<Entry, Index>& family, Entry* entry, const Index& index) {
-    while (entry != nullptr && family.compare(entry, &index) != 0) entry = listNext(family.list, entry);
+    while (entry != nullptr && family.compare(entry, &index) != 0) entry = tableNext(family.table, entry);
     return entry;
 }
 
 template <typename Entry, typename Index>
-int32_t rowGetFirst(const RowFamily<Entry, Index>& family, Index* index) {
+int32_t rowGetFirst(const RowFamily<Entry, Index>& family, void* record) {
+    auto* index = static_cast<Index*>(record);
     if (index == nullptr) {
         portIsolateDebug(LEVEL_PARAMETER, CATEGORY_WORK, "%s", family.firstParamError);
         return STATUS_NULL_ARGUMENT;
     }
     return underSemaphore([&] {
-        const Entry* entry = rowMatch(family, listFirst<Entry>(family.list), *index);
+        const Entry* entry = rowMatch(family, tableFirst(family.table), *index);
         if (entry == nullptr) return STATUS_NOT_FOUND;
         family.writeKey(*entry, *index);
         return STATUS_OK;
@@ -131,15 +134,17 @@ int32_t rowGetFirst(const RowFamily<Entry, Index>& family, Index* index) {
 }
 
 template <typename Entry, typename Index>
-int32_t rowGetNext(const RowFamily<Entry, Index>& family, const Index* current, Index* result) {
+int32_t rowGetNext(const RowFamily<Entry, Index>& family, const void* currentRecord, void* resultRecord) {
+    const auto* current = static_cast<const Index*>(currentRecord);
+    auto* result = static_cast<Index*>(resultRecord);
     if (current == nullptr || result == nullptr) {
         portIsolateDebug(LEVEL_PARAMETER, CATEGORY_WORK, "%s", family.nextParamError);
         return STATUS_NULL_ARGUMENT;
     }
     return underSemaphore([&] {
         const TableKey key = family.key(*current);
-        Entry* entry = tableFrom<Entry>(family.list, key);
-        if (entry != nullptr && tableKey(*entry) == key) entry = listNext(family.list, entry);
+        Entry* entry = tableFrom(family.table, key);
+        if (entry != nullptr && tableKey(*entry) == key) entry = tableNext(family.table, entry);
         entry = rowMatch(family, entry, *current);
         if (entry == nullptr) return STATUS_NOT_FOUND;
         result->matchMask = current->matchMask;

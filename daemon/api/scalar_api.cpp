@@ -5,35 +5,30 @@
 #include "daemon/api/request.h"
 #include "daemon/base/report.h"
 #include "daemon/hw/isolation_mode.h"
+#include "daemon/hw/serial_transfer.h"
 #include "daemon/tables/groups.h"
 #include "daemon/tables/pairs.h"
-#include "daemon/tables/serials.h"
 #include "platform/hardware.h"
-#include "wire/records.h"
+#include "wire/scalars.h"
 #include "wire/status.h"
 
 namespace {
 
-constexpr uint32_t SYNC_COMMAND = 0xC000;   // the scalar id is added
-constexpr uint8_t RECORD_KIND_SERIALS = 1;  // first byte of a serial-table record
-constexpr uint32_t ABILITY_FIXED_MODE = 2;  // the mode stays while tables hold rows
-
 constexpr char VERSION[] = "PORTISOLATE__V7.00.08.00";
 constexpr uint32_t VERSION_LENGTH = sizeof(VERSION) - 1;
-constexpr uint32_t CAPABILITY_LENGTH = 12;
 
-// The ability of the first group member, or else of the first pair's target; 1 when there are neither.
+// The ability of the first group member, or else of the first pair's target; symmetric when there is neither.
 int32_t readDecidingAbility(uint32_t* ability) {
-    if (const auto* entry = listFirst<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList); entry != nullptr) {
+    if (const auto* entry = tableFirst(GROUP_TABLE); entry != nullptr) {
         return daxHwilIfGet(entry->ifUnit, DAX_ATTR_ISO_ABILITY, ability);
     }
-    if (const auto* pair = listFirst<PortIsolateIfPairEntry>(&gPortIsoInfo.ifPairList); pair != nullptr) {
+    if (const auto* pair = tableFirst(PAIR_TABLE); pair != nullptr) {
         return daxHwilIfGet(pair->dst, DAX_ATTR_ISO_ABILITY, ability);
     }
     return STATUS_OK;
 }
 
-// Reports the first table that holds rows; null when none does.
+// The refusal for the first table that holds rows; null when none does.
 const char* tableInUse() {
     if (!listIsEmpty(&gPortIsoInfo.ifInnerList)) {
         return "set api; if pair inner table not empty, can't change mode\n\r";
@@ -49,17 +44,17 @@ const char* tableInUse() {
 
 int32_t setMode(uint32_t* value, uint32_t flags) {
     const int32_t mirrored =
-        portIsolatePeerMirror({0, SYNC_COMMAND + SCALAR_MODE, flags, 0, REQUEST_VALUE_LENGTH}, value);
+        portIsolatePeerMirror({0, DAX_MIRROR_SCALAR + SCALAR_MODE, flags, 0, DAX_MIRROR_WORD_LENGTH}, value);
     if (mirrored != 0) {
         portIsolateDebug(LEVEL_FAILURE, CATEGORY_WORK, "set api; sync mode failed.(%d)\n\r", mirrored);
         return mirrored;
     }
     if (*value == gPortIsoInfo.mode) return STATUS_OK;
 
-    uint32_t ability = 1;
+    uint32_t ability = DAX_ABILITY_SYMMETRIC;
     const int32_t result = readDecidingAbility(&ability);
     if ((gPortIsoInfo.isSrcTrunkToPort == 0 && gPortIsoInfo.isDstTrunkToPort != 0) ||
-        ability == ABILITY_FIXED_MODE) {
+        ability == DAX_ABILITY_RESTRICTED) {
         const char* refusal = tableInUse();
         if (refusal != nullptr) {
             portIsolateDebug(LEVEL_TRACE, CATEGORY_WORK, "%s", refusal);
@@ -70,14 +65,14 @@ int32_t setMode(uint32_t* value, uint32_t flags) {
         portIsolateDebug(LEVEL_FAILURE, CATEGORY_WORK, "set api; set port-isolate mode failed.(%d)\n\r",
                          *value);
     }
-    // The mode is taken whether or not the platform took it; the result is that of the ability read.
+    // The mode changes even if the platform refused it; the result is the status of the ability read.
     gPortIsoInfo.mode = *value;
     return result;
 }
 
 int32_t setSerialTable(const DataDesc* record) {
     if (record->data == nullptr) return STATUS_OK;
-    if (*static_cast<const uint8_t*>(record->data) != RECORD_KIND_SERIALS) return STATUS_OK;
+    if (*static_cast<const uint8_t*>(record->data) != SERIAL_RECORD_KIND) return STATUS_OK;
     return portIsolateSerialInfoSyncParse(record);
 }
 
@@ -86,7 +81,7 @@ int32_t writeWord(void* value, uint32_t word) {
     return STATUS_OK;
 }
 
-// `capacity`: what the buffer must hold, which may be more than is written.
+// `capacity`: bytes that the buffer must hold, which may be more than are written.
 int32_t writeBytes(void* value, const void* bytes, uint32_t length, uint32_t capacity) {
     auto* buffer = static_cast<DataDesc*>(value);
     if (buffer->length < capacity) return STATUS_BUFFER_TOO_SMALL;
@@ -121,13 +116,13 @@ int32_t getScalar(uint32_t id, void* value) {
         case SCALAR_MAX_UNI_ISO_PORT_NUM:
             return writeWord(value, info.maxUniIsoPortNum);
         case SCALAR_GRP_COUNT:
-            return writeWord(value, tableCount<PortIsolateIfGrpEntry>(&info.ifGrpList));
+            return writeWord(value, tableCount(GROUP_TABLE));
         case SCALAR_GRP_POOL_FREE:
             return writeWord(value, silMemPoolFreeSize(&info.ifGrpPool));
         case SCALAR_INNER_COUNT:
-            return writeWord(value, tableCount<PortIsolateIfInnerEntry>(&info.ifInnerList));
+            return writeWord(value, tableCount(INNER_TABLE));
         case SCALAR_PAIR_COUNT:
-            return writeWord(value, tableCount<PortIsolateIfPairEntry>(&info.ifPairList));
+            return writeWord(value, tableCount(PAIR_TABLE));
         case SCALAR_PAIR_POOL_FREE:
             return writeWord(value, silMemPoolFreeSize(&info.ifPairPool));
         case SCALAR_DEBUG_MASK:
@@ -169,11 +164,11 @@ int32_t _portIsolateScalarSetApi(void* /*index*/, uint32_t id, void* value, uint
 }
 
 int32_t portIsolateScalarSetApi(void* index, uint32_t id, void* value) {
-    return _portIsolateScalarSetApi(index, id, value, REQUEST_FLAGS_SET);
+    return _portIsolateScalarSetApi(index, id, value, DAX_MIRROR_FLAGS_SET);
 }
 
 int32_t portIsolateScalarSyncApi(void* index, uint32_t id, void* value) {
-    return _portIsolateScalarSetApi(index, id, value, REQUEST_FLAGS_SYNC);
+    return _portIsolateScalarSetApi(index, id, value, DAX_MIRROR_FLAGS_SYNC);
 }
 
 int32_t portIsolateScalarGetApi(void* /*index*/, uint32_t id, void* value) {

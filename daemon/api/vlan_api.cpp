@@ -10,11 +10,8 @@
 
 namespace {
 
-constexpr uint32_t SYNC_COMMAND = 0x075F4000;  // the column is added
-constexpr uint32_t SYNC_FLAG_VLAN = 0x10000000;
-
 bool isColumn(uint32_t column) {
-    return column == 1 || column == 2;
+    return column == PON_COLUMN_STATE || column == PON_COLUMN_STATE_ALIAS;
 }
 
 bool isVlan(uint32_t vlan) {
@@ -73,8 +70,10 @@ int32_t _portIsolateVlanSetApi(uint32_t vlan, uint32_t column, uint32_t* value, 
     }
     return underSemaphore([&] {
         if (!isColumn(column)) return STATUS_NOT_SUPPORTED;
-        const int32_t mirrored = portIsolatePeerMirror(
-            {vlan, SYNC_COMMAND + column, flags | SYNC_FLAG_VLAN, sizeof(vlan), REQUEST_VALUE_LENGTH}, value);
+        const int32_t mirrored =
+            portIsolatePeerMirror({vlan, DAX_MIRROR_VLAN + column, flags | DAX_MIRROR_FLAG_VLAN, sizeof(vlan),
+                                   DAX_MIRROR_WORD_LENGTH},
+                                  value);
         if (mirrored != 0) {
             portIsolateDebug(LEVEL_FAILURE, CATEGORY_WORK, "vlan set api; sync entry status failed.(%d)\n\r",
                              mirrored);
@@ -85,11 +84,11 @@ int32_t _portIsolateVlanSetApi(uint32_t vlan, uint32_t column, uint32_t* value, 
 }
 
 int32_t portIsolateVlanSetApi(uint32_t vlan, uint32_t column, void* value) {
-    return _portIsolateVlanSetApi(vlan, column, static_cast<uint32_t*>(value), REQUEST_FLAGS_SET);
+    return _portIsolateVlanSetApi(vlan, column, static_cast<uint32_t*>(value), DAX_MIRROR_FLAGS_SET);
 }
 
 int32_t portIsolateVlanSyncApi(uint32_t vlan, uint32_t column, void* value) {
-    return _portIsolateVlanSetApi(vlan, column, static_cast<uint32_t*>(value), REQUEST_FLAGS_SYNC);
+    return _portIsolateVlanSetApi(vlan, column, static_cast<uint32_t*>(value), DAX_MIRROR_FLAGS_SYNC);
 }
 
 int32_t portIsolateVlanGetApi(uint32_t vlan, uint32_t column, void* value) {

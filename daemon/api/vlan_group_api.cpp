@@ -11,8 +11,6 @@ using Index = PortIsolateIfVlanGrpIndex;
 
 const MemberRules<Entry> RULES = {
     .needsVlan = true,
-    .oneGroupCheck = false,
-    .numberTaken = STATUS_NUMBER_IS_GROUP,
     .addFailed = "if vlan group entry add failed\n\r",
     .operation = "_portIsolateIfVlanGrpSetApi",
     .beginLine = 1636,
@@ -38,9 +36,9 @@ void reportGetMissing(const Index& index, uint32_t column) {
 }
 
 const RowFamily<Entry, Index> FAMILY = {
-    .list = &gPortIsoInfo.ifVlanGrpList,
+    .table = VLAN_GROUP_TABLE,
     .column = GROUP_COLUMN_ROW_STATUS,
-    .syncCommand = 0x0AE14000,
+    .syncCommand = DAX_MIRROR_VLAN_GROUP,
     .setParamError = "if vlan group set api; param err.(%u)\n\r",
     .getParamError = "if vlan group get api; param err.(%u)\n\r",
     .firstParamError = "if vlan group get first; param err\n\r",
@@ -67,7 +65,7 @@ const RowFamily<Entry, Index> FAMILY = {
     .create =
         [](const Index& index, Entry* entry) {
             const Membership member = {index.ifUnit, index.isoGrpNo, index.vlan};
-            return memberCreate<Entry, PortIsolateIfGrpEntry>(RULES, member, entry);
+            return memberCreate(RULES, member, entry);
         },
     .activate = [](Entry* entry) { return memberActivate(RULES, entry); },
     .probe = memberProbe<Entry>,
@@ -82,17 +80,15 @@ int32_t _portIsolateIfVlanGrpSetApi(const PortIsolateIfVlanGrpIndex* index, uint
 }
 
 int32_t portIsolateIfVlanGrpSetApi(void* index, uint32_t column, void* value) {
-    return _portIsolateIfVlanGrpSetApi(static_cast<Index*>(index), column, static_cast<uint32_t*>(value),
-                                       REQUEST_FLAGS_SET);
+    return rowSet(FAMILY, index, column, value, DAX_MIRROR_FLAGS_SET);
 }
 
 int32_t portIsolateIfVlanGrpSyncApi(void* index, uint32_t column, void* value) {
-    return _portIsolateIfVlanGrpSetApi(static_cast<Index*>(index), column, static_cast<uint32_t*>(value),
-                                       REQUEST_FLAGS_SYNC);
+    return rowSet(FAMILY, index, column, value, DAX_MIRROR_FLAGS_SYNC);
 }
 
 int32_t portIsolateIfVlanGrpGetApi(void* index, uint32_t column, void* value) {
-    return rowGet(FAMILY, static_cast<Index*>(index), column, static_cast<uint32_t*>(value));
+    return rowGet(FAMILY, index, column, value);
 }
 
 int32_t portIsolateIfVlanGrpCompare(const PortIsolateIfVlanGrpEntry* entry,
@@ -104,9 +100,9 @@ int32_t portIsolateIfVlanGrpCompare(const PortIsolateIfVlanGrpEntry* entry,
 }
 
 int32_t portIsolateIfVlanGrpGetFirst(void* index) {
-    return rowGetFirst(FAMILY, static_cast<Index*>(index));
+    return rowGetFirst(FAMILY, index);
 }
 
 int32_t portIsolateIfVlanGrpGetNext(void* current, void* result) {
-    return rowGetNext(FAMILY, static_cast<Index*>(current), static_cast<Index*>(result));
+    return rowGetNext(FAMILY, current, result);
 }

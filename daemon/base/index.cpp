@@ -42,7 +42,7 @@ void rotateUp(IndexNode* node) {
     parent->parent = node;
 }
 
-// Makes the halves below a node differ by one level at most; the node that is on top then.
+// Rotates until the halves below a node differ by one level at most; returns the node that is then on top.
 IndexNode* level(IndexNode* node) {
     if (node->lowerLevels > node->upperLevels + 1) {
         IndexNode* top = node->lower;
@@ -59,8 +59,8 @@ IndexNode* level(IndexNode* node) {
     return node;
 }
 
-// Notes that a half below a node now has so many levels, and levels the nodes from there on up as far as it
-// matters. Looks at nobody beside them: the other halves are seldom in a near cache.
+// Records that a half below a node now has so many levels, and rebalances upwards until a level is unchanged.
+// The other halves are not touched: they are seldom in a near cache.
 void carryUp(IndexNode* node, bool lowerHalf, uint16_t levels) {
     while (node->parent != nullptr) {
         const uint16_t before = levelsOf(node);
@@ -103,7 +103,7 @@ void indexRemove(IndexNode* node) {
     if (node->lower == nullptr || node->upper == nullptr) {
         replaceAtParent(node, node->lower != nullptr ? node->lower : node->upper);
     } else {
-        // The one that follows takes its place.
+        // The node that follows takes its place.
         IndexNode* next = lowest(node->upper);
         lowerHalf = next->parent != node;
         changed = lowerHalf ? next->parent : next;

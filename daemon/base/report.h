@@ -1,12 +1,17 @@
 // Debug and log output. Debug texts are developer trace, written only for the categories of the debug mask;
 // log texts are for the operator and always written. Each text names its operation, quotes a failing status
-// last and carries its own line end. Callable from any task, with or without the semaphore.
+// last and carries its own line end. A text longer than 255 characters is cut. Callable from any task, with
+// or without the semaphore.
+//
+// Some texts read "[OPERATION]line N: ...". Operation and number are words of the text like all others: they
+// are fixed, operators and their tools search for them, and N is the line of no source file here.
 #pragma once
 
 #include <cstdint>
 
 #include "daemon/base/state.h"
 #include "platform/hardware.h"
+#include "wire/scalars.h"
 
 // Levels in use; each selects a priority.
 inline constexpr uint32_t LEVEL_FAILURE = 0;    // initialisation, settings, mirroring, hardware programming
@@ -16,19 +21,13 @@ inline constexpr uint32_t LEVEL_MEMBERS = 4;    // a trunk's member ports could 
 inline constexpr uint32_t LEVEL_TRACE = 5;      // table and hardware changes
 inline constexpr uint32_t LEVEL_PROTOCOL = 7;   // a protocol that could not be switched off
 
-// Categories: bits of the debug mask.
-inline constexpr uint32_t CATEGORY_INIT = 1;
-inline constexpr uint32_t CATEGORY_WORK = 2;  // requests, table changes, hardware programming
-inline constexpr uint32_t CATEGORY_EVENT = 4;
-inline constexpr uint32_t CATEGORY_SERIAL = 8;  // transfer of the serial table to the peer board
-
 extern "C" const uint8_t gPortIsolateLogPri[8];  // priority of each level
 
 void portIsolateDebug(uint32_t level, uint32_t category, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 void portIsolateLog(uint32_t level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-// The mask is the one field that is read outside the semaphore.
+// The debug mask, one word that is read and written atomically, with or without the semaphore.
 bool portIsolateDebugOn(uint32_t category);
 void portIsolateDebugMaskSet(uint32_t mask);
 

@@ -8,10 +8,6 @@
 
 namespace {
 
-// Isolation abilities with a meaning here; a port whose ability is not read counts as ABILITY_ORDERED.
-constexpr uint32_t ABILITY_ORDERED = 1;  // (A, B) and (B, A) are one pair, lower ifUnit first
-constexpr uint32_t ABILITY_REVERSE = 2;  // a removal also accepts the reverse pair
-
 struct Claim {
     uint32_t grpNo;
     uint32_t vid;
@@ -19,64 +15,33 @@ struct Claim {
     uint32_t dst;
 };
 
-bool oneSidedMode() {
-    return gPortIsoInfo.isSrcTrunkToPort != gPortIsoInfo.isDstTrunkToPort;
-}
-
 Claim orderPair(uint32_t grpNo, uint32_t vid, uint32_t first, uint32_t second, uint32_t ability) {
-    const bool swap = !oneSidedMode() && ability == ABILITY_ORDERED && second < first;
+    const bool swap = !oneSidedMode() && ability == DAX_ABILITY_SYMMETRIC && second < first;
     return {grpNo, vid, swap ? second : first, swap ? first : second};
 }
 
-int32_t sendCommand(const Claim& claim, uint8_t op, const SerialPair& serials) {
+// Sends the command and reports how it went; `serials` is null where serial numbers are not used.
+int32_t sendCommand(const Claim& claim, uint8_t op, const SerialPair* serials) {
+    const bool withSerials = serials != nullptr;
+    const SerialPair used = withSerials ? *serials : SerialPair{};
     IsolateCmdData data = {};
     data.dstIfUnit = claim.dst;
-    data.srcSerial = serials.src;
-    data.dstSerial = serials.dst;
+    data.srcSerial = used.src;
+    data.dstSerial = used.dst;
     data.vid = static_cast<uint16_t>(claim.vid);
     data.grpNo = claim.grpNo;
     data.op = op;
     uint32_t attrId = op == ISOLATE_OP_ADD ? DAX_ISO_BI_ADD : DAX_ISO_BI_DEL;
     if (claim.vid != 0) attrId = op == ISOLATE_OP_ADD ? DAX_ISO_BI_VLAN_ADD : DAX_ISO_BI_VLAN_DEL;
-    return isolateCommandSend(claim.src, attrId, &data, sizeof(data));
-}
-
-void logRefusal(const Claim& claim, const char* operation) {
-    portIsolateLog(LEVEL_FAILURE,
-                   "failed to operate isolate. (srcIfName=[%s], dstIfName=[%s], vlan=[%d], type=[%s], "
-                   "group=[%d], operation=[%s])\r\n",
-                   ifName(claim.src).text, ifName(claim.dst).text, claim.vid, "isolate", claim.grpNo,
-                   operation);
-}
-
-void traceAdd(const Claim& claim, int32_t status) {
+    const int32_t status = isolateCommandSend(claim.src, attrId, &data, sizeof(data));
     PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK,
-                       "add phy bi-isolate; add bi-isolate [src: %s, target: %s, vid: %d, grpNo: %d] %s\n\r",
-                       ifName(claim.src).text, ifName(claim.dst).text, claim.vid, claim.grpNo,
+                       "%s phy bi-isolate; %s bi-isolate [src: %s, target: %s, vid: %d, grpNo: %d] %s\n\r",
+                       isolateOpText(op), isolateOpText(op),
+                       isolatePortText(claim.src, withSerials, used.src).text,
+                       isolatePortText(claim.dst, withSerials, used.dst).text, claim.vid, claim.grpNo,
                        isolateResultText(status));
-}
-
-void traceAddSerials(const Claim& claim, const SerialPair& serials, int32_t status) {
-    PORT_ISOLATE_TRACE(
-        LEVEL_TRACE, CATEGORY_WORK,
-        "add phy bi-isolate; add bi-isolate [src: %s/%u, target: %s/%u, vid: %d, grpNo: %d] %s\n\r",
-        ifName(claim.src).text, serials.src, ifName(claim.dst).text, serials.dst, claim.vid, claim.grpNo,
-        isolateResultText(status));
-}
-
-void traceDel(const Claim& claim, int32_t status) {
-    PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK,
-                       "del phy bi-isolate; del bi-isolate [src: %s, target: %s, vid: %d, grpNo: %d] %s\n\r",
-                       ifName(claim.src).text, ifName(claim.dst).text, claim.vid, claim.grpNo,
-                       isolateResultText(status));
-}
-
-void traceDelSerials(const Claim& claim, const SerialPair& serials, int32_t status) {
-    PORT_ISOLATE_TRACE(
-        LEVEL_TRACE, CATEGORY_WORK,
-        "del phy bi-isolate; del bi-isolate [src: %s/%u, target: %s/%u, vid: %d, grpNo: %d] %s\n\r",
-        ifName(claim.src).text, serials.src, ifName(claim.dst).text, serials.dst, claim.vid, claim.grpNo,
-        isolateResultText(status));
+    if (status != 0) isolateLogRefusal(claim.src, claim.dst, claim.vid, "isolate", claim.grpNo, op);
+    return status;
 }
 
 // Here the row comes first and stays when the command is refused; serial numbers are not used.
@@ -84,10 +49,7 @@ int32_t addOneSided(const Claim& claim) {
     PortIsolateIfInnerEntry* entry = portIsolateIfInnerEntryAdd(claim.src, claim.dst);
     if (entry == nullptr) return STATUS_FAILED;
     bitListSet(entry->ref, claim.grpNo - 1);
-    const int32_t status = sendCommand(claim, ISOLATE_OP_ADD, {});
-    traceAdd(claim, status);
-    if (status != 0) logRefusal(claim, "add");
-    return status;
+    return sendCommand(claim, ISOLATE_OP_ADD, nullptr);
 }
 
 // Here the command comes first; a refused one leaves neither a row nor newly claimed serial numbers.
@@ -95,14 +57,8 @@ int32_t addTwoSided(const Claim& claim) {
     SerialPair serials = {};
     const bool withSerials = gPortIsoInfo.isSupportSerial != 0;
     if (withSerials && serialPairClaim(claim.src, claim.dst, &serials) != 0) return STATUS_FAILED;
-    const int32_t status = sendCommand(claim, ISOLATE_OP_ADD, serials);
-    if (withSerials) {
-        traceAddSerials(claim, serials, status);
-    } else {
-        traceAdd(claim, status);
-    }
+    const int32_t status = sendCommand(claim, ISOLATE_OP_ADD, withSerials ? &serials : nullptr);
     if (status != 0) {
-        logRefusal(claim, "add");
         if (serials.srcClaimed) portIsolateSerialFree(claim.src);
         if (serials.dstClaimed) portIsolateSerialFree(claim.dst);
         return status;
@@ -113,15 +69,15 @@ int32_t addTwoSided(const Claim& claim) {
     return STATUS_OK;
 }
 
-// `format` is one of the "inner entry" texts: the entry's two ports and the group.
+// `format` is one of the "inner entry" texts, whose arguments are the entry's two ports and the group.
 void clearRef(PortIsolateIfInnerEntry* entry, uint32_t grpNo, const char* format) {
     bitListClear(entry->ref, grpNo - 1);
     PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, format, ifName(entry->src).text, ifName(entry->dst).text,
                        grpNo);
 }
 
-// A port's self isolation gives way without a command when a pair of the port is released, whatever groups
-// still claim it. False when the port has none.
+// Drops a port's self isolation, without a command and whatever groups still claim it, because a pair of the
+// port is released. False when the port has none.
 bool dropSelf(uint32_t port, uint32_t grpNo, const char* format) {
     PortIsolateIfInnerEntry* self = portIsolateIfInnerEntryGet(port, port);
     if (self == nullptr) return false;
@@ -130,14 +86,14 @@ bool dropSelf(uint32_t port, uint32_t grpNo, const char* format) {
     return true;
 }
 
-// Takes the group's bit out of the row of the pair and of a self isolation beside it; null when there is no
-// row.
+// Clears the group's bit in the row of the pair, and drops a self isolation with it. Returns the pair's row,
+// null when there is none.
 PortIsolateIfInnerEntry* releaseClaim(const Claim& claim, uint32_t ability) {
     PortIsolateIfInnerEntry* pair = portIsolateIfInnerEntryGet(claim.src, claim.dst);
     if (pair != nullptr) {
         clearRef(pair, claim.grpNo,
                  "del phy bi-isolate; inner entry1 [src: %s, target: %s] clear ref group %u\n\r");
-        if (ability != ABILITY_ORDERED || claim.src == claim.dst) return pair;
+        if (ability != DAX_ABILITY_SYMMETRIC || claim.src == claim.dst) return pair;
         if (!dropSelf(claim.src, claim.grpNo,
                       "del phy bi-isolate; inner entry2 [src: %s, target: %s] clear ref group %u\n\r")) {
             dropSelf(claim.dst, claim.grpNo,
@@ -145,7 +101,7 @@ PortIsolateIfInnerEntry* releaseClaim(const Claim& claim, uint32_t ability) {
         }
         return pair;
     }
-    if (ability != ABILITY_REVERSE || claim.src == claim.dst) return nullptr;
+    if (ability != DAX_ABILITY_RESTRICTED || claim.src == claim.dst) return nullptr;
     pair = portIsolateIfInnerEntryGet(claim.dst, claim.src);
     if (pair == nullptr) return nullptr;
     clearRef(pair, claim.grpNo,
@@ -158,7 +114,7 @@ PortIsolateIfInnerEntry* releaseClaim(const Claim& claim, uint32_t ability) {
 }  // namespace
 
 int32_t portIsolateAddPhyBiIsolate(uint32_t grpNo, uint32_t vid, uint32_t first, uint32_t second) {
-    uint32_t ability = ABILITY_ORDERED;
+    uint32_t ability = DAX_ABILITY_SYMMETRIC;
     if (!oneSidedMode()) {
         const int32_t status = daxHwilIfGet(second, DAX_ATTR_ISO_ABILITY, &ability);
         if (status != 0) {
@@ -180,7 +136,7 @@ int32_t portIsolateAddPhyBiIsolate(uint32_t grpNo, uint32_t vid, uint32_t first,
 }
 
 int32_t portIsolateDelPhyBiIsolate(uint32_t grpNo, uint32_t vid, uint32_t first, uint32_t second) {
-    uint32_t ability = ABILITY_ORDERED;
+    uint32_t ability = DAX_ABILITY_SYMMETRIC;
     const int32_t abilityStatus = daxHwilIfGet(second, DAX_ATTR_ISO_ABILITY, &ability);
     if (abilityStatus != 0) {
         portIsolateDebug(LEVEL_TRACE, CATEGORY_WORK, "del phy bi-isolate error! can't read hw ability\r\n");
@@ -201,13 +157,7 @@ int32_t portIsolateDelPhyBiIsolate(uint32_t grpNo, uint32_t vid, uint32_t first,
     portIsolateIfInnerEntryDel(pair);
     const bool withSerials = gPortIsoInfo.isSupportSerial != 0;
     const SerialPair serials = withSerials ? serialPairGet(claim.src, claim.dst) : SerialPair{};
-    const int32_t status = sendCommand(claim, ISOLATE_OP_DEL, serials);
-    if (withSerials) {
-        traceDelSerials(claim, serials, status);
-    } else {
-        traceDel(claim, status);
-    }
-    if (status != 0) logRefusal(claim, "del");
+    sendCommand(claim, ISOLATE_OP_DEL, withSerials ? &serials : nullptr);
     if (withSerials) serialPairRelease(claim.src, claim.dst);
     return STATUS_OK;
 }

@@ -1,4 +1,5 @@
-// The isolation mode as the platform takes it.
+// The isolation mode as the platform takes it. The caller holds the semaphore, except while the daemon
+// starts.
 #pragma once
 
 #include <cstdint>

@@ -1,10 +1,11 @@
-// Mirroring to the peer control board.
+// Mirroring to the peer control board. The caller holds the semaphore, also while the peer is waited for: no
+// two requests are mirrored out of order.
 #pragma once
 
 #include <cstdint>
 
-// What is mirrored: the row's key (0, a number, or the address of an index record), the command that the peer
-// is to run, and the words of the control block (lengths in bytes).
+// What is mirrored: the row's key (0, a number, or the address of an index record), the command of
+// platform/mirror.h that the peer is to run, and the words of the control block (lengths in bytes).
 struct PeerMirror {
     uintptr_t key;
     uint32_t command;

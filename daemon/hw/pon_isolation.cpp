@@ -5,24 +5,16 @@
 #include "daemon/base/report.h"
 #include "platform/hardware.h"
 
-namespace {
-
-constexpr uint32_t CONTROL_FLAGS = 0x90000000;
-constexpr uint32_t VLAN_KEY_LENGTH = 4;
-constexpr uint32_t BLOCK_SIZE = 5;  // a 4-byte value, then the state
-constexpr uint32_t BLOCK_STATE = 4;
-
-}  // namespace
-
 int32_t portIsolatePonIsolateSetOne(uint32_t vlan, uint32_t value, uint8_t state) {
-    uint8_t block[BLOCK_SIZE];
-    std::memcpy(block, &value, sizeof(value));
-    block[BLOCK_STATE] = state;
-    DataDesc data = {block, BLOCK_SIZE};
+    PonIsolateCmdData block = {};
+    static_assert(sizeof(block.value) == sizeof(value));
+    std::memcpy(block.value, &value, sizeof(value));
+    block.state = state;
+    DataDesc data = {&block, sizeof(block)};
     HwCmdControl control = {};
-    control.flags = CONTROL_FLAGS;
-    control.keyLength = VLAN_KEY_LENGTH;
-    control.dataLength = BLOCK_SIZE;
+    control.flags = DAX_PON_ISOLATE_FLAGS;
+    control.keyLength = sizeof(vlan);
+    control.dataLength = sizeof(block);
     return daxHwilCmdSetApi(vlan, DAX_CMD_PON_ISOLATE, &data, &control);
 }
 

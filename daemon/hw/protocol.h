@@ -1,5 +1,5 @@
 // Switching the platform's isolation protocol on and off. `command` is DAX_IF_PROTO_ENABLE or
-// DAX_IF_PROTO_DISABLE; the platform's status is returned.
+// DAX_IF_PROTO_DISABLE; the platform's status is returned. The caller holds the semaphore.
 #pragma once
 
 #include <cstdint>

@@ -59,6 +59,11 @@ int32_t expandPair(uint32_t src, uint32_t dst, bool replaceSrcTrunk, bool replac
 using PhyBiIsolate = int32_t (*)(uint32_t grpNo, uint32_t vid, uint32_t first, uint32_t second);
 using PhyUniIsolate = int32_t (*)(uint32_t src, uint32_t dst);
 
+void traceCall(const char* operation, uint32_t src, uint32_t dst) {
+    PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "%s [src: %s, target: %s]\n\r", operation,
+                       ifName(src).text, ifName(dst).text);
+}
+
 int32_t expandBi(uint32_t grpNo, uint32_t vid, uint32_t src, uint32_t dst, PhyBiIsolate isolate) {
     return expandPair(src, dst, gPortIsoInfo.isSrcTrunkToPort != 0, gPortIsoInfo.isDstTrunkToPort != 0,
                       [=](uint32_t x, uint32_t y) { return isolate(grpNo, vid, x, y); });
@@ -85,25 +90,21 @@ uint32_t portIsAG(uint32_t ifUnit) {
 }
 
 int32_t portIsolateAddHwIfBiIsolate(uint32_t grpNo, uint32_t vid, uint32_t src, uint32_t dst) {
-    PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "add hw-if bi-isolate [src: %s, target: %s]\n\r",
-                       ifName(src).text, ifName(dst).text);
+    traceCall("add hw-if bi-isolate", src, dst);
     return expandBi(grpNo, vid, src, dst, portIsolateAddPhyBiIsolate);
 }
 
 int32_t portIsolateDelHwIfBiIsolate(uint32_t grpNo, uint32_t vid, uint32_t src, uint32_t dst) {
-    PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "del hw-if bi-isolate [src: %s, target: %s]\n\r",
-                       ifName(src).text, ifName(dst).text);
+    traceCall("del hw-if bi-isolate", src, dst);
     return expandBi(grpNo, vid, src, dst, portIsolateDelPhyBiIsolate);
 }
 
 int32_t portIsolateAddHwIfUniIsolate(uint32_t src, uint32_t dst) {
-    PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "add hw-if uni-isolate [src: %s, target: %s]\n\r",
-                       ifName(src).text, ifName(dst).text);
+    traceCall("add hw-if uni-isolate", src, dst);
     return expandUni(src, dst, portIsolateAddHwPhyUniIsolate);
 }
 
 int32_t portIsolateDelHwIfUniIsolate(uint32_t src, uint32_t dst) {
-    PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "del hw-if uni-isolate [src: %s, target: %s]\n\r",
-                       ifName(src).text, ifName(dst).text);
+    traceCall("del hw-if uni-isolate", src, dst);
     return expandUni(src, dst, portIsolateDelHwPhyUniIsolate);
 }

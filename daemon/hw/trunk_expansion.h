@@ -1,7 +1,21 @@
-// Isolations between interfaces, turned into isolations between ports: a trunk on either side is replaced by
-// its member ports where the trunk-to-port switches say so, and the port-level operation is called once for
-// each resulting pair, source by source. All member lists are read before the first call. The caller holds
-// the semaphore.
+// Isolations between interfaces, turned into isolations between ports.
+//
+// A trunk on either side is replaced by its member ports where the trunk-to-port switches say so, and the
+// port-level operation is called once for each resulting pair, source by source:
+//
+//                  source a trunk                       target a trunk
+//   bi-isolation   replaced when isSrcTrunkToPort       replaced when isDstTrunkToPort
+//   one-way        replaced when isSrcTrunkToPort       always replaced
+//
+// A trunk that is not replaced goes to the hardware as it is. One without members makes no pair, which is
+// success. All member lists are read before the first call, at most 128 members of each: what the platform
+// changes afterwards comes as an event of its own (rules/lifecycle.h). Members are those of the moment, so
+// that a release names other ports than the add did when the trunk has changed in between without such an
+// event.
+//
+// Thread-safety
+//
+// The caller holds the semaphore. Rows of the inner table and serial numbers may come and go under a call.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,8 @@
-// One-way isolation of a source port from a target port. Nothing is counted: every call sends a command. The
-// caller holds the semaphore.
+// One-way isolation of a source port from a target port. Nothing is counted: every call sends a command, also
+// one that repeats what stands in the hardware. A release looks the serial numbers up without seeing whether
+// there are any: a port that has none goes to the hardware as serial number 1.
+//
+// The caller holds the semaphore.
 #pragma once
 
 #include <cstdint>

@@ -3,11 +3,11 @@
 #include <cstring>
 
 #include "daemon/base/report.h"
+#include "daemon/base/route_attributes.h"
 #include "daemon/hw/pon_isolation.h"
 #include "daemon/hw/protocol.h"
 #include "daemon/hw/trunk_expansion.h"
 #include "daemon/rules/programming.h"
-#include "daemon/start/event_task.h"
 #include "daemon/tables/groups.h"
 #include "daemon/tables/pairs.h"
 #include "daemon/tables/ports.h"
@@ -27,30 +27,37 @@ RtIfInfo linkInfo(const uint8_t* message) {
 }
 
 void removeGroupEntries(uint32_t ifUnit) {
-    ListNode* head = &gPortIsoInfo.ifGrpList;
     PortIsolateIfGrpEntry* next = nullptr;
-    for (auto* entry = unitFirst<PortIsolateIfGrpEntry>(head, ifUnit); entry != nullptr; entry = next) {
+    for (auto* entry = unitFirst(GROUP_TABLE, ifUnit); entry != nullptr; entry = next) {
         next = unitNext(entry);
         portIsolateIfGrpEntryDel(entry);
     }
 }
 
-// Visits, in table order, the pairs that name the interface as their source or, if asked, as their target:
-// those of lower sources that target it, its own, those of higher sources. `visit` may remove the pair.
+template <typename Entry>
+void removeAll(const Table<Entry>& table, int32_t (*remove)(Entry* entry)) {
+    Entry* next = nullptr;
+    for (Entry* entry = tableFirst(table); entry != nullptr; entry = next) {
+        next = tableNext(table, entry);
+        remove(entry);
+    }
+}
+
+// Visits, in table order, the pairs that have the interface as their source or, if `asTarget`, as their
+// target: those of lower sources, its own, those of higher sources. `visit` may remove the pair.
 template <typename Visit>
 void forEachPairOf(uint32_t ifUnit, bool asTarget, Visit visit) {
     using Entry = PortIsolateIfPairEntry;
-    ListNode* head = &gPortIsoInfo.ifPairList;
     Entry* next = nullptr;
-    Entry* target = asTarget ? unitFirst<Entry>(head, ifUnit) : nullptr;
+    Entry* target = asTarget ? unitFirst(PAIR_TABLE, ifUnit) : nullptr;
     for (; target != nullptr && target->src < ifUnit; target = next) {
         next = unitNext(target);
         visit(target);
     }
     while (target != nullptr && target->src == ifUnit) target = unitNext(target);
-    for (Entry* own = tableFrom<Entry>(head, {ifUnit, 0, 0}); own != nullptr && own->src == ifUnit;
+    for (Entry* own = tableFrom(PAIR_TABLE, {ifUnit, 0, 0}); own != nullptr && own->src == ifUnit;
          own = next) {
-        next = listNext(head, own);
+        next = tableNext(PAIR_TABLE, own);
         visit(own);
     }
     for (; target != nullptr; target = next) {
@@ -76,8 +83,7 @@ bool dropPort(uint32_t ifUnit) {
 
 void registerInterface(uint32_t ifUnit) {
     PORT_ISOLATE_TRACE(LEVEL_EVENT, CATEGORY_EVENT, "interface %s register\n\r", ifName(ifUnit).text);
-    for (auto* pair = unitFirst<PortIsolateIfPairEntry>(&gPortIsoInfo.ifPairList, ifUnit); pair != nullptr;
-         pair = unitNext(pair)) {
+    for (auto* pair = unitFirst(PAIR_TABLE, ifUnit); pair != nullptr; pair = unitNext(pair)) {
         const int32_t status = portIsolateAddHwIfUniIsolate(pair->src, pair->dst);
         if (status == 0) continue;
         PORT_ISOLATE_TRACE(LEVEL_FAILURE, CATEGORY_EVENT,
@@ -111,7 +117,7 @@ constexpr MemberChange MEMBER_ADDED = {portIsolateAddHwIfBiIsolate, portIsolateA
 constexpr MemberChange MEMBER_LOST = {portIsolateDelHwIfBiIsolate, portIsolateDelHwIfUniIsolate,
                                       reportMemberDel};
 
-// The port against the trunk's fellow members of one group.
+// Changes the port with respect to the other members of one of the trunk's groups.
 void changeMemberInGroup(uint32_t trunk, uint32_t port, uint32_t grpNo, const MemberChange& change) {
     const bool portIsSource = gPortIsoInfo.isSrcTrunkToPort != 0 && gPortIsoInfo.isDstTrunkToPort == 0;
     for (auto* fellow = groupFirst<PortIsolateIfGrpEntry>(grpNo); fellow != nullptr;
@@ -126,8 +132,7 @@ void changeMemberInGroup(uint32_t trunk, uint32_t port, uint32_t grpNo, const Me
 
 void changeMember(uint32_t trunk, uint32_t port, const MemberChange& change) {
     if (gPortIsoInfo.isSrcTrunkToPort == 0 && gPortIsoInfo.isDstTrunkToPort == 0) return;
-    for (auto* entry = unitFirst<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList, trunk); entry != nullptr;
-         entry = unitNext(entry)) {
+    for (auto* entry = unitFirst(GROUP_TABLE, trunk); entry != nullptr; entry = unitNext(entry)) {
         changeMemberInGroup(trunk, port, entry->isoGrpNo, change);
     }
     forEachPairOf(trunk, true, [=](const PortIsolateIfPairEntry* pair) {
@@ -229,18 +234,8 @@ int32_t portIsolateIfResetConfig(uint32_t ifUnit) {
 }
 
 void portIsolateResetConfig() {
-    ListNode* groups = &gPortIsoInfo.ifGrpList;
-    PortIsolateIfGrpEntry* nextEntry = nullptr;
-    for (auto* entry = listFirst<PortIsolateIfGrpEntry>(groups); entry != nullptr; entry = nextEntry) {
-        nextEntry = listNext(groups, entry);
-        portIsolateIfGrpEntryDel(entry);
-    }
-    ListNode* pairs = &gPortIsoInfo.ifPairList;
-    PortIsolateIfPairEntry* nextPair = nullptr;
-    for (auto* pair = listFirst<PortIsolateIfPairEntry>(pairs); pair != nullptr; pair = nextPair) {
-        nextPair = listNext(pairs, pair);
-        portIsolateIfPairEntryDel(pair);
-    }
+    removeAll(GROUP_TABLE, portIsolateIfGrpEntryDel);
+    removeAll(PAIR_TABLE, portIsolateIfPairEntryDel);
     forEachP2pVlan([](uint32_t vlan) {
         portIsolatePonIsolateSet(vlan, PON_ISOLATION_ON, 1);
         portIsolateVlanProtocolSet(vlan, DAX_IF_PROTO_DISABLE);

@@ -1,6 +1,7 @@
 // The isolation protocol of an interface follows its use: it is enabled, and a port entry added, when the
 // interface first receives any isolation configuration, and disabled again when nothing refers to it any
-// more. `operation` and `line` name the place in the texts. The caller holds the semaphore.
+// more. A port entry that cannot be had, or a protocol that cannot be switched, changes nothing else.
+// `operation` and `line` are the words of the texts (base/report.h). The caller holds the semaphore.
 #pragma once
 
 #include <cstdint>

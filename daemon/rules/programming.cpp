@@ -17,16 +17,12 @@ struct Pass {
     int32_t status;
 };
 
-// Exactly one of the trunk-to-port switches is on: a pair takes two calls, one for each member as source.
-bool oneSidedMode() {
-    return gPortIsoInfo.isSrcTrunkToPort != gPortIsoInfo.isDstTrunkToPort;
-}
-
 bool expandsNoTrunk() {
     return gPortIsoInfo.isSrcTrunkToPort == 0 && gPortIsoInfo.isDstTrunkToPort == 0;
 }
 
-// Calls `isolate` for the entry and every other member, the member as source first, until one is refused.
+// Calls `isolate` for the entry and every other member, the member as source first, until one is refused. In
+// one-sided mode a pair takes two calls, one for each as source.
 template <typename Entry>
 Pass<Entry> isolateFromMembers(Entry* entry, bool sameVlanOnly, HwIfBiIsolate isolate) {
     const uint32_t grpNo = entry->isoGrpNo;
@@ -50,8 +46,8 @@ Pass<Entry> isolateFromMembers(Entry* entry, bool sameVlanOnly, HwIfBiIsolate is
     return pass;
 }
 
-// Takes back what a refused pass did, with the opposite operation. The walk does not leave out the entry
-// itself, nor the failed member when its first call was the refused one: both are asked for once more.
+// Undoes what a refused pass did, with the opposite operation. The walk includes the entry itself, and the
+// failed member when its first call was the refused one.
 template <typename Entry>
 void undoPass(Entry* entry, const Pass<Entry>& pass, HwIfBiIsolate opposite) {
     const uint32_t grpNo = entry->isoGrpNo;
@@ -66,30 +62,17 @@ void undoPass(Entry* entry, const Pass<Entry>& pass, HwIfBiIsolate opposite) {
     }
 }
 
-void traceSelfAdd(const PortIsolateIfGrpEntry& entry, int32_t status) {
+void traceSelf(const PortIsolateIfGrpEntry& entry, bool added, int32_t status) {
     PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK,
-                       "add portisolate grp entry [src: %s, target: %s, ret: %d]\n\r",
+                       "%s portisolate grp entry [src: %s, target: %s, ret: %d]\n\r", added ? "add" : "del",
                        ifName(entry.ifUnit).text, ifName(entry.ifUnit).text, status);
 }
 
-void traceSelfAdd(const PortIsolateIfVlanGrpEntry& entry, int32_t status) {
+void traceSelf(const PortIsolateIfVlanGrpEntry& entry, bool added, int32_t status) {
     PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK,
-                       "add portisolate vlan grp entry [group %d, vid: %u, src: %s, target: %s, ret: %d]\n\r",
-                       entry.isoGrpNo, entry.vlan, ifName(entry.ifUnit).text, ifName(entry.ifUnit).text,
-                       status);
-}
-
-void traceSelfDel(const PortIsolateIfGrpEntry& entry, int32_t status) {
-    PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK,
-                       "del portisolate grp entry [src: %s, target: %s, ret: %d]\n\r",
+                       "%s grp entry [group %d, vid: %u, src: %s, target: %s, ret: %d]\n\r",
+                       added ? "add portisolate vlan" : "del portisolate", entry.isoGrpNo, entry.vlan,
                        ifName(entry.ifUnit).text, ifName(entry.ifUnit).text, status);
-}
-
-void traceSelfDel(const PortIsolateIfVlanGrpEntry& entry, int32_t status) {
-    PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK,
-                       "del portisolate grp entry [group %d, vid: %u, src: %s, target: %s, ret: %d]\n\r",
-                       entry.isoGrpNo, entry.vlan, ifName(entry.ifUnit).text, ifName(entry.ifUnit).text,
-                       status);
 }
 
 // The only member of a group is isolated from itself, so that its group holds something in the hardware. A
@@ -97,18 +80,18 @@ void traceSelfDel(const PortIsolateIfVlanGrpEntry& entry, int32_t status) {
 template <typename Entry>
 void isolateSelf(const Entry& entry) {
     const uint32_t unit = entry.ifUnit;
-    traceSelfAdd(entry, portIsolateAddHwIfBiIsolate(entry.isoGrpNo, groupVlan(entry), unit, unit));
+    traceSelf(entry, true, portIsolateAddHwIfBiIsolate(entry.isoGrpNo, groupVlan(entry), unit, unit));
 }
 
-// The self isolation may have lost its inner entry to the release of a pair: one is made, so that the release
-// below finds a claim to clear and reaches the hardware.
+// The release of a pair may have dropped the inner entry of the self isolation. It is made anew, so that the
+// release below finds a claim to clear and reaches the hardware.
 template <typename Entry>
 void releaseSelf(const Entry& entry) {
     const uint32_t unit = entry.ifUnit;
     PortIsolateIfInnerEntry* self = portIsolateIfInnerEntryGet(unit, unit);
     if (self == nullptr) self = portIsolateIfInnerEntryAdd(unit, unit);
     if (self != nullptr) bitListSet(self->ref, entry.isoGrpNo - 1);
-    traceSelfDel(entry, portIsolateDelHwIfBiIsolate(entry.isoGrpNo, groupVlan(entry), unit, unit));
+    traceSelf(entry, false, portIsolateDelHwIfBiIsolate(entry.isoGrpNo, groupVlan(entry), unit, unit));
 }
 
 template <typename Entry>
@@ -134,6 +117,12 @@ int32_t release(Entry* entry) {
     return STATUS_OK;
 }
 
+void tracePairFailed(const PortIsolateIfPairEntry& entry, const char* operation, int32_t status) {
+    PORT_ISOLATE_TRACE(LEVEL_FAILURE, CATEGORY_WORK,
+                       "if pair entry [src: %s, target: %s] %s; %s hw-if uni-isolate failed.(%d)\n\r",
+                       ifName(entry.src).text, ifName(entry.dst).text, operation, operation, status);
+}
+
 }  // namespace
 
 int32_t portIsolateIfGrpEntryValid(PortIsolateIfGrpEntry* entry) {
@@ -154,20 +143,14 @@ int32_t portIsolateIfVlanGrpEntryDel(PortIsolateIfVlanGrpEntry* entry) {
 
 int32_t portIsolateIfPairEntryValid(PortIsolateIfPairEntry* entry) {
     const int32_t status = portIsolateAddHwIfUniIsolate(entry->src, entry->dst);
-    if (status != 0) {
-        PORT_ISOLATE_TRACE(LEVEL_FAILURE, CATEGORY_WORK,
-                           "if pair entry [src: %s, target: %s] add; add hw-if uni-isolate failed.(%d)\n\r",
-                           ifName(entry->src).text, ifName(entry->dst).text, status);
-    }
+    if (status != 0) tracePairFailed(*entry, "add", status);
     return status;
 }
 
 int32_t portIsolateIfPairEntryDel(PortIsolateIfPairEntry* entry) {
     const int32_t status = portIsolateDelHwIfUniIsolate(entry->src, entry->dst);
     if (status != 0) {
-        PORT_ISOLATE_TRACE(LEVEL_FAILURE, CATEGORY_WORK,
-                           "if pair entry [src: %s, target: %s] del; del hw-if uni-isolate failed.(%d)\n\r",
-                           ifName(entry->src).text, ifName(entry->dst).text, status);
+        tracePairFailed(*entry, "del", status);
         return status;
     }
     pairEntryDrop(entry);

@@ -1,6 +1,39 @@
-// The rules that turn a change of a table into hardware work: a member of a group is programmed against every
-// other member, pair by pair, and released the same way; each operation undoes its own work when a pair is
-// refused part-way. The caller holds the semaphore; the entry is linked in its table.
+// What a change of a row means for the hardware: a member of a group is programmed against every other
+// member, and released the same way.
+//
+// Where the isolation rules are
+//
+//   who may join a group            rules/admission.h
+//   who may be in a one-way pair    rules/admission.h; api/pair_api.cpp asks in order
+//   when the protocol is switched   rules/port_use.h
+//   a row comes or goes             here: isolated from whom, and what is undone after a refusal
+//   the device changes              rules/lifecycle.h: what an event means for rows and hardware
+//   which ports an interface means  hw/trunk_expansion.h
+//   which pairs are in hardware     hw/bi_isolation.h (counted by group), hw/uni_isolation.h (not)
+//
+// Pairs of a member
+//
+// The other members are taken in table order, each as the source, the entry as the target. In one-sided mode,
+// with exactly one trunk-to-port switch on, a pair takes two calls, one for each as source, since only one
+// side of a call has its trunk replaced. A release of a VLAN group leaves out members of another VLAN; there
+// are none, as long as admission keeps a group in one VLAN.
+//
+// Rollback
+//
+// When a pair is refused, the walk is done again up to and including the refused member with the opposite
+// operation. The walk back includes the entry itself, and the refused member when its first call was the
+// refused one. An opposite call that is refused is not followed up.
+//
+// A lone member
+//
+// With both switches off the only member of a group is isolated from itself, so that its group holds
+// something in the hardware. A second member does not take the self isolation away; the release of a pair may
+// (hw/bi_isolation.h).
+//
+// Thread-safety
+//
+// The caller holds the semaphore; the entry is linked in its table, and gone when a Del answers 0. Entries of
+// the inner table must not be kept across a call.
 #pragma once
 
 #include <cstdint>

@@ -14,9 +14,8 @@ constexpr uint32_t VLAN_TEXT_LIMIT = 100;
 constexpr uint32_t REF_BYTES_PER_LINE = 16;
 
 template <typename Entry, typename Print>
-void printTable(ListNode* head, Print print) {
-    for (Entry* entry = listFirst<Entry>(head); entry != nullptr; entry = listNext(head, entry))
-        print(*entry);
+void printTable(const Table<Entry>& table, Print print) {
+    for (Entry* entry = tableFirst(table); entry != nullptr; entry = tableNext(table, entry)) print(*entry);
 }
 
 void printPair(const PortIsolateIfPairEntry& entry) {
@@ -100,29 +99,27 @@ void portIsolateSerialShow() {
 
 void portIsolateGrpShow() {
     std::printf("\r\n[PORT-ISOLATE] if group info:\n\r");
-    printTable<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList, [](const PortIsolateIfGrpEntry& entry) {
+    printTable(GROUP_TABLE, [](const PortIsolateIfGrpEntry& entry) {
         std::printf("  isoGrpNo %u -> ifunit:%u\r\n", entry.isoGrpNo, entry.ifUnit);
     });
     std::printf("\r\n[PORT-ISOLATE] if vlan group info:\n\r");
-    printTable<PortIsolateIfVlanGrpEntry>(
-        &gPortIsoInfo.ifVlanGrpList, [](const PortIsolateIfVlanGrpEntry& entry) {
-            std::printf("  isoGrpNo %u vlan %u -> ifunit:%u\r\n", entry.isoGrpNo, entry.vlan, entry.ifUnit);
-        });
+    printTable(VLAN_GROUP_TABLE, [](const PortIsolateIfVlanGrpEntry& entry) {
+        std::printf("  isoGrpNo %u vlan %u -> ifunit:%u\r\n", entry.isoGrpNo, entry.vlan, entry.ifUnit);
+    });
 }
 
 void portIsolateIfPairShow() {
     std::printf("\r\n[PORT-ISOLATE] if pair info:\n\r");
-    printTable<PortIsolateIfPairEntry>(&gPortIsoInfo.ifPairList, printPair);
+    printTable(PAIR_TABLE, printPair);
 }
 
 void portIsolateIfInnerShow() {
     std::printf("\r\n[PORT-ISOLATE] if inner info:\n\r");
-    printTable<PortIsolateIfInnerEntry>(&gPortIsoInfo.ifInnerList, printPair);
+    printTable(INNER_TABLE, printPair);
 }
 
 void portIsolatePortShow() {
     std::printf("\r\n[PORT-ISOLATE] port info:\n\r");
-    printTable<PortIsolatePortEntry>(&gPortIsoInfo.portList, [](const PortIsolatePortEntry& entry) {
-        std::printf("  ifUnit:%u\r\n", entry.ifUnit);
-    });
+    printTable(PORT_TABLE,
+               [](const PortIsolatePortEntry& entry) { std::printf("  ifUnit:%u\r\n", entry.ifUnit); });
 }

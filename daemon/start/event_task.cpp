@@ -1,13 +1,14 @@
 #include "daemon/start/event_task.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
 #include "daemon/base/report.h"
 #include "daemon/base/state.h"
 #include "daemon/hw/isolation_mode.h"
+#include "daemon/hw/serial_transfer.h"
 #include "daemon/rules/lifecycle.h"
-#include "daemon/tables/serials.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
 #include "platform/services.h"
@@ -15,16 +16,6 @@
 namespace {
 
 constexpr int32_t HEADER = sizeof(RtMsgHdr);
-
-int32_t roundUp(uint32_t length) {
-    return static_cast<int32_t>((length + RT_ALIGN - 1) / RT_ALIGN * RT_ALIGN);
-}
-
-RtAttr attrHeader(const uint8_t* attribute) {
-    RtAttr header;
-    std::memcpy(&header, attribute, sizeof(header));
-    return header;
-}
 
 void pushMode() {
     const int32_t status = portIsolateModePush(&gPortIsoInfo.mode);
@@ -44,11 +35,13 @@ void startCard(const uint8_t* message, uint32_t length) {
     daxCardUpPcsSet(&card, DAX_PROTO_PORT_ISOLATE);
 }
 
+// Complete with its ifUnit: nothing behind that word is read.
 void resetInterface(const uint8_t* message, uint32_t length) {
-    RtIfInfo info;
-    if (length < HEADER + sizeof(info)) return;
-    std::memcpy(&info, message + HEADER, sizeof(info));
-    portIsolateIfResetConfig(info.ifUnit);
+    constexpr uint32_t IF_UNIT = HEADER + offsetof(RtIfInfo, ifUnit);
+    uint32_t ifUnit = 0;
+    if (length < IF_UNIT + sizeof(ifUnit)) return;
+    std::memcpy(&ifUnit, message + IF_UNIT, sizeof(ifUnit));
+    portIsolateIfResetConfig(ifUnit);
 }
 
 // `remaining`: bytes from the message's start to the end of the datagram.
@@ -82,28 +75,6 @@ void handleMessage(const uint8_t* message, const RtMsgHdr& header, int32_t remai
 
 }  // namespace
 
-bool attrOk(const uint8_t* attribute, int32_t remaining) {
-    if (remaining < static_cast<int32_t>(sizeof(RtAttr))) return false;
-    const RtAttr header = attrHeader(attribute);
-    return header.length >= sizeof(RtAttr) && header.length <= remaining;
-}
-
-const uint8_t* attrNext(const uint8_t* attribute, int32_t& remaining) {
-    const int32_t step = roundUp(attrHeader(attribute).length);
-    remaining -= step;
-    return attribute + step;
-}
-
-const uint8_t* attrData(const uint8_t* attribute) {
-    return attribute + sizeof(RtAttr);
-}
-
-uint32_t attrGetU32(const uint8_t* attribute) {
-    uint32_t value = 0;
-    std::memcpy(&value, attrData(attribute), sizeof(value));
-    return value;
-}
-
 int32_t portIsolateEvtNotifyRecv(const void* buffer, int32_t bytes) {
     const uint8_t* message = static_cast<const uint8_t*>(buffer);
     int32_t remaining = bytes;
@@ -112,8 +83,8 @@ int32_t portIsolateEvtNotifyRecv(const void* buffer, int32_t bytes) {
         std::memcpy(&header, message, sizeof(header));
         if (header.length < sizeof(header) || header.length > static_cast<uint32_t>(remaining)) break;
         handleMessage(message, header, remaining);
-        const int32_t step = roundUp(header.length);
-        remaining -= step;
+        const uint32_t step = rtAligned(header.length);
+        remaining -= static_cast<int32_t>(step);
         message += step;
     }
     return 0;

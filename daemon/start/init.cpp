@@ -65,11 +65,11 @@ bool createTables() {
         portIsolateDebug(LEVEL_FAILURE, CATEGORY_INIT, "init sem failed\n\r");
         return false;
     }
-    tableInit(&info.ifGrpList);
-    tableInit(&info.ifPairList);
-    tableInit(&info.ifInnerList);
-    tableInit(&info.portList);
-    tableInit(&info.ifVlanGrpList);
+    tableInit(GROUP_TABLE);
+    tableInit(PAIR_TABLE);
+    tableInit(INNER_TABLE);
+    tableInit(PORT_TABLE);
+    tableInit(VLAN_GROUP_TABLE);
     const uint64_t pairs = uint64_t{info.maxPortNum} * info.maxPortNum;
     if (!createPool({&info.refPool, "portisolate_ref", pairs, bitListBytes(info.maxIsoGrpNum), 0, nullptr})) {
         return false;
@@ -193,7 +193,8 @@ int32_t portIsolateInit(uint32_t maxIfNum, uint32_t maxIfNumPerGrp, uint32_t max
         return -1;
     }
 
-    // From here on nothing fails the start: a daemon without its command server or mode still follows events.
+    // No failure from here on stops the start: a daemon without its command server or mode still follows
+    // events.
     icmProcTcpInit("portisolatecmdtask", COMMAND_SOCKET_PATH, gPortisolateFuncMap, OP_COUNT);
     portIsolateDefauleModeSet();
     uint32_t protocol = DAX_PROTO_PORT_ISOLATE;

@@ -14,5 +14,5 @@ int32_t portIsolateInit(uint32_t maxIfNum, uint32_t maxIfNumPerGrp, uint32_t max
                         uint32_t supportSerial, uint32_t defaultMode, uint8_t slotCheck,
                         uint8_t vlanGroupEnable, uint8_t multiGroupCheck, const uint8_t* modeAbility);
 
-// Pushes `defaultMode` to the platform. Its status was already reported when it returns.
+// Pushes `defaultMode` to the platform. A failure is reported before it returns.
 int32_t portIsolateDefauleModeSet();

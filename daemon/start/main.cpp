@@ -1,5 +1,5 @@
 // Process entry of the daemon. All work is done by the event task and the command server's task; this thread
-// only brings them to life.
+// only starts them.
 #include <chrono>
 #include <csignal>
 #include <thread>

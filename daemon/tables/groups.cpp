@@ -9,15 +9,15 @@ Entry* addMember(SilMemPool& pool, const Entry& fields) {
     auto* entry = static_cast<Entry*>(silMemPoolAlloc(&pool, 0));
     if (entry == nullptr) return nullptr;
     *entry = fields;
-    entry->status = STATUS_CREATED;
-    tableInsert(groupList(entry), entry);
+    entry->status = ROW_STATE_CREATED;
+    tableInsert(groupTable<Entry>(), entry);
     return entry;
 }
 
 }  // namespace
 
 PortIsolateIfGrpEntry* portIsolateIfGrpEntryGet(uint32_t ifUnit, uint32_t isoGrpNo) {
-    return tableFind<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList, {isoGrpNo, 0, ifUnit});
+    return tableFind(GROUP_TABLE, {isoGrpNo, 0, ifUnit});
 }
 
 PortIsolateIfGrpEntry* portIsolateIfGrpEntryAdd(uint32_t ifUnit, uint32_t isoGrpNo) {
@@ -28,7 +28,7 @@ PortIsolateIfGrpEntry* portIsolateIfGrpEntryAdd(uint32_t ifUnit, uint32_t isoGrp
 }
 
 PortIsolateIfVlanGrpEntry* portIsolateIfVlanGrpEntryGet(uint32_t ifUnit, uint32_t vlan, uint32_t isoGrpNo) {
-    return tableFind<PortIsolateIfVlanGrpEntry>(&gPortIsoInfo.ifVlanGrpList, {isoGrpNo, vlan, ifUnit});
+    return tableFind(VLAN_GROUP_TABLE, {isoGrpNo, vlan, ifUnit});
 }
 
 PortIsolateIfVlanGrpEntry* portIsolateIfVlanGrpEntryAdd(uint32_t ifUnit, uint32_t vlan, uint32_t isoGrpNo) {

@@ -4,8 +4,8 @@
 // Rows are sorted by group number, then VLAN, then interface, so that the members of a group are neighbours.
 // The two tables differ in that one field alone: rules that serve both are templates over the entry, for
 // which a plain group has VLAN 0. Callers keep (group, VLAN, interface) unique, a number in one of the two
-// tables and all members of a VLAN group in one VLAN. No hardware is touched and nothing is written here. The
-// caller holds the semaphore.
+// tables and all members of a VLAN group in one VLAN. No hardware is touched and no text written here.
+// The caller holds the semaphore; an entry must not be used once it is dropped.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct PortIsolateIfGrpEntry {
     ListNode links;
     uint32_t ifUnit;  // member: a port or a trunk
     uint32_t isoGrpNo;
-    uint32_t status;  // STATUS_CREATED, STATUS_PROGRAMMED
+    uint32_t status;  // ROW_STATE_CREATED, ROW_STATE_PROGRAMMED
     IndexNode byKey;
     IndexNode byUnit;
 };
@@ -52,22 +52,32 @@ inline TableKey unitKey(const PortIsolateIfVlanGrpEntry& entry) {
     return {entry.ifUnit, entry.isoGrpNo, entry.vlan};
 }
 
-inline ListNode* groupList(const PortIsolateIfGrpEntry*) {
-    return &gPortIsoInfo.ifGrpList;
+inline constexpr Table<PortIsolateIfGrpEntry> GROUP_TABLE = {&gPortIsoInfo.ifGrpList,
+                                                             &gPortIsoInfo.ifGrpIndex};
+inline constexpr Table<PortIsolateIfVlanGrpEntry> VLAN_GROUP_TABLE = {&gPortIsoInfo.ifVlanGrpList,
+                                                                      &gPortIsoInfo.ifVlanGrpIndex};
+
+// The table of either entry.
+template <typename Entry>
+constexpr const Table<Entry>& groupTable();
+template <>
+constexpr const Table<PortIsolateIfGrpEntry>& groupTable() {
+    return GROUP_TABLE;
 }
-inline ListNode* groupList(const PortIsolateIfVlanGrpEntry*) {
-    return &gPortIsoInfo.ifVlanGrpList;
+template <>
+constexpr const Table<PortIsolateIfVlanGrpEntry>& groupTable() {
+    return VLAN_GROUP_TABLE;
 }
 
 // Walk over the members of one group of either table, in table order.
 template <typename Entry>
 Entry* groupFirst(uint32_t isoGrpNo) {
-    Entry* entry = tableFrom<Entry>(groupList(static_cast<Entry*>(nullptr)), {isoGrpNo, 0, 0});
+    Entry* entry = tableFrom(groupTable<Entry>(), {isoGrpNo, 0, 0});
     return entry != nullptr && entry->isoGrpNo == isoGrpNo ? entry : nullptr;
 }
 template <typename Entry>
 Entry* groupNext(Entry* member) {
-    Entry* entry = listNext(groupList(member), member);
+    Entry* entry = tableNext(groupTable<Entry>(), member);
     return entry != nullptr && entry->isoGrpNo == member->isoGrpNo ? entry : nullptr;
 }
 

@@ -5,7 +5,8 @@
 
 namespace {
 
-PortIsolateIfPairEntry* addEntry(ListNode* head, uint32_t src, uint32_t dst, uint32_t status) {
+PortIsolateIfPairEntry* addEntry(const Table<PortIsolateIfPairEntry>& table, uint32_t src, uint32_t dst,
+                                 uint32_t status) {
     auto* entry = static_cast<PortIsolateIfPairEntry*>(silMemPoolAlloc(&gPortIsoInfo.ifPairPool, 0));
     if (entry == nullptr) return nullptr;
     entry->ref = static_cast<uint8_t*>(silMemPoolAlloc(&gPortIsoInfo.refPool, 0));
@@ -16,32 +17,31 @@ PortIsolateIfPairEntry* addEntry(ListNode* head, uint32_t src, uint32_t dst, uin
     entry->src = src;
     entry->dst = dst;
     entry->status = status;
-    tableInsert(head, entry);
+    tableInsert(table, entry);
     return entry;
 }
 
 }  // namespace
 
-bool pairTableNames(ListNode* head, uint32_t ifUnit) {
-    const auto* row = tableFrom<PortIsolateIfPairEntry>(head, {ifUnit, 0, 0});
-    return (row != nullptr && row->src == ifUnit) ||
-           unitFirst<PortIsolateIfPairEntry>(head, ifUnit) != nullptr;
+bool pairTableNames(const Table<PortIsolateIfPairEntry>& table, uint32_t ifUnit) {
+    const auto* row = tableFrom(table, {ifUnit, 0, 0});
+    return (row != nullptr && row->src == ifUnit) || unitFirst(table, ifUnit) != nullptr;
 }
 
 PortIsolateIfPairEntry* portIsolateIfPairEntryGet(uint32_t src, uint32_t dst) {
-    return tableFind<PortIsolateIfPairEntry>(&gPortIsoInfo.ifPairList, {src, dst, 0});
+    return tableFind(PAIR_TABLE, {src, dst, 0});
 }
 
 PortIsolateIfPairEntry* portIsolateIfPairEntryAdd(uint32_t src, uint32_t dst) {
-    return addEntry(&gPortIsoInfo.ifPairList, src, dst, STATUS_CREATED);
+    return addEntry(PAIR_TABLE, src, dst, ROW_STATE_CREATED);
 }
 
 PortIsolateIfInnerEntry* portIsolateIfInnerEntryGet(uint32_t src, uint32_t dst) {
-    return tableFind<PortIsolateIfInnerEntry>(&gPortIsoInfo.ifInnerList, {src, dst, 0});
+    return tableFind(INNER_TABLE, {src, dst, 0});
 }
 
 PortIsolateIfInnerEntry* portIsolateIfInnerEntryAdd(uint32_t src, uint32_t dst) {
-    PortIsolateIfInnerEntry* entry = addEntry(&gPortIsoInfo.ifInnerList, src, dst, 0);
+    PortIsolateIfInnerEntry* entry = addEntry(INNER_TABLE, src, dst, 0);
     if (entry == nullptr) return nullptr;
     PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "if inner entry [src: %s, target: %s] add\n\r",
                        ifName(src).text, ifName(dst).text);

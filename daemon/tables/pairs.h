@@ -1,9 +1,11 @@
 // The pair table and the inner table. They share one record and their pools, and mean different things: a
-// pair entry is a configured one-way isolation from `src` to `dst`, an inner entry is an isolation of two
+// pair entry is a configured one-way isolation from `src` to `dst`; an inner entry is an isolation of two
 // ports (or of a port from itself) that stands in the hardware, with the groups that need it.
 //
 // Rows are sorted by `src`, then `dst`; both are unique, which callers see to. An entry owns its reference
-// list and both go back to their pools together. The caller holds the semaphore.
+// list and both go back to their pools together. What is programmed and what a reference list counts is
+// decided above (hw/bi_isolation.h). The caller holds the semaphore; an entry must not be used once it is
+// dropped.
 #pragma once
 
 #include <cstdint>
@@ -15,12 +17,17 @@ struct PortIsolateIfPairEntry {
     ListNode links;
     uint32_t src;
     uint32_t dst;
-    uint32_t status;  // pairs: STATUS_CREATED, STATUS_PROGRAMMED; inner entries: 0
+    uint32_t status;  // pairs: ROW_STATE_CREATED, ROW_STATE_PROGRAMMED; inner entries: 0
     uint8_t* ref;     // inner entries: bit g - 1 is set while group g needs the isolation; pairs: never set
     IndexNode byKey;
     IndexNode byUnit;
 };
 using PortIsolateIfInnerEntry = PortIsolateIfPairEntry;
+
+inline constexpr Table<PortIsolateIfPairEntry> PAIR_TABLE = {&gPortIsoInfo.ifPairList,
+                                                             &gPortIsoInfo.ifPairIndex};
+inline constexpr Table<PortIsolateIfInnerEntry> INNER_TABLE = {&gPortIsoInfo.ifInnerList,
+                                                               &gPortIsoInfo.ifInnerIndex};
 
 inline TableKey tableKey(const PortIsolateIfPairEntry& entry) {
     return {entry.src, entry.dst, 0};
@@ -30,7 +37,7 @@ inline TableKey unitKey(const PortIsolateIfPairEntry& entry) {
 }
 
 // Whether a row of the table names the interface as `src` or `dst`.
-bool pairTableNames(ListNode* head, uint32_t ifUnit);
+bool pairTableNames(const Table<PortIsolateIfPairEntry>& table, uint32_t ifUnit);
 
 // Get answers null for what is not there. Add answers null, with nothing changed, when either pool is
 // exhausted.

@@ -1,9 +1,7 @@
 #include "daemon/tables/ports.h"
 
-#include "daemon/tables/sorted_table.h"
-
 PortIsolatePortEntry* portIsolatePortEntryGet(uint32_t ifUnit) {
-    return unitFirst<PortIsolatePortEntry>(&gPortIsoInfo.portList, ifUnit);
+    return unitFirst(PORT_TABLE, ifUnit);
 }
 
 PortIsolatePortEntry* portIsolatePortEntryAdd(uint32_t ifUnit) {
@@ -11,9 +9,9 @@ PortIsolatePortEntry* portIsolatePortEntryAdd(uint32_t ifUnit) {
     if (entry == nullptr) return nullptr;
     entry->ifUnit = ifUnit;
     PortIsolatePortEntry* same = portIsolatePortEntryGet(ifUnit);
-    const ListNode* place = same != nullptr ? &same->links : &gPortIsoInfo.portList;
+    const ListNode* place = same != nullptr ? &same->links : PORT_TABLE.list;
     listMove(&entry->links, place->prev);
-    indexInsert(&tableIndex(&gPortIsoInfo.portList).byUnit, &entry->byUnit, unitKey(*entry));
+    indexInsert(&PORT_TABLE.index->byUnit, &entry->byUnit, unitKey(*entry));
     return entry;
 }
 

@@ -1,35 +1,23 @@
 #include "daemon/tables/serials.h"
 
-#include <cstring>
-
 #include "daemon/base/report.h"
-#include "daemon/hw/peer_mirror.h"
 #include "daemon/tables/groups.h"
 #include "daemon/tables/pairs.h"
 #include "wire/status.h"
 
 namespace {
 
-// The record that carries the table to the peer board: kind, 0, then the slot words as they lie in memory.
-constexpr uint32_t RECORD_SIZE = 1500;
-constexpr uint32_t RECORD_WORDS = 2;  // offset of the slot words
-constexpr uint8_t RECORD_KIND_SERIALS = 1;
-constexpr uint32_t RECORD_PORTS_MAX = (RECORD_SIZE - RECORD_WORDS) / sizeof(uint32_t);
-
-constexpr uint32_t SYNC_COMMAND = 0xC00D;  // reaches the peer as a set of the serial-table scalar
-constexpr uint32_t SYNC_FLAGS = 0x80000103;
-
 constexpr uint32_t SCAN_STEP = 32;  // slots
 
-// Whether one of SCAN_STEP slots has this owner. Counts over all of them: without a way out of the loop the
-// compiler compares several at once.
+// Whether one of SCAN_STEP slots has this owner. Counts all hits: without an early exit the compiler compares
+// several slots at once.
 bool stepHolds(const PortIsolateSerialTable* slots, uint32_t owner) {
     uint32_t hits = 0;
     for (uint32_t i = 0; i < SCAN_STEP; ++i) hits += slots[i] == owner ? 1u : 0u;
     return hits != 0;
 }
 
-// Scanned, not indexed: the table may be overwritten as a whole, and the lowest of several slots must win.
+// Scanned, not indexed; the header says why.
 int32_t findSlot(uint32_t owner, uint16_t* slot) {
     uint32_t i = 0;
     while (i + SCAN_STEP <= gPortIsoInfo.maxPortNum && !stepHolds(gPortIsoInfo.serialTable + i, owner)) {
@@ -66,9 +54,8 @@ int32_t portIsolateFreeSerialGet(uint16_t* slot) {
 }
 
 int32_t portIsolateIfIsFree(uint32_t ifUnit) {
-    const bool named = unitFirst<PortIsolateIfGrpEntry>(&gPortIsoInfo.ifGrpList, ifUnit) != nullptr ||
-                       pairTableNames(&gPortIsoInfo.ifPairList, ifUnit) ||
-                       pairTableNames(&gPortIsoInfo.ifInnerList, ifUnit);
+    const bool named = unitFirst(GROUP_TABLE, ifUnit) != nullptr || pairTableNames(PAIR_TABLE, ifUnit) ||
+                       pairTableNames(INNER_TABLE, ifUnit);
     return named ? STATUS_FAILED : STATUS_OK;
 }
 
@@ -79,30 +66,6 @@ int32_t portIsolateSerialFree(uint32_t ifUnit) {
         PORT_ISOLATE_TRACE(LEVEL_TRACE, CATEGORY_WORK, "free %u; interface %s\r\n", i, ifName(ifUnit).text);
         gPortIsoInfo.serialTable[i] = 0;
     }
-    return STATUS_OK;
-}
-
-int32_t portIsolateSerialInfoSyncSend() {
-    if (daxHwilScalarGet(0, DAX_HWSCALAR_SERIAL_SENDER, nullptr) == 0) return STATUS_OK;
-    int32_t status = STATUS_FAILED;
-    if (gPortIsoInfo.maxPortNum <= RECORD_PORTS_MAX) {
-        uint8_t record[RECORD_SIZE] = {RECORD_KIND_SERIALS};
-        const uint32_t words = gPortIsoInfo.maxPortNum * static_cast<uint32_t>(sizeof(uint32_t));
-        std::memcpy(record + RECORD_WORDS, gPortIsoInfo.serialTable, words);
-        DataDesc data = {record, RECORD_WORDS + words};
-        status = portIsolatePeerMirror({0, SYNC_COMMAND, SYNC_FLAGS, 0, data.length}, &data);
-    }
-    if (status != 0) {
-        portIsolateDebug(LEVEL_FAILURE, CATEGORY_SERIAL, "scalar sync send failed.(%d)\r\n", status);
-    }
-    return status;
-}
-
-int32_t portIsolateSerialInfoSyncParse(const DataDesc* record) {
-    if (daxHwilScalarGet(0, DAX_HWSCALAR_SERIAL_RECEIVER, nullptr) == 0) return STATUS_OK;
-    if (gPortIsoInfo.maxPortNum > RECORD_PORTS_MAX) return STATUS_OK;
-    std::memcpy(gPortIsoInfo.serialTable, static_cast<const uint8_t*>(record->data) + RECORD_WORDS,
-                gPortIsoInfo.maxPortNum * sizeof(uint32_t));
     return STATUS_OK;
 }
 
@@ -117,7 +80,7 @@ int32_t serialPairClaim(uint32_t src, uint32_t dst, SerialPair* serials) {
 SerialPair serialPairGet(uint32_t src, uint32_t dst) {
     uint16_t srcSlot = 0;
     uint16_t dstSlot = 0;
-    // Not tested: a port without a slot goes to the hardware as serial number 1.
+    // The results are not tested: a port without a slot goes to the hardware as serial number 1.
     portIsolateSerialCheck(src, &srcSlot);
     portIsolateSerialCheck(dst, &dstSlot);
     return {static_cast<uint16_t>(srcSlot + 1), static_cast<uint16_t>(dstSlot + 1), false, false};

@@ -2,7 +2,29 @@
 
 #include <algorithm>
 
-#include "common/text.h"
+#include "common/bytes.h"
+
+namespace {
+
+constexpr const char* KIND_NAMES[] = {"ethernet", "pon", "trunk", "vlan"};  // by IfKind
+constexpr const char* ROLE_NAMES[] = {"single", "active", "standby"};       // by Role
+
+}  // namespace
+
+const char* kindName(IfKind kind) {
+    return KIND_NAMES[static_cast<size_t>(kind)];
+}
+
+const char* roleName(Role role) {
+    return ROLE_NAMES[static_cast<size_t>(role)];
+}
+
+bool parseRole(std::string_view name, Role& role) {
+    const auto* found = std::find(std::begin(ROLE_NAMES), std::end(ROLE_NAMES), name);
+    if (found == std::end(ROLE_NAMES)) return false;
+    role = static_cast<Role>(found - std::begin(ROLE_NAMES));
+    return true;
+}
 
 Interface* findInterface(Board& board, uint32_t number) {
     const auto found = board.interfaces.find(number);
@@ -23,7 +45,7 @@ Interface* findVlan(Board& board, uint32_t vid) {
     return nullptr;
 }
 
-const char* addInterface(Board& board, const Interface& interface) {
+std::string addInterface(Board& board, const Interface& interface) {
     if (interface.number == 0) return "interface number 0 is not usable";
     if (interface.name.size() > INTERFACE_NAME_MAX) return "a name has at most 63 characters";
     if (board.interfaces.contains(interface.number)) return "this number is in use";
@@ -34,21 +56,21 @@ const char* addInterface(Board& board, const Interface& interface) {
     }
     board.numbers.emplace(interface.name, interface.number);
     board.interfaces.emplace(interface.number, interface);
-    return nullptr;
+    return {};
 }
 
 bool isPort(const Interface& interface) {
     return interface.kind == IfKind::ethernet || interface.kind == IfKind::pon;
 }
 
-const char* joinTrunk(Interface& trunk, Interface& port) {
+std::string joinTrunk(Interface& trunk, Interface& port) {
     if (trunk.kind != IfKind::trunk) return "the first interface is not a trunk";
     if (!isPort(port)) return "only a port can be in a trunk";
     if (port.trunk != 0) return "the port is in a trunk already";
-    if (!port.present || !trunk.present) return "an unplugged interface cannot take part in a trunk";
+    if (!port.present || !trunk.present) return "an unplugged interface cannot be in a trunk";
     port.trunk = trunk.number;
     trunk.members.push_back(port.number);
-    return nullptr;
+    return {};
 }
 
 void leaveTrunk(Interface& trunk, Interface& port) {
@@ -65,8 +87,9 @@ std::set<uint32_t> presentSlots(const Board& board) {
 }
 
 uint32_t slotOf(Board& board, const Interface& interface) {
-    if (interface.kind != IfKind::trunk || interface.slot != 0 || interface.members.empty())
+    if (interface.kind != IfKind::trunk || interface.slot != 0 || interface.members.empty()) {
         return interface.slot;
+    }
     const Interface* first = findInterface(board, interface.members.front());
     return first == nullptr ? 0 : first->slot;
 }
@@ -81,17 +104,20 @@ const std::string& deviceOf(const Interface& interface) {
 
 PlanePort planePort(Board& board, const Interface& interface) {
     const Interface* trunk = findInterface(board, interface.trunk);
-    return {interface.number,
-            slotOf(board, interface),
-            isAccess(interface),
-            interface.trunk != 0,
-            interface.name.c_str(),
-            deviceOf(interface).c_str(),
-            trunk == nullptr ? "" : deviceOf(*trunk).c_str(),
-            interface.switchId.c_str()};
+    return {
+        .ifUnit = interface.number,
+        .slot = slotOf(board, interface),
+        .access = isAccess(interface),
+        .trunkMember = interface.trunk != 0,
+        .name = interface.name.c_str(),
+        .device = deviceOf(interface).c_str(),
+        .trunkDevice = trunk == nullptr ? "" : deviceOf(*trunk).c_str(),
+        .switchId = interface.switchId.c_str(),
+    };
 }
 
 namespace {
+
 // The ports that traffic of an interface runs over: itself, or the members of a trunk that has some.
 std::vector<PlanePort> carriers(Board& board, const Interface& interface) {
     std::vector<PlanePort> ports;
@@ -103,7 +129,7 @@ std::vector<PlanePort> carriers(Board& board, const Interface& interface) {
     return ports;
 }
 
-// An entry that names a trunk holds up the traffic of each of its members.
+// An entry that names a trunk blocks the traffic of each of its members.
 bool carrierForwards(const Plane& plane, const PlanePort& srcPort, const PlanePort& dstPort,
                      const PlanePort& src, const PlanePort& dst, uint32_t vid, std::string& reason) {
     const bool srcExpanded = srcPort.ifUnit != src.ifUnit;
@@ -113,6 +139,7 @@ bool carrierForwards(const Plane& plane, const PlanePort& srcPort, const PlanePo
            (!dstExpanded || plane.forwards(plane.state, srcPort, dst, vid, reason)) &&
            (!srcExpanded || !dstExpanded || plane.forwards(plane.state, src, dst, vid, reason));
 }
+
 }  // namespace
 
 Forwarding boardForwards(Board& board, const Interface& src, const Interface& dst, uint32_t vid,

@@ -3,8 +3,12 @@
 // which port is in which trunk just now. An interface that was unplugged stays described, so that what the
 // daemon asks about it while it cleans up is still answered.
 //
-// One lock guards the whole record. It is never held while a message goes out or a socket is served: the
-// daemon asks back while it handles an event.
+// Thread-safety
+// -------------
+// One lock guards the whole record, its plane included. It is never held while a message goes out or a socket
+// is served: the daemon asks the board while it handles an event. An interface's address stays good without
+// the lock for as long as the interface is in the board, which is for ever but for ports of a bridge that are
+// long gone; changes of the picture are made one at a time (lockChange in host/board/board_events.h).
 #pragma once
 
 #include <cstdint>
@@ -16,22 +20,29 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/board/plane_kind.h"
 #include "host/planes/plane.h"
+#include "platform/hardware.h"
+#include "wire/records.h"
 
 inline constexpr uint32_t INTERFACE_NAME_MAX = 63;      // characters
 inline constexpr uint32_t PEER_TIMEOUT_DEFAULT = 2000;  // milliseconds
 inline constexpr size_t DEVICE_NAME_MAX = 15;           // characters of a kernel's name
-inline constexpr uint32_t VLAN_ID_MAX = 4095;
 
 enum class IfKind : uint8_t { ethernet, pon, trunk, vlan };
 enum class Role : uint8_t { single, active, standby };
+
+const char* kindName(IfKind kind);
+const char* roleName(Role role);
+// False, and `role` untouched, for a name that no role has.
+bool parseRole(std::string_view name, Role& role);
 
 struct Interface {
     uint32_t number = 0;
     std::string name;
     IfKind kind = IfKind::ethernet;
     uint32_t slot = 0;
-    uint32_t ability = 1;
+    uint32_t ability = DAX_ABILITY_SYMMETRIC;
     uint32_t vid = 0;      // of a VLAN interface
     std::string device;    // the kernel's name of it
     std::string switchId;  // of the chip that forwards between its ports by itself; empty: none
@@ -51,8 +62,9 @@ struct Board {
     uint32_t peerTimeout = PEER_TIMEOUT_DEFAULT;
     std::string journalFile;  // below the root prefix; empty: none
     Plane plane = {};
-    std::string bridge;                   // whose ports are the interfaces; empty: they are simulated
-    std::set<std::string> accessDevices;  // marked as access, described or not
+    const PortFollower* follower = nullptr;  // of a board with a bridge; set before there are other tasks
+    std::string bridge;                      // whose ports are the interfaces; empty: they are simulated
+    std::set<std::string> accessDevices;     // marked as access, described or not
 
     std::map<uint32_t, Interface>
         interfaces;  // by number; entries are never removed, so their addresses last
@@ -64,30 +76,35 @@ struct Board {
     uint32_t rejected = 0;  // lines of the description that were reported
 };
 
-// Adds what the text describes to an empty board; lines that cannot be read are reported and left out.
-void readBoard(std::string_view text, const char* fileName, Board& board);
+// The lock is held for all that follows.
 
-// The following want the lock held.
-
+// Null when there is no interface of this number.
 Interface* findInterface(Board& board, uint32_t number);
 // By name, else by number; null when there is neither.
 Interface* findInterface(Board& board, const std::string& nameOrNumber);
+// The interface of this VLAN, plugged or not; null for none.
 Interface* findVlan(Board& board, uint32_t vid);
-// What is wrong with the new interface, or null after adding it.
-const char* addInterface(Board& board, const Interface& interface);
-const char* joinTrunk(Interface& trunk, Interface& port);
+// What is wrong with the new interface, or nothing after adding it.
+std::string addInterface(Board& board, const Interface& interface);
+// What is wrong with the two, or nothing after the port has become the trunk's last member.
+std::string joinTrunk(Interface& trunk, Interface& port);
 void leaveTrunk(Interface& trunk, Interface& port);
 // Slots of the cards that are in the device.
 std::set<uint32_t> presentSlots(const Board& board);
+// The slot of the interface's card; of a trunk without one of its own that of its first member, 0 when it has
+// none.
 uint32_t slotOf(Board& board, const Interface& interface);
 bool isPort(const Interface& interface);
 // Whether the PON isolation of a VLAN holds the interface.
 bool isAccess(const Interface& interface);
-// The kernel's name of it.
+// The kernel's name of it, which is its own unless the description says otherwise.
 const std::string& deviceOf(const Interface& interface);
+// What the plane needs to know of it. Points into the board: good for as long as the lock is held.
 PlanePort planePort(Board& board, const Interface& interface);
 
 enum class Forwarding : uint8_t { yes, no, partly };
-// Whether traffic from one interface to the other passes; traffic of a trunk runs over its member ports.
+// Whether traffic of a VLAN (0: of no particular one) passes from one interface to the other. Traffic of a
+// trunk runs over its member ports, so it may pass in part. `reason` says why not, for the first way that is
+// blocked; empty when all are open.
 Forwarding boardForwards(Board& board, const Interface& src, const Interface& dst, uint32_t vid,
                          std::string& reason);

@@ -2,11 +2,11 @@
 
 #include <cstring>
 
-#include "common/text.h"
 #include "host/sockets/route_bus.h"
 #include "platform/route_messages.h"
 
 namespace {
+
 using Message = std::vector<uint8_t>;
 
 constexpr uint32_t CHASSIS = 1;
@@ -14,8 +14,8 @@ constexpr uint32_t CHASSIS = 1;
 // Held through a change of the board and its messages: one change at a time.
 std::mutex gChange;
 
-// A change is carried through to its end even when the daemon is late with a message; what went wrong first
-// is told.
+// A change is carried through to its end even when the daemon is late with a message; the answer is what went
+// wrong first.
 std::string firstOf(const std::string& first, const std::string& second) {
     return first.empty() ? second : first;
 }
@@ -23,8 +23,8 @@ std::string firstOf(const std::string& first, const std::string& second) {
 template <typename Record>
 void append(Message& message, const Record& record) {
     const size_t end = message.size();
-    message.resize(end + sizeof record);
-    memcpy(message.data() + end, &record, sizeof record);
+    message.resize(end + sizeof(record));
+    std::memcpy(message.data() + end, &record, sizeof(record));
 }
 
 Message messageOf(uint16_t type) {
@@ -47,7 +47,7 @@ Message linkMessage(uint16_t type, uint32_t ifUnit, uint32_t changeMask) {
 void appendAttribute(Message& message, const LinkAttribute& attribute) {
     const bool hasValue = attribute.member != 0;
     RtAttr header = {};
-    header.length = static_cast<uint16_t>(sizeof header + (hasValue ? sizeof attribute.member : 0));
+    header.length = static_cast<uint16_t>(sizeof(header) + (hasValue ? sizeof(attribute.member) : 0));
     header.type = attribute.type;
     append(message, header);
     if (hasValue) append(message, attribute.member);
@@ -55,7 +55,7 @@ void appendAttribute(Message& message, const LinkAttribute& attribute) {
 
 std::string publish(uint32_t group, Message message) {
     const auto length = static_cast<uint32_t>(message.size());
-    memcpy(message.data(), &length, sizeof length);
+    std::memcpy(message.data(), &length, sizeof(length));
     return publishRaw(group, message);
 }
 
@@ -80,8 +80,8 @@ std::string joinAndTell(Board& board, const std::string& trunkName, const std::s
         std::lock_guard guard(board.lock);
         std::string problem = findPair(board, trunkName, portName, trunk, port);
         if (!problem.empty()) return problem;
-        const char* refused = joinTrunk(*trunk, *port);
-        if (refused != nullptr) return refused;
+        problem = joinTrunk(*trunk, *port);
+        if (!problem.empty()) return problem;
     }
     return publishJoin(*trunk, *port);
 }
@@ -116,8 +116,9 @@ std::string plug(Board& board, Interface& interface) {
     {
         std::lock_guard guard(board.lock);
         if (interface.present) return interface.name + " is plugged already";
-        if (board.pulled.contains(interface.slot) && isPort(interface))
+        if (board.pulled.contains(interface.slot) && isPort(interface)) {
             return "the card of " + interface.name + " is not in its slot";
+        }
         interface.present = true;
         const Interface* trunk = findInterface(board, interface.formerTrunk);
         if (trunk != nullptr && trunk->present) trunkName = trunk->name;
@@ -134,6 +135,7 @@ Interface* lookUp(Board& board, const std::string& name, std::string& problem) {
     if (interface == nullptr) problem = "no such interface: " + name;
     return interface;
 }
+
 }  // namespace
 
 std::string unplugInterface(Board& board, const std::string& name) {
@@ -163,8 +165,9 @@ std::string leaveTrunkEvent(Board& board, const std::string& trunkName, const st
         std::lock_guard guard(board.lock);
         std::string problem = findPair(board, trunkName, portName, trunk, port);
         if (!problem.empty()) return problem;
-        if (port->trunk == 0 || port->trunk != trunk->number)
+        if (port->trunk == 0 || port->trunk != trunk->number) {
             return port->name + " is not a member of " + trunk->name;
+        }
     }
     return leaveAndTell(board, *trunk, *port);
 }
@@ -184,8 +187,8 @@ std::string addVlan(Board& board, uint32_t vid, uint32_t number, const std::stri
             vlan.vid = vid;
             vlan.number = number;
             vlan.name = name;
-            const char* refused = addInterface(board, vlan);
-            if (refused != nullptr) return refused;
+            std::string problem = addInterface(board, vlan);
+            if (!problem.empty()) return problem;
             added = findInterface(board, number);
         }
     }
@@ -220,8 +223,9 @@ std::string pullCard(Board& board, uint32_t slot) {
         board.plane.freshCard(board.plane.state, slot);
     }
     std::string problem;
-    for (const uint32_t number : taken)
+    for (const uint32_t number : taken) {
         problem = firstOf(problem, unplug(board, board.interfaces.at(number)));
+    }
     return problem;
 }
 
@@ -236,8 +240,9 @@ std::string pushCard(Board& board, uint32_t slot) {
         board.pulled.erase(pulled);
     }
     std::string problem;
-    for (const uint32_t number : returning)
+    for (const uint32_t number : returning) {
         problem = firstOf(problem, plug(board, board.interfaces.at(number)));
+    }
     return firstOf(problem, publishCardUp(slot));
 }
 
@@ -281,7 +286,7 @@ std::string publishPlain(uint32_t group, uint16_t type) {
 
 std::string publishRaw(uint32_t group, const std::vector<uint8_t>& messages) {
     const int problem = publishToRoute(group, messages);
-    if (problem != 0) return std::string("not published: ") + strerror(problem);
+    if (problem != 0) return std::string("not published: ") + std::strerror(problem);
     return settle();
 }
 

@@ -1,18 +1,30 @@
-// Reads the description of the board.
+#include "host/board/board_file.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <optional>
 
+#include "common/bytes.h"
 #include "common/text.h"
-#include "host/board/board.h"
-#include "host/linux/linux_plane.h"
-#include "host/planes/sim_plane.h"
 #include "host/services/logging.h"
 
 namespace {
+
 using Words = std::vector<std::string>;
+
+// What is read, and what of it is read on the way. Every reader of a statement returns what is wrong with it,
+// empty for nothing.
+struct Description {
+    Board& board;
+    PlaneKinds kinds;
+};
+
+constexpr char LONG_DEVICE[] = "the name of a device has at most 15 characters";
 
 // Takes the words `KEY VALUE` out of the line; false when KEY stands at its end.
 bool takeOption(Words& words, const char* key, std::optional<std::string>& value) {
-    for (size_t i = 1; i < words.size(); i++) {
+    for (size_t i = 1; i < words.size(); ++i) {
         if (words[i] != key) continue;
         if (i + 1 >= words.size()) return false;
         value = words[i + 1];
@@ -29,65 +41,68 @@ bool takeNumber(Words& words, const char* key, uint32_t& value) {
     return takeOption(words, key, text) && (!text || parseNumber(*text, value));
 }
 
-const char* readRole(Words& words, Board& board) {
-    if (words.size() != 2) return "expected: role single|active|standby";
-    if (words[1] == "single")
-        board.role = Role::single;
-    else if (words[1] == "active")
-        board.role = Role::active;
-    else if (words[1] == "standby")
-        board.role = Role::standby;
-    else
-        return "a role is single, active or standby";
-    return nullptr;
+std::string readRole(Words& words, Description& description) {
+    const bool known = words.size() == 2 && parseRole(words[1], description.board.role);
+    return known ? "" : "expected: role single|active|standby";
 }
 
-const char* readPeer(Words& words, Board& board) {
+std::string readPeer(Words& words, Description& description) {
     uint32_t timeout = PEER_TIMEOUT_DEFAULT;
-    if (!takeNumber(words, "timeout", timeout) || timeout == 0 || words.size() != 2)
+    if (!takeNumber(words, "timeout", timeout) || timeout == 0 || words.size() != 2) {
         return "expected: peer ROOT [timeout MILLISECONDS]";
-    board.peerRoot = words[1];
-    board.peerTimeout = timeout;
-    return nullptr;
+    }
+    description.board.peerRoot = words[1];
+    description.board.peerTimeout = timeout;
+    return {};
 }
 
-const char* readPlane(Words& words, Board& board) {
-    if (words.size() != 2 || (words[1] != "sim" && words[1] != "linux")) return "expected: plane sim|linux";
-    if (words[1] == board.plane.name) return nullptr;
-    if (words[1] == "sim") return "the plane is chosen already";
-    const Plane plane = createLinuxPlane();
-    if (plane.state == nullptr) return "this daemon was built without the Linux plane";
+std::string planeNames(PlaneKinds kinds) {
+    std::string names;
+    for (const PlaneKind& kind : kinds) names += (names.empty() ? "" : "|") + std::string(kind.name);
+    return names;
+}
+
+std::string readPlane(Words& words, Description& description) {
+    Board& board = description.board;
+    const PlaneKinds kinds = description.kinds;
+    const auto kind = std::find_if(kinds.begin(), kinds.end(), [&](const PlaneKind& one) {
+        return words.size() == 2 && words[1] == one.name;
+    });
+    if (kind == kinds.end()) return "expected: plane " + planeNames(kinds);
+    if (words[1] == board.plane.name) return {};
+    if (board.plane.name != std::string_view(kinds.front().name)) return "the plane is chosen already";
+    if (kind->create == nullptr) return "this daemon was built without the plane " + words[1];
     board.plane.destroy(board.plane.state);
-    board.plane = plane;
-    return nullptr;
+    board.plane = kind->create();
+    board.follower = kind->follower;
+    return {};
 }
 
-const char* readBridge(Words& words, Board& board) {
+std::string readBridge(Words& words, Description& description) {
     if (words.size() != 2 || words[1].size() > DEVICE_NAME_MAX) return "expected: bridge DEVICE";
-    board.bridge = words[1];
-    return nullptr;
+    description.board.bridge = words[1];
+    return {};
 }
 
 // Marks devices, whether described or not: which ports a bridge has may turn out later.
-const char* readAccess(Words& words, Board& board) {
+std::string readAccess(Words& words, Description& description) {
     if (words.size() < 2) return "expected: access DEVICE...";
-    for (size_t i = 1; i < words.size(); i++) {
-        if (words[i].size() > DEVICE_NAME_MAX) return "the name of a device has at most 15 characters";
+    for (size_t i = 1; i < words.size(); ++i) {
+        if (words[i].size() > DEVICE_NAME_MAX) return LONG_DEVICE;
     }
-    board.accessDevices.insert(words.begin() + 1, words.end());
-    return nullptr;
+    description.board.accessDevices.insert(words.begin() + 1, words.end());
+    return {};
 }
 
-const char* readJournal(Words& words, Board& board) {
+std::string readJournal(Words& words, Description& description) {
     if (words.size() != 2) return "expected: journal FILE";
-    board.journalFile = words[1].starts_with('/') ? words[1] : "/" + words[1];
-    return nullptr;
+    description.board.journalFile = words[1].starts_with('/') ? words[1] : "/" + words[1];
+    return {};
 }
 
-const char* readInterface(Words& words, Board& board) {
-    static const char USAGE[] =
-        "expected: interface NUMBER NAME slot S [kind ethernet|pon] [ability N] "
-        "[device NAME]";
+std::string readInterface(Words& words, Description& description) {
+    static constexpr char USAGE[] =
+        "expected: interface NUMBER NAME slot S [kind ethernet|pon] [ability N] [device NAME]";
     Interface interface;
     std::optional<std::string> device;
     std::optional<std::string> slot;
@@ -100,15 +115,15 @@ const char* readInterface(Words& words, Board& board) {
     if (words.size() != 3 || !parseNumber(words[1], interface.number)) return USAGE;
     interface.name = words[2];
     interface.device = device.value_or("");
-    if (interface.device.size() > DEVICE_NAME_MAX) return "the name of a device has at most 15 characters";
-    return addInterface(board, interface);
+    if (interface.device.size() > DEVICE_NAME_MAX) return LONG_DEVICE;
+    return addInterface(description.board, interface);
 }
 
 // The member list ends the line.
-const char* readMembers(Words& words, Board& board, std::vector<Interface*>& members) {
-    for (size_t i = 1; i < words.size(); i++) {
+std::string readMembers(Words& words, Board& board, std::vector<Interface*>& members) {
+    for (size_t i = 1; i < words.size(); ++i) {
         if (words[i] != "members") continue;
-        for (size_t m = i + 1; m < words.size(); m++) {
+        for (size_t m = i + 1; m < words.size(); ++m) {
             Interface* port = findInterface(board, words[m]);
             if (port == nullptr) return "a member is not described above";
             if (!isPort(*port)) return "only ports can be members";
@@ -120,38 +135,40 @@ const char* readMembers(Words& words, Board& board, std::vector<Interface*>& mem
         }
         words.resize(i);
     }
-    return nullptr;
+    return {};
 }
 
-const char* readTrunk(Words& words, Board& board) {
-    static const char USAGE[] = "expected: trunk NUMBER NAME [slot S] [members IF...]";
+std::string readTrunk(Words& words, Description& description) {
+    static constexpr char USAGE[] = "expected: trunk NUMBER NAME [slot S] [members IF...]";
+    Board& board = description.board;
     Interface trunk;
     trunk.kind = IfKind::trunk;
     std::vector<Interface*> members;
-    const char* problem = readMembers(words, board, members);
-    if (problem != nullptr) return problem;
+    std::string problem = readMembers(words, board, members);
+    if (!problem.empty()) return problem;
     if (!takeNumber(words, "slot", trunk.slot)) return USAGE;
     if (words.size() != 3 || !parseNumber(words[1], trunk.number)) return USAGE;
     trunk.name = words[2];
     problem = addInterface(board, trunk);
-    if (problem != nullptr) return problem;
+    if (!problem.empty()) return problem;
     Interface& added = *findInterface(board, trunk.number);
     for (Interface* port : members) joinTrunk(added, *port);
-    return nullptr;
+    return {};
 }
 
-const char* readVlan(Words& words, Board& board) {
+std::string readVlan(Words& words, Description& description) {
     Interface vlan;
     vlan.kind = IfKind::vlan;
-    if (words.size() != 4 || !parseNumber(words[1], vlan.vid) || !parseNumber(words[2], vlan.number))
+    if (words.size() != 4 || !parseNumber(words[1], vlan.vid) || !parseNumber(words[2], vlan.number)) {
         return "expected: vlan VID NUMBER NAME";
+    }
     vlan.name = words[3];
-    return addInterface(board, vlan);
+    return addInterface(description.board, vlan);
 }
 
 struct Statement {
     const char* word;
-    const char* (*read)(Words& words, Board& board);
+    std::string (*read)(Words& words, Description& description);
 };
 
 constexpr Statement STATEMENTS[] = {
@@ -160,38 +177,50 @@ constexpr Statement STATEMENTS[] = {
     {"interface", readInterface}, {"trunk", readTrunk},   {"vlan", readVlan},
 };
 
-const char* readStatement(Words& words, Board& board) {
+std::string readStatement(Words& words, Description& description) {
+    std::string known;
     for (const Statement& statement : STATEMENTS) {
-        if (words[0] == statement.word) return statement.read(words, board);
+        if (words[0] == statement.word) return statement.read(words, description);
+        known += (known.empty() ? "" : ", ") + std::string(statement.word);
     }
-    return "expected role, peer, plane, bridge, access, journal, interface, trunk or vlan";
+    return "expected one of " + known;
 }
 
-// The plane of the kernel's bridges and the bridge belong together.
-const char* checkBridge(Board& board) {
-    const bool simulated = std::string_view(board.plane.name) == "sim";
-    if (simulated == board.bridge.empty()) return nullptr;
-    if (!simulated) return "no port can be isolated: `plane linux` needs a line `bridge DEVICE`";
+// A bridge and a plane whose ports are followed belong together.
+std::string checkBridge(const Description& description) {
+    Board& board = description.board;
+    if ((board.follower == nullptr) == board.bridge.empty()) return {};
+    if (board.follower != nullptr) {
+        return fmt::format("no port can be isolated: `plane {}` needs a line `bridge DEVICE`",
+                           board.plane.name);
+    }
     board.bridge.clear();
-    return "the bridge is left out: it needs a line `plane linux`";
+    for (const PlaneKind& kind : description.kinds) {
+        if (kind.follower == nullptr) continue;
+        return fmt::format("the bridge is left out: it needs a line `plane {}`", kind.name);
+    }
+    return "the bridge is left out: this daemon was built without a plane for it";
 }
+
 }  // namespace
 
-void readBoard(std::string_view text, const char* fileName, Board& board) {
-    if (board.plane.state == nullptr) board.plane = createSimPlane();
+void readBoard(std::string_view text, const char* fileName, PlaneKinds kinds, Board& board) {
+    Description description = {board, kinds};
+    if (board.plane.state == nullptr) board.plane = kinds.front().create();
     forEachLine(text, [&](uint32_t number, std::string_view line) {
-        Words words = splitWords(line);
+        Words words = splitWords(withoutComment(line));
         if (words.empty()) return;
-        const char* problem = readStatement(words, board);
-        if (problem == nullptr) return;
-        hostReport("%s:%u: line left out: %s", fileName, number, problem);
-        board.rejected++;
+        const std::string problem = readStatement(words, description);
+        if (problem.empty()) return;
+        hostReport("{}:{}: line left out: {}", fileName, number, problem);
+        ++board.rejected;
     });
-    const char* problem = checkBridge(board);
-    if (problem != nullptr) {
-        hostReport("%s: %s", fileName, problem);
-        board.rejected++;
+    const std::string problem = checkBridge(description);
+    if (!problem.empty()) {
+        hostReport("{}: {}", fileName, problem);
+        ++board.rejected;
     }
-    for (auto& [number, interface] : board.interfaces)
+    for (auto& [number, interface] : board.interfaces) {
         interface.access = board.accessDevices.contains(deviceOf(interface));
+    }
 }

@@ -1,13 +1,13 @@
 #include "host/board/faults.h"
 
+#include <fmt/format.h>
+
 #include <atomic>
-#include <cinttypes>
 #include <mutex>
 #include <vector>
 
-#include "common/text.h"
-
 namespace {
+
 constexpr size_t RULES_MAX = 256;
 
 std::mutex gLock;  // guards gRules
@@ -20,16 +20,17 @@ bool matches(const FaultRule& rule, const HardwareCall& call) {
     return !rule.command || *rule.command == call.command ||
            (call.record != nullptr && *rule.command == call.record->attrId);
 }
+
 }  // namespace
 
-const char* addFaultRule(const FaultRule& rule) {
-    if (!isHardwareCall(rule.call.c_str())) return "no such call of the interface and hardware layer";
+std::string addFaultRule(const FaultRule& rule) {
+    if (!isHardwareCall(rule.call)) return "no such call of the interface and hardware layer";
     if (!rule.every && rule.nth == 0) return "calls are counted from 1";
     std::lock_guard guard(gLock);
     if (gRules.size() >= RULES_MAX) return "too many fault rules";
     gRules.push_back(rule);
     gAnyRule = true;
-    return nullptr;
+    return {};
 }
 
 void clearFaultRules() {
@@ -42,15 +43,11 @@ std::string listFaultRules() {
     std::lock_guard guard(gLock);
     std::string text;
     for (const FaultRule& rule : gRules) {
-        text += rule.call;
-        if (rule.every)
-            text += " every";
-        else
-            appendFormat(text, " %" PRIu32, rule.nth);
-        appendFormat(text, " status=0x%08" PRIx32, static_cast<uint32_t>(rule.status));
-        if (rule.key) appendFormat(text, " if=%" PRIu32, *rule.key);
-        if (rule.command) appendFormat(text, " command=0x%" PRIx32, *rule.command);
-        appendFormat(text, " seen=%" PRIu32 "\n", rule.seen);
+        const std::string when = rule.every ? "every" : std::to_string(rule.nth);
+        text += fmt::format("{} {} status=0x{:08x}", rule.call, when, static_cast<uint32_t>(rule.status));
+        if (rule.key) text += fmt::format(" if={}", *rule.key);
+        if (rule.command) text += fmt::format(" command=0x{:x}", *rule.command);
+        text += fmt::format(" seen={}\n", rule.seen);
     }
     return text;
 }
@@ -62,7 +59,7 @@ std::optional<int32_t> faultFor(const HardwareCall& call) {
     // Every matching rule counts the call; the first that fires answers it.
     std::erase_if(gRules, [&](FaultRule& rule) {
         if (!matches(rule, call)) return false;
-        rule.seen++;
+        ++rule.seen;
         if (!rule.every && rule.seen != rule.nth) return false;
         if (!answer) answer = rule.status;
         return !rule.every;

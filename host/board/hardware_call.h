@@ -1,9 +1,12 @@
-// One call of the interface and hardware layer as it is seen from beside: by the journal, which writes it
-// down, and by the fault rules, which may answer it in place of the board. Names are not part of this: asking
-// for a name changes nothing and cannot fail.
+// One call of the interface and hardware layer, described for the journal, which writes it down, and for the
+// fault rules, which may answer it in place of the board. daxIfUnit2Name is no such call: asking for a name
+// changes nothing and cannot fail.
+//
+// A description points into the caller's arguments and lives no longer than the call.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "platform/hardware.h"
 
@@ -28,4 +31,4 @@ struct HardwareCall {
 };
 
 // The calls that can be journalled and made to fail.
-bool isHardwareCall(const char* name);
+bool isHardwareCall(std::string_view name);

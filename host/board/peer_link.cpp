@@ -9,52 +9,53 @@
 #include <mutex>
 #include <string>
 
+#include "common/bytes.h"
+#include "common/files.h"
 #include "common/local_socket.h"
 #include "host/board/this_board.h"
 #include "host/services/logging.h"
+#include "platform/mirror.h"
 #include "wire/framing.h"
-#include "wire/records.h"
-#include "wire/statuses.h"
+#include "wire/operations.h"
+#include "wire/scalars.h"
+#include "wire/status.h"
 
 namespace {
-// In the control block's flags: the request is to be handed to the peer, not one that came from it.
-constexpr uint32_t FLAG_TO_PEER = 0x2;
-constexpr uint32_t COLUMNS_MAX = 0x1000;  // width of each range of command ids
 
-enum class PeerIndex : uint8_t { none, record, number };
 struct MirrorRange {
     uint32_t base;  // command id of column 0
     PortIsolateOpcode opcode;
-    PeerIndex index;
 };
 constexpr MirrorRange MIRROR_RANGES[] = {
-    {0x0000C000, OP_SCALAR_SYNC, PeerIndex::none},       {0x08FA0000, OP_GROUP_SYNC, PeerIndex::record},
-    {0x08CC4000, OP_PAIR_SYNC, PeerIndex::record},       {0x075F4000, OP_VLAN_SYNC, PeerIndex::number},
-    {0x0AE14000, OP_VLAN_GROUP_SYNC, PeerIndex::record},
+    {DAX_MIRROR_SCALAR, OP_SCALAR_SYNC},
+    {DAX_MIRROR_GROUP, OP_GROUP_SYNC},
+    {DAX_MIRROR_PAIR, OP_PAIR_SYNC},
+    {DAX_MIRROR_VLAN, OP_VLAN_SYNC},
+    {DAX_MIRROR_VLAN_GROUP, OP_VLAN_GROUP_SYNC},
 };
 
 enum class PeerState : uint8_t { unknown, reached, absent, failed };
 
-// Milliseconds that a request waits for a peer which has just proved to be stalled.
+// Milliseconds that a request waits for a peer that has just stalled.
 constexpr uint32_t STALLED_TIMEOUT = 1;
 
 std::mutex gLock;  // guards what follows, and keeps the requests in order
 int gConnection = -1;
 PeerState gState = PeerState::unknown;
 
-// Told once per change, not per request.
+// Reports a change, not each request.
 void notePeer(PeerState state, const std::string& peer, const char* detail) {
     if (state == gState) return;
     gState = state;
     switch (state) {
         case PeerState::reached:
-            hostReport("peer board %s reached", peer.c_str());
+            hostReport("peer board {} reached", peer);
             break;
         case PeerState::absent:
-            hostReport("peer board %s is not there: %s", peer.c_str(), detail);
+            hostReport("peer board {} is not there: {}", peer, detail);
             break;
         case PeerState::failed:
-            hostReport("peer board %s failed: %s", peer.c_str(), detail);
+            hostReport("peer board {} failed: {}", peer, detail);
             break;
         case PeerState::unknown:
             break;
@@ -70,14 +71,14 @@ void dropConnection() {
 bool drainReplies() {
     char discarded[4096];
     for (;;) {
-        const ssize_t got = recv(gConnection, discarded, sizeof discarded, MSG_DONTWAIT);
+        const ssize_t got = recv(gConnection, discarded, sizeof(discarded), MSG_DONTWAIT);
         if (got > 0) continue;
         return got < 0 && (errno == EAGAIN || errno == EINTR);
     }
 }
 
 // Hands the frame over while answers are taken in, so that the peer never waits for this side to read.
-// Returns an errno value; `sent` tells how far it came.
+// 0, or an errno value; `sent` counts the bytes that are on their way.
 int handOver(const std::string& frame, int64_t deadline, size_t& sent) {
     for (sent = 0; sent < frame.size();) {
         const ssize_t put =
@@ -94,10 +95,6 @@ int handOver(const std::string& frame, int64_t deadline, size_t& sent) {
         if ((peer.revents & POLLIN) != 0 && !drainReplies()) return ECONNRESET;
     }
     return 0;
-}
-
-void appendWord(std::string& frame, uint32_t word) {
-    frame.append(reinterpret_cast<const char*>(&word), sizeof word);
 }
 
 std::string requestFrame(const PeerRequest& request) {
@@ -117,7 +114,7 @@ int sendToPeer(const std::string& path, const std::string& frame, uint32_t timeo
     const int64_t deadline = monotonicMs() + timeout;
     // A connection that the peer has closed since the last request is opened anew, once.
     if (gConnection >= 0 && !drainReplies()) dropConnection();
-    for (int attempt = 0;; attempt++) {
+    for (int attempt = 0;; ++attempt) {
         const bool fresh = gConnection < 0;
         if (fresh) gConnection = connectLocalSocket(path, SOCK_STREAM, timeout);
         if (gConnection < 0) return errno;
@@ -130,24 +127,26 @@ int sendToPeer(const std::string& path, const std::string& frame, uint32_t timeo
         if (fresh || sent > 0 || attempt > 0) return problem;
     }
 }
+
 }  // namespace
 
 bool decodePeerRequest(uintptr_t key, uint32_t command, const void* data, const HwCmdControl& control,
                        PeerRequest& request) {
     const MirrorRange* range = nullptr;
     for (const MirrorRange& one : MIRROR_RANGES) {
-        if (command - one.base < COLUMNS_MAX) range = &one;
+        if (command - one.base < DAX_MIRROR_COLUMNS) range = &one;
     }
     if (range == nullptr) return false;
     request.opcode = range->opcode;
     request.column = command - range->base;
-    if (range->index == PeerIndex::record) {
-        request.index = reinterpret_cast<const void*>(key);
-        request.indexLength = control.keyLength;
-    } else if (range->index == PeerIndex::number) {
+    const OpShape& shape = PORT_ISOLATE_OP_SHAPES[range->opcode];
+    if (shape.indexIsNumber) {
         request.number = static_cast<uint32_t>(key);
         request.index = &request.number;
-        request.indexLength = sizeof request.number;
+        request.indexLength = sizeof(request.number);
+    } else if (shape.indexLength != 0) {
+        request.index = reinterpret_cast<const void*>(key);
+        request.indexLength = control.keyLength;
     }
     const bool isBuffer = range->opcode == OP_SCALAR_SYNC && portIsolateScalarIsBuffer(request.column);
     if (data != nullptr && isBuffer) {
@@ -162,14 +161,8 @@ bool decodePeerRequest(uintptr_t key, uint32_t command, const void* data, const 
     return request.indexLength <= COMMAND_VALUE_MAX && request.valueLength <= COMMAND_VALUE_MAX;
 }
 
-bool peerIsDescribed() {
-    Board& board = theBoard();
-    std::lock_guard guard(board.lock);
-    return !board.peerRoot.empty();
-}
-
 int32_t mirrorToPeer(const PeerRequest& request, uint32_t flags) {
-    if ((flags & FLAG_TO_PEER) == 0) return 0;
+    if ((flags & DAX_MIRROR_TO_PEER) == 0) return 0;
     std::string root;
     uint32_t timeout = 0;
     {
@@ -192,9 +185,9 @@ int32_t mirrorToPeer(const PeerRequest& request, uint32_t flags) {
         return 0;
     }
     if (problem == ENOENT || problem == ECONNREFUSED) {
-        notePeer(PeerState::absent, root, strerror(problem));
+        notePeer(PeerState::absent, root, std::strerror(problem));
         return 0;
     }
-    notePeer(PeerState::failed, root, strerror(problem));
-    return HOST_STATUS_PEER_FAILED;
+    notePeer(PeerState::failed, root, std::strerror(problem));
+    return STATUS_PEER_FAILED;
 }

@@ -1,12 +1,18 @@
-// The board of this process, as the daemon reaches it: the calls of platform/hardware.h work on it.
+// The board of this process: the calls of platform/hardware.h and the verbs of the board socket work on it.
 #pragma once
 
 #include "host/board/board.h"
+#include "host/board/plane_kind.h"
 
+// Exists from the first call on, until the process ends. Its lock is the caller's to take.
 Board& theBoard();
 
-// Reads the description of the board; one without description has no interfaces.
-void loadBoard();
+// Reads the description of the board (<root>/etc/portisolate/board.conf) and starts what follows its ports.
+// One without a description has no interfaces and a plane of the first kind. To be called once, before there
+// are other tasks.
+void loadBoard(PlaneKinds kinds);
 // Starts the journal file that the description names. The file of a running board is emptied, so this is for
 // a process that has the board's sockets.
 void openBoardJournal();
+// Starts the task that follows the board's ports, where they are followed.
+void watchPorts();

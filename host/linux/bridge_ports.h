@@ -1,25 +1,25 @@
-// The board of a Linux bridge: the kernel decides which interfaces there are and which trunk each is in.
-// Every port of the bridge is an interface, numbered as the kernel numbers it, unless the description lists
-// interfaces: then those are all, under the numbers and names given.
+// Which of the kernel's devices are ports of the board's bridge, and which interfaces they are. A picture of
+// the devices and no more: what a change means for the board is host/linux/linux_board.h.
 //
-// A listed interface is known whether it is there or not: its isolation stays programmed by the device's
-// name, so nothing is told when it goes. One that is not listed goes for good; its record is kept for a
-// while, since the daemon asks for it while it cleans up.
+// Thread-safety
+// -------------
+// One task at a time works on a LinuxBoard. It alone adds interfaces to a board with a bridge and takes them
+// out, so looking one up here needs no lock.
 #pragma once
 
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <set>
 #include <string>
 
 #include "host/board/board.h"
 #include "host/linux/kernel_links.h"
 
-inline constexpr size_t VANISHED_MAX = 1024;  // records kept of interfaces that are gone
 // The trunk of a port that is in one which the description does not list.
 inline constexpr uint32_t TRUNK_NOT_LISTED = UINT32_MAX;
 
-// The kernel's devices, and how they become interfaces. Only one task at a time works on it.
+// The kernel's devices, and how they become interfaces.
 struct LinuxBoard {
     Board& board;
     bool listed = false;                           // the description numbers the ports
@@ -30,13 +30,29 @@ struct LinuxBoard {
     KernelLinks links = {};
     uint32_t bridge = 0;                 // the kernel's index; 0: there is none
     std::deque<uint32_t> vanished = {};  // numbers of those that are gone but kept, the oldest first
-    bool told = false;                   // whether the daemon is told of changes
+    bool publishes = false;              // changes are published; the daemon reads its route socket
 };
 
-// Nothing of what is described is there yet.
-LinuxBoard linuxBoardOf(Board& board);
-// Takes over what has become of the kernel's devices; the board's lock must not be held.
-void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes);
+// A device of the kernel as an interface of the board.
+struct BridgePort {
+    uint32_t number;
+    bool described;
+    IfKind kind;
+    uint32_t vid;
+    uint32_t trunk;  // number of the trunk that it is in, 0: none
+    std::string device;
+    std::string switchId;
+};
+using BridgePorts = std::map<uint32_t, BridgePort>;  // by the kernel's index
 
-// Tells what is described and not there, and what the bridge cannot do.
-void reportLinuxBoard(LinuxBoard& linuxBoard);
+// The interfaces among the devices of these indices.
+BridgePorts portsAmong(const LinuxBoard& linuxBoard, const std::set<uint32_t>& indices);
+// The port at the index, when it is the same interface as `port`; null otherwise.
+const BridgePort* sameIn(const BridgePorts& ports, uint32_t index, const BridgePort& port);
+
+// Those of the changes that are not in the picture yet.
+LinkChanges newsIn(const LinuxBoard& linuxBoard, const LinkChanges& changes);
+// The devices for which such changes may matter: a change of a bridge or of a trunk is one of its ports, too.
+std::set<uint32_t> concernedBy(const LinuxBoard& linuxBoard, const LinkChanges& news);
+// Puts the changes into the picture.
+void takeOver(LinuxBoard& linuxBoard, const LinkChanges& changes);

@@ -1,4 +1,3 @@
-#ifdef PORTISOLATE_NETFILTER
 #include "host/linux/kernel_links.h"
 
 #include <arpa/inet.h>
@@ -15,9 +14,10 @@
 #include <cstring>
 #include <vector>
 
-#include "common/text.h"
+#include "common/bytes.h"
 
 namespace {
+
 constexpr size_t DATAGRAM_MAX = 64 * 1024;
 constexpr int RECEIVE_BUFFER = 8 * 1024 * 1024;  // bytes, some thousand messages
 constexpr int BATCH_MAX = 1024;                  // datagrams taken at once
@@ -74,8 +74,9 @@ KernelLink readLink(const nlmsghdr* message) {
     // An index in another network namespace means nothing here.
     if (attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = wordOf(attributes[IFLA_LINK]);
     const nlattr* switchId = attributes[IFLA_PHYS_SWITCH_ID];
-    if (switchId != nullptr)
+    if (switchId != nullptr) {
         link.switchId = hexText(mnl_attr_get_payload(switchId), mnl_attr_get_payload_len(switchId));
+    }
     const auto info = nestedIn<IFLA_INFO_MAX + 1>(attributes[IFLA_LINKINFO]);
     link.kind = textOf(info[IFLA_INFO_KIND]);
     if (link.kind == "vlan") readVlan(info[IFLA_INFO_DATA], link);
@@ -83,7 +84,8 @@ KernelLink readLink(const nlmsghdr* message) {
     return link;
 }
 
-// Messages of the bridge family tell of a port's settings; one by which a port leaves looks like a deletion.
+// Messages of the bridge family are about a port's settings; one by which a port leaves looks like a
+// deletion.
 int takeMessage(const nlmsghdr* message, void* data) {
     const bool gone = message->nlmsg_type == RTM_DELLINK;
     if (!gone && message->nlmsg_type != RTM_NEWLINK) return MNL_CB_OK;
@@ -108,7 +110,7 @@ mnl_socket* openRoute(int flags, uint32_t groups) {
 
 struct DumpRequest {
     unsigned char family;
-    uint32_t filter;  // of what a message tells besides; 0: nothing
+    uint32_t filter = 0;  // of what a message holds besides; 0: nothing
     mnl_cb_t take;
     void* data;
 };
@@ -122,7 +124,7 @@ bool dumpOnce(mnl_socket* route, uint32_t sequence, const DumpRequest& dump) {
     static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)))->ifi_family = dump.family;
     if (dump.filter != 0) mnl_attr_put_u32(request, IFLA_EXT_MASK, dump.filter);
     if (mnl_socket_sendto(route, request, request->nlmsg_len) < 0) return false;
-    // A dump that something came between fails with EINTR at its very end or before.
+    // A dump that a change disturbs fails with EINTR, at its very end or before.
     for (int more = MNL_CB_OK; more != MNL_CB_STOP;) {
         const ssize_t length = mnl_socket_recvfrom(route, buffer.data(), buffer.size());
         if (length < 0) return false;
@@ -133,11 +135,11 @@ bool dumpOnce(mnl_socket* route, uint32_t sequence, const DumpRequest& dump) {
     return true;
 }
 
-// Tries until a dump was not disturbed; `forget` empties what the one before has gathered.
+// Tries until a dump is not disturbed; `forget` drops what the attempt before has gathered.
 template <typename Forget>
 bool dumpWhole(const DumpRequest& dump, Forget&& forget) {
-    for (uint32_t attempt = 1; attempt <= DUMP_ATTEMPTS; attempt++) {
-        // What an attempt that broke off has left unread goes with its socket.
+    for (uint32_t attempt = 1; attempt <= DUMP_ATTEMPTS; ++attempt) {
+        // A socket of its own: what an attempt that broke off has left unread is gone with it.
         mnl_socket* route = openRoute(0, 0);
         if (route == nullptr) return false;
         forget();
@@ -158,19 +160,22 @@ struct UntaggedReader {
 int takeVlan(const nlattr* attribute, void* data) {
     bridge_vlan_info vlan = {};
     if (mnl_attr_get_type(attribute) != IFLA_BRIDGE_VLAN_INFO ||
-        mnl_attr_get_payload_len(attribute) < sizeof vlan)
+        mnl_attr_get_payload_len(attribute) < sizeof(vlan)) {
         return MNL_CB_OK;
-    memcpy(&vlan, mnl_attr_get_payload(attribute), sizeof vlan);
-    if ((vlan.flags & BRIDGE_VLAN_INFO_UNTAGGED) != 0)
+    }
+    std::memcpy(&vlan, mnl_attr_get_payload(attribute), sizeof(vlan));
+    if ((vlan.flags & BRIDGE_VLAN_INFO_UNTAGGED) != 0) {
         static_cast<std::vector<uint16_t>*>(data)->push_back(vlan.vid);
+    }
     return MNL_CB_OK;
 }
 
 // A port of the bridge with its VLANs, each by itself.
 int takeUntagged(const nlmsghdr* message, void* data) {
     const auto* reader = static_cast<const UntaggedReader*>(data);
-    if (message->nlmsg_type != RTM_NEWLINK || mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg))
+    if (message->nlmsg_type != RTM_NEWLINK || mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
         return MNL_CB_OK;
+    }
     const auto* header = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
     Attributes<IFLA_MAX + 1> attributes = {};
     mnl_attr_parse(message, sizeof(ifinfomsg), keepAttribute<IFLA_MAX + 1>, &attributes);
@@ -181,6 +186,7 @@ int takeUntagged(const nlmsghdr* message, void* data) {
     mnl_attr_parse_nested(attributes[IFLA_AF_SPEC], takeVlan, &vlans);
     return MNL_CB_OK;
 }
+
 }  // namespace
 
 const KernelLink* linkAt(const KernelLinks& links, uint32_t index) {
@@ -215,10 +221,11 @@ bool readLinkMessages(const void* datagram, size_t length, LinkChanges& changes)
 mnl_socket* openLinkEvents() {
     mnl_socket* events = openRoute(SOCK_NONBLOCK, RTMGRP_LINK);
     if (events == nullptr) return nullptr;
-    // Beyond the system's limit where the kernel lets this process; else as far as that goes.
+    // Beyond the system's limit where this process may; else as far as that goes.
     const int fd = mnl_socket_get_fd(events);
-    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &RECEIVE_BUFFER, sizeof RECEIVE_BUFFER) != 0)
-        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &RECEIVE_BUFFER, sizeof RECEIVE_BUFFER);
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &RECEIVE_BUFFER, sizeof(RECEIVE_BUFFER)) != 0) {
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &RECEIVE_BUFFER, sizeof(RECEIVE_BUFFER));
+    }
     return events;
 }
 
@@ -233,7 +240,7 @@ bool awaitLinkEvents(mnl_socket* events, int timeout) {
 
 bool takeLinkEvents(mnl_socket* events, LinkChanges& changes) {
     static std::vector<char>& buffer = *new std::vector<char>(DATAGRAM_MAX);  // of the one task that watches
-    for (int taken = 0; taken < BATCH_MAX; taken++) {
+    for (int taken = 0; taken < BATCH_MAX; ++taken) {
         const ssize_t length = mnl_socket_recvfrom(events, buffer.data(), buffer.size());
         if (length < 0) return errno == EAGAIN || errno == EINTR;
         if (!readLinkMessages(buffer.data(), static_cast<size_t>(length), changes)) return false;
@@ -243,7 +250,8 @@ bool takeLinkEvents(mnl_socket* events, LinkChanges& changes) {
 
 bool dumpLinks(KernelLinks& links) {
     LinkChanges dumped;
-    if (!dumpWhole({AF_UNSPEC, 0, takeMessage, &dumped}, [&] { dumped.clear(); })) return false;
+    const DumpRequest request = {.family = AF_UNSPEC, .take = takeMessage, .data = &dumped};
+    if (!dumpWhole(request, [&] { dumped.clear(); })) return false;
     links.clear();
     for (auto& [index, link] : dumped) {
         if (link) links.emplace(index, std::move(*link));
@@ -253,6 +261,7 @@ bool dumpLinks(KernelLinks& links) {
 
 bool dumpUntaggedVlans(uint32_t bridge, UntaggedVlans& vlans) {
     UntaggedReader reader = {bridge, &vlans};
-    return dumpWhole({AF_BRIDGE, RTEXT_FILTER_BRVLAN, takeUntagged, &reader}, [&] { vlans.clear(); });
+    const DumpRequest request = {
+        .family = AF_BRIDGE, .filter = RTEXT_FILTER_BRVLAN, .take = takeUntagged, .data = &reader};
+    return dumpWhole(request, [&] { vlans.clear(); });
 }
-#endif

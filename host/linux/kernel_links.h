@@ -1,11 +1,17 @@
-// The network devices of the kernel, as its route netlink tells of them: messages read into plain records, a
-// dump of all devices, and a subscription to what happens to them. Nothing here knows of bridges' ports or of
-// the board. Foreign bytes are read through libmnl's checks only; a message that does not hold what it should
-// is passed over.
+// The network devices of the kernel, as its route netlink describes them: messages read into plain records, a
+// dump of all devices, and a subscription to what happens to them. Nothing here knows of a bridge's ports or
+// of the board. Foreign bytes are read through libmnl's checks only; a message that does not hold what it
+// should is passed over.
 //
-// A subscription loses messages when they come faster than they are taken. Whoever subscribes first, dumps
-// then and takes the messages after that has seen everything: a message tells a device's whole state, so one
-// that the dump already covered changes nothing.
+// Completeness
+// ------------
+// A subscription loses messages when they come faster than they are taken. To miss nothing, subscribe first,
+// then dump, then take the messages: each holds a device's whole state, so one that the dump has covered
+// changes nothing.
+//
+// Thread-safety
+// -------------
+// A subscription is one task's. The dumps and the reading of messages keep nothing between two calls.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +36,7 @@ struct KernelLink {
 };
 
 using KernelLinks = std::map<uint32_t, KernelLink>;  // by the kernel's index
-// The last state of each device that something was said about; none for one that is gone.
+// The last state of each device that a message was about; none for one that is gone.
 using LinkChanges = std::map<uint32_t, std::optional<KernelLink>>;
 
 // Null when there is none.
@@ -38,22 +44,28 @@ const KernelLink* linkAt(const KernelLinks& links, uint32_t index);
 bool isTrunkDevice(const KernelLink& link);
 bool isBridgeDevice(const KernelLink& link);
 
+// What turns the one picture into the other.
 LinkChanges linkDifferences(const KernelLinks& before, const KernelLinks& after);
 
-// Reads the messages of a datagram, whose memory starts and ends at a multiple of 4 bytes. False when it
-// tells of a failure.
+// Adds what the messages of a datagram say to `changes`. The datagram starts at a multiple of 4 bytes, and
+// its memory goes on to the next one behind it. False when it reports a failure.
 bool readLinkMessages(const void* datagram, size_t length, LinkChanges& changes);
 
 // The following return null or false with errno set.
 
+// A subscription.
 mnl_socket* openLinkEvents();
 void closeLinkEvents(mnl_socket* events);  // null is fine
 // Whether something has arrived within so many milliseconds.
 bool awaitLinkEvents(mnl_socket* events, int timeout);
-// Takes what has arrived. False: messages were lost.
+// Adds what has arrived to `changes`. False: messages were lost.
 bool takeLinkEvents(mnl_socket* events, LinkChanges& changes);
+// All devices there are; `links` is replaced.
 bool dumpLinks(KernelLinks& links);
 
 // The VLANs whose frames leave each port of a bridge untagged, by the kernel's index of the port.
 using UntaggedVlans = std::map<uint32_t, std::vector<uint16_t>>;
+// The same by the port's name.
+using EgressVlans = std::map<std::string, std::vector<uint16_t>>;
+// Replaces `vlans`; ports without such a VLAN may be left out.
 bool dumpUntaggedVlans(uint32_t bridge, UntaggedVlans& vlans);

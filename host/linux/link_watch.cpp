@@ -1,6 +1,5 @@
 #include "host/linux/link_watch.h"
 
-#ifdef PORTISOLATE_NETFILTER
 #include <poll.h>
 #include <pthread.h>
 
@@ -13,13 +12,14 @@
 #include <system_error>
 #include <thread>
 
-#include "common/local_socket.h"
-#include "host/linux/bridge_ports.h"
+#include "common/files.h"
+#include "host/linux/linux_board.h"
 #include "host/linux/linux_plane.h"
 #include "host/services/fault_report.h"
 #include "host/services/logging.h"
 
 namespace {
+
 constexpr char WATCH_TASK[] = "linkwatcher";
 constexpr int TABLE_INTERVAL = 1000;  // milliseconds between two looks at the kernel's table
 
@@ -32,8 +32,8 @@ std::mutex gLock;  // guards gWaits, and gEvents while that is set
 std::condition_variable gWaiting;
 bool gWaits = false;  // the task found nothing to take and waits for more
 
-// Tells the plane what the ports of a bridge that filters VLANs send without a tag. Their VLANs change
-// without a change of any device, so this follows whatever the kernel has told.
+// Hands the plane the VLANs that the ports of a VLAN-filtering bridge send without a tag. They change without
+// a change of any device, so this follows every message of the kernel.
 void followUntagged(const LinuxBoard& linuxBoard) {
     Board& board = linuxBoard.board;
     UntaggedVlans vlans;
@@ -54,8 +54,8 @@ bool reread(LinuxBoard& linuxBoard) {
     gEvents = openLinkEvents();
     KernelLinks links;
     if (gEvents == nullptr || !dumpLinks(links)) {
-        hostReport("the kernel does not tell its network devices, so they are not followed: %s",
-                   strerror(errno));
+        hostReport("the kernel does not list its network devices, so they are not followed: {}",
+                   std::strerror(errno));
         return false;
     }
     followLinks(linuxBoard, linkDifferences(linuxBoard.links, links));
@@ -69,7 +69,7 @@ void markWaits(bool waits) {
     if (waits) gWaiting.notify_all();
 }
 
-// Whoever has taken the last event is marked busy before it takes it.
+// The task is marked as busy before it takes an event.
 bool hasEvents(int64_t deadline) {
     markWaits(true);
     const auto left = static_cast<int>(std::max<int64_t>(deadline - monotonicMs(), 0));
@@ -85,7 +85,7 @@ void followUntil(LinuxBoard& linuxBoard, int64_t deadline) {
             followLinks(linuxBoard, changes);
             followUntagged(linuxBoard);
         } else {
-            hostReport("the kernel told more than could be taken: its network devices are read anew");
+            hostReport("messages of the kernel were lost: its network devices are read anew");
             gFollowed = reread(linuxBoard);
         }
         if (!gFollowed || monotonicMs() >= deadline) return;
@@ -95,7 +95,7 @@ void followUntil(LinuxBoard& linuxBoard, int64_t deadline) {
 void watchLinks(LinuxBoard* linuxBoard) {
     pthread_setname_np(pthread_self(), WATCH_TASK);
     prepareFaultStack();
-    linuxBoard->told = true;
+    linuxBoard->publishes = true;
     for (;;) {
         if (gFollowed) {
             followUntil(*linuxBoard, monotonicMs() + TABLE_INTERVAL);
@@ -107,9 +107,8 @@ void watchLinks(LinuxBoard* linuxBoard) {
         watchLinuxTable(linuxBoard->board.plane);
     }
 }
-}  // namespace
 
-void startLinuxBoard(Board& board) {
+void start(Board& board) {
     std::string problem;
     {
         std::lock_guard guard(board.lock);
@@ -117,30 +116,27 @@ void startLinuxBoard(Board& board) {
         problem = startLinuxPlane(board.plane, board.accessDevices);
         gLinux = new LinuxBoard(linuxBoardOf(board));
     }
-    if (!problem.empty()) hostReport("%s", problem.c_str());
+    if (!problem.empty()) reportRemark(problem);
     gFollowed = reread(*gLinux);
     if (gFollowed) reportLinuxBoard(*gLinux);
 }
 
-void watchLinuxBoard() {
+void watch() {
     if (gLinux == nullptr) return;
     try {
         std::thread(watchLinks, gLinux).detach();
     } catch (const std::system_error& problem) {
-        hostReport("no task to follow the bridge's ports: %s", problem.what());
+        hostReport("no task to follow the bridge's ports: {}", problem.what());
     }
 }
 
-bool settleLinuxBoard(uint32_t timeout) {
+bool settle(uint32_t timeout) {
     if (gLinux == nullptr) return true;
     std::unique_lock guard(gLock);
     const auto settled = [] { return gWaits && !awaitLinkEvents(gEvents, 0); };
     return gWaiting.wait_for(guard, std::chrono::milliseconds(timeout), settled);
 }
-#else
-void startLinuxBoard(Board&) {}
-void watchLinuxBoard() {}
-bool settleLinuxBoard(uint32_t) {
-    return true;
-}
-#endif
+
+}  // namespace
+
+const PortFollower BRIDGE_FOLLOWER = {.start = start, .watch = watch, .settle = settle};

@@ -1,16 +1,17 @@
-// The task that follows the kernel: it takes what route netlink tells of the network devices, carries it over
-// to the board (host/linux/bridge_ports.h), and looks about once a second whether the plane's table is whole.
-// When the kernel tells more than can be taken, everything is read anew and compared, so that nothing is
-// lost.
+// The task that follows the kernel: it takes the messages of route netlink about the network devices, carries
+// them over to the board (host/linux/linux_board.h), and looks about once a second whether the plane's table
+// is whole. When messages were lost, everything is read anew and compared, so that no change is.
+//
+// Thread-safety
+// -------------
+// The first picture is taken by the task that starts the process, before there is another. From `watch` on,
+// the kernel's devices and the subscription belong to the link watcher alone; the board and its plane it
+// touches under the board's lock, which it never holds while it waits or publishes. `settle` may be called by
+// any task that does not hold that lock: it looks at the subscription only while the link watcher has
+// declared that it waits, and the link watcher withdraws that before it takes a message.
 #pragma once
 
-#include <cstdint>
+#include "host/board/plane_kind.h"
 
-#include "host/board/board.h"
-
-// Starts the plane of a board that has a bridge and takes the first picture of its ports.
-void startLinuxBoard(Board& board);
-// Starts the task, where there is a bridge to follow.
-void watchLinuxBoard();
-// True once everything that the kernel has told so far is handled; false after `timeout` milliseconds.
-bool settleLinuxBoard(uint32_t timeout);
+// For a board whose description names a bridge; without one none of its functions does anything.
+extern const PortFollower BRIDGE_FOLLOWER;

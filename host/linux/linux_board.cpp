@@ -1,6 +1,5 @@
-#include "host/linux/bridge_ports.h"
+#include "host/linux/linux_board.h"
 
-#ifdef PORTISOLATE_NETFILTER
 #include <mutex>
 #include <set>
 
@@ -10,90 +9,18 @@
 #include "platform/route_messages.h"
 
 namespace {
+
 constexpr uint32_t ONLY_SLOT = 1;
 constexpr char BRIDGE_NOTE[] = "bridge";
 
-// What a device of the kernel is to the board.
-struct BridgePort {
-    uint32_t number;
-    bool described;
-    IfKind kind;
-    uint32_t vid;
-    uint32_t trunk;  // number of the trunk that it is in, 0: none
-    std::string device;
-    std::string switchId;
-};
-using BridgePorts = std::map<uint32_t, BridgePort>;  // by the kernel's index
-
-template <typename Map, typename Key>
-uint32_t numberIn(const Map& numbers, const Key& key) {
-    const auto found = numbers.find(key);
-    return found == numbers.end() ? 0 : found->second;
-}
-
-// 0 when the device is no interface of this board.
-uint32_t numberOf(const LinuxBoard& linuxBoard, uint32_t index, const std::string& device) {
-    return linuxBoard.listed ? numberIn(linuxBoard.devices, device) : index;
-}
-
-uint32_t trunkNumber(const LinuxBoard& linuxBoard, uint32_t index, const std::string& device) {
-    const uint32_t number = numberOf(linuxBoard, index, device);
-    const Interface* described = linuxBoard.listed ? findInterface(linuxBoard.board, number) : nullptr;
-    const bool isTrunk = !linuxBoard.listed || (described != nullptr && described->kind == IfKind::trunk);
-    return isTrunk ? number : TRUNK_NOT_LISTED;
-}
-
-bool fillPlace(const LinuxBoard& linuxBoard, uint32_t index, const KernelLink& link, BridgePort& port) {
-    if (link.kind == "vlan" && link.lower == linuxBoard.bridge && link.vlanId != 0) {
-        port.kind = IfKind::vlan;
-        port.vid = link.vlanId;
-        const uint32_t described = numberIn(linuxBoard.vlans, link.vlanId);
-        port.number = described != 0 || linuxBoard.listed ? described : index;
-        return true;
-    }
-    port.number = numberOf(linuxBoard, index, link.name);
-    if (link.master == linuxBoard.bridge) {
-        port.kind = isTrunkDevice(link) ? IfKind::trunk : IfKind::ethernet;
-        return true;
-    }
-    const KernelLink* master = linkAt(linuxBoard.links, link.master);
-    if (master == nullptr || !isTrunkDevice(*master) || master->master != linuxBoard.bridge) return false;
-    port.kind = IfKind::ethernet;
-    port.trunk = trunkNumber(linuxBoard, link.master, master->name);
-    return true;
-}
-
-BridgePorts portsAmong(const LinuxBoard& linuxBoard, const std::set<uint32_t>& indices) {
-    BridgePorts ports;
-    if (linuxBoard.bridge == 0) return ports;
-    for (const uint32_t index : indices) {
-        const KernelLink* link = linkAt(linuxBoard.links, index);
-        BridgePort port = {};
-        if (link == nullptr || !fillPlace(linuxBoard, index, *link, port) || port.number == 0) continue;
-        port.described = linuxBoard.descriptions.contains(port.number);
-        port.device = link->name;
-        port.switchId = link->switchId;
-        ports.emplace(index, port);
-    }
-    return ports;
-}
-
-// The port at the index, when it is still the same interface.
-const BridgePort* sameIn(const BridgePorts& ports, uint32_t index, const BridgePort& port) {
-    const auto found = ports.find(index);
-    if (found == ports.end()) return nullptr;
-    const BridgePort& other = found->second;
-    return other.number == port.number && other.kind == port.kind && other.vid == port.vid ? &other : nullptr;
-}
-
-// By the numbers of the kernel, an interface that is not described may hit upon a described one's number.
+// An interface that is not described has the kernel's number, which may be that of a described one.
 Interface* entryOf(LinuxBoard& linuxBoard, const BridgePort& port) {
     Interface* entry = findInterface(linuxBoard.board, port.number);
     return port.described || !linuxBoard.descriptions.contains(port.number) ? entry : nullptr;
 }
 
 void reportProblem(const std::string& problem) {
-    if (!problem.empty()) hostReport("%s", problem.c_str());
+    if (!problem.empty()) reportRemark(problem);
 }
 
 // The lock is held for these.
@@ -117,9 +44,10 @@ bool isForgettable(const LinuxBoard& linuxBoard, const Interface* interface) {
 // An interface that is gone gives its name to one that is there.
 void freeName(LinuxBoard& linuxBoard, const std::string& name) {
     Board& board = linuxBoard.board;
-    Interface* former = findInterface(board, numberIn(board.numbers, name));
+    const auto named = board.numbers.find(name);
+    Interface* former = named == board.numbers.end() ? nullptr : findInterface(board, named->second);
     if (!isForgettable(linuxBoard, former)) return;
-    board.numbers.erase(name);
+    board.numbers.erase(named);
     former->device = name;
     former->name = name + "#" + std::to_string(former->number);
     board.numbers.emplace(former->name, former->number);
@@ -137,10 +65,11 @@ void forgetFormer(LinuxBoard& linuxBoard, const BridgePort& port) {
 void noteSwitch(Board& board, const Interface& interface, const std::string& device) {
     const std::string key = "switch " + std::to_string(interface.number);
     std::string sentence;
-    if (interface.present && !interface.switchId.empty())
+    if (interface.present && !interface.switchId.empty()) {
         sentence = device + " belongs to the switch chip " + interface.switchId +
                    ", whose ports reach one another without passing the kernel: they cannot be isolated from "
                    "one another";
+    }
     setLinuxNote(board.plane, key, sentence);
     reportProblem(sentence);
 }
@@ -151,7 +80,7 @@ void setSwitch(Board& board, Interface& interface, const BridgePort& port) {
     noteSwitch(board, interface, port.device);
 }
 
-// Null when the interface cannot be.
+// Null, after a report, when the board does not take the interface.
 Interface* addFound(LinuxBoard& linuxBoard, const BridgePort& port) {
     Board& board = linuxBoard.board;
     forgetFormer(linuxBoard, port);
@@ -162,9 +91,9 @@ Interface* addFound(LinuxBoard& linuxBoard, const BridgePort& port) {
     interface.vid = port.vid;
     interface.slot = port.kind == IfKind::vlan ? 0 : ONLY_SLOT;
     interface.access = board.accessDevices.contains(port.device);
-    const char* refused = addInterface(board, interface);
-    if (refused == nullptr) return findInterface(board, port.number);
-    hostReport("%s is left out: %s", port.device.c_str(), refused);
+    const std::string refused = addInterface(board, interface);
+    if (refused.empty()) return findInterface(board, port.number);
+    hostReport("{} is left out: {}", port.device, refused);
     return nullptr;
 }
 
@@ -178,7 +107,7 @@ void appear(LinuxBoard& linuxBoard, const BridgePort& port) {
         interface->present = true;
         setSwitch(board, *interface, port);
     }
-    if (linuxBoard.told) reportProblem(publishNewLink(*interface, RT_CHANGE_REGISTER, {}));
+    if (linuxBoard.publishes) reportProblem(publishNewLink(*interface, RT_CHANGE_REGISTER, {}));
 }
 
 void forgetOldest(LinuxBoard& linuxBoard) {
@@ -200,11 +129,11 @@ void vanish(LinuxBoard& linuxBoard, const BridgePort& port) {
         if (!port.described) linuxBoard.vanished.push_back(port.number);
     }
     if (port.described) {
-        hostReport("%s has left the bridge %s; what isolates it holds as soon as it is back",
-                   port.device.c_str(), board.bridge.c_str());
+        hostReport("{} has left the bridge {}; what isolates it holds as soon as it is back", port.device,
+                   board.bridge);
         return;
     }
-    if (linuxBoard.told) reportProblem(publishDelLink(*interface));
+    if (linuxBoard.publishes) reportProblem(publishDelLink(*interface));
     forgetOldest(linuxBoard);
 }
 
@@ -222,8 +151,9 @@ void rename(LinuxBoard& linuxBoard, const BridgePort& port) {
     interface->access = board.accessDevices.contains(port.device);
     noteSwitch(board, *interface, port.device);
     const int32_t status = renameLinuxPort(board.plane, port.number, port.device);
-    if (status != 0)
-        hostReport("what isolates %s stays under its former name: status %d", port.device.c_str(), status);
+    if (status != 0) {
+        hostReport("what isolates {} stays under its former name: status {}", port.device, status);
+    }
 }
 
 void leave(LinuxBoard& linuxBoard, const BridgePort& port) {
@@ -239,7 +169,7 @@ void leave(LinuxBoard& linuxBoard, const BridgePort& port) {
         if (trunk == nullptr) return;
         leaveTrunk(*trunk, *interface);
     }
-    if (linuxBoard.told) reportProblem(publishLeave(*trunk, *interface));
+    if (linuxBoard.publishes) reportProblem(publishLeave(*trunk, *interface));
 }
 
 void join(LinuxBoard& linuxBoard, const BridgePort& port, const std::string& trunkDevice) {
@@ -251,23 +181,23 @@ void join(LinuxBoard& linuxBoard, const BridgePort& port, const std::string& tru
         interface = entryOf(linuxBoard, port);
         if (interface == nullptr) return;
         trunk = findInterface(board, port.trunk);
-        const char* refused = trunk == nullptr ? nullptr : joinTrunk(*trunk, *interface);
-        if (refused != nullptr) {
-            hostReport("%s is not taken as a member of %s: %s", port.device.c_str(), trunkDevice.c_str(),
-                       refused);
+        const std::string refused = trunk == nullptr ? "" : joinTrunk(*trunk, *interface);
+        if (!refused.empty()) {
+            hostReport("{} is not taken as a member of {}: {}", port.device, trunkDevice, refused);
             return;
         }
         if (trunk == nullptr) interface->trunk = port.trunk;
     }
-    // Expected where the description says so itself.
-    if (port.described && linuxBoard.descriptions.at(port.number) != port.trunk)
-        hostReport("%s is a member of %s and cannot be isolated by itself", port.device.c_str(),
-                   trunkDevice.c_str());
-    if (!linuxBoard.told) return;
-    if (trunk != nullptr)
+    // Not worth a report where the description says so itself.
+    if (port.described && linuxBoard.descriptions.at(port.number) != port.trunk) {
+        hostReport("{} is a member of {} and cannot be isolated by itself", port.device, trunkDevice);
+    }
+    if (!linuxBoard.publishes) return;
+    if (trunk != nullptr) {
         reportProblem(publishJoin(*trunk, *interface));
-    else
+    } else {
         reportProblem(publishNewLink(*interface, 0, {{DAX_RTA_TRUNK_JOIN, 0}}));
+    }
 }
 
 // A trunk is there before its members join it, and until the last has left.
@@ -294,61 +224,14 @@ void carryOut(LinuxBoard& linuxBoard, const BridgePorts& before, const BridgePor
     }
 }
 
-bool isTheBridge(const LinuxBoard& linuxBoard, const KernelLink* link) {
-    return link != nullptr && isBridgeDevice(*link) && link->name == linuxBoard.board.bridge;
-}
-
-// A bridge's or a trunk's change is one of its ports, too.
-bool concernsOthers(const LinuxBoard& linuxBoard, const KernelLink* link) {
-    return link != nullptr && (isTrunkDevice(*link) || isTheBridge(linuxBoard, link));
-}
-
-void takeOver(LinuxBoard& linuxBoard, const LinkChanges& changes) {
-    for (const auto& [index, link] : changes) {
-        if (link)
-            linuxBoard.links[index] = *link;
-        else
-            linuxBoard.links.erase(index);
-        if (linuxBoard.bridge == index && !isTheBridge(linuxBoard, link ? &*link : nullptr))
-            linuxBoard.bridge = 0;
-    }
-    for (const auto& [index, link] : changes) {
-        if (link && isTheBridge(linuxBoard, &*link)) linuxBoard.bridge = index;
-    }
-}
-
-// What of the changes is news.
-LinkChanges newsIn(const LinuxBoard& linuxBoard, const LinkChanges& changes) {
-    LinkChanges news;
-    for (const auto& [index, link] : changes) {
-        const KernelLink* former = linkAt(linuxBoard.links, index);
-        const bool same = link ? former != nullptr && *former == *link : former == nullptr;
-        if (!same) news.emplace(index, link);
-    }
-    return news;
-}
-
-std::set<uint32_t> concernedBy(const LinuxBoard& linuxBoard, const LinkChanges& news) {
-    std::set<uint32_t> concerned;
-    bool all = false;
-    for (const auto& [index, link] : news) {
-        concerned.insert(index);
-        all = all || concernsOthers(linuxBoard, link ? &*link : nullptr) ||
-              concernsOthers(linuxBoard, linkAt(linuxBoard.links, index));
-    }
-    if (!all) return concerned;
-    for (const auto& [index, link] : linuxBoard.links) concerned.insert(index);
-    return concerned;
-}
-
 void reportBridge(LinuxBoard& linuxBoard) {
     Board& board = linuxBoard.board;
     std::string sentence;
-    if (linuxBoard.bridge == 0)
+    if (linuxBoard.bridge == 0) {
         sentence = "there is no bridge " + board.bridge + ": its ports are followed as soon as there is one";
-    else if (!linuxBoard.links.at(linuxBoard.bridge).filtersVlans)
-        hostReport("the bridge %s does not filter VLANs: untagged frames belong to no VLAN",
-                   board.bridge.c_str());
+    } else if (!linuxBoard.links.at(linuxBoard.bridge).filtersVlans) {
+        hostReport("the bridge {} does not filter VLANs: untagged frames belong to no VLAN", board.bridge);
+    }
     {
         std::lock_guard guard(board.lock);
         setLinuxNote(board.plane, BRIDGE_NOTE, sentence);
@@ -361,10 +244,11 @@ void reportAbsent(LinuxBoard& linuxBoard) {
     std::lock_guard guard(board.lock);
     for (const auto& [device, number] : linuxBoard.devices) {
         if (board.interfaces.at(number).present) continue;
-        hostReport("%s is not in the bridge %s; what isolates it holds as soon as it is", device.c_str(),
-                   board.bridge.c_str());
+        hostReport("{} is not in the bridge {}; what isolates it holds as soon as it is", device,
+                   board.bridge);
     }
 }
+
 }  // namespace
 
 LinuxBoard linuxBoardOf(Board& board) {
@@ -376,9 +260,10 @@ LinuxBoard linuxBoardOf(Board& board) {
         } else {
             linuxBoard.listed = true;
             const std::string device = deviceOf(interface);
-            if (!linuxBoard.devices.emplace(device, number).second)
-                hostReport("%s has no part in the bridge %s: its device %s is described twice",
-                           interface.name.c_str(), board.bridge.c_str(), device.c_str());
+            if (!linuxBoard.devices.emplace(device, number).second) {
+                hostReport("{} takes no part in the bridge {}: its device {} is described twice",
+                           interface.name, board.bridge, device);
+            }
         }
         interface.present = false;
         interface.trunk = 0;
@@ -397,11 +282,10 @@ void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes) {
     takeOver(linuxBoard, news);
     carryOut(linuxBoard, before, portsAmong(linuxBoard, concerned));
     bridgeChanges = bridgeChanges || news.contains(linuxBoard.bridge);
-    if (linuxBoard.told && bridgeChanges) reportBridge(linuxBoard);
+    if (linuxBoard.publishes && bridgeChanges) reportBridge(linuxBoard);
 }
 
 void reportLinuxBoard(LinuxBoard& linuxBoard) {
     reportBridge(linuxBoard);
     if (linuxBoard.bridge != 0) reportAbsent(linuxBoard);
 }
-#endif

@@ -1,37 +1,50 @@
 // The forwarding plane of a Linux bridge: isolations are elements of sets in the kernel's packet filter,
-// which drops what the bridge would forward from one port to another. The table outlives the daemon on
-// purpose: neither its restart nor its crash opens what was isolated. What an earlier run left is kept apart
-// from what this one was asked for, until it is asked for again or swept.
+// which drops what the bridge would forward from one port to another. Built where libmnl and libnftnl are
+// there.
 //
-// Built where libmnl and libnftnl are there; else there is no such plane.
+// What outlives the daemon
+// ------------------------
+// The table does, on purpose: neither a restart nor a crash opens what was isolated. What an earlier run left
+// over is kept apart from what this one was asked for, until it is asked for again or swept.
+//
+// By name, not by number
+// ----------------------
+// The filter knows devices by name, the daemon knows interfaces by number. The plane remembers the device of
+// each interface that is part of an entry, and moves the entry when the device is renamed. A device that is
+// gone keeps its elements, and is isolated the moment one of its name comes back.
+//
+// Thread-safety
+// -------------
+// The board's lock is held during every call here, as it is for the functions of the Plane record. They talk
+// to the kernel under that lock.
 #pragma once
 
-#include <map>
 #include <set>
 #include <string>
-#include <vector>
 
+#include "host/linux/kernel_links.h"
 #include "host/planes/plane.h"
 
-// A plane whose state is null when this program was built without it. The kernel is not touched yet.
+// The kernel is not touched yet: until startLinuxPlane the plane refuses every command.
 Plane createLinuxPlane();
 
 // Lays the table, keeping what stands in one that is there, and takes the access devices for the PON
 // isolation of VLANs. Returns what went wrong, as a sentence; the plane then refuses every command with the
-// kernel's status. The board's lock is held, as for all that follows.
+// kernel's status.
 std::string startLinuxPlane(const Plane& plane, const std::set<std::string>& accessDevices);
 
-// The kernel's name of an interface has changed: what isolates it moves to the new one.
+// The kernel's name of an interface has changed: what isolates it moves to the new one. 0, or the errno value
+// of the kernel's refusal.
 int32_t renameLinuxPort(const Plane& plane, uint32_t ifUnit, const std::string& device);
 
 // The VLANs whose frames leave a VLAN-filtering bridge untagged, by device: the filter cannot see the VLAN of
 // a frame whose tag the bridge has stripped. A change that cannot be made is reported.
-using EgressVlans = std::map<std::string, std::vector<uint16_t>>;
 void setLinuxEgress(const Plane& plane, const EgressVlans& vlans);
 
 // Looks whether the table is still whole, and reports once when it is not, and once when it is again. Cheap
-// while nobody changed the filter; to be called about once a second.
+// while nobody has changed the filter; to be called about once a second.
 void watchLinuxTable(const Plane& plane);
 
-// A sentence for the operator that stands in every inspection, until it is withdrawn by the same key.
+// A sentence for the operator that stands in every inspection, until an empty one withdraws it by the same
+// key.
 void setLinuxNote(const Plane& plane, const std::string& key, const std::string& sentence);

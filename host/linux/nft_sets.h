@@ -1,19 +1,21 @@
-// The kernel's packet filter as far as the Linux plane needs it: the table `portisolate` of the bridge
-// family, its sets of pairs of devices, and the rules that drop what is in them. One netlink transaction for
-// each change; all functions return 0 or an errno value, the kernel's own where it answered.
+// The sets of the filter's table, which the rules look pairs, ports and VLANs up in, and their elements.
 //
-// One task at a time.
+// A key is the devices' names and then the VLAN id, each part filled up to whole words.
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string_view>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
-struct mnl_socket;
+#include "host/linux/nft_transaction.h"
 
-inline constexpr char FILTER_TABLE[] = "portisolate";
+struct nftnl_expr;
+
 inline constexpr size_t FILTER_DEVICE_SIZE = 16;  // bytes of a device's name, zeros behind it
 
 // A VLAN-filtering bridge has stripped the tag of what leaves untagged before the filter sees it. Where all
@@ -33,11 +35,12 @@ struct FilterElement {
 };
 static_assert(std::has_unique_object_representations_v<FilterElement>);
 
+// Names longer than 15 bytes are cut.
 FilterElement filterElement(FilterSet set, std::string_view src, std::string_view dst, uint16_t vid);
 
 struct FilterElementHash {
     size_t operator()(const FilterElement& element) const {
-        return std::hash<std::string_view>{}({element.src.data(), sizeof element});
+        return std::hash<std::string_view>{}({element.src.data(), sizeof(element)});
     }
 };
 
@@ -48,28 +51,53 @@ struct FilterCounter {
 
 using FilterElements = std::unordered_map<FilterElement, FilterCounter, FilterElementHash>;
 
-struct Filter {
-    mnl_socket* socket = nullptr;
-    uint32_t sequence = 0;
-    bool seesPvid = false;      // the kernel can tell the VLAN of an untagged frame
-    std::vector<char> message;  // room for one transaction
-    std::vector<char> answer;
-};
-
-int openFilter(Filter& filter);
-void closeFilter(Filter& filter);
-
-// Lays the table; what stands in its sets stays, and its rules are replaced in one step.
-int layTable(Filter& filter);
-
 // Adds and deletes in one transaction: all or nothing. To delete an element that is not there fails.
 int changeElements(Filter& filter, const std::vector<FilterElement>& add,
                    const std::vector<FilterElement>& del);
+// The elements of all sets with what each has counted; `elements` is replaced.
 int readElements(Filter& filter, FilterElements& elements);
 
-// The number of the filter's last transaction, whoever made it: it counts up by one.
-int readGeneration(Filter& filter, uint32_t& generation);
+// Types by which the filter's own command prints keys. It has none for a VLAN id by its number; a port's
+// number, of the same size and byte order, looks the same.
+inline constexpr uint32_t NFT_TYPE_DEVICE = 41;
+inline constexpr uint32_t NFT_TYPE_VLAN_ID = 13;
+inline constexpr uint32_t NFT_TYPE_BITS = 6;
+inline constexpr uint32_t NFT_TYPE_TWO_DEVICES = NFT_TYPE_DEVICE << NFT_TYPE_BITS | NFT_TYPE_DEVICE;
 
-// Whether table, chain and rules are as layTable leaves them; null, or what is wrong with them. `pon` counts
-// what the PON isolation of VLANs has dropped.
-int inspectTable(Filter& filter, const char*& damage, FilterCounter& pon);
+struct SetShape {
+    const char* name;
+    uint32_t keyType;
+    uint32_t devices;  // names in the key
+    bool vlan;         // a VLAN id behind them, in network byte order
+    bool counts;       // each element counts what it matched
+};
+
+// By FilterSet.
+inline constexpr SetShape FILTER_SETS[] = {
+    {"bi", NFT_TYPE_TWO_DEVICES, 2, false, true},
+    {"bi_vlan", NFT_TYPE_TWO_DEVICES << NFT_TYPE_BITS | NFT_TYPE_VLAN_ID, 2, true, true},
+    {"bi_egress", NFT_TYPE_TWO_DEVICES, 2, false, true},
+    {"uni", NFT_TYPE_TWO_DEVICES, 2, false, true},
+    {"access", NFT_TYPE_DEVICE, 1, false, false},
+    {"pon_off", NFT_TYPE_VLAN_ID, 0, true, false},
+    {"egress", NFT_TYPE_DEVICE, 1, false, false},
+    {"egress_off", NFT_TYPE_DEVICE, 1, false, false},
+};
+inline constexpr size_t FILTER_SET_COUNT = std::size(FILTER_SETS);
+static_assert(FILTER_SET_COUNT == static_cast<size_t>(FilterSet::egressOff) + 1);
+
+inline constexpr uint32_t KEY_WORD = 4;  // bytes
+inline constexpr uint32_t KEY_MAX = 2 * FILTER_DEVICE_SIZE + KEY_WORD;
+
+inline const SetShape& shapeOf(FilterSet set) {
+    return FILTER_SETS[static_cast<size_t>(set)];
+}
+
+// Bytes of a key.
+inline uint32_t keyLength(const SetShape& shape) {
+    const uint32_t vlan = !shape.vlan ? 0 : shape.devices == 0 ? sizeof(uint16_t) : KEY_WORD;
+    return shape.devices * static_cast<uint32_t>(FILTER_DEVICE_SIZE) + vlan;
+}
+
+// What an expression of a rule or an element has counted; nothing when it is no counter.
+FilterCounter countedBy(const nftnl_expr* expression);

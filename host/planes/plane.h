@@ -2,8 +2,12 @@
 // its description chose and asks it whether traffic would pass; a plane of another kind comes as one more
 // record of functions, without a change to the board or the daemon.
 //
-// A plane knows entries, not interfaces: all it learns about a port comes with the call. It needs no lock of
-// its own, the board's lock is held during every call.
+// A plane knows entries, not interfaces: all it learns about a port comes with the call.
+//
+// Thread-safety
+// -------------
+// A plane needs no lock of its own, since the board's is held during every call. It must not call back into
+// the board.
 #pragma once
 
 #include <cstdint>
@@ -32,17 +36,19 @@ struct PlaneIsolation {
 };
 
 struct PlaneCounters {
-    uint64_t twoWay;  // entries held
+    uint64_t twoWay;  // entries
     uint64_t oneWay;
     uint64_t ponOff;    // VLANs with PON isolation off on some card
     uint64_t accepted;  // commands so far
     uint64_t refused;
 };
 
+// The functions that return an int32_t answer 0 or a status that the daemon gets for its command; sweep and
+// restore an errno value. Nothing is null.
 struct Plane {
     const char* name;
-    void* state;
-    void (*destroy)(void* state);
+    void* state;                   // the plane's own, for its functions
+    void (*destroy)(void* state);  // the last call
     // Two-way isolations are held by the two ports in the order of the add. An add of ports that are held
     // already replaces the entry. A delete takes the entry of exactly its ports, else that of the ports in
     // reverse.
@@ -59,10 +65,10 @@ struct Plane {
     // particular VLAN, held up only by what applies to all traffic.
     bool (*forwards)(void* state, const PlanePort& src, const PlanePort& dst, uint32_t vid,
                      std::string& reason);
-    // One line per entry, in a fixed order.
+    // Appends one line per entry, in a fixed order.
     void (*list)(void* state, std::string& text);
     PlaneCounters (*counters)(void* state);
-    // What is really in force beside what was asked for, in lines of `key=value`:
+    // Appends what is really in force beside what was asked for, in lines of `key=value`:
     //   plane name=NAME state=ready|gone|failed
     //   note SENTENCE
     //   entry kind=bi|uni|pon|pon-off src=PORT|- dst=PORT|- vlan=VID|- state=held|left-over|missing

@@ -1,8 +1,8 @@
 #include "host/planes/plane_entries.h"
 
-#include <algorithm>
+#include <fmt/format.h>
 
-#include "common/text.h"
+#include <algorithm>
 
 std::vector<PortPair> sortedPairs(const PlaneEntries& entries) {
     std::vector<PortPair> pairs;
@@ -15,13 +15,13 @@ std::vector<PortPair> sortedPairs(const PlaneEntries& entries) {
 void listEntries(const PlaneEntries& twoWay, const PlaneEntries& oneWay, std::string& text) {
     for (const PortPair pair : sortedPairs(twoWay)) {
         const PlaneIsolation& entry = twoWay.at(pair);
-        appendFormat(text, "bi %u %u vlan=%u group=%u serial=%u/%u\n", sourceOf(pair), targetOf(pair),
-                     entry.vid, entry.group, entry.srcSerial, entry.dstSerial);
+        text += fmt::format("bi {} {} vlan={} group={} serial={}/{}\n", sourceOf(pair), targetOf(pair),
+                            entry.vid, entry.group, entry.srcSerial, entry.dstSerial);
     }
     for (const PortPair pair : sortedPairs(oneWay)) {
         const PlaneIsolation& entry = oneWay.at(pair);
-        appendFormat(text, "uni %u %u serial=%u/%u\n", sourceOf(pair), targetOf(pair), entry.srcSerial,
-                     entry.dstSerial);
+        text += fmt::format("uni {} {} serial={}/{}\n", sourceOf(pair), targetOf(pair), entry.srcSerial,
+                            entry.dstSerial);
     }
 }
 
@@ -30,10 +30,7 @@ PlaneEntries::const_iterator findTwoWay(const PlaneEntries& entries, uint32_t sr
     return exact != entries.end() ? exact : entries.find(pairOf(dst, src));
 }
 
-void describeTwoWay(const PlaneIsolation& isolation, std::string& text) {
-    appendFormat(text, "two-way isolation, group %u, ", isolation.group);
-    if (isolation.vid == 0)
-        text += "all traffic";
-    else
-        appendFormat(text, "VLAN %u", isolation.vid);
+std::string twoWayText(const PlaneIsolation& isolation) {
+    const std::string scope = isolation.vid == 0 ? "all traffic" : fmt::format("VLAN {}", isolation.vid);
+    return fmt::format("two-way isolation, group {}, {}", isolation.group, scope);
 }

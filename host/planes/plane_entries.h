@@ -9,6 +9,7 @@
 #include "host/planes/plane.h"
 
 using PortPair = uint64_t;  // source in the upper half
+// Two-way isolations by the two ports in the order of the add, one-way ones by source and target.
 using PlaneEntries = std::unordered_map<PortPair, PlaneIsolation>;
 
 inline PortPair pairOf(uint32_t src, uint32_t dst) {
@@ -21,10 +22,12 @@ inline uint32_t targetOf(PortPair pair) {
     return static_cast<uint32_t>(pair);
 }
 
+// By source, then by target.
 std::vector<PortPair> sortedPairs(const PlaneEntries& entries);
-// One line per entry, two-way ones first, in the order of the ports.
+// Appends one line per entry, two-way ones first, in the order of the ports.
 void listEntries(const PlaneEntries& twoWay, const PlaneEntries& oneWay, std::string& text);
-// A delete of the ports in this order takes this entry: that order's, else the reverse one's; `end` for none.
+// The entry that a delete of the ports in this order takes: that order's, else the reverse one's; `end` for
+// none.
 PlaneEntries::const_iterator findTwoWay(const PlaneEntries& entries, uint32_t src, uint32_t dst);
 // "two-way isolation, group 5, VLAN 10"
-void describeTwoWay(const PlaneIsolation& isolation, std::string& text);
+std::string twoWayText(const PlaneIsolation& isolation);

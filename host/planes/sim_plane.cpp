@@ -1,12 +1,14 @@
 #include "host/planes/sim_plane.h"
 
+#include <fmt/format.h>
+
 #include <map>
 
-#include "common/text.h"
 #include "host/planes/plane_entries.h"
-#include "wire/statuses.h"
+#include "wire/status.h"
 
 namespace {
+
 struct SimPlane {
     PlaneEntries twoWay;
     PlaneEntries oneWay;
@@ -24,43 +26,51 @@ void destroy(void* state) {
 }
 
 int32_t counted(SimPlane& plane, bool accepted) {
-    (accepted ? plane.accepted : plane.refused)++;
-    return accepted ? 0 : HOST_STATUS_NOT_FOUND;
+    ++(accepted ? plane.accepted : plane.refused);
+    return accepted ? 0 : STATUS_NOT_FOUND;
+}
+
+int32_t add(SimPlane& plane, PlaneEntries& entries, const PlanePort& src, const PlanePort& dst,
+            const PlaneIsolation& isolation) {
+    entries[pairOf(src.ifUnit, dst.ifUnit)] = isolation;
+    return counted(plane, true);
+}
+
+int32_t remove(SimPlane& plane, PlaneEntries& entries, PlaneEntries::const_iterator entry) {
+    if (entry == entries.end()) return counted(plane, false);
+    entries.erase(entry);
+    return counted(plane, true);
 }
 
 int32_t addTwoWay(void* state, const PlanePort& src, const PlanePort& dst, const PlaneIsolation& isolation) {
     SimPlane& plane = simPlane(state);
-    plane.twoWay[pairOf(src.ifUnit, dst.ifUnit)] = isolation;
-    return counted(plane, true);
+    return add(plane, plane.twoWay, src, dst, isolation);
 }
 
 int32_t deleteTwoWay(void* state, uint32_t src, uint32_t dst) {
     SimPlane& plane = simPlane(state);
-    const auto found = findTwoWay(plane.twoWay, src, dst);
-    if (found == plane.twoWay.end()) return counted(plane, false);
-    plane.twoWay.erase(found);
-    return counted(plane, true);
+    return remove(plane, plane.twoWay, findTwoWay(plane.twoWay, src, dst));
 }
 
 int32_t addOneWay(void* state, const PlanePort& src, const PlanePort& dst, const PlaneIsolation& isolation) {
     SimPlane& plane = simPlane(state);
-    plane.oneWay[pairOf(src.ifUnit, dst.ifUnit)] = isolation;
-    return counted(plane, true);
+    return add(plane, plane.oneWay, src, dst, isolation);
 }
 
 int32_t deleteOneWay(void* state, uint32_t src, uint32_t dst) {
     SimPlane& plane = simPlane(state);
-    return counted(plane, plane.oneWay.erase(pairOf(src, dst)) > 0);
+    return remove(plane, plane.oneWay, plane.oneWay.find(pairOf(src, dst)));
 }
 
 int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>& slots) {
     SimPlane& plane = simPlane(state);
     std::set<uint32_t>& off = plane.ponOff[vid];
     for (const uint32_t slot : slots) {
-        if (isolate)
+        if (isolate) {
             off.erase(slot);
-        else
+        } else {
             off.insert(slot);
+        }
     }
     if (off.empty()) plane.ponOff.erase(vid);
     return counted(plane, true);
@@ -74,12 +84,11 @@ void freshCard(void* state, uint32_t slot) {
     }
 }
 
-bool twoWayBlocks(const PlaneEntries& entries, uint32_t src, uint32_t dst, uint32_t vid,
-                  std::string& reason) {
+// The two-way isolation in this order that holds traffic of the VLAN; null for none.
+const PlaneIsolation* twoWayIn(const PlaneEntries& entries, uint32_t src, uint32_t dst, uint32_t vid) {
     const auto found = entries.find(pairOf(src, dst));
-    if (found == entries.end() || (found->second.vid != 0 && found->second.vid != vid)) return false;
-    describeTwoWay(found->second, reason);
-    return true;
+    if (found == entries.end() || (found->second.vid != 0 && found->second.vid != vid)) return nullptr;
+    return &found->second;
 }
 
 bool ponIsolated(const SimPlane& plane, uint32_t vid, uint32_t slot) {
@@ -87,50 +96,50 @@ bool ponIsolated(const SimPlane& plane, uint32_t vid, uint32_t slot) {
     return off == plane.ponOff.end() || !off->second.contains(slot);
 }
 
-bool forwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t vid, std::string& reason) {
-    const SimPlane& plane = simPlane(state);
-    std::string cause;
-    if (twoWayBlocks(plane.twoWay, src.ifUnit, dst.ifUnit, vid, cause) ||
-        twoWayBlocks(plane.twoWay, dst.ifUnit, src.ifUnit, vid, cause)) {
-        // `cause` is complete
-    } else if (plane.oneWay.contains(pairOf(src.ifUnit, dst.ifUnit))) {
-        cause = "one-way isolation";
-    } else if (vid != 0 && src.access && dst.access &&
-               (ponIsolated(plane, vid, src.slot) || ponIsolated(plane, vid, dst.slot))) {
-        appendFormat(cause, "PON isolation in VLAN %u", vid);
-    } else {
-        return true;
+// Why the traffic does not pass; empty when it does.
+std::string causeOf(const SimPlane& plane, const PlanePort& src, const PlanePort& dst, uint32_t vid) {
+    const PlaneIsolation* twoWay = twoWayIn(plane.twoWay, src.ifUnit, dst.ifUnit, vid);
+    if (twoWay == nullptr) twoWay = twoWayIn(plane.twoWay, dst.ifUnit, src.ifUnit, vid);
+    if (twoWay != nullptr) return twoWayText(*twoWay);
+    if (plane.oneWay.contains(pairOf(src.ifUnit, dst.ifUnit))) return "one-way isolation";
+    if (vid != 0 && src.access && dst.access &&
+        (ponIsolated(plane, vid, src.slot) || ponIsolated(plane, vid, dst.slot))) {
+        return fmt::format("PON isolation in VLAN {}", vid);
     }
-    appendFormat(reason, "%s to %s: %s", src.name, dst.name, cause.c_str());
-    return false;
+    return {};
+}
+
+bool forwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t vid, std::string& reason) {
+    const std::string cause = causeOf(simPlane(state), src, dst, vid);
+    if (!cause.empty()) reason += fmt::format("{} to {}: {}", src.name, dst.name, cause);
+    return cause.empty();
 }
 
 void list(void* state, std::string& text) {
     const SimPlane& plane = simPlane(state);
     listEntries(plane.twoWay, plane.oneWay, text);
     for (const auto& [vid, slots] : plane.ponOff) {
-        appendFormat(text, "pon-off %u slots=", vid);
-        const char* separator = "";
-        for (const uint32_t slot : slots) {
-            appendFormat(text, "%s%u", separator, slot);
-            separator = ",";
-        }
-        text += '\n';
+        text += fmt::format("pon-off {} slots={}\n", vid, fmt::join(slots, ","));
     }
 }
 
 PlaneCounters counters(void* state) {
     const SimPlane& plane = simPlane(state);
-    return {plane.twoWay.size(), plane.oneWay.size(), plane.ponOff.size(), plane.accepted, plane.refused};
+    return {
+        .twoWay = plane.twoWay.size(),
+        .oneWay = plane.oneWay.size(),
+        .ponOff = plane.ponOff.size(),
+        .accepted = plane.accepted,
+        .refused = plane.refused,
+    };
 }
 
 void inspectDirection(std::string& text, const char* kind, uint32_t src, uint32_t dst, uint32_t vid) {
-    appendFormat(text, "entry kind=%s src=%u dst=%u vlan=", kind, src, dst);
-    text += vid == 0 ? "-" : std::to_string(vid);
-    text += " state=held packets=- bytes=-\n";
+    text += fmt::format("entry kind={} src={} dst={} vlan={} state=held packets=- bytes=-\n", kind, src, dst,
+                        vid == 0 ? "-" : std::to_string(vid));
 }
 
-// What a simulated plane was told is what is in force.
+// What a simulated plane was asked for is what is in force.
 void inspect(void* state, std::string& text) {
     const SimPlane& plane = simPlane(state);
     text += "plane name=sim state=ready\n";
@@ -139,19 +148,37 @@ void inspect(void* state, std::string& text) {
         inspectDirection(text, "bi", sourceOf(pair), targetOf(pair), vid);
         inspectDirection(text, "bi", targetOf(pair), sourceOf(pair), vid);
     }
-    for (const PortPair pair : sortedPairs(plane.oneWay))
+    for (const PortPair pair : sortedPairs(plane.oneWay)) {
         inspectDirection(text, "uni", sourceOf(pair), targetOf(pair), 0);
-    for (const auto& [vid, slots] : plane.ponOff)
-        appendFormat(text, "entry kind=pon-off src=- dst=- vlan=%u state=held packets=- bytes=-\n", vid);
+    }
+    for (const auto& [vid, slots] : plane.ponOff) {
+        text += fmt::format("entry kind=pon-off src=- dst=- vlan={} state=held packets=- bytes=-\n", vid);
+    }
 }
 
 int32_t nothingToDo(void*, uint64_t& changed) {
     changed = 0;
     return 0;
 }
+
 }  // namespace
 
 Plane createSimPlane() {
-    return {"sim",     new SimPlane, destroy, addTwoWay, deleteTwoWay, addOneWay,   deleteOneWay, setPon,
-            freshCard, forwards,     list,    counters,  inspect,      nothingToDo, nothingToDo};
+    return {
+        .name = "sim",
+        .state = new SimPlane,
+        .destroy = destroy,
+        .addTwoWay = addTwoWay,
+        .deleteTwoWay = deleteTwoWay,
+        .addOneWay = addOneWay,
+        .deleteOneWay = deleteOneWay,
+        .setPon = setPon,
+        .freshCard = freshCard,
+        .forwards = forwards,
+        .list = list,
+        .counters = counters,
+        .inspect = inspect,
+        .sweep = nothingToDo,
+        .restore = nothingToDo,
+    };
 }

@@ -4,5 +4,5 @@
 
 #include "host/planes/plane.h"
 
-// A plane without entries.
+// A plane without entries, with PON isolation on everywhere.
 Plane createSimPlane();

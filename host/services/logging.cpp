@@ -12,12 +12,14 @@
 #include <string>
 
 #include "common/text.h"
-#include "host/board/journal.h"
+#include "host/services/streams.h"
 #include "platform/services.h"
 
 namespace {
+
 constexpr unsigned REPORT_PRIORITY = 4;
 constexpr int FULL_PIPE_WAIT = 100;  // milliseconds that one line may wait for a reader that fell behind
+// Bytes of a text, its end included.
 constexpr size_t TEXT_MAX = 1024;
 
 std::mutex gLock;  // guards what follows, and keeps lines whole
@@ -29,18 +31,13 @@ std::string timeStamp() {
     tm local = {};
     localtime_r(&now.tv_sec, &local);
     char day[32];
-    strftime(day, sizeof day, "%Y-%m-%d %H:%M:%S", &local);
-    std::string text;
-    appendFormat(text, "%s.%03ld ", day, now.tv_nsec / 1000000);
-    return text;
+    std::strftime(day, sizeof(day), "%Y-%m-%d %H:%M:%S", &local);
+    return fmt::format("{}.{:03} ", day, now.tv_nsec / 1000000);
 }
 
 std::string lineStart(unsigned priority) {
-    static const bool serviceManager = getenv("JOURNAL_STREAM") != nullptr;
-    if (!serviceManager) return timeStamp();
-    std::string text;
-    appendFormat(text, "<%u>", priority & 7u);
-    return text;
+    static const bool serviceManager = std::getenv("JOURNAL_STREAM") != nullptr;
+    return serviceManager ? fmt::format("<{}>", priority & 7u) : timeStamp();
 }
 
 // A pipe reports room only when a whole line fits, so the write below does not block. The lock is held.
@@ -51,18 +48,18 @@ bool roomFor(int wait) {
 
 void putLine(const std::string& line) {
     // A failed write has nobody left to be reported to.
-    if (write(STDERR_FILENO, line.data(), line.size()) < 0) gLost++;
+    if (write(STDERR_FILENO, line.data(), line.size()) < 0) ++gLost;
 }
 
 void channelOutput(const char* channel, bool hasCategory, uint32_t source, uint32_t priority,
-                   const char* format, va_list arguments) {
+                   const char* format, std::va_list arguments) {
     char text[TEXT_MAX];
-    if (vsnprintf(text, sizeof text, format, arguments) < 0) return;
-    std::string head = channel;
-    appendFormat(head, " level=%u ", source & 0xFFFFu);
-    if (hasCategory) appendFormat(head, "category=%u ", gPortIsolateTextCategory);
+    if (std::vsnprintf(text, sizeof(text), format, arguments) < 0) return;
+    std::string head = fmt::format("{} level={} ", channel, source & 0xFFFFu);
+    if (hasCategory) head += fmt::format("category={} ", gPortIsolateTextCategory);
     writeLogLine(priority, head, text);
 }
+
 }  // namespace
 
 void writeLogLine(unsigned priority, std::string_view head, std::string_view text) {
@@ -70,46 +67,40 @@ void writeLogLine(unsigned priority, std::string_view head, std::string_view tex
     monitorText(priority, head, text);
     std::string line = lineStart(priority);
     line += head;
-    line += printable(text);
+    line += safeText(text);
     line += '\n';
 
     std::lock_guard guard(gLock);
     if (!roomFor(gLost == 0 ? FULL_PIPE_WAIT : 0)) {
-        gLost++;
+        ++gLost;
         return;
     }
     if (gLost > 0) {
-        std::string lost = lineStart(REPORT_PRIORITY);
-        appendFormat(lost, "host %llu lines were lost: standard error was not read\n",
-                     static_cast<unsigned long long>(gLost));
+        const std::string lost = fmt::format("{}host {} lines were lost: standard error was not read\n",
+                                             lineStart(REPORT_PRIORITY), gLost);
         gLost = 0;
         putLine(lost);
         if (!roomFor(0)) {
-            gLost++;
+            ++gLost;
             return;
         }
     }
     putLine(line);
 }
 
-void hostReport(const char* format, ...) {
-    char text[TEXT_MAX];
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    if (length >= 0) writeLogLine(REPORT_PRIORITY, "host ", text);
+void reportRemark(std::string_view text) {
+    writeLogLine(REPORT_PRIORITY, "host ", text.substr(0, TEXT_MAX - 1));
 }
 
 void loggingDebugOutput(uint32_t source, uint32_t priority, uint32_t, const char* format, ...) {
-    va_list arguments;
+    std::va_list arguments;
     va_start(arguments, format);
     channelOutput("debug", true, source, priority, format, arguments);
     va_end(arguments);
 }
 
 void loggingLogOutput(uint32_t source, uint32_t priority, uint32_t, const char* format, ...) {
-    va_list arguments;
+    std::va_list arguments;
     va_start(arguments, format);
     channelOutput("log", false, source, priority, format, arguments);
     va_end(arguments);

@@ -4,17 +4,18 @@
 #include <cstring>
 #include <mutex>
 
-#include "common/local_socket.h"
+#include "common/files.h"
 #include "common/text.h"
 #include "host/services/logging.h"
 #include "platform/services.h"
 
 namespace {
+
 constexpr char OPTION_FILE[] = "/etc/portisolate/portisolate.conf";
 
 // What is wrong with the line, or null. Comments and blank lines are fine and have no key.
 const char* readLine(std::string_view line, std::string& key, std::string& value) {
-    line = trimmed(line.substr(0, line.find('#')));
+    line = trimmed(withoutComment(line));
     if (line.empty()) return nullptr;
     const size_t equals = line.find('=');
     if (equals == std::string_view::npos) return "expected KEY = VALUE";
@@ -30,14 +31,16 @@ const Options& optionStore() {
         Options options;
         const std::string path = rootedPath(OPTION_FILE);
         std::string text;
-        if (readTextFile(path, text))
+        if (readTextFile(path, text)) {
             readOptions(text, path.c_str(), options);
-        else if (errno != ENOENT)
-            hostReport("options not read: %s: %s", path.c_str(), strerror(errno));
+        } else if (errno != ENOENT) {
+            hostReport("options not read: {}: {}", path, std::strerror(errno));
+        }
         return options;
     }();
     return store;
 }
+
 }  // namespace
 
 void readOptions(std::string_view text, const char* fileName, Options& options) {
@@ -46,13 +49,14 @@ void readOptions(std::string_view text, const char* fileName, Options& options) 
         std::string value;
         const char* problem = readLine(line, key, value);
         if (problem != nullptr) {
-            hostReport("%s:%u: line left out: %s", fileName, number, problem);
-            options.rejected++;
+            hostReport("{}:{}: line left out: {}", fileName, number, problem);
+            ++options.rejected;
             return;
         }
         if (key.empty()) return;
-        if (options.values.contains(key))
-            hostReport("%s:%u: %s was set before; this line holds", fileName, number, key.c_str());
+        if (options.values.contains(key)) {
+            hostReport("{}:{}: {} was set before; this line holds", fileName, number, key);
+        }
         options.values[key] = value;
     });
 }
@@ -62,7 +66,7 @@ int32_t silOptRead(uint32_t, const char* key, uint32_t, uint32_t, uint32_t, char
     const auto found = store.values.find(key);
     if (found == store.values.end()) return 0;
     const size_t length = std::min<size_t>(found->second.size(), capacity);
-    memcpy(buffer, found->second.data(), length);
+    std::memcpy(buffer, found->second.data(), length);
     buffer[length] = '\0';
     return static_cast<int32_t>(length);
 }

@@ -1,7 +1,7 @@
 // Memory pools: one block each, mapped at once and made resident element by element as elements are first
-// handed out. Behind the elements the block holds one bit per element, set while it is in use, so that a
-// double free and a foreign address are refused in constant time; builds with assertions report them and
-// stop.
+// handed out, so a limit that is set high costs nothing until it is used. Behind the elements the block holds
+// one bit per element, set while it is in use, so that a double free and a foreign address are refused in
+// constant time; builds with assertions report them and stop.
 #include <sys/mman.h>
 
 #include <cstdio>
@@ -11,6 +11,7 @@
 #include "platform/services.h"
 
 namespace {
+
 constexpr uint64_t POOL_MAX = 1ull << 30;  // bytes
 constexpr uint8_t POISON = 0xA5;
 
@@ -37,12 +38,13 @@ uint8_t useMask(uint64_t index) {
 int32_t misuse([[maybe_unused]] const SilMemPool* pool, [[maybe_unused]] const char* what,
                [[maybe_unused]] const void* element) {
 #ifndef NDEBUG
-    fprintf(stderr, "pool %s: %s: %p\n", pool->name, what, element);
-    abort();
+    std::fprintf(stderr, "pool %s: %s: %p\n", pool->name, what, element);
+    std::abort();
 #else
     return -1;
 #endif
 }
+
 }  // namespace
 
 int32_t silMemPoolInit(SilMemPool* pool, const char* name, uint64_t count, uint32_t elementSize,
@@ -52,10 +54,16 @@ int32_t silMemPoolInit(SilMemPool* pool, const char* name, uint64_t count, uint3
     const uint64_t stride = array ? elementSize : roundUp(elementSize == 0 ? 1 : elementSize, alignof(void*));
     if (pool == nullptr || count == 0 || stride == 0 || count > POOL_MAX / stride) return -1;
 
-    const SilMemPool fresh = {name,        nullptr,
-                              nullptr,     stride,
-                              elementSize, static_cast<uint32_t>(count),
-                              0,           static_cast<uint32_t>(count)};
+    const SilMemPool fresh = {
+        .name = name,
+        .base = nullptr,
+        .freeList = nullptr,
+        .stride = stride,
+        .elementSize = elementSize,
+        .count = static_cast<uint32_t>(count),
+        .untouched = 0,
+        .freeCount = static_cast<uint32_t>(count),
+    };
     void* block = mmap(nullptr, static_cast<size_t>(blockBytes(&fresh)), PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (block == MAP_FAILED) return -1;
@@ -68,13 +76,13 @@ void* silMemPoolAlloc(SilMemPool* pool, uint32_t) {
     if (pool->freeCount == 0 || pool->stride < sizeof(void*)) return nullptr;
     uint8_t* element = static_cast<uint8_t*>(pool->freeList);
     if (element != nullptr) {
-        memcpy(&pool->freeList, element, sizeof pool->freeList);
-        memset(element, 0, static_cast<size_t>(pool->stride));
+        std::memcpy(&pool->freeList, element, sizeof(pool->freeList));
+        std::memset(element, 0, static_cast<size_t>(pool->stride));
     } else {
         element = pool->base + pool->stride * pool->untouched;
-        pool->untouched++;
+        ++pool->untouched;
     }
-    pool->freeCount--;
+    --pool->freeCount;
     const uint64_t index = static_cast<uint64_t>(element - pool->base) / pool->stride;
     useByte(pool, index) |= useMask(index);
     return element;
@@ -83,18 +91,19 @@ void* silMemPoolAlloc(SilMemPool* pool, uint32_t) {
 int32_t silMemPoolFree(SilMemPool* pool, void* element) {
     auto* bytes = static_cast<uint8_t*>(element);
     if (bytes < pool->base || bytes >= pool->base + pool->stride * pool->untouched ||
-        static_cast<uint64_t>(bytes - pool->base) % pool->stride != 0)
+        static_cast<uint64_t>(bytes - pool->base) % pool->stride != 0) {
         return misuse(pool, "freed address is no element of it", element);
+    }
     const uint64_t index = static_cast<uint64_t>(bytes - pool->base) / pool->stride;
     if ((useByte(pool, index) & useMask(index)) == 0) return misuse(pool, "element freed twice", element);
 
     useByte(pool, index) &= static_cast<uint8_t>(~useMask(index));
 #ifndef NDEBUG
-    memset(bytes, POISON, static_cast<size_t>(pool->stride));
+    std::memset(bytes, POISON, static_cast<size_t>(pool->stride));
 #endif
-    memcpy(bytes, &pool->freeList, sizeof pool->freeList);
+    std::memcpy(bytes, &pool->freeList, sizeof(pool->freeList));
     pool->freeList = element;
-    pool->freeCount++;
+    ++pool->freeCount;
     return 0;
 }
 

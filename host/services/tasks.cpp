@@ -1,9 +1,10 @@
-// Semaphores and tasks. A semaphore serves those who wait in the order of their coming, so that a flood of
-// requests cannot keep the event task from its turn.
+// Semaphores and tasks. A semaphore serves its waiters in the order in which they came, which neither the
+// library's mutex nor its semaphore promises: so a flood of requests cannot keep the event task from its
+// turn.
 #include <pthread.h>
-#include <climits>
 
 #include <atomic>
+#include <climits>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include "platform/services.h"
 
 namespace {
+
 constexpr size_t STACK_RESERVE = 256 * 1024;
 constexpr size_t TASK_NAME_MAX = 15;
 
@@ -33,8 +35,8 @@ bool isHeld(const BinarySem& sem) {
 #ifndef NDEBUG
 void stopWhen(bool wrong, const char* what) {
     if (!wrong) return;
-    fprintf(stderr, "semaphore: %s\n", what);
-    abort();
+    std::fprintf(stderr, "semaphore: %s\n", what);
+    std::abort();
 }
 #endif
 
@@ -51,6 +53,7 @@ void* runTask(void* argument) {
     start.entry();
     return nullptr;
 }
+
 }  // namespace
 
 SilSem silCreateBSem(uint32_t, uint32_t available) {
@@ -83,7 +86,7 @@ int32_t silGiveSem(SilSem handle) {
              "given by a task that does not hold it");
 #endif
     if (!isHeld(sem)) return 0;
-    sem.serving++;
+    ++sem.serving;
     sem.holder = {};
     if (isHeld(sem)) sem.turn.notify_all();
     return 0;

@@ -2,14 +2,18 @@
 #include <algorithm>
 #include <cstring>
 
-#include "host/board/journal.h"
+#include "common/bytes.h"
+#include "host/services/streams.h"
 #include "host/sockets/command_server.h"
 #include "platform/hardware.h"
 #include "wire/framing.h"
-#include "wire/records.h"
+#include "wire/operations.h"
+#include "wire/scalars.h"
+#include "wire/status.h"
 
 namespace {
-constexpr uint32_t WORD = 4;
+
+constexpr uint32_t WORD = WORD_SIZE;
 
 struct Request {
     uint32_t opcode;
@@ -21,23 +25,13 @@ struct Request {
     uint32_t valueSent;  // bytes that follow the last word
 };
 
-// What a handler gets and fills. A handler may trust a record's nominal size: what was not sent is zero.
+// What a handler gets and fills. It may trust a record's nominal size: what was not sent is zero.
 struct Cells {
     alignas(8) uint8_t index[COMMAND_VALUE_MAX];
     alignas(8) uint8_t result[COMMAND_VALUE_MAX];
     alignas(8) uint8_t value[COMMAND_VALUE_MAX];
     DataDesc buffer;
 };
-
-uint32_t wordAt(const uint8_t* bytes) {
-    uint32_t word = 0;
-    memcpy(&word, bytes, sizeof word);
-    return word;
-}
-
-void appendWord(std::string& text, uint32_t word) {
-    text.append(reinterpret_cast<const char*>(&word), sizeof word);
-}
 
 void appendReply(std::string& replies, int32_t status, const void* index, uint32_t indexLength,
                  const void* value, uint32_t valueLength) {
@@ -75,15 +69,18 @@ bool isBufferRequest(const Request& request) {
 // 0, or the status of a request that no handler gets to see.
 int32_t checkLengths(const Request& request, const OpShape& shape) {
     const uint32_t announced = shape.kind == OpKind::set ? request.valueLength : 0;
-    if (request.valueSent != announced) return COMMAND_STATUS_BAD_FRAME;
-    if (request.indexLength != 0 && request.indexLength != shape.indexLength)
-        return COMMAND_STATUS_BAD_LENGTH;
+    if (request.valueSent != announced) return STATUS_BAD_FRAME;
+    if (request.indexLength != 0 && request.indexLength != shape.indexLength) {
+        return STATUS_BAD_LENGTH;
+    }
     const uint32_t length = request.valueLength;
-    if (shape.kind == OpKind::set && isBufferRequest(request))
-        return length <= COMMAND_VALUE_MAX ? 0 : COMMAND_STATUS_BAD_LENGTH;
-    if (shape.kind == OpKind::set) return length == 0 || length == WORD ? 0 : COMMAND_STATUS_BAD_LENGTH;
-    if (shape.kind == OpKind::get && !isBufferRequest(request))
-        return length == 0 || length >= WORD ? 0 : COMMAND_STATUS_BAD_LENGTH;
+    if (shape.kind == OpKind::set && isBufferRequest(request)) {
+        return length <= COMMAND_VALUE_MAX ? 0 : STATUS_BAD_LENGTH;
+    }
+    if (shape.kind == OpKind::set) return length == 0 || length == WORD ? 0 : STATUS_BAD_LENGTH;
+    if (shape.kind == OpKind::get && !isBufferRequest(request)) {
+        return length == 0 || length >= WORD ? 0 : STATUS_BAD_LENGTH;
+    }
     return 0;
 }
 
@@ -91,7 +88,7 @@ int32_t checkLengths(const Request& request, const OpShape& shape) {
 void* valueCell(const Request& request, Cells& cells) {
     const uint32_t length = std::min(request.valueLength, COMMAND_VALUE_MAX);
     if (length == 0) return nullptr;
-    memcpy(cells.value, request.value, request.valueSent);
+    std::memcpy(cells.value, request.value, request.valueSent);
     if (!isBufferRequest(request)) return cells.value;
     cells.buffer = {cells.value, length};
     return &cells.buffer;
@@ -131,9 +128,10 @@ void answerNext(const IcmHandler& handler, const OpShape& shape, const Request& 
 }
 
 const IcmHandler* findHandler(const OperationTable& table, uint32_t opcode) {
-    for (uint32_t row = 0; row < table.count; row++) {
-        if (table.rows[row].opcode == opcode)
+    for (uint32_t row = 0; row < table.count; ++row) {
+        if (table.rows[row].opcode == opcode) {
             return table.rows[row].handler.access == nullptr ? nullptr : &table.rows[row].handler;
+        }
     }
     return nullptr;
 }
@@ -142,18 +140,19 @@ void carryOut(const OperationTable& table, const uint8_t* bytes, size_t length, 
     Request request = {};
     const bool whole = takeApart(bytes, length, request);
     const IcmHandler* handler = findHandler(table, request.opcode);
-    if (request.opcode >= OP_COUNT || handler == nullptr)
-        return appendStatus(replies, COMMAND_STATUS_NO_HANDLER);
-    if (!whole) return appendStatus(replies, COMMAND_STATUS_BAD_FRAME);
+    if (request.opcode >= OP_COUNT || handler == nullptr) {
+        return appendStatus(replies, STATUS_NO_HANDLER);
+    }
+    if (!whole) return appendStatus(replies, STATUS_BAD_FRAME);
     const OpShape& shape = PORT_ISOLATE_OP_SHAPES[request.opcode];
     const int32_t refused = checkLengths(request, shape);
     if (refused != 0) return appendStatus(replies, refused);
 
     Cells cells = {};
-    memcpy(cells.index, request.index, request.indexLength);
+    std::memcpy(cells.index, request.index, request.indexLength);
     switch (shape.kind) {
         case OpKind::none:
-            return appendStatus(replies, COMMAND_STATUS_NO_HANDLER);
+            return appendStatus(replies, STATUS_NO_HANDLER);
         case OpKind::set:
             return appendStatus(replies, access(*handler, shape, request, cells, valueCell(request, cells)));
         case OpKind::get:
@@ -164,6 +163,7 @@ void carryOut(const OperationTable& table, const uint8_t* bytes, size_t length, 
             return answerNext(*handler, shape, request, cells, replies);
     }
 }
+
 }  // namespace
 
 bool isFrameLength(uint32_t length) {
@@ -174,6 +174,6 @@ void answerRequest(const OperationTable& table, const uint8_t* bytes, size_t len
     const size_t before = replies.size();
     carryOut(table, bytes, length, replies);
     int32_t status = 0;
-    memcpy(&status, replies.data() + before + WORD, sizeof status);
+    std::memcpy(&status, replies.data() + before + WORD, sizeof(status));
     monitorRequest(bytes, length, status);
 }

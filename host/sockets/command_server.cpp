@@ -5,25 +5,27 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <list>
 #include <system_error>
 #include <thread>
 #include <vector>
 
-#include "common/local_socket.h"
-#include "host/board/peer_link.h"
+#include "common/bytes.h"
+#include "common/files.h"
 #include "host/services/fault_report.h"
 #include "host/services/logging.h"
 #include "host/services/readiness.h"
+#include "host/sockets/listening.h"
 #include "host/sockets/socket_access.h"
 #include "wire/framing.h"
-#include "wire/records.h"
+#include "wire/operations.h"
 
 namespace {
-constexpr size_t WORD = 4;
+
+constexpr size_t WORD = WORD_SIZE;
 constexpr size_t READ_MAX = 32 * 1024;        // bytes taken from a client at once
 constexpr size_t REPLIES_MAX = 64 * 1024;     // unsent bytes beyond which a client is not served
 constexpr size_t IDLE_BUFFER_MAX = 4 * 1024;  // larger buffers go back when they are empty
@@ -31,8 +33,11 @@ constexpr size_t CLIENTS_MAX = 4096;
 constexpr uint32_t REQUESTS_PER_TURN = 64;
 constexpr uint32_t PEER_REQUESTS_PER_TURN = 8;  // between two requests of an ordinary client
 constexpr uint32_t PEER_TURNS = 128;            // more than a socket can hold of them
+constexpr size_t TASK_NAME_MAX = 15;            // characters
 constexpr int REFUSED_PAUSE = 10;               // milliseconds
 constexpr int ACCEPT_PAUSE = 50;  // milliseconds without accepting after the system had no descriptor left
+
+std::atomic<bool> gPeerExpected = false;
 
 struct Client {
     int fd;
@@ -51,7 +56,7 @@ struct CommandServer {
     OperationTable table;
     std::string task;
     int listener;
-    std::list<Client> clients;
+    std::list<Client> clients = {};
     int64_t acceptAgain = 0;  // monotonic milliseconds
     bool peersKnown = false;
 };
@@ -61,7 +66,7 @@ enum class NextFrame : uint8_t { none, whole, broken };
 NextFrame nextFrame(const Client& client, uint32_t& length) {
     const size_t left = client.input.size() - client.served;
     if (left < WORD) return NextFrame::none;
-    memcpy(&length, client.input.data() + client.served, WORD);
+    length = wordAt(client.input.data() + client.served);
     if (!isFrameLength(length)) return NextFrame::broken;
     return left - WORD >= length ? NextFrame::whole : NextFrame::none;
 }
@@ -83,7 +88,7 @@ void forgetServed(Client& client) {
 
 void receive(Client& client) {
     char chunk[READ_MAX];
-    const ssize_t got = recv(client.fd, chunk, sizeof chunk, MSG_DONTWAIT);
+    const ssize_t got = recv(client.fd, chunk, sizeof(chunk), MSG_DONTWAIT);
     if (got > 0) {
         client.input.append(chunk, static_cast<size_t>(got));
     } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
@@ -100,21 +105,17 @@ void sendReplies(Client& client) {
     while (!client.deaf && client.sent < client.replies.size()) {
         const ssize_t put = send(client.fd, client.replies.data() + client.sent,
                                  client.replies.size() - client.sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (put >= 0)
+        if (put >= 0) {
             client.sent += static_cast<size_t>(put);
-        else if (errno == EAGAIN)
+        } else if (errno == EAGAIN) {
             return forgetSent(client);
-        else if (errno != EINTR)
+        } else if (errno != EINTR) {
             client.deaf = true;
+        }
     }
     client.replies.clear();
     client.sent = 0;
     if (client.replies.capacity() > IDLE_BUFFER_MAX) std::string().swap(client.replies);
-}
-
-bool isSync(uint32_t opcode) {
-    return opcode == OP_SCALAR_SYNC || opcode == OP_GROUP_SYNC || opcode == OP_PAIR_SYNC ||
-           opcode == OP_VLAN_SYNC || opcode == OP_VLAN_GROUP_SYNC;
 }
 
 // The client's next request, if all of it is there and it can be answered; null otherwise.
@@ -126,15 +127,13 @@ const uint8_t* nextRequest(Client& client, uint32_t& length) {
     return reinterpret_cast<const uint8_t*>(client.input.data()) + client.served + WORD;
 }
 
-// The first request tells whether the client is a peer.
+// The first request shows whether the client is a peer.
 void recognise(CommandServer& server, Client& client) {
     uint32_t length = 0;
     const uint8_t* request = client.isFresh ? nextRequest(client, length) : nullptr;
     if (request == nullptr) return;
-    uint32_t opcode = 0;
-    memcpy(&opcode, request, sizeof opcode);
     client.isFresh = false;
-    client.isPeer = isSync(opcode);
+    client.isPeer = portIsolateOpIsSync(wordAt(request));
     server.peersKnown = server.peersKnown || client.isPeer;
 }
 
@@ -158,8 +157,9 @@ bool servePeers(CommandServer& server) {
         if (!client.ended && !hasWork(client)) receive(client);
         recognise(server, client);
         if (!client.isPeer) continue;
-        for (uint32_t served = 0; served < PEER_REQUESTS_PER_TURN && serveOne(server, client); served++)
+        for (uint32_t served = 0; served < PEER_REQUESTS_PER_TURN && serveOne(server, client); ++served) {
             any = true;
+        }
         forgetServed(client);
         sendReplies(client);
     }
@@ -167,7 +167,7 @@ bool servePeers(CommandServer& server) {
 }
 
 void serveClient(CommandServer& server, Client& client) {
-    for (uint32_t served = 0; served < REQUESTS_PER_TURN && serveOne(server, client); served++) {
+    for (uint32_t served = 0; served < REQUESTS_PER_TURN && serveOne(server, client); ++served) {
         if (server.peersKnown && !client.isPeer) servePeers(server);
     }
     forgetServed(client);
@@ -197,12 +197,12 @@ void acceptClients(CommandServer& server) {
     }
 }
 
-// What a peer board has handed over by now is carried out, for two reasons: whoever asks here next finds what
+// What a peer board has handed over by now is carried out, for two reasons: the next request here finds what
 // was set there, and while requests go to the peer its own must not wait at the door for a whole round.
 // Bounded, so that a peer that never ends holds nobody up.
 void welcomePeers(CommandServer& server) {
     acceptClients(server);
-    for (uint32_t turn = 0; turn < PEER_TURNS && servePeers(server); turn++) {
+    for (uint32_t turn = 0; turn < PEER_TURNS && servePeers(server); ++turn) {
     }
 }
 
@@ -214,8 +214,7 @@ short clientEvents(const Client& client) {
     return static_cast<short>(events);
 }
 
-// Waits for something to do and tells it through `polled`: the listener first, then the clients in their
-// order.
+// Waits for something to do and leaves it in `polled`: the listener first, then the clients in their order.
 void waitForWork(CommandServer& server, std::vector<pollfd>& polled) {
     const int64_t pause = server.acceptAgain - monotonicMs();
     bool work = false;
@@ -224,7 +223,7 @@ void waitForWork(CommandServer& server, std::vector<pollfd>& polled) {
     polled.push_back({accepting ? server.listener : -1, POLLIN, 0});
     for (const Client& client : server.clients) {
         const short events = clientEvents(client);
-        // Without a wish a descriptor is not polled: a hang-up would end every wait at once.
+        // A descriptor from which nothing is wanted is not polled: a hang-up would end every wait at once.
         polled.push_back({events != 0 ? client.fd : -1, events, 0});
         work = work || hasWork(client);
     }
@@ -239,13 +238,14 @@ void serveRound(CommandServer& server, const std::vector<pollfd>& polled) {
     for (const Client& client : server.clients) server.peersKnown = server.peersKnown || client.isPeer;
 
     size_t position = 1;
-    for (auto client = server.clients.begin(); position < polled.size(); position++) {
+    for (auto client = server.clients.begin(); position < polled.size(); ++position) {
         const int events = polled[position].revents;
-        if ((events & POLLOUT) != 0 || ((events & (POLLHUP | POLLERR)) != 0 && !client->replies.empty()))
+        if ((events & POLLOUT) != 0 || ((events & (POLLHUP | POLLERR)) != 0 && !client->replies.empty())) {
             sendReplies(*client);
+        }
         if ((polled[position].events & POLLIN) != 0 && events != 0) receive(*client);
         if (hasWork(*client)) {
-            if (peerIsDescribed()) welcomePeers(server);
+            if (gPeerExpected) welcomePeers(server);
             serveClient(server, *client);
         }
         if (!isDone(*client)) {
@@ -263,15 +263,21 @@ void serveCommands(CommandServer* server) {
     prepareFaultStack();
     std::vector<pollfd> polled;
     for (;;) {
-        // Whoever is served first in a round has its next request ready first: everybody gets the turn.
-        if (!server->clients.empty())
+        // The client served first in a round has its next request ready first, so each gets that turn.
+        if (!server->clients.empty()) {
             server->clients.splice(server->clients.end(), server->clients, server->clients.begin());
+        }
         waitForWork(*server, polled);
         serveRound(*server, polled);
         if (polled[0].revents != 0) acceptClients(*server);
     }
 }
+
 }  // namespace
+
+void expectPeer(bool expected) {
+    gPeerExpected = expected;
+}
 
 int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry* map, uint32_t count) {
     const int listener = listenLocalSocket(rootedPath(path));
@@ -281,13 +287,17 @@ int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry
         _exit(EXIT_FAILURE);
     }
     // The server lives as long as the process.
-    auto* server = new CommandServer{{map, count}, std::string(task).substr(0, 15), listener, {}, 0};
+    auto* server = new CommandServer{
+        .table = {.rows = map, .count = count},
+        .task = std::string(task).substr(0, TASK_NAME_MAX),
+        .listener = listener,
+    };
     try {
         std::thread(serveCommands, server).detach();
     } catch (const std::system_error& problem) {
-        hostReport("no task for the command socket: %s", problem.what());
+        hostReport("no task for the command socket: {}", problem.what());
         _exit(EXIT_FAILURE);
     }
-    tellServiceReady();
+    reportReady();
     return 0;
 }

@@ -10,10 +10,13 @@
 #include <system_error>
 #include <thread>
 
+#include "common/files.h"
 #include "common/local_socket.h"
+#include "host/sockets/listening.h"
 #include "host/sockets/socket_access.h"
 
 namespace {
+
 constexpr size_t LINE_MAX_BYTES = 16 * 1024;
 constexpr uint32_t LINE_TIMEOUT = 10000;  // milliseconds
 constexpr int CLIENTS_MAX = 64;
@@ -34,7 +37,7 @@ bool readLine(int client, std::string& line) {
         pollfd input = {client, POLLIN, 0};
         if (left <= 0 || poll(&input, 1, static_cast<int>(left)) == 0) return false;
         char chunk[1024];
-        const ssize_t got = recv(client, chunk, sizeof chunk, MSG_DONTWAIT);
+        const ssize_t got = recv(client, chunk, sizeof(chunk), MSG_DONTWAIT);
         if (got < 0 && (errno == EAGAIN || errno == EINTR)) continue;
         if (got <= 0) return got == 0 && !line.empty();
         line.append(chunk, static_cast<size_t>(got));
@@ -52,16 +55,16 @@ void serveClient(LineServer* server, int client) {
     std::string line;
     if (readLine(client, line)) server->handler(client, line);
     close(client);
-    server->clients--;
+    --server->clients;
 }
 
 bool startClient(LineServer* server, int client) {
-    server->clients++;
+    ++server->clients;
     try {
         std::thread(serveClient, server, client).detach();
         return true;
     } catch (const std::system_error&) {
-        server->clients--;
+        --server->clients;
         return false;
     }
 }
@@ -72,10 +75,11 @@ void serveLines(LineServer* server) {
         // While it is crowded, clients wait in the socket's own queue.
         const bool crowded = server->clients >= CLIENTS_MAX;
         pollfd input = {server->listener, POLLIN, 0};
-        if (crowded)
+        if (crowded) {
             poll(nullptr, 0, CROWDED_WAIT);
-        else
+        } else {
             poll(&input, 1, -1);
+        }
         if (crowded) continue;
         const int client = accept4(server->listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0) {
@@ -85,6 +89,7 @@ void serveLines(LineServer* server) {
         if (!isAllowedPeer(client) || !startClient(server, client)) close(client);
     }
 }
+
 }  // namespace
 
 int32_t startLineServer(const char* task, const std::string& path, LineHandler handler) {

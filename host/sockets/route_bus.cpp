@@ -13,13 +13,16 @@
 #include <mutex>
 #include <string>
 
+#include "common/files.h"
 #include "common/local_socket.h"
-#include "host/board/journal.h"
+#include "host/services/streams.h"
+#include "host/sockets/listening.h"
 #include "platform/route_messages.h"
 #include "platform/services.h"
 #include "wire/framing.h"
 
 namespace {
+
 constexpr uint32_t GROUP_BYTES = 4;
 constexpr uint32_t PUBLISH_TIMEOUT = 5000;  // milliseconds
 constexpr size_t GROUPS_MAX = 1024;
@@ -58,10 +61,10 @@ bool isWanted(uint32_t group, ssize_t length) {
 bool wantedDatagramNext(int fd) {
     for (;;) {
         uint32_t group = 0;
-        const ssize_t length = recv(fd, &group, sizeof group, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
+        const ssize_t length = recv(fd, &group, sizeof(group), MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
         if (length < 0) return errno != EAGAIN && errno != EINTR;  // the receiver learns of the failure
         if (isWanted(group, length)) return true;
-        if (recv(fd, &group, sizeof group, MSG_DONTWAIT) < 0) return false;
+        if (recv(fd, &group, sizeof(group), MSG_DONTWAIT) < 0) return false;
     }
 }
 
@@ -83,12 +86,13 @@ int32_t joinGroup(uint32_t group) {
     gSocket.groups.push_back(group);
     return 0;
 }
+
 }  // namespace
 
 int publishToRoute(uint32_t group, const std::vector<uint8_t>& messages) {
     const int fd = connectLocalSocket(rootedPath(ROUTE_SOCKET_PATH), SOCK_DGRAM, PUBLISH_TIMEOUT);
     if (fd < 0) return errno;
-    iovec parts[] = {{&group, sizeof group}, {const_cast<uint8_t*>(messages.data()), messages.size()}};
+    iovec parts[] = {{&group, sizeof(group)}, {const_cast<uint8_t*>(messages.data()), messages.size()}};
     msghdr message = {};
     message.msg_iov = parts;
     message.msg_iovlen = 2;
@@ -123,8 +127,9 @@ int32_t dax_socket(int32_t family, int32_t type, int32_t) {
 int32_t dax_bind(int32_t fd, const void* address, uint32_t length) {
     if (!isRouteSocket(fd)) return failed(EBADF);
     if (address == nullptr || length != DAX_ROUTE_ADDRESS_LEN ||
-        static_cast<const uint8_t*>(address)[1] != DAX_AF_ROUTE)
+        static_cast<const uint8_t*>(address)[1] != DAX_AF_ROUTE) {
         return failed(EINVAL);
+    }
     const std::string path = rootedPath(ROUTE_SOCKET_PATH);
     const int problem = bindLocalSocket(fd, path);
     if (problem != 0) return failed(problem);
@@ -136,8 +141,8 @@ int32_t dax_bind(int32_t fd, const void* address, uint32_t length) {
 int32_t dax_setsockopt(int32_t fd, int32_t level, int32_t option, const void* value, uint32_t length) {
     if (!isRouteSocket(fd)) return failed(EBADF);
     uint32_t word = 0;
-    if (value == nullptr || length != sizeof word) return failed(EINVAL);
-    memcpy(&word, value, sizeof word);
+    if (value == nullptr || length != sizeof(word)) return failed(EINVAL);
+    std::memcpy(&word, value, sizeof(word));
     if (level == DAX_SOL_MEMBERSHIP && option == DAX_SO_ADD_GROUP) return joinGroup(word);
     if (level == DAX_SOL_SOCKET && option == DAX_SO_NAME) {
         std::lock_guard guard(gLock);
@@ -150,7 +155,7 @@ int32_t dax_setsockopt(int32_t fd, int32_t level, int32_t option, const void* va
 int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*) {
     if (readSet == nullptr || limit < 0 || limit > DAX_FD_LIMIT) return failed(EINVAL);
     std::vector<pollfd> waited;
-    for (int32_t fd = 0; fd < limit; fd++) {
+    for (int32_t fd = 0; fd < limit; ++fd) {
         if (daxFdIsSet(*readSet, fd)) waited.push_back({fd, POLLIN, 0});
     }
     *readSet = {};
@@ -159,7 +164,7 @@ int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*
         for (const pollfd& one : waited) {
             if (one.revents == 0 || (isRouteSocket(one.fd) && !wantedDatagramNext(one.fd))) continue;
             daxFdSet(*readSet, one.fd);
-            ready++;
+            ++ready;
         }
         if (ready > 0) {
             markReaderWaits(false);
@@ -172,10 +177,10 @@ int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*
 
 int32_t dax_recvfrom(int32_t fd, void* buffer, uint32_t size, int32_t, void* source, uint32_t* sourceLen) {
     if (!isRouteSocket(fd)) return failed(EBADF);
-    if (source != nullptr && sourceLen != nullptr) memset(source, 0, *sourceLen);
+    if (source != nullptr && sourceLen != nullptr) std::memset(source, 0, *sourceLen);
     for (;;) {
         uint32_t group = 0;
-        iovec parts[] = {{&group, sizeof group}, {buffer, size}};
+        iovec parts[] = {{&group, sizeof(group)}, {buffer, size}};
         msghdr message = {};
         message.msg_iov = parts;
         message.msg_iovlen = 2;

@@ -1,16 +1,26 @@
 // The route bus: the daemon's route socket as a local datagram socket, and the sending side of it. A datagram
-// is the event group it is published to, followed by route messages (platform/route_messages.h). Those to
+// is the event group it is published to, followed by route messages (platform/route_messages.h). Datagrams to
 // groups that the socket has not joined never reach the daemon, nor does one without a message.
 //
-// A process has one route socket. The bus knows when its reader waits with nothing left to read, which is
-// what `settle` waits for: everything published before has then been handled.
+// Settling
+// --------
+// A process has one route socket. The bus knows when its reader waits with nothing left to read: everything
+// that was published before has then been handled. A reader that takes a datagram is marked as busy before it
+// takes it, so there is no moment at which a datagram is neither in the socket nor being handled.
+//
+// Thread-safety
+// -------------
+// One task reads (dax_select and dax_recvfrom of platform/services.h); any task may publish and wait. The
+// reader asks the board while it handles an event, so a task that waits for the reader must not hold the
+// board's lock.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-// 0, or an errno value when no reader took the datagram within a bounded time.
+// 0, or an errno value: EAGAIN when the reader had no room for the datagram within 5 seconds.
 int publishToRoute(uint32_t group, const std::vector<uint8_t>& messages);
 
-// True once the reader has consumed everything and waits again; false after `timeout` milliseconds.
+// True once the reader has handled everything and waits again, or when there is none; false after `timeout`
+// milliseconds.
 bool settleRoute(uint32_t timeout);

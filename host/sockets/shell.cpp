@@ -13,12 +13,13 @@
 #include <string>
 #include <string_view>
 
-#include "common/local_socket.h"
+#include "common/files.h"
 #include "common/text.h"
 #include "host/sockets/line_server.h"
 #include "wire/framing.h"
 
 namespace {
+
 using PrintFunction = void (*)();
 
 constexpr char SHELL_TASK[] = "processshell";
@@ -32,7 +33,7 @@ PrintFunction findPrintFunction(std::string_view name) {
     if (!name.starts_with(NAME_START) || !name.ends_with(NAME_END)) return nullptr;
     if (name.size() < NAME_START.size() + NAME_END.size()) return nullptr;
     for (const char c : name) {
-        if (isalnum(static_cast<unsigned char>(c)) == 0) return nullptr;
+        if (std::isalnum(static_cast<unsigned char>(c)) == 0) return nullptr;
     }
     return reinterpret_cast<PrintFunction>(dlsym(RTLD_DEFAULT, std::string(name).c_str()));
 }
@@ -41,11 +42,11 @@ PrintFunction findPrintFunction(std::string_view name) {
 // runs.
 [[noreturn]] void printInChild(PrintFunction print, int client, int lifeline) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    signal(SIGPIPE, SIG_DFL);
+    std::signal(SIGPIPE, SIG_DFL);
     if (dup2(client, STDOUT_FILENO) < 0 || dup2(lifeline, CHILD_PIPE) < 0) _exit(1);
     close_range(CHILD_PIPE + 1, ~0u, 0);
     print();
-    fflush(stdout);
+    std::fflush(stdout);
     _exit(0);
 }
 
@@ -58,23 +59,24 @@ bool endsInTime(int lifeline) {
 void runPrintFunction(int client, const std::string& name, PrintFunction print) {
     int lifeline[2];
     if (pipe2(lifeline, O_CLOEXEC) != 0) {
-        answerClient(client, "error: no descriptor left\n");
+        answerClient(client, "error: the daemon has no file descriptor left\n");
         return;
     }
     const pid_t child = fork();
     if (child == 0) printInChild(print, client, lifeline[1]);
     close(lifeline[1]);
     if (child < 0) {
-        answerClient(client, "error: no process left\n");
+        answerClient(client, "error: no process could be started\n");
     } else {
         const bool inTime = endsInTime(lifeline[0]);
         if (!inTime) kill(child, SIGKILL);
         int result = 0;
         waitpid(child, &result, 0);
-        if (!inTime)
+        if (!inTime) {
             answerClient(client, "\nerror: " + name + " was ended: it took too long\n");
-        else if (WIFSIGNALED(result))
+        } else if (WIFSIGNALED(result)) {
             answerClient(client, "\nerror: " + name + " ended by a fault\n");
+        }
     }
     close(lifeline[0]);
 }
@@ -82,11 +84,13 @@ void runPrintFunction(int client, const std::string& name, PrintFunction print) 
 void shellRequest(int client, const std::string& line) {
     const std::string name(trimmed(line));
     const PrintFunction print = findPrintFunction(name);
-    if (print == nullptr)
-        answerClient(client, "error: no such print function: " + printable(name) + "\n");
-    else
+    if (print == nullptr) {
+        answerClient(client, "error: no such print function: " + safeText(name) + "\n");
+    } else {
         runPrintFunction(client, name, print);
+    }
 }
+
 }  // namespace
 
 int32_t startProcessShell() {

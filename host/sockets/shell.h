@@ -1,10 +1,12 @@
 // The process shell: runs one of the daemon's exported print functions for an operator. The request is one
-// line with the function's name; what it prints comes back.
+// line with the function's name; the printout comes back.
 //
 // A printout runs in a child process, with the connection as its standard output, so that neither a slow
-// reader nor a table that changes under it can disturb the daemon. A child that takes too long is ended.
+// reader nor a table that changes under it can disturb the daemon. A child that takes longer than 2 seconds
+// is ended.
 #pragma once
 
 #include <cstdint>
 
+// 0 once the shell's socket is served; -1 after a report.
 int32_t startProcessShell();

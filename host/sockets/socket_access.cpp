@@ -14,29 +14,31 @@
 #include "host/services/logging.h"
 
 namespace {
+
 constexpr char GROUP_FILE[] = "/etc/group";
 constexpr mode_t OWNER_AND_GROUP = 0660;
 
 // The machine's own groups only: asking the name services would load half a megabyte of libraries for good.
 std::optional<gid_t> findGroup(const char* name) {
     std::optional<gid_t> found;
-    FILE* file = fopen(GROUP_FILE, "re");
+    std::FILE* file = std::fopen(GROUP_FILE, "re");
     if (file == nullptr) return found;
     for (const group* entry = fgetgrent(file); entry != nullptr && !found; entry = fgetgrent(file)) {
-        if (strcmp(entry->gr_name, name) == 0) found = entry->gr_gid;
+        if (std::strcmp(entry->gr_name, name) == 0) found = entry->gr_gid;
     }
-    fclose(file);
+    std::fclose(file);
     return found;
 }
 
 std::vector<gid_t> groupsOfPeer(int fd, gid_t primary) {
     socklen_t length = 0;
-    getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, nullptr, &length);  // tells the length
+    getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, nullptr, &length);  // the length alone
     std::vector<gid_t> groups(length / sizeof(gid_t));
     if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) != 0) groups.clear();
     groups.push_back(primary);
     return groups;
 }
+
 }  // namespace
 
 const SocketAccess& socketAccess() {
@@ -52,7 +54,7 @@ bool mayUse(const SocketAccess& access, uid_t user, const std::vector<gid_t>& gr
 
 bool isAllowedPeer(int fd) {
     ucred peer = {};
-    socklen_t length = sizeof peer;
+    socklen_t length = sizeof(peer);
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return false;
     const SocketAccess& access = socketAccess();
     return mayUse(access, peer.uid, {}) || mayUse(access, peer.uid, groupsOfPeer(fd, peer.gid));
@@ -61,10 +63,11 @@ bool isAllowedPeer(int fd) {
 void admitGroup(const std::string& path) {
     const SocketAccess& access = socketAccess();
     if (!access.group) return;
-    // The group comes first: with the wider mode it would be that of whoever made the socket.
+    // The group comes first: with the wider mode it would be the group of the process that made the socket.
     if (lchown(path.c_str(), static_cast<uid_t>(-1), *access.group) == 0 &&
-        fchmodat(AT_FDCWD, path.c_str(), OWNER_AND_GROUP, AT_SYMLINK_NOFOLLOW) == 0)
+        fchmodat(AT_FDCWD, path.c_str(), OWNER_AND_GROUP, AT_SYMLINK_NOFOLLOW) == 0) {
         return;
-    hostReport("%s is not for the group %s, only for its owner: %s", path.c_str(), SOCKET_GROUP,
-               strerror(errno));
+    }
+    hostReport("{} is not for the group {}, only for its owner: {}", path, SOCKET_GROUP,
+               std::strerror(errno));
 }

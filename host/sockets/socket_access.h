@@ -1,9 +1,9 @@
 // Who may use the sockets of the daemon: root and the members of the group `portisolate` where that group
 // exists, and the user that the daemon runs as; without the group that user alone.
 //
-// The socket's owner, group and mode say so to the kernel, which looks at them on every connect and on every
-// datagram. A stream server asks for the peer's credentials as well, so a mode that somebody widened later
-// lets nobody in.
+// The kernel checks the socket's owner, group and mode on every connect and on every datagram. A stream
+// server checks the credentials of the process at the other end as well, so a mode that somebody widened
+// later lets nobody in.
 #pragma once
 
 #include <sys/types.h>
@@ -19,11 +19,12 @@ struct SocketAccess {
     std::optional<gid_t> group;
 };
 
-// As it was when first asked for: a group that is made later counts from the next start on.
+// Read once, at the first call: a group that is made later counts from the next start on.
 const SocketAccess& socketAccess();
 
+// Whether a user with these groups, the primary one included, has access.
 bool mayUse(const SocketAccess& access, uid_t user, const std::vector<gid_t>& groups);
-// Whether the process that connected to this stream socket may use it.
+// Whether the process that connected to this stream socket has access; false when it cannot be asked.
 bool isAllowedPeer(int fd);
 
 // Widens a freshly bound socket of mode 0600 to the group. It stays with its owner, after a report, when that

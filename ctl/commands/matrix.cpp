@@ -1,0 +1,106 @@
+#include "ctl/commands/matrix.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "ctl/client/matrix.h"
+#include "ctl/commands/matrix_svg.h"
+#include "ctl/commands/matrix_view.h"
+#include "ctl/text/args.h"
+#include "ctl/text/listing.h"
+
+namespace {
+
+const char* cellWord(char cell) {
+    switch (cell) {
+        case MATRIX_FORWARDS:
+            return "forwards";
+        case MATRIX_BLOCKED:
+            return "blocked";
+        case MATRIX_PARTLY:
+            return "partly";
+        default:
+            return "itself";
+    }
+}
+
+// A line for each row and for each cell that is blocked in VLANs, below the field that they belong to.
+void printJson(const Matrix& matrix) {
+    std::vector<std::string> rows, inVlans;
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        const std::string& from = matrix.names[row];
+        Json cells = Json::object();
+        for (size_t column = 0; column < matrix.names.size(); ++column) {
+            const std::string& to = matrix.names[column];
+            const std::set<uint32_t>& vlans = matrix.blockedIn[row][column];
+            if (column != row) cells[to] = cellWord(matrix.cells[row][column]);
+            if (!vlans.empty()) inVlans.push_back(jsonText({{"from", from}, {"to", to}, {"vlans", vlans}}));
+        }
+        rows.push_back(jsonText({{"from", from}, {"to", cells}}));
+    }
+    printLine(
+        jsonLines("{",
+                  {jsonField("vlan", jsonText(matrix.vlan)), jsonField("interfaces", jsonText(matrix.names)),
+                   jsonField("rows", "[\n  " + joinWords(rows, ",\n  ") + "]"),
+                   jsonField("blockedInVlans", "[" + joinWords(inVlans, ",\n  ") + "]")},
+                  "}"));
+}
+
+// The marks that occur, with their meaning.
+void printLegend(const Matrix& matrix) {
+    std::string seen;
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        for (size_t column = 0; column < matrix.names.size(); ++column) {
+            seen += matrixMark(matrix, row, column);
+        }
+    }
+    printLine("");
+    printLine("From the row to the column, " + matrixScope(matrix) + ":");
+    for (const MatrixMeaning& meaning : matrixMeanings()) {
+        if (seen.find(meaning.mark) == std::string::npos) continue;
+        std::string text = meaning.text;
+        if (meaning.mark == MATRIX_IN_VLAN) {
+            text += " (" + numberList(matrixVlans(matrix)) + "; --vlan shows one)";
+        }
+        printLine("  " + markText(meaning.mark) + "  " + text);
+    }
+}
+
+void writeFile(const std::string& path, const std::string& text) {
+    std::FILE* file = std::fopen(path.c_str(), "we");
+    const bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size();
+    // The buffer goes out with the close, so both may fail.
+    if ((file != nullptr && std::fclose(file) != 0) || !written) {
+        throw misuse("cannot write " + path + ": " + std::strerror(errno));
+    }
+}
+
+}  // namespace
+
+Exit runMatrix(Session& session, const Invocation& invocation) {
+    const Matrix matrix = readMatrix(session, numberOption(invocation.options, "--vlan", "VLAN"));
+    if (const std::string* path = fieldValue(invocation.options, "--svg")) {
+        writeFile(*path, matrixSvg(matrix));
+    } else if (session.json) {
+        printJson(matrix);
+    } else {
+        for (const std::string& line : renderMatrix(matrix)) printLine(line);
+        printLegend(matrix);
+    }
+    return Exit::done;
+}
+
+constexpr Command MATRIX_COMMANDS[] = {
+    {.object = "matrix",
+     .signature = "[--vlan VLAN] [--svg FILE]",
+     .help = "show who may talk to whom, as the hardware forwards",
+     .example = "matrix --vlan 10",
+     .run = runMatrix,
+     .json = "{vlan, interfaces, rows, blockedInVlans}: rows are {from, to: {NAME: forwards, blocked or "
+             "partly}}, blockedInVlans are {from, to, vlans}"},
+};
+
+Commands matrixCommands() {
+    return MATRIX_COMMANDS;
+}

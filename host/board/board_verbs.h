@@ -1,0 +1,14 @@
+// The verbs of the board socket that answer at once.
+#pragma once
+
+#include <string>
+
+#include "host/board/verb.h"
+
+// The journal and the monitor are streams (host/board/board_control.cpp); `help` lists them with the verbs.
+inline constexpr char JOURNAL_VERB[] = "journal";
+inline constexpr char MONITOR_VERB[] = "monitor";
+
+// The whole answer to a line of at least one word, carried out on the board of this process. Its lock must
+// not be held.
+std::string answerVerb(const Words& words);

@@ -1,0 +1,119 @@
+#include "host/board/board_views.h"
+
+#include <fmt/format.h>
+
+#include <cstring>
+
+#include "common/bytes.h"
+
+namespace {
+
+struct ForwardingText {
+    const char* word;
+    char mark;  // in the matrix
+};
+
+const ForwardingText& textOf(Forwarding forwarding) {
+    static constexpr ForwardingText TEXTS[] = {{"yes", 'o'}, {"no", 'x'}, {"partly", 'p'}};
+    return TEXTS[static_cast<size_t>(forwarding)];
+}
+
+std::string nameOf(Board& board, uint32_t number) {
+    const Interface* interface = findInterface(board, number);
+    return interface == nullptr ? "-" : interface->name;
+}
+
+bool parseVlan(const Words& words, size_t position, uint32_t& vid) {
+    vid = 0;
+    if (words.size() <= position) return true;
+    return parseNumber(words[position], vid) && vid <= VLAN_ID_MAX;
+}
+
+}  // namespace
+
+std::string listVerb(Board& board, const Words& words, std::string& result) {
+    if (words.size() != 1) return WRONG_USE;
+    std::lock_guard guard(board.lock);
+    for (const auto& [number, interface] : board.interfaces) {
+        std::string members;
+        for (const uint32_t member : interface.members) {
+            members += (members.empty() ? "" : ",") + nameOf(board, member);
+        }
+        const bool vlan = interface.kind == IfKind::vlan;
+        const bool protocol = vlan ? board.protocolVlans.contains(interface.vid) : interface.protocol;
+        result += fmt::format("number={} name={} kind={} slot={} present={} trunk={}", number, interface.name,
+                              kindName(interface.kind), slotOf(board, interface),
+                              interface.present ? "yes" : "no", nameOf(board, interface.trunk));
+        result += fmt::format(" ability={} protocol={} members={} vlan={}", interface.ability,
+                              protocol ? "on" : "off", members.empty() ? "-" : members,
+                              vlan ? std::to_string(interface.vid) : "-");
+        result += fmt::format(" device={} access={}\n", board.bridge.empty() ? "-" : deviceOf(interface),
+                              isAccess(interface) ? "yes" : "no");
+    }
+    return {};
+}
+
+std::string forwardVerb(Board& board, const Words& words, std::string& result) {
+    uint32_t vid = 0;
+    if (words.size() < 3 || words.size() > 4 || !parseVlan(words, 3, vid)) return WRONG_USE;
+    std::lock_guard guard(board.lock);
+    const Interface* src = findInterface(board, words[1]);
+    const Interface* dst = findInterface(board, words[2]);
+    if (src == nullptr || dst == nullptr) return unknownInterface(words[src == nullptr ? 1 : 2]);
+    if (src == dst) return "an interface does not forward to itself";
+    if (src->kind == IfKind::vlan || dst->kind == IfKind::vlan) return "a VLAN interface does not forward";
+    std::string reason;
+    const Forwarding forwarding = boardForwards(board, *src, *dst, vid, reason);
+    result = textOf(forwarding).word + (forwarding == Forwarding::yes ? "" : " " + reason) + "\n";
+    return {};
+}
+
+std::string matrixVerb(Board& board, const Words& words, std::string& result) {
+    uint32_t vid = 0;
+    if (words.size() > 2 || !parseVlan(words, 1, vid)) return WRONG_USE;
+    std::lock_guard guard(board.lock);
+    std::vector<const Interface*> shown;
+    for (const auto& [number, interface] : board.interfaces) {
+        const bool standsForItself =
+            isPort(interface) ? interface.trunk == 0 : interface.kind == IfKind::trunk;
+        if (standsForItself && interface.present) shown.push_back(&interface);
+    }
+    for (const Interface* column : shown) result += (column == shown.front() ? "" : " ") + column->name;
+    result += '\n';
+    for (const Interface* row : shown) {
+        result += row->name + " ";
+        for (const Interface* column : shown) {
+            std::string reason;
+            result += row == column ? '-' : textOf(boardForwards(board, *row, *column, vid, reason)).mark;
+        }
+        result += '\n';
+    }
+    return {};
+}
+
+std::string hardwareVerb(Board& board, const Words& words, std::string& result) {
+    if (words.size() != 1) return WRONG_USE;
+    std::lock_guard guard(board.lock);
+    board.plane.list(board.plane.state, result);
+    result += fmt::format("mode {}\n", board.mode);
+    const PlaneCounters counters = board.plane.counters(board.plane.state);
+    result += fmt::format("counters bi={} uni={} pon-off={} accepted={} refused={}\n", counters.twoWay,
+                          counters.oneWay, counters.ponOff, counters.accepted, counters.refused);
+    return {};
+}
+
+std::string planeVerb(Board& board, const Words& words, std::string& result) {
+    if (words.size() != 2) return WRONG_USE;
+    std::lock_guard guard(board.lock);
+    const Plane& plane = board.plane;
+    if (words[1] == "show") {
+        plane.inspect(plane.state, result);
+        return {};
+    }
+    if (words[1] != "sweep" && words[1] != "restore") return WRONG_USE;
+    uint64_t changed = 0;
+    const int32_t status = (words[1] == "sweep" ? plane.sweep : plane.restore)(plane.state, changed);
+    if (status != 0) return fmt::format("the kernel refused it: {}", std::strerror(status));
+    result = fmt::format("{}\n", changed);
+    return {};
+}

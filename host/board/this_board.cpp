@@ -1,0 +1,52 @@
+#include "host/board/this_board.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "common/files.h"
+#include "host/board/board_file.h"
+#include "host/board/journal.h"
+#include "host/services/logging.h"
+#include "host/sockets/command_server.h"
+
+namespace {
+
+constexpr char BOARD_FILE[] = "/etc/portisolate/board.conf";
+
+}  // namespace
+
+Board& theBoard() {
+    // Never destroyed: tasks use it until the process ends.
+    static Board& board = *new Board;
+    return board;
+}
+
+void loadBoard(PlaneKinds kinds) {
+    Board& board = theBoard();
+    const std::string path = rootedPath(BOARD_FILE);
+    std::string text;
+    if (!readTextFile(path, text)) {
+        hostReport("the board has no interfaces, its description was not read: {}: {}", path,
+                   std::strerror(errno));
+    }
+    {
+        std::lock_guard guard(board.lock);
+        readBoard(text, path.c_str(), kinds, board);
+        expectPeer(!board.peerRoot.empty());
+    }
+    if (board.follower != nullptr) board.follower->start(board);
+}
+
+void openBoardJournal() {
+    Board& board = theBoard();
+    std::lock_guard guard(board.lock);
+    if (board.journalFile.empty()) return;
+    const std::string journal = rootedPath(board.journalFile.c_str());
+    const int problem = openJournalFile(journal);
+    if (problem != 0) hostReport("no journal: {}: {}", journal, std::strerror(problem));
+}
+
+void watchPorts() {
+    const PortFollower* follower = theBoard().follower;
+    if (follower != nullptr) follower->watch();
+}

@@ -1,0 +1,191 @@
+#include "host/linux/linux_inspect.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <tuple>
+
+#include "common/text.h"
+#include "host/linux/linux_reconcile.h"
+#include "host/services/logging.h"
+
+namespace {
+
+bool holds(const LinuxPlane& plane, FilterSet set, const char* src, const char* dst, uint32_t vid) {
+    return plane.held.contains(filterElement(set, src, dst, static_cast<uint16_t>(vid)));
+}
+
+// Why the kernel would drop the traffic, by what it holds; empty when it would not.
+std::string causeOf(const LinuxPlane& plane, const PlanePort& src, const PlanePort& dst, uint32_t vid) {
+    std::string cause;
+    const bool inVlan = vid != 0 && holds(plane, FilterSet::biVlan, src.device, dst.device, vid);
+    const bool inAll = holds(plane, FilterSet::bi, src.device, dst.device, 0);
+    if (inVlan || inAll) {
+        const uint16_t scope = inAll ? 0 : static_cast<uint16_t>(vid);
+        for (const PortPair pair : {pairOf(src.ifUnit, dst.ifUnit), pairOf(dst.ifUnit, src.ifUnit)}) {
+            const auto entry = plane.twoWay.find(pair);
+            if (entry == plane.twoWay.end() || entry->second.vid != scope || !cause.empty()) continue;
+            cause = twoWayText(entry->second);
+        }
+        if (cause.empty()) cause = "two-way isolation, left over from an earlier run";
+    } else if (holds(plane, FilterSet::uni, src.device, dst.device, 0)) {
+        cause = plane.oneWay.contains(pairOf(src.ifUnit, dst.ifUnit))
+                    ? "one-way isolation"
+                    : "one-way isolation, left over from an earlier run";
+    } else if (vid != 0 && holds(plane, FilterSet::access, src.device, "", 0) &&
+               holds(plane, FilterSet::access, dst.device, "", 0) &&
+               !plane.held.contains(ponOffElement(vid))) {
+        cause = fmt::format("PON isolation in VLAN {}", vid);
+    }
+    return cause;
+}
+
+// The twin of an element within a VLAN: the one for frames that leave untagged. They are shown as one entry.
+bool egressTwin(const LinuxPlane& plane, const FilterElement& element, FilterElement& twin) {
+    twin = filterElement(FilterSet::biEgress, deviceText(element.src), deviceText(element.dst), 0);
+    return element.set == FilterSet::biVlan &&
+           soleEgress(plane, std::string(deviceText(element.dst))) == element.vid;
+}
+
+void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::string& text) {
+    constexpr const char* KINDS[] = {"bi", "bi", "bi", "uni", "pon", "pon-off"};
+    const auto device = [](const auto& name) {
+        return name[0] == '\0' ? std::string("-") : safeText(deviceText(name));
+    };
+    const auto held = plane.held.find(element);
+    bool missing = held == plane.held.end();
+    FilterCounter counter = missing ? FilterCounter{} : held->second;
+    FilterElement twin = {};
+    if (egressTwin(plane, element, twin)) {
+        const auto also = plane.held.find(twin);
+        missing |= also == plane.held.end() && plane.wanted.contains(twin);
+        if (also != plane.held.end()) {
+            counter = {counter.packets + also->second.packets, counter.bytes + also->second.bytes};
+        }
+    }
+    const char* state = missing ? "missing" : plane.wanted.contains(element) ? "held" : "left-over";
+    text += fmt::format("entry kind={} src={} dst={} vlan={} state={}",
+                        KINDS[static_cast<size_t>(element.set)], device(element.src), device(element.dst),
+                        element.vid == 0 ? "-" : std::to_string(element.vid), state);
+    if (!missing && element.set <= FilterSet::uni) {
+        text += fmt::format(" packets={} bytes={}\n", counter.packets, counter.bytes);
+    } else {
+        text += " packets=- bytes=-\n";
+    }
+}
+
+// What follows from other elements and the ports' VLANs is no entry of its own.
+bool isEntry(const LinuxPlane& plane, const FilterElement& element) {
+    if (element.set == FilterSet::egress || element.set == FilterSet::egressOff) return false;
+    return element.set != FilterSet::biEgress ||
+           !(plane.wanted.contains(element) || soleEgress(plane, std::string(deviceText(element.dst))) != 0);
+}
+
+std::vector<FilterElement> sortedElements(const LinuxPlane& plane) {
+    std::vector<FilterElement> elements;
+    for (const auto& [element, counter] : plane.held) {
+        if (isEntry(plane, element)) elements.push_back(element);
+    }
+    for (const auto& [element, uses] : plane.wanted) {
+        if (isEntry(plane, element) && !plane.held.contains(element)) elements.push_back(element);
+    }
+    std::sort(elements.begin(), elements.end(), [](const FilterElement& a, const FilterElement& b) {
+        return std::tie(a.set, a.src, a.dst, a.vid) < std::tie(b.set, b.src, b.dst, b.vid);
+    });
+    return elements;
+}
+
+void inspectElements(const LinuxPlane& plane, std::string& text) {
+    bool access = false;
+    for (const FilterElement& element : sortedElements(plane)) {
+        if (element.set == FilterSet::access && !access && plane.damage == nullptr) {
+            text += fmt::format("entry kind=pon src=- dst=- vlan=- state=held packets={} bytes={}\n",
+                                plane.pon.packets, plane.pon.bytes);
+        }
+        access |= element.set == FilterSet::access;
+        inspectElement(plane, element, text);
+    }
+}
+
+}  // namespace
+
+bool linuxForwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t vid,
+                   std::string& reason) {
+    LinuxPlane& plane = linuxPlane(state);
+    if (plane.failure != 0 || refreshIfChanged(plane) != 0 || plane.damage != nullptr) return true;
+    const std::string cause = causeOf(plane, src, dst, vid);
+    if (cause.empty()) return true;
+    reason += fmt::format("{} to {}: {}", src.name, dst.name, cause);
+    return false;
+}
+
+void linuxList(void* state, std::string& text) {
+    const LinuxPlane& plane = linuxPlane(state);
+    listEntries(plane.twoWay, plane.oneWay, text);
+    for (const uint16_t vid : plane.ponOff) text += fmt::format("pon-off {} slots=-\n", vid);
+}
+
+PlaneCounters linuxCounters(void* state) {
+    const LinuxPlane& plane = linuxPlane(state);
+    return {
+        .twoWay = plane.twoWay.size(),
+        .oneWay = plane.oneWay.size(),
+        .ponOff = plane.ponOff.size(),
+        .accepted = plane.accepted,
+        .refused = plane.refused,
+    };
+}
+
+void linuxInspect(void* state, std::string& text) {
+    LinuxPlane& plane = linuxPlane(state);
+    const int problem = plane.failure != 0 ? plane.failure : refresh(plane);
+    const char* condition = problem != 0 ? "failed" : plane.damage != nullptr ? "gone" : "ready";
+    text += fmt::format("plane name=linux state={}\n", condition);
+    if (plane.failure != 0) {
+        text += fmt::format("note {}\n", plane.failureText);
+    } else if (problem != 0) {
+        text += fmt::format("note the kernel did not answer: {}\n", std::strerror(problem));
+    } else if (plane.damage != nullptr) {
+        text += fmt::format("note the kernel's filter table {} {}\n", FILTER_TABLE, plane.damage);
+    }
+    for (const auto& [key, sentence] : plane.notes) text += fmt::format("note {}\n", safeText(sentence));
+    if (problem == 0) inspectElements(plane, text);
+}
+
+std::string linuxFailure(int problem) {
+    constexpr char CONSEQUENCE[] = "every isolation will be refused";
+    if (problem == EPERM || problem == EACCES) {
+        return fmt::format(
+            "no permission to change the kernel's packet filter, the capability "
+            "CAP_NET_ADMIN is needed: {}",
+            CONSEQUENCE);
+    }
+    if (problem == EPROTONOSUPPORT || problem == EAFNOSUPPORT || problem == EOPNOTSUPP || problem == ENOENT) {
+        return fmt::format(
+            "the kernel has no packet filter for bridges (nf_tables with its bridge family): {}",
+            CONSEQUENCE);
+    }
+    return fmt::format("the kernel's packet filter refused the table {}, {}: {}", FILTER_TABLE,
+                       std::strerror(problem), CONSEQUENCE);
+}
+
+void reportStart(LinuxPlane& plane) {
+    const auto leftOver = std::count_if(plane.held.begin(), plane.held.end(), [&](const auto& held) {
+        return !plane.wanted.contains(held.first) && isEntry(plane, held.first);
+    });
+    if (leftOver > 0) {
+        hostReport(
+            "{} elements of an earlier run are kept in the kernel's filter table {} until they are asked "
+            "for again or swept: `portisolatectl plane sweep`",
+            leftOver, FILTER_TABLE);
+    }
+    if (plane.filter.seesPvid) return;
+    plane.notes["pvid"] =
+        "this kernel cannot tell in which VLAN untagged frames came in (nft_meta_bridge is missing): an "
+        "isolation within a VLAN holds tagged frames, and untagged ones only where they leave by a port with "
+        "one "
+        "untagged VLAN";
+    reportRemark(plane.notes["pvid"]);
+}

@@ -1,0 +1,237 @@
+// What the operator's command asks and how it reads the answers; the commands themselves: the table,
+// additions that are taken back, listings, completion.
+#include <fmt/format.h>
+
+#include "common/text.h"
+#include "ctl/client/happening.h"
+#include "ctl/client/printouts.h"
+#include "ctl/client/scalars.h"
+#include "ctl/client/statuses.h"
+#include "ctl/commands/commands.h"
+#include "ctl/commands/complete.h"
+#include "ctl/commands/matrix_svg.h"
+#include "ctl/commands/plane_commands.h"
+#include "ctl/commands/row_commands.h"
+#include "ctl/text/command_line.h"
+#include "platform/hardware.h"
+#include "platform/route_messages.h"
+#include "tests/ctl_fake.h"
+#include "wire/scalars.h"
+
+namespace {
+
+TEST(CtlClient, RepliesWhoseLengthsLieAreRefused) {
+    const std::vector<std::vector<uint32_t>> bad = {
+        {}, {0, 0}, {0, 4, 0}, {0, 0, 4}, {0, 0xFFFFFFFF, 0}, {0, 0, 0xFFFFFFFC, 1}, {0, 0, 0, 0}};
+    for (const std::vector<uint32_t>& words : bad) EXPECT_FALSE(decodeReply(bytesOf(words))) << words.size();
+    const std::optional<Reply> reply = decodeReply(bytesOf({0xFFFFFFFF, 0, 4, 9}));
+    ASSERT_TRUE(reply);
+    EXPECT_TRUE(reply->status == -1 && reply->index.empty() && wordAt(reply->value, 0) == 9);
+}
+
+TEST(CtlClient, AnswersAreReadStrictly) {
+    EXPECT_EQ(describeStatus(STATUS_BAD_VLAN), "0x03E8002A: bad VLAN id: 1 to 4095 are valid");
+    EXPECT_EQ(describeStatus(-77), "0xFFFFFFB3: unknown status");
+    EXPECT_EQ(vlansOfBitList("\x40\x01"), (std::vector<uint32_t>{1, 15}));
+    EXPECT_FALSE(parseBoardInterface("number=x name=lag1"));
+    EXPECT_FALSE(parseBoardInterface("number=1 kind=trunk"));
+    std::optional<Matrix> matrix = parseMatrix({"a bb", "a -o", "bb x-"});
+    ASSERT_TRUE(matrix);
+    matrix->names[0] = "<a&\"\x1b";
+    EXPECT_NE(matrixSvg(*matrix).find("<title>bb to &lt;a&amp;&quot;\\x1b: "), std::string::npos);
+    for (const Words& bad : {Words{}, {"a b", "a -x"}, {"a", "b -"}, {"a", "a -x"}, {"a", "a ?"}}) {
+        EXPECT_FALSE(parseMatrix(bad));
+    }
+}
+
+TEST_F(Ctl, WalkEndsWhenTheKeyDoesNotAdvance) {
+    daemon.rows = {{1, ROW_STATE_PROGRAMMED}, {7, ROW_STATE_CREATED}};
+    const RowScope group{5, 0};
+    const std::vector<Row> found = collectRows(session, GROUP_ROWS, &group);
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_TRUE(found[1].member == 7 && found[1].scope.number == 5 && found[1].status == ROW_STATE_CREATED);
+    daemon.stuck = true;
+    EXPECT_NE(endOf([&] { walkRows(session, GROUP_ROWS, &group); }).find("does not advance"),
+              std::string::npos);
+}
+
+std::string request(const std::vector<uint32_t>& words) {
+    const std::string bytes = bytesOf(words);
+    return "request status=0 frame=" + hexText(bytes.data(), bytes.size());
+}
+
+TEST_F(Ctl, HappeningsBecomeSentences) {
+    IsolateCmdData data{};
+    data.dstIfUnit = 101;
+    data.vid = 10;
+    data.grpNo = 5;
+    RtMsgHdr header{};
+    header.length = sizeof(header);
+    header.type = DAX_RTM_RESET;
+    const auto recordOf = [](const auto& record) { return hexText(&record, sizeof(record)); };
+    const std::string isolate =
+        fmt::format("hardware call=daxIfSyncApi ifUnit=1 opcode=44 attrId={} data=", DAX_ISO_BI_VLAN_ADD);
+    const std::pair<std::string, const char*> cases[] = {
+        {request({OP_GROUP_SET, 1, 12, 1, 5, 0, 4, ROW_CREATE}), "request: group 5, ge1/1: create"},
+        {request({OP_PAIR_SYNC, 0, 12, 1, 101, 0, 4, ROW_DESTROY}),
+         "request: from the peer: pair ge1/1 to lag1: destroy"},
+        {request({OP_VLAN_GROUP_GET_NEXT, 0, 16, 1, 7, 10, 0, 0}),
+         "request: vlan-group 7 in VLAN 10, ge1/1: get next"},
+        {request({OP_SCALAR_SET, SCALAR_MODE, 0, 4, 1}), "request: scalar mode: set to 1"},
+        {request({OP_GROUP_SET, 1, 0xFFFFFFFF, 0}), "request: unreadable, opcode 4"},
+        {"request frame=0a", "request: unreadable"},
+        {isolate + recordOf(data), "hardware: isolate ge1/1 and lag1, group 5 in VLAN 10"},
+        {isolate + "00", "hardware: isolate ge1/1 and 0, group 0"},
+        {"hardware seq=3 call=daxHwilIfGet status=0 ifUnit=1", "query: daxHwilIfGet ifUnit=1"},
+        {"event group=42 messages=" + recordOf(header) + "0102",
+         "event: reset of the configuration; 2 bytes that are no message"},
+        {"log priority=4 channel=host text=a b=c  d", "log: host: a b=c  d"},
+        {"dropped count=7", "dropped: "},
+    };
+    for (const auto& [line, told] : cases) {
+        const std::optional<Happening> happening = readHappening(session, line);
+        ASSERT_TRUE(happening) << line;
+        EXPECT_EQ(happening->kind + ": " + happening->sentence, told);
+    }
+    for (const char* bad : {"", "frob a=1", "log nothing", "event time=x", "hardware status=-"}) {
+        EXPECT_FALSE(readHappening(session, bad)) << bad;
+    }
+}
+
+TEST(CtlPrintouts, AreTakenApart) {
+    const auto settings = readSettings("\r\n[X] info:\n\r mode: 2\n\r p2p: 1-2\r\n p2p: 7\r\n");
+    ASSERT_EQ(settings.size(), 2u);
+    EXPECT_EQ(settings[1], (std::pair<std::string, std::string>("p2p", "1-2,7")));
+    const auto pairs =
+        readPairs("\r\n[X] info:\n\r  src 1, dst 30, ref:\r\n80 01 \r\n00 02 \r\n  src 2, dst 3, ref:\r\n");
+    ASSERT_EQ(pairs.size(), 2u);
+    EXPECT_EQ(pairs[0].groups, (std::vector<uint32_t>{1, 16, 31}));
+    EXPECT_TRUE(pairs[1].source == 2 && pairs[1].target == 3 && pairs[1].groups.empty());
+    EXPECT_EQ(readNumbers("x\n\r  isoGrpNo 5 vlan 10 -> ifUnit:3\r\nserial 0 -> ifunit:4\r\n"),
+              (std::vector<std::vector<uint32_t>>{{5, 10, 3}, {0, 4}}));
+}
+
+TEST(CtlTable, EveryExampleFitsItsCommandAndWrongUseIsTold) {
+    for (const Command& command : commandTable()) {
+        CommandLine line = parseCommandLine(splitWords(command.example));
+        const size_t named = *command.verb == '\0' ? 1 : 2;
+        EXPECT_EQ(line.words[0], command.object);
+        EXPECT_TRUE(named == 1 || line.words[1] == command.verb) << command.example;
+        line.words.erase(line.words.begin(), line.words.begin() + static_cast<std::ptrdiff_t>(named));
+        EXPECT_EQ(findMisfit(parseSignature(command.signature), line.words, line.options), "")
+            << command.example;
+    }
+    for (const char* wrong : {"", "p list", "group", "group frob", "group add", "mode set 1 2", "nonsense"}) {
+        EXPECT_EQ(runCommandLine(splitWords(wrong)), Exit::usage) << wrong;
+    }
+}
+
+TEST_F(Ctl, RefusedAdditionLeavesWhatWasThereBefore) {
+    daemon.rows = {{1, ROW_STATE_PROGRAMMED}, {2, ROW_STATE_CREATED}};
+    daemon.refused = 9;
+    Exit exit = Exit::done;
+    const auto add = [&] { exit = addRows(session, GROUP_ROWS, {5, 0}, {1, 2, 3, 4, 9, 6}, true); };
+    EXPECT_EQ(printedBy(add),
+              "portisolatectl: group 5, 9: activate refused: " + describeStatus(STATUS_GROUP_FULL) +
+                  "\nportisolatectl: group 5: taken back again: 9, 4 and ge1/3\n"
+                  "portisolatectl: group 5: was there before and stays active: ge1/2\n");
+    EXPECT_EQ(exit, Exit::refused);
+    EXPECT_EQ(daemon.rows,
+              (std::map<uint32_t, uint32_t>{{1, ROW_STATE_PROGRAMMED}, {2, ROW_STATE_PROGRAMMED}}));
+}
+
+TEST_F(Ctl, LostDaemonIsToldWithWhatIsLeftBehind) {
+    // The look-up, create and activate of one member; then the same up to a refusal and into what undoes it.
+    const char* const told[] = {
+        ": gone\nportisolatectl: group 5: added before that, and not taken back: ge1/3\n",
+        "and not taken back: ge1/3 and 4\n"};
+    daemon.refused = 4;
+    session.commands.failure = "gone";
+    for (const uint32_t answers : {3u, 6u}) {
+        daemon.rows = {};
+        daemon.answers = answers;
+        Exit exit = Exit::done;
+        const std::string text = printedBy([&] {
+            exit = addRows(session, GROUP_ROWS, {5, 0}, {3, 4}, true);
+        });
+        EXPECT_EQ(exit, Exit::unreachable);
+        EXPECT_TRUE(text.ends_with(told[answers / 6])) << text;
+    }
+}
+
+TEST_F(Ctl, PlaneIsToldByWhatDiffers) {
+    const char* const left = "entry kind=bi src=1 dst=101 vlan=- state=left-over packets=- bytes=-";
+    const struct {
+        Words lines;
+        const char* told;
+        Exit exit;
+    } cases[] = {
+        {{"plane name=linux state=ready", "note ge1/1 bypasses\033 it", left,
+          "entry kind=uni src=br=0 dst=9 vlan=- state=missing packets=0 bytes=0",
+          "entry kind=pon-off src=- dst=- vlan=7 state=held packets=3 bytes=5000000000"},
+         "plane linux: ready\nnote: ge1/1 bypasses\\x1b it\n"
+         "KIND     FROM  TO   VLAN  STATE      PACKETS  BYTES\n"
+         "two-way  1     101  all   left over  -        -\n"
+         "one-way  br=0  9    all   MISSING    0        0\n"
+         "PON off  -     -    7     held       3        5000000000\n"
+         "1 held, 1 left over, 1 MISSING; 3 packets dropped\n"
+         "`portisolatectl plane restore` puts back what is missing\n"
+         "`portisolatectl plane sweep` removes what is left over, once all that is wanted is configured "
+         "again\n",
+         Exit::refused},
+        {{"plane name=linux state=gone"},
+         "plane linux: gone\nno entries\n"
+         "`portisolatectl plane restore` puts back what is missing\n",
+         Exit::refused},
+    };
+    for (const auto& each : cases) {
+        const std::optional<PlaneReport> report = parsePlane(session, each.lines);
+        ASSERT_TRUE(report) << each.told;
+        Exit exit = Exit::done;
+        EXPECT_EQ(printedBy([&] { exit = printPlane(*report, false); }), each.told);
+        EXPECT_EQ(exit, each.exit);
+    }
+    const char* const plane = "plane name=sim state=ready";
+    const std::optional<PlaneReport> report = parsePlane(session, {plane, left});
+    ASSERT_TRUE(report && holdsAll(*report)) << "what is left over isolates too much, not too little";
+    const std::string json = printedBy([&] { printPlane(*report, true); });
+    EXPECT_NE(json.find(R"("to":"lag1","vlan":null,"state":"left-over","packets":null)"), std::string::npos);
+    for (const Words& bad : {Words{}, {left}, {"plane name=sim"}, {plane, "entry"}, {plane, "what"}}) {
+        EXPECT_FALSE(parsePlane(session, bad)) << joinWords(bad, "|");
+    }
+    for (const char* bad :
+         {"kind=tri vlan=- state=held packets=- bytes=-", "kind=bi vlan=x state=held packets=- bytes=-",
+          "kind=bi vlan=- state=odd packets=- bytes=-", "kind=bi vlan=- state=held packets=-1 bytes=-"}) {
+        EXPECT_FALSE(parsePlane(session, {plane, std::string("entry src=1 dst=2 ") + bad})) << bad;
+    }
+}
+
+TEST_F(Ctl, CompletionKnowsTheGrammarAndWhatRuns) {
+    daemon.rows = {{1, ROW_STATE_PROGRAMMED}};
+    const char* const cases[][2] = {
+        {"vlan-group li --v", "--vlan"},
+        {"--timeout 3 mod", "mode"},
+        {"help pon o", "on off"},
+        {"pl s", "show sweep"},
+        {"mon req", "request"},
+        {"board role s", "standby single"},
+        {"scalar get max-t", "max-targets"},
+        {"group del 5", "5"},
+        {"pair add l", "lag1"},
+        {"pair add ge1/1 ge1/2 l", "lag1"},
+        {"group list 5 l", ""},
+        {"vlan-group add 7 ge1/1 --vlan 1", "10"},
+        {"apply fi", ""},
+    };
+    session.interfaces[3].kind = "trunk";
+    session.interfaces.push_back({.number = 1010, .name = "vlan10", .kind = "vlan", .vlan = 10});
+    for (const auto& [line, found] : cases) {
+        EXPECT_EQ(joinWords(completions(session, commandTable(), splitWords(line)), " "), found) << line;
+    }
+    // What the daemon does not answer is left out in silence; the board's VLANs stay.
+    daemon.answers = 0;
+    const Words line = {"vlan-group", "add", "7", "ge1/1", "--vlan", ""};
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(completions(session, commandTable(), line), Words{"10"}); }), "");
+}
+
+}  // namespace
