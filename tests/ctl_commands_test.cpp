@@ -1,6 +1,11 @@
 // What the operator's command asks and how it reads the answers; the commands themselves: the table,
 // additions that are taken back, listings, completion.
 #include <fmt/format.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
 
 #include "common/text.h"
 #include "ctl/client/happening.h"
@@ -16,6 +21,7 @@
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
 #include "tests/ctl_fake.h"
+#include "wire/framing.h"
 #include "wire/scalars.h"
 
 namespace {
@@ -27,6 +33,19 @@ TEST(CtlClient, RepliesWhoseLengthsLieAreRefused) {
     const std::optional<Reply> reply = decodeReply(bytesOf({0xFFFFFFFF, 0, 4, 9}));
     ASSERT_TRUE(reply);
     EXPECT_TRUE(reply->status == -1 && reply->index.empty() && wordAt(reply->value, 0) == 9);
+}
+
+TEST(CtlClient, ReplyLongerThanAnyIsGivenUpAtItsLength) {
+    for (const uint32_t length : {UINT32_MAX, COMMAND_FRAME_MAX + 1, 0u}) {
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        const std::string frame = bytesOf({length}) + std::string(COMMAND_FRAME_MAX + 1, '\0');
+        ASSERT_EQ(write(ends[1], frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+        Stream stream{.fd = ends[0], .failure = {}};
+        EXPECT_FALSE(commandExchange(stream, {.opcode = OP_SCALAR_GET}, 5000));
+        EXPECT_TRUE(stream.fd < 0 && stream.failure == "the answer is malformed") << stream.failure;
+        close(ends[1]);
+    }
 }
 
 TEST(CtlClient, AnswersAreReadStrictly) {
@@ -159,6 +178,53 @@ TEST_F(Ctl, LostDaemonIsToldWithWhatIsLeftBehind) {
     }
 }
 
+TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
+    const std::string all = "group1=4 group2=4 ";
+    const std::string moved = "group1=2 group1=1 group2=2 group2=1 ";
+    const struct {
+        const char* line;  // @ stands for the file
+        const char* file;
+        const char* refused;
+        uint32_t refusals;
+        Exit exit;
+        std::string changes;
+        const char* board;
+    } cases[] = {
+        {"apply @ --dry-run", "mode 1\npon off 7\n", "none", 0, Exit::done, "", ""},
+        {"apply @ --dry-run", "group 5 ge1/1-2", "none", 0, Exit::done, "", ""},
+        {"apply @", "group 5 ge1/1-2", "none", 0, Exit::done, "", "plane sweep"},
+        {"apply @", "pon off 7", "none", 0, Exit::done, all + "pon7=2", "plane sweep"},
+        {"apply @", "pon off 7", "group1=4", 9, Exit::refused, all + "pon7=2", "plane show"},
+        {"apply @", "pon off 7", "pon7=2", 9, Exit::refused, all + "pon7=2", "plane show"},
+        // What is refused early is asked again after the removals; a mode that waits holds all others back.
+        {"apply @", "group 6 ge1/1-2", "group1=2", 1, Exit::done,
+         "group1=2 group2=2 group2=1 " + all + "group1=2 group1=1", "plane sweep"},
+        {"apply @", "mode 1\ngroup 6 ge1/1-2", "scalar1=1", 1, Exit::done,
+         "scalar1=1 " + all + "scalar1=1 " + moved, "plane sweep"},
+        {"group del 5 ge1/1", "", "group1=4", 9, Exit::refused, "group1=4", ""},
+        {"group del 5", "", "group1=4", 9, Exit::refused, all, ""},
+        {"group activate 5 ge1/1-2", "", "group1=1", 9, Exit::refused, "group1=1 group2=1", ""},
+        {"pon on 7 8", "", "pon7=1", 9, Exit::refused, "pon7=1 pon8=1", ""},
+        {"mode set 1", "", "scalar1=1", 9, Exit::refused, "scalar1=1", ""},
+    };
+    const std::string path = testing::TempDir() + "portisolate-apply-" + std::to_string(getpid());
+    for (const auto& each : cases) {
+        daemon = {.rows = {{1, ROW_STATE_PROGRAMMED}, {2, ROW_STATE_PROGRAMMED}},
+                  .refusedChange = each.refused,
+                  .refusals = each.refusals};
+        std::ofstream(path) << each.file;
+        std::string line = each.line;
+        if (const size_t at = line.find('@'); at != std::string::npos) line.replace(at, 1, path);
+        Exit exit = Exit::unreachable;
+        const std::string printed = printedBy([&] { exit = run(line); });
+        const std::string what = fmt::format("{}: {}\n{}", each.line, each.file, printed);
+        EXPECT_EQ(exit, each.exit) << what;
+        EXPECT_EQ(joinWords(daemon.changes, " "), joinWords(splitWords(each.changes), " ")) << what;
+        EXPECT_EQ(joinWords(daemon.board, " "), each.board) << what;
+    }
+    std::remove(path.c_str());
+}
+
 TEST_F(Ctl, PlaneIsToldByWhatDiffers) {
     const char* const left = "entry kind=bi src=1 dst=101 vlan=- state=left-over packets=- bytes=-";
     const struct {
@@ -204,6 +270,24 @@ TEST_F(Ctl, PlaneIsToldByWhatDiffers) {
           "kind=bi vlan=- state=odd packets=- bytes=-", "kind=bi vlan=- state=held packets=-1 bytes=-"}) {
         EXPECT_FALSE(parsePlane(session, {plane, std::string("entry src=1 dst=2 ") + bad})) << bad;
     }
+}
+
+TEST_F(Ctl, MatrixMarksDirectionsAndVlans) {
+    daemon.boardLines = {{"matrix", {"a b c d", "a -xoo", "b x-xo", "c oo-p", "d oxo-"}},
+                         {"matrix 7", {"b a c", "b -xo", "a x-p", "c oo-"}},
+                         {"hardware", {"bi src=1 dst=2 vlan=7", "mode 2"}}};
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(run("matrix"), Exit::done); }),
+              "   a  b  c  d\n"
+              "a  -  x  v  o\n"
+              "b  x  -  >  o\n"
+              "c  o  o  -  p\n"
+              "d  o  >  o  -\n"
+              "\nFrom the row to the column, whatever the VLAN:\n"
+              "  o  forwards\n"
+              "  x  blocked both ways\n"
+              "  >  blocked in this direction only\n"
+              "  v  blocked within a VLAN only (7; --vlan shows one)\n"
+              "  p  passes over some member ports only\n");
 }
 
 TEST_F(Ctl, CompletionKnowsTheGrammarAndWhatRuns) {

@@ -28,6 +28,9 @@ void sessionOpen(Session& session) {
     session.exchange = [&session](const Request& request) {
         return commandExchange(session.commands, request, session.timeoutMs);
     };
+    session.board = [&session](const std::string& request, const LineSink& sink) {
+        return boardRequest(request, session.timeoutMs, false, sink);
+    };
 }
 
 void sessionClose(Session& session) {
@@ -64,8 +67,8 @@ std::vector<std::string> askBoard(Session& session, const std::string& request, 
         lines.emplace_back(line);
         return true;
     };
-    requireAnswer(boardRequest(request, session.timeoutMs, false, keep),
-                  asked.empty() ? "board " + request : asked, BOARD_SOCKET_PATH);
+    requireAnswer(session.board(request, keep), asked.empty() ? "board " + request : asked,
+                  BOARD_SOCKET_PATH);
     return lines;
 }
 
