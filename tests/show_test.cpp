@@ -13,6 +13,7 @@ std::string printed(void (*show)()) {
 
 TEST(Show, EveryTable) {
     ASSERT_EQ(startDaemon({{"maxifnum", "3"}, {"supportserial", "t"}}), 0);
+    for (uint8_t byte = 1; byte < 4; ++byte) gPortIsoInfo.modeAbility[byte] = byte;
     char mutex[32];
     std::snprintf(mutex, sizeof(mutex), "%p", gPortIsoInfo.mutex);
     const std::string global =
@@ -20,7 +21,7 @@ TEST(Show, EveryTable) {
         " maxUniIsoPortNum: 64\n\r mode: 2\n\r mutex: " +
         std::string(mutex) +
         "\n\r rtSock: 7\n\r isSrcTrunkToPort: 1\n\r isDstTrunkToPort: 1\n\r isSupportSerial: 1\n\r"
-        " modeAbility: [0]96,[1]0,[2]0,[3]0.\n\r defaultMode: 2\n\r slotCheck: 0\n\r vlanGroupEnable: 2\n\r";
+        " modeAbility: [0]96,[1]1,[2]2,[3]3.\n\r defaultMode: 2\n\r slotCheck: 0\n\r vlanGroupEnable: 2\n\r";
     EXPECT_EQ(printed(portIsolateGlobalShow), global);
     EXPECT_EQ(printed(portIsolateIfPairShow), "\r\n[PORT-ISOLATE] if pair info:\n\r");
     for (uint32_t vlan = 1; vlan < 100; vlan += 2) ponSet(vlan, PON_ISOLATION_OFF);

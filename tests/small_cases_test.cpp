@@ -12,20 +12,27 @@
 
 namespace {
 
+// Every pattern of two bytes, alone and behind others.
 TEST(SmallCases, BitLists) {
-    for (uint32_t pattern = 0; pattern < 1u << 16; ++pattern) {
+    for (uint32_t pattern = 0; pattern < 1u << 17; ++pattern) {
+        const uint32_t bytes = pattern >> 16 == 0 ? 0 : 9;
+        const uint32_t front = 8 * bytes, word = pattern & 0xFFFF;
         for (uint32_t n = 0; n < 16; ++n) {
-            const uint32_t bit = 0x8000u >> n, seen = pattern >> (15 - n);
-            const uint32_t last = seen == 0 ? 0 : n + 1 - static_cast<uint32_t>(std::countr_zero(seen));
-            Bytes list = {static_cast<uint8_t>(pattern >> 8), static_cast<uint8_t>(pattern)};
-            const Bytes cut(list.data(), list.data() + bitListBytes(n + 1));  // nothing may be read behind it
-            ASSERT_EQ(bitListLast(cut.data(), n + 1), last);
-            ASSERT_EQ(bitListIsEmpty(cut.data(), n + 1), last == 0 ? 1 : 0);
-            ASSERT_EQ(bitListTest(cut.data(), n), (pattern & bit) != 0 ? 1 : 0);
-            bitListSet(list.data(), n);
-            ASSERT_EQ(list[0] << 8 | list[1], pattern | bit);
-            for (int times = 0; times < 2; ++times) bitListClear(list.data(), n);
-            ASSERT_EQ(list[0] << 8 | list[1], pattern & ~bit);
+            const uint32_t bit = 0x8000u >> n, seen = word >> (15 - n);
+            const uint32_t last =
+                seen == 0 ? 0 : front + n + 1 - static_cast<uint32_t>(std::countr_zero(seen));
+            Bytes list(bytes + 2);
+            list[bytes] = static_cast<uint8_t>(word >> 8);
+            list[bytes + 1] = static_cast<uint8_t>(word);
+            const uint32_t end = front + n + 1;
+            const Bytes cut(list.data(), list.data() + bitListBytes(end));  // nothing may be read behind it
+            ASSERT_EQ(bitListLast(cut.data(), end), last);
+            ASSERT_EQ(bitListIsEmpty(cut.data(), end), last == 0 ? 1 : 0);
+            ASSERT_EQ(bitListTest(cut.data(), front + n), (word & bit) != 0 ? 1 : 0);
+            bitListSet(list.data(), front + n);
+            ASSERT_EQ(list[bytes] << 8 | list[bytes + 1], word | bit);
+            for (int times = 0; times < 2; ++times) bitListClear(list.data(), front + n);
+            ASSERT_EQ(list[bytes] << 8 | list[bytes + 1], word & ~bit);
         }
     }
 }
