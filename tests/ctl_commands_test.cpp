@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <sstream>
 
 #include "common/text.h"
 #include "ctl/client/happening.h"
@@ -14,6 +15,7 @@
 #include "ctl/client/statuses.h"
 #include "ctl/commands/commands.h"
 #include "ctl/commands/complete.h"
+#include "ctl/commands/interactive.h"
 #include "ctl/commands/matrix_svg.h"
 #include "ctl/commands/plane_commands.h"
 #include "ctl/commands/row_commands.h"
@@ -139,9 +141,35 @@ TEST(CtlTable, EveryExampleFitsItsCommandAndWrongUseIsTold) {
         line.words.erase(line.words.begin(), line.words.begin() + static_cast<std::ptrdiff_t>(named));
         EXPECT_EQ(findMisfit(parseSignature(command.signature), line.words, line.options), "")
             << command.example;
+        Words help = {"help", command.object, command.verb};
+        help.resize(1 + named);
+        const std::string told = printedBy([&] { EXPECT_EQ(runCommandLine(help), Exit::done); });
+        EXPECT_NE(told.find(std::string("\nexample: portisolatectl ") + command.example), std::string::npos)
+            << told;
     }
     for (const char* wrong : {"", "p list", "group", "group frob", "group add", "mode set 1 2", "nonsense"}) {
         EXPECT_EQ(runCommandLine(splitWords(wrong)), Exit::usage) << wrong;
+    }
+}
+
+TEST(CtlTable, LinesRunUntilOneFails) {
+    const struct {
+        const char* lines;
+        const char* printed;  // the beginning
+        const char* last;     // the end
+        Exit exit;
+    } cases[] = {
+        {"", "portisolatectl: no command given", "lists all\n", Exit::usage},
+        {" # nothing\n\n", "portisolatectl: no command given", "lists all\n", Exit::usage},
+        {"mode set ? # help", "usage: portisolatectl mode set MODE\n", "mode set 1\n", Exit::done},
+        {"mode ?\nquit\nfrob", "usage: portisolatectl mode VERB", "mode get\n", Exit::done},
+        {"#one two\n?\n\nfrob\nmode ?", "usage: portisolatectl [--timeout",
+         "portisolatectl: standard input, line 4: nothing behind it was run\n", Exit::usage},
+    };
+    for (const auto& [lines, printed, last, exit] : cases) {
+        std::istringstream input(lines);
+        const std::string text = printedBy([&] { EXPECT_EQ(runLines(input), exit) << lines; });
+        EXPECT_TRUE(text.starts_with(printed) && text.ends_with(last)) << text;
     }
 }
 

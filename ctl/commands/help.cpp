@@ -22,7 +22,8 @@ const char* const INTRODUCTION =
 const char* const CLOSING =
     "\nExit status: 0 success, 1 refused by the daemon or the board, 2 wrong use, 3 daemon out of reach.\n"
     "The environment variable PORTISOLATE_ROOT, a prefix of the sockets' paths, selects another daemon.\n"
-    "Without arguments on a terminal, commands are read from there, with history and completion.\n"
+    "Without arguments, commands are read from the terminal, with history and completion, or, one a line,\n"
+    "from a file or a pipe. There # begins a comment, ? at the end of a line is for help, and quit leaves.\n"
     "\n"
     "example: portisolatectl group add 5 ge1/1-4 lag1";
 

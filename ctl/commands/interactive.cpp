@@ -1,8 +1,10 @@
 #include "ctl/commands/interactive.h"
 
+#include <fmt/format.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -53,10 +55,47 @@ Exit runApart(const std::vector<std::string>& words) {
     return static_cast<Exit>(WEXITSTATUS(status));
 }
 
+bool endsInput(const std::vector<std::string>& words) {
+    return words.size() == 1 && (words[0] == "quit" || words[0] == "exit");
+}
+
+// The words of a line as a command; none of a comment or an empty line.
+std::vector<std::string> commandOf(const std::string& line) {
+    std::vector<std::string> words = splitWords(line);
+    words.erase(std::find_if(words.begin(), words.end(),
+                             [](const std::string& word) { return word.starts_with('#'); }),
+                words.end());
+    if (!words.empty() && words.back() == "?") {
+        words.pop_back();
+        words.insert(words.begin(), "help");
+    }
+    return words;
+}
+
 }  // namespace
 
 bool canInteract() {
     return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
+}
+
+bool canReadLines() {
+    return isatty(STDIN_FILENO) == 0;
+}
+
+Exit runLines(std::istream& input) {
+    std::string line;
+    bool asked = false;
+    for (size_t number = 1; std::getline(input, line); ++number) {
+        const std::vector<std::string> words = commandOf(line);
+        if (words.empty()) continue;
+        if (endsInput(words)) return Exit::done;
+        asked = true;
+        const Exit exit = runCommandLine(words);
+        if (exit == Exit::done) continue;
+        complain(fmt::format("standard input, line {}: nothing behind it was run", number));
+        return exit;
+    }
+    return asked ? Exit::done : runCommandLine({});
 }
 
 Exit interact() {
@@ -64,10 +103,10 @@ Exit interact() {
     std::string line;
     std::signal(SIGINT, SIG_IGN);
     openLineEditor(completeLine);
-    printLine("`help` shows what there is, `quit` leaves.");
+    printLine("`help` or `?` shows what there is, `quit` leaves.");
     while (editLine(PROMPT, line)) {
-        const std::vector<std::string> words = splitWords(line);
-        if (words.size() == 1 && (words[0] == "quit" || words[0] == "exit")) break;
+        const std::vector<std::string> words = commandOf(line);
+        if (endsInput(words)) break;
         if (!words.empty()) exit = runApart(words);
     }
     closeLineEditor();

@@ -51,13 +51,12 @@ void openLineEditor(const LineCompletion& completion) {
 bool editLine(const char* prompt, std::string& line) {
     errno = 0;
     char* text = readline(prompt);
-    if (text == nullptr && errno == EINTR) {
-        // An interrupt gives up the line, not the session.
+    if (text == nullptr) {
         std::puts("");
         line.clear();
-        return true;
+        // An interrupt gives up the line, not the session.
+        return errno == EINTR;
     }
-    if (text == nullptr) return false;
     line = text;
     std::free(text);
     if (line.find_first_not_of(" \t") != std::string::npos) add_history(line.c_str());

@@ -7,7 +7,9 @@ void openLineEditor(const LineCompletion&) {}
 
 bool editLine(const char* prompt, std::string& line) {
     std::cout << prompt << std::flush;
-    return static_cast<bool>(std::getline(std::cin, line));
+    if (std::getline(std::cin, line)) return true;
+    std::cout << std::endl;
+    return false;
 }
 
 void closeLineEditor() {}
