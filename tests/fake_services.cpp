@@ -7,6 +7,7 @@
 #include <set>
 
 #include "daemon/base/state.h"
+#include "platform/route_messages.h"
 #include "platform/services.h"
 #include "tests/fake_platform.h"
 
@@ -29,7 +30,10 @@ void forgetPools() {
     liveElements.clear();
 }
 
-int32_t silOptRead(uint32_t, const char* key, uint32_t, uint32_t, uint32_t, char* buffer, uint32_t capacity) {
+int32_t silOptRead(uint32_t first, const char* key, uint32_t third, uint32_t fourth, uint32_t fifth,
+                   char* buffer, uint32_t capacity) {
+    EXPECT_TRUE(first == 0 && third == 0 && fourth == 0 && fifth == 1);
+    EXPECT_TRUE(std::all_of(buffer, buffer + capacity + 1, [](char byte) { return byte == 0; }));
     constexpr std::string_view PREFIX = "portisolate.";
     EXPECT_TRUE(std::string_view(key).starts_with(PREFIX));
     const auto found = fake.options.find(key + PREFIX.size());
@@ -134,7 +138,8 @@ int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*
     return daxFdIsSet(*readSet, ROUTE_SOCKET) ? 1 : 0;
 }
 
-int32_t dax_recvfrom(int32_t, void* buffer, uint32_t size, int32_t, void*, uint32_t*) {
+int32_t dax_recvfrom(int32_t fd, void* buffer, uint32_t size, int32_t flags, void*, uint32_t* sourceLength) {
+    EXPECT_TRUE(fd == ROUTE_SOCKET && flags == 0 && *sourceLength == DAX_ROUTE_ADDRESS_LEN);
     if (faultOf("dax_recvfrom") != 0) return -1;
     const Bytes datagram = fake.datagrams.front();
     fake.datagrams.erase(fake.datagrams.begin());
