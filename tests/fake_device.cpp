@@ -114,19 +114,22 @@ int32_t daxVlanSetApi(uint32_t vlan, uint32_t opcode, void* protocol) {
     return protocolCall("daxVlanSetApi", "vlan-protocol", vlan, opcode, protocol);
 }
 
-int32_t daxScalarSetApi(uint32_t, uint32_t, AttrSetRecord* scalar) {
+int32_t daxScalarSetApi(uint32_t first, uint32_t second, AttrSetRecord* scalar) {
+    EXPECT_TRUE(first == 0 && second == 0);
     uint32_t mode = 0;
     std::memcpy(&mode, scalar->data, sizeof(mode));
     return record(words("mode %u attr %u flag %u", mode, scalar->attrId, scalar->flag),
                   faultOf("daxScalarSetApi"));
 }
 
-int32_t daxHwilScalarSet(uint32_t, uint32_t scalar, void* value, uint32_t length) {
+int32_t daxHwilScalarSet(uint32_t unit, uint32_t scalar, void* value, uint32_t length) {
+    EXPECT_EQ(unit, 0u);
     const uint32_t word = *static_cast<uint32_t*>(value);
     return record(words("scalar %u = %u length %u", scalar, word, length), faultOf("daxHwilScalarSet"));
 }
 
-int32_t daxHwilScalarGet(uint32_t, uint32_t scalar, void*) {
+int32_t daxHwilScalarGet(uint32_t unit, uint32_t scalar, void* value) {
+    EXPECT_TRUE(unit == 0 && value == nullptr);
     return scalar == DAX_HWSCALAR_SERIAL_SENDER ? fake.serialSender : fake.serialReceiver;
 }
 

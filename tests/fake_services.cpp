@@ -53,7 +53,8 @@ int32_t silMemPoolInit(SilMemPool* pool, const char* name, uint64_t count, uint3
     return 0;
 }
 
-void* silMemPoolAlloc(SilMemPool* pool, uint32_t) {
+void* silMemPoolAlloc(SilMemPool* pool, uint32_t argument) {
+    EXPECT_EQ(argument, 0u);
     if (pool->freeCount == 0 || faultOf(std::string("pool ") + pool->name) != 0) return nullptr;
     --pool->freeCount;
     ++fake.poolsInUse[pool->name];
@@ -80,7 +81,8 @@ int32_t silMemPoolDestroy(SilMemPool* pool) {
     return 0;
 }
 
-SilSem silCreateBSem(uint32_t, uint32_t) {
+SilSem silCreateBSem(uint32_t first, uint32_t second) {
+    EXPECT_TRUE(first == 1 && second == 1);
     return record("semaphore", faultOf("silCreateBSem")) == 0 ? &fake.semTaken : nullptr;
 }
 
@@ -102,8 +104,9 @@ int32_t silDeleteSem(SilSem) {
     return record("semaphore destroyed");
 }
 
-int32_t silCreateTask(const char* name, uint32_t priority, uint32_t stack, void (*entry)(void), uint32_t,
-                      uint32_t, uint32_t*) {
+int32_t silCreateTask(const char* name, uint32_t priority, uint32_t stack, void (*entry)(void),
+                      uint32_t fifth, uint32_t sixth, uint32_t*) {
+    EXPECT_TRUE(fifth == 0 && sixth == 0);
     fake.task = entry;
     return record(words("task %s %u %u", name, priority, stack), faultOf("silCreateTask"));
 }
