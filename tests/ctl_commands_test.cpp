@@ -221,6 +221,8 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         {"apply @ --dry-run", "mode 1\npon off 7\n", "none", 0, Exit::done, "", ""},
         {"apply @ --dry-run", "group 5 ge1/1-2", "none", 0, Exit::done, "", ""},
         {"apply @", "group 5 ge1/1-2", "none", 0, Exit::done, "", "plane sweep"},
+        {"apply @", "# cut short", "none", 0, Exit::usage, "", ""},
+        {"apply @ --empty", "", "none", 0, Exit::done, all, "plane sweep"},
         {"apply @", "pon off 7", "none", 0, Exit::done, all + "pon7=2", "plane sweep"},
         {"apply @", "pon off 7", "group1=4", 9, Exit::refused, all + "pon7=2", "plane show"},
         {"apply @", "pon off 7", "pon7=2", 9, Exit::refused, all + "pon7=2", "plane show"},
@@ -234,6 +236,13 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         {"group activate 5 ge1/1-2", "", "group1=1", 9, Exit::refused, "group1=1 group2=1", ""},
         {"pon on 7 8", "", "pon7=1", 9, Exit::refused, "pon7=1 pon8=1", ""},
         {"mode set 1", "", "scalar1=1", 9, Exit::refused, "scalar1=1", ""},
+        // What would isolate another VLAN, or nothing that could be removed again, is not asked.
+        {"pon off 10-4096", "", "none", 0, Exit::usage, "", ""},
+        {"vlan-group add 7 ge1/1 --vlan 65546", "", "none", 0, Exit::usage, "", ""},
+        {"matrix --vlan 0", "", "none", 0, Exit::usage, "", ""},
+        {"group add 5 ge1/1 0", "", "none", 0, Exit::usage, "", ""},
+        {"pair create 9 1", "", "none", 0, Exit::usage, "", ""},
+        {"group del 5 9", "", "none", 0, Exit::done, "", ""},
     };
     const std::string path = testing::TempDir() + "portisolate-apply-" + std::to_string(getpid());
     for (const auto& each : cases) {

@@ -57,6 +57,8 @@ TEST_F(Config, EveryMistakeIsToldWithItsPlace) {
         {"group 5\ngroup 5 ge1/9",
          "1:9 an interface is missing here\n"
          "2:9 no interface \"ge1/9\"; did you mean ge1/1, ge1/2 or ge1/3?\n"},
+        {"group 5 1\npair 0 to 1",
+         "2:6 the board has no interface 0; `portisolatectl board list` shows all\n"},
         {"group 5 ge1/1\ncreated group 5 ge1/1-2", "2:17 ge1/1 was named before, in line 1\n"},
         {"group 5 ge1/1\nvlan-group 5 vlan 7 ge1/1\nvlan-group 6 vlan 7 1\nvlan-group 6 vlan 8 1",
          "2:12 number 5 serves a group without a VLAN in line 1; take another\n"
@@ -84,12 +86,15 @@ TEST_F(Config, EveryMistakeIsToldWithItsPlace) {
 }
 
 TEST_F(Config, WrittenLinesMeanTheSameAgain) {
-    session.interfaces[1].name = "2-4";     // looks like a range of numbers
+    session.interfaces[1].name = "3";       // looks like the number of another
     session.interfaces[2].name = "#3";      // looks like a comment
     session.interfaces[3].name = "lag1-2";  // looks like a range of names
+    for (const uint32_t number : {71u, 72u, 73u})
+        session.interfaces.push_back({.number = number, .name = "#"});
+    session.interfaces.push_back({.number = 74, .name = "2-4"});  // looks like a range of numbers
     const std::string text =
-        "mode 2\ngroup 5 ge1/1 2 3 lag1-2\ncreated group 6 70-72\nvlan-group 7 vlan 10 ge1/1 lag1-2\n"
-        "pair 2 to 70-72\npon off 1 30-33 4095\n";
+        "mode 2\ngroup 5 ge1/1 3 0x3 lag1-2\ncreated group 6 71-73 2-4\nvlan-group 7 vlan 10 ge1/1 lag1-2\n"
+        "pair 3 to 71-73\npon off 1 30-33 4095\n";
     std::string again;
     for (const std::string& line : configLines(session, resolve(text))) again += line + "\n";
     EXPECT_EQ(again, text);

@@ -1,5 +1,7 @@
 #include "ctl/client/interfaces.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "common/files.h"
@@ -46,10 +48,8 @@ std::string unknownName(Session& session, const std::string& name, const std::st
 
 // The names or numbers that one text stands for.
 std::vector<std::string> expandNames(Session& session, const std::string& text) {
-    std::vector<std::string> range = expandWord(text);
-    uint32_t number;
-    const bool numbers = parseGivenNumber(range.front(), number);
-    if (range.front() == text || numbers) return range;
+    const std::vector<std::string> range = expandWord(text);
+    if (range.front() == text) return range;
     askInterfaces(session);
     return findName(session, text) != nullptr ? std::vector<std::string>{text} : range;
 }
@@ -71,12 +71,11 @@ const BoardInterface* findInterface(Session& session, uint32_t number) {
 FoundInterfaces findInterfaces(Session& session, const std::string& text) {
     FoundInterfaces found;
     for (const std::string& name : expandNames(session, text)) {
-        uint32_t number = 0;
-        if (!parseGivenNumber(name, number)) {
-            askInterfaces(session);
-            const BoardInterface* interface = findName(session, name);
-            if (interface == nullptr) return {{}, unknownName(session, name, text)};
-            number = interface->number;
+        askInterfaces(session);
+        const BoardInterface* interface = findName(session, name);
+        uint32_t number = interface != nullptr ? interface->number : 0;
+        if (interface == nullptr && !parseGivenNumber(name, number)) {
+            return {{}, unknownName(session, name, text)};
         }
         found.numbers.push_back(number);
     }
@@ -102,6 +101,15 @@ uint32_t resolveInterface(Session& session, const std::string& text) {
     const std::vector<uint32_t> numbers = resolveInterfaces(session, {&text, 1});
     if (numbers.size() == 1) return numbers.front();
     throw misuse("\"" + text + "\" stands for several interfaces: give one here");
+}
+
+std::string unlistedInterface(Session& session, const std::vector<uint32_t>& numbers) {
+    if (boardInterfaces(session).empty()) return {};
+    for (const uint32_t number : numbers) {
+        if (findInterface(session, number) != nullptr) continue;
+        return fmt::format("the board has no interface {}; `portisolatectl board list` shows all", number);
+    }
+    return {};
 }
 
 std::string interfaceName(Session& session, uint32_t number) {

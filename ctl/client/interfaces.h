@@ -1,13 +1,13 @@
 // Interfaces as an operator names them.
 //
-// Names: a text that is a number is the interface's number, whatever the board calls it. Every other text is
-// a name of the board, which is asked for its interfaces at most once, and only when a name is to be read or
-// shown. So numbers work without the board; where it cannot be asked they are also what is shown.
+// Names: a text is a name of the board where the board has it, else the number of an interface. The board is
+// asked for its interfaces at most once. Where it cannot be asked, numbers work all the same, and are also
+// what is shown.
 //
 // Ranges: a text whose end is "LOW-HIGH", such as ge1/1-4 or 10-20, stands for the names or numbers with each
-// number from LOW to HIGH in that place. The board may have a name that looks like a range, such as "2-3";
-// such a name wins over the range, unless the range is one of bare numbers. So no name of the board may be
-// written back into a text without a look whether it is read as the same interface (`writtenName` in
+// number from LOW to HIGH in that place. The board may have a name that looks like a range or like a number,
+// such as "2-3" or "5"; such a name wins. So neither a name nor a number may be written back into a text
+// without a look whether it is read as the same interface (`writtenName` in
 // ctl/configuration/configuration.cpp).
 #pragma once
 
@@ -35,6 +35,10 @@ FoundInterfaces findInterfaces(Session& session, const std::string& text);
 std::vector<uint32_t> resolveInterfaces(Session& session, std::span<const std::string> texts);
 // The same for a single interface; a range of several ends the command.
 uint32_t resolveInterface(Session& session, const std::string& text);
+
+// What is wrong with isolating these: one that the board does not list could be neither isolated nor removed
+// again. Empty where nothing is, or the board cannot be asked.
+std::string unlistedInterface(Session& session, const std::vector<uint32_t>& numbers);
 
 // The name of an interface, its number where the board does not know it or cannot be asked.
 std::string interfaceName(Session& session, uint32_t number);

@@ -28,7 +28,7 @@ constexpr char APPLY_DETAILS[] =
     "\n"
     "  Such lines, in any order and with comments behind #, are the whole configuration: rows that the\n"
     "  file does not name are removed. Without a mode line the mode stays as it is. A FILE of - is\n"
-    "  standard input.\n"
+    "  standard input. A file without a single line would release everything: that takes --empty.\n"
     "\n"
     "  The whole file is checked before the daemon is asked to change anything. The difference is\n"
     "  printed; with --dry-run that is all. Removals come before additions, except that ports which are\n"
@@ -61,9 +61,13 @@ void requireNoMistakes(const Session& session, const std::string& path, const Co
     throw CommandEnds{asked ? Exit::usage : Exit::unreachable, name + ": nothing was applied"};
 }
 
-// What a file wants; checked as a whole before the daemon is asked for anything but its limits.
-Configuration readWanted(Session& session, const std::string& path) {
+// What a file wants; checked as a whole before the daemon is asked for anything but its limits. A file that
+// was cut short or never written must not release everything.
+Configuration readWanted(Session& session, const std::string& path, bool mayBeEmpty) {
     ConfigFile file = parseConfig(readFile(path));
+    if (file.lines.empty() && file.mistakes.empty() && !mayBeEmpty) {
+        throw misuse(path + " has no line: nothing was applied; to release everything, give --empty");
+    }
     Configuration wanted = resolveConfig(session, file);
     requireNoMistakes(session, path, file);
     checkGroupNumbers(file, readNumber(session, SCALAR_MAX_ISO_GRP_NUM));
@@ -241,7 +245,8 @@ Exit runExport(Session& session, const Invocation&) {
 }
 
 Exit runApply(Session& session, const Invocation& invocation) {
-    const Configuration wanted = readWanted(session, invocation.arguments.front());
+    const bool mayBeEmpty = fieldValue(invocation.options, "--empty") != nullptr;
+    const Configuration wanted = readWanted(session, invocation.arguments.front(), mayBeEmpty);
     const Configuration running = readRunning(session);
     const Plan plan = planChanges(running, wanted);
     printDifference(session, running, wanted);
@@ -275,7 +280,7 @@ constexpr Command APPLY_COMMANDS[] = {
      .run = runExport,
      .json = "an array of the lines"},
     {.object = "apply",
-     .signature = "FILE [--dry-run]",
+     .signature = "FILE [--dry-run] [--empty]",
      .help = "make the running configuration equal to a file",
      .example = "apply isolation.conf --dry-run",
      .run = runApply,

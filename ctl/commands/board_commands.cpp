@@ -178,7 +178,7 @@ Exit runMembers(Session& session, const Invocation& invocation) {
 Exit runForward(Session& session, const Invocation& invocation) {
     const uint32_t from = resolveInterface(session, invocation.arguments[0]);
     const uint32_t to = resolveInterface(session, invocation.arguments[1]);
-    const uint32_t vlan = numberOption(invocation.options, "--vlan", "VLAN");
+    const uint32_t vlan = vlanOption(invocation.options);
     const ForwardAnswer answer = askForward(session, from, to, vlan);
     if (!session.json) {
         printLine(safeText(answer.line));

@@ -79,7 +79,7 @@ void writeFile(const std::string& path, const std::string& text) {
 }  // namespace
 
 Exit runMatrix(Session& session, const Invocation& invocation) {
-    const Matrix matrix = readMatrix(session, numberOption(invocation.options, "--vlan", "VLAN"));
+    const Matrix matrix = readMatrix(session, vlanOption(invocation.options));
     if (const std::string* path = fieldValue(invocation.options, "--svg")) {
         writeFile(*path, matrixSvg(matrix));
     } else if (session.json) {

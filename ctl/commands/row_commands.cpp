@@ -95,7 +95,7 @@ struct GivenRows {
 
 GivenRows readRows(Session& session, const Invocation& invocation) {
     GivenRows given{familyOf(invocation), {}, {}};
-    given.scope.vlan = numberOption(invocation.options, "--vlan", "VLAN");
+    given.scope.vlan = vlanOption(invocation.options);
     if (invocation.arguments.empty()) return given;
     const std::string& first = invocation.arguments.front();
     given.scope.number =
@@ -143,14 +143,14 @@ Exit sendEach(Session& session, const GivenRows& given, uint32_t value, const ch
     return result;
 }
 
+// `add` and `create`.
 Exit runAdd(Session& session, const Invocation& invocation) {
     const GivenRows given = readRows(session, invocation);
-    return addRows(session, given.family, given.scope, given.members, true);
-}
-
-Exit runCreate(Session& session, const Invocation& invocation) {
-    const GivenRows given = readRows(session, invocation);
-    return addRows(session, given.family, given.scope, given.members, false);
+    std::vector<uint32_t> named = given.members;
+    if (&given.family == &PAIR_ROWS) named.push_back(given.scope.number);
+    const std::string wrong = unlistedInterface(session, named);
+    if (!wrong.empty()) throw misuse(wrong);
+    return addRows(session, given.family, given.scope, given.members, invocation.verb == "add");
 }
 
 Exit runActivate(Session& session, const Invocation& invocation) {
@@ -209,7 +209,7 @@ constexpr Command ROW_COMMANDS[] = {
      .signature = "GROUP INTERFACE...",
      .help = "enter members without isolating them yet",
      .example = "group create 5 ge1/1-4",
-     .run = runCreate},
+     .run = runAdd},
     {.object = "group",
      .verb = "activate",
      .signature = "GROUP INTERFACE...",
@@ -246,7 +246,7 @@ constexpr Command ROW_COMMANDS[] = {
      .signature = "SOURCE TARGET...",
      .help = "enter pairs without isolating them yet",
      .example = "pair create ge1/1 ge1/2",
-     .run = runCreate},
+     .run = runAdd},
     {.object = "pair",
      .verb = "activate",
      .signature = "SOURCE TARGET...",
@@ -283,7 +283,7 @@ constexpr Command ROW_COMMANDS[] = {
      .signature = "GROUP INTERFACE... --vlan VLAN",
      .help = "enter members without isolating them yet",
      .example = "vlan-group create 7 ge1/1-4 --vlan 10",
-     .run = runCreate},
+     .run = runAdd},
     {.object = "vlan-group",
      .verb = "activate",
      .signature = "GROUP INTERFACE... --vlan VLAN",

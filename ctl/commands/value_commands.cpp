@@ -73,7 +73,7 @@ void addPonRow(Listing& listing, uint32_t vlan, uint32_t state) {
 // `on` and `off`, like `get`, go on after a refusal.
 Exit runPonSwitch(Session& session, const Invocation& invocation) {
     Exit result = Exit::done;
-    for (const uint32_t vlan : numberArguments("VLAN", invocation.arguments)) {
+    for (const uint32_t vlan : vlanArguments(invocation.arguments)) {
         const int32_t status = sendPon(session, vlan, invocation.verb == "on");
         if (status == 0) continue;
         result = tellEnd(refusal(fmt::format("pon, VLAN {}: {}", vlan, invocation.verb), status));
@@ -84,7 +84,7 @@ Exit runPonSwitch(Session& session, const Invocation& invocation) {
 Exit runPonGet(Session& session, const Invocation& invocation) {
     Exit result = Exit::done;
     Listing listing = ponListing();
-    for (const uint32_t vlan : numberArguments("VLAN", invocation.arguments)) {
+    for (const uint32_t vlan : vlanArguments(invocation.arguments)) {
         const WordReply reply = readPon(session, vlan);
         if (reply.status == 0) {
             addPonRow(listing, vlan, reply.word);

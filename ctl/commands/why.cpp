@@ -119,7 +119,7 @@ const BoardInterface& requireInterface(Session& session, uint32_t number) {
 Exit runWhy(Session& session, const Invocation& invocation) {
     const uint32_t first = resolveInterface(session, invocation.arguments[0]);
     const uint32_t second = resolveInterface(session, invocation.arguments[1]);
-    const uint32_t vlan = numberOption(invocation.options, "--vlan", "VLAN");
+    const uint32_t vlan = vlanOption(invocation.options);
     const BoardInterface& from = requireInterface(session, first);
     const BoardInterface& to = requireInterface(session, second);
     if (first == second) throw misuse("name two different interfaces");

@@ -58,8 +58,11 @@ bool checkGroup(Resolver& resolver, const ConfigLine& line) {
 // The interfaces that a word stands for; none after a mistake.
 std::vector<uint32_t> resolveWord(Resolver& resolver, const ConfigWord& word) {
     const FoundInterfaces found = findInterfaces(resolver.session, word.text);
-    if (!found.wrong.empty()) mistake(resolver.file, word.place, found.wrong);
-    return found.numbers;
+    const std::string wrong =
+        found.wrong.empty() ? unlistedInterface(resolver.session, found.numbers) : found.wrong;
+    if (wrong.empty()) return found.numbers;
+    mistake(resolver.file, word.place, wrong);
+    return {};
 }
 
 // Adds the rows of one word, up to one that is not right.
@@ -123,8 +126,12 @@ void sortMistakes(ConfigFile& file) {
 std::string writtenName(Session& session, uint32_t number) {
     const std::string name = interfaceName(session, number);
     const bool comment = name.starts_with('#');
-    const bool same = !comment && findInterfaces(session, name).numbers == std::vector<uint32_t>{number};
-    return same ? name : std::to_string(number);
+    const auto isRead = [&](const std::string& text) {
+        return findInterfaces(session, text).numbers == std::vector<uint32_t>{number};
+    };
+    if (!comment && isRead(name)) return name;
+    const std::string decimal = std::to_string(number);
+    return isRead(decimal) ? decimal : fmt::format("{:#x}", number);
 }
 
 // "ge1/1-4" for names from one to the other, which count up.

@@ -7,6 +7,7 @@
 #include "common/bytes.h"
 #include "ctl/text/exit.h"
 #include "ctl/text/output.h"
+#include "wire/records.h"
 
 namespace {
 
@@ -34,6 +35,13 @@ size_t editDistance(std::string_view left, std::string_view right) {
         }
     }
     return cost[left.size()][right.size()];
+}
+
+// The hardware is told 16 bits: what is too large for a VLAN id would isolate in another VLAN.
+uint32_t vlanArgument(const std::string& text) {
+    uint32_t vlan = 0;
+    if (parseGivenNumber(text, vlan) && vlan >= 1 && vlan <= VLAN_ID_MAX) return vlan;
+    throw misuse(fmt::format("VLAN \"{}\" is not a VLAN id: give 1 to {}", text, VLAN_ID_MAX));
 }
 
 }  // namespace
@@ -102,18 +110,23 @@ uint32_t numberArgument(const char* what, const std::string& text) {
     throw misuse(fmt::format("{} \"{}\" is not a number: write 5 or 0x1f, up to 4294967295", what, text));
 }
 
-std::vector<uint32_t> numberArguments(const char* what, const std::vector<std::string>& texts) {
-    std::vector<uint32_t> numbers;
-    for (const std::string& text : texts) {
-        for (const std::string& single : expandWord(text)) numbers.push_back(numberArgument(what, single));
-    }
-    return numbers;
-}
-
 uint32_t numberOption(const std::vector<Field>& options, std::string_view name, const char* what,
                       uint32_t fallback) {
     const std::string* text = fieldValue(options, name);
     return text != nullptr ? numberArgument(what, *text) : fallback;
+}
+
+std::vector<uint32_t> vlanArguments(const std::vector<std::string>& texts) {
+    std::vector<uint32_t> vlans;
+    for (const std::string& text : texts) {
+        for (const std::string& single : expandWord(text)) vlans.push_back(vlanArgument(single));
+    }
+    return vlans;
+}
+
+uint32_t vlanOption(const std::vector<Field>& options) {
+    const std::string* text = fieldValue(options, "--vlan");
+    return text != nullptr ? vlanArgument(*text) : 0;
 }
 
 size_t pickName(const std::vector<std::string>& names, std::string_view text, const char* what,

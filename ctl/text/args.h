@@ -26,11 +26,13 @@ std::vector<std::string> expandWord(const std::string& text);
 
 // A number of the command line; `what` names it in the sentence that ends the command.
 uint32_t numberArgument(const char* what, const std::string& text);
-// Numbers and ranges of them, such as "10 20-23".
-std::vector<uint32_t> numberArguments(const char* what, const std::vector<std::string>& texts);
 // The number that an option gives, `fallback` where it was not given.
 uint32_t numberOption(const std::vector<Field>& options, std::string_view name, const char* what,
                       uint32_t fallback = 0);
+// VLAN ids, 1 to VLAN_ID_MAX: numbers and ranges of them, such as "10 20-23".
+std::vector<uint32_t> vlanArguments(const std::vector<std::string>& texts);
+// The VLAN id that the option --vlan gives, 0 where it was not given.
+uint32_t vlanOption(const std::vector<Field>& options);
 
 // The place of `text`, or of the one name that it begins, among `names`; exact names win. Ends the command
 // when there is none or more than one, in a sentence that calls it a `what` and begins with `where`. This is

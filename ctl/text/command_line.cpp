@@ -9,8 +9,10 @@
 
 namespace {
 
-// The one option without a value.
-constexpr std::string_view FLAG = "--dry-run";
+// The options without a value.
+bool isFlag(std::string_view word) {
+    return word == "--dry-run" || word == "--empty";
+}
 
 // Moves the time-out from the options of the command to the line's own.
 void takeTimeout(CommandLine& line) {
@@ -62,7 +64,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& given) {
             line.json = true;
         } else if (!word.starts_with("--")) {
             line.words.push_back(word);
-        } else if (word == FLAG || word.find('=') != std::string::npos) {
+        } else if (isFlag(word) || word.find('=') != std::string::npos) {
             line.options.push_back(splitField(word));
         } else if (at + 1 < given.size()) {
             line.options.push_back({word, given[++at]});
@@ -83,7 +85,7 @@ Signature parseSignature(std::string_view text) {
             signature.arguments.push_back(word);
             continue;
         }
-        const std::string value = word.name == FLAG ? "" : parsePlaceholder(words[++at]).name;
+        const std::string value = isFlag(word.name) ? "" : parsePlaceholder(words[++at]).name;
         signature.options.push_back({.name = word.name, .value = value, .required = !word.optional});
     }
     return signature;
