@@ -120,10 +120,15 @@ TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
         {"no index", linkMessage(RTM_NEWLINK, 0, named("x")), ""},
         {"an address", linkMessage(RTM_NEWADDR, 7, named("port")), ""},
     };
+    const Bytes next = linkMessage(RTM_NEWLINK, 9, named("next"));
     for (const auto& one : cases) {
+        // What is passed over does not keep the next message from being read.
+        Bytes two = one.message;
+        two.resize(MNL_ALIGN(two.size()));
+        two.insert(two.end(), next.begin(), next.end());
         LinkChanges changes;
-        EXPECT_TRUE(readLinkMessages(one.message.data(), one.message.size(), changes)) << one.what;
-        EXPECT_EQ(changes, linksOf(one.expected)) << one.what;
+        EXPECT_TRUE(readLinkMessages(two.data(), two.size(), changes)) << one.what;
+        EXPECT_EQ(changes, linksOf(one.expected + "9 next;")) << one.what;
     }
 }
 

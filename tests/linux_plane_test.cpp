@@ -15,6 +15,10 @@ constexpr char LISTED[] =
     "interface 11 first slot 1 device p1\ninterface 12 second slot 1 device p2\n"
     "interface 13 third slot 1 device p3\ninterface 14 fourth slot 1 device p4\n";
 
+constexpr char NO_HOOK[] =
+    "nft 'flush chain bridge portisolate forward; delete chain bridge portisolate forward; "
+    "add chain bridge portisolate forward'";
+
 // Frames from one host to all others, until the end.
 struct Stream {
     LinuxSwitch& network;
@@ -153,7 +157,7 @@ TEST_F(LinuxPlaneTest, CountsWhatItDropsAndTellsWhenItsTableIsTakenAway) {
     ASSERT_EQ(sh("nft delete table bridge portisolate"), "");
     EXPECT_TRUE(eventually([&] { return log().find("was deleted from outside") != std::string::npos; }));
     EXPECT_EQ(linesWith("plane show", "name=linux state=gone").size(), 1U);
-    EXPECT_EQ(linesWith("plane show", "kind=bi src=p. dst=p. .*state=missing").size(), 3U);
+    EXPECT_EQ(linesWith("plane show", "kind=bi src=p. dst=p. .*state=missing").size(), 2U);
     EXPECT_EQ(blocked(network), "");
     EXPECT_NE(ctl("group add 6 w p1").err.find("refused"), std::string::npos);
     boardAnswer("plane restore");
@@ -172,9 +176,85 @@ TEST_F(LinuxPlaneTest, CountsWhatItDropsAndTellsWhenItsTableIsTakenAway) {
     EXPECT_EQ(boardAnswer("forward p1 p2"), "yes\n");
 }
 
+TEST_F(LinuxPlaneTest, MendsWhateverOthersDoToItsTable) {
+    build(UNLISTED, {"p1", "p2"});
+    ctlOutput("group add 5 p1 p2");
+    const std::string nft = "nft ", table = " bridge portisolate ", chain = table + "forward ";
+    const std::string drop = "$(nft -a list chain" + chain + "| awk '/drop/ { print $NF; exit }')";
+    const struct {
+        std::string done, state, told;
+    } cases[] = {
+        {nft + "add table" + table + "'{ flags dormant; }'", "gone", "was switched off from outside"},
+        {nft + "replace rule" + chain + "handle " + drop + " counter", "changed",
+         "rule 1 of chain forward was"},
+        {nft + "delete rule" + chain + "handle " + drop, "changed", "rule 1 of chain forward was"},
+        {nft + "insert rule" + chain + "accept", "changed", "rule 1 of chain forward was"},
+        {NO_HOOK, "changed", "chain forward was changed"},
+        {nft + "chain" + chain + "'{ policy drop; }'", "changed", "chain forward was changed"},
+        {nft + "add chain" + table + "other", "changed", "chain other was added"},
+        {nft + "add set" + table + "other '{ type ifname; }'", "changed", "set other was added"},
+        {nft + "delete element" + table + "bi '{ p1 . p2 }'", "changed", "1 elements were deleted"},
+        {nft + "flush set" + table + "bi", "changed", "2 elements were deleted"},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.done);
+        ASSERT_EQ(sh(one.done), "");
+        EXPECT_EQ(linesWith("plane show", "^plane name=linux state=" + one.state).size(), 1U);
+        EXPECT_EQ(linesWith("plane show", "^note .*" + one.told).size(), 1U);
+        EXPECT_NE(log().rfind(one.told), std::string::npos) << log();
+        EXPECT_NE(boardAnswer("plane restore"), "0\n");
+        EXPECT_EQ(linesWith("plane show", "name=linux state=ready").size(), 1U);
+        EXPECT_EQ(notHeld(), Texts{});
+        EXPECT_EQ(blocked(network), "p1>p2 p2>p1");
+    }
+    // What others add to it isolates nobody for good.
+    ASSERT_EQ(sh("nft add element bridge portisolate bi '{ p1 . w }'"), "");
+    EXPECT_EQ(boardAnswer("plane sweep"), "1\n");
+    EXPECT_NE(log().find("1 elements were added"), std::string::npos);
+}
+
+TEST_F(LinuxPlaneTest, LeavesAPortWhatItReflects) {
+    build(UNLISTED, {"p3", "p4"});
+    for (const std::string port : {"p3", "p4"}) {
+        ASSERT_EQ(sh("ip link set " + port + " type bridge_slave hairpin on"), "");
+    }
+    ctlOutput("group add 5 p3 p4");
+    ctlOutput("vlan-group add 6 p3 p4 --vlan 10");
+    for (const uint16_t vid : {uint16_t{0}, uint16_t{10}}) {
+        for (const std::string host : {"p3", "p4"})
+            EXPECT_TRUE(hearsItself(network, host, vid)) << host << vid;
+    }
+    ctlOutput("group del 5");
+    ctlOutput("vlan-group del 6 --vlan 10");
+    EXPECT_EQ(linesWith("plane show", "kind=(bi|uni)"), Texts{});
+    EXPECT_NE(ctlOutput("board hardware").find("counters bi=0"), std::string::npos);
+    EXPECT_EQ(log().find("failed to operate"), std::string::npos) << log();
+}
+
+TEST_F(LinuxPlaneTest, MissesNoPortWhenMessagesAreLost) {
+    constexpr int MESSAGES = 20000;  // more than the daemon's socket takes
+    build(UNLISTED, {"p1"});
+    tell(SIGSTOP);
+    {
+        std::ofstream batch(root + "/batch");
+        for (int i = 0; i < MESSAGES; ++i) batch << "link set p1 alias " << i << "\n";
+    }
+    ASSERT_EQ(sh("ip -batch " + root + "/batch"), "");
+    ASSERT_EQ(addHost(network, "p9"), "");
+    tell(SIGCONT);
+    EXPECT_TRUE(
+        eventually([&] { return log().find("messages of the kernel were lost") != std::string::npos; }));
+    EXPECT_EQ(settled("list", "name=p9 .*present=yes").size(), 1U);
+}
+
 TEST_F(LinuxPlaneTest, SaysWhatItCannotDo) {
     build("plane linux\nbridge br7\n", {"p1", "p2"});
     EXPECT_NE(log().find("there is no bridge br7"), std::string::npos) << log();
+    for (const std::string said : {"newlink nobody", "dellink nobody", "newlink 7 member-add nobody"}) {
+        EXPECT_NE(askLine(BOARD_SOCKET_PATH, "publish " + said).find("no such interface: nobody"),
+                  std::string::npos)
+            << said;
+    }
     EXPECT_EQ(boardAnswer("list"), "");
     stop();
 

@@ -284,6 +284,14 @@ std::string blocked(LinuxSwitch& network, uint16_t vid) {
     return result;
 }
 
+bool hearsItself(LinuxSwitch& network, const std::string& host, uint16_t vid) {
+    Arrivals arrived;
+    if (!settle(network, vid).empty()) return false;
+    const uint32_t sequence = nextSequence();
+    sendFrame(network, host, EVERYBODY, vid, PROBE, sequence);
+    return gather(network, vid, {{sequence, host}}, Clock::now() + PATIENCE, arrived);
+}
+
 std::string streamFrame(const LinuxSwitch& network, const std::string& from, const std::string& to) {
     return makeFrame(network, from, addressOf(network, to), 0, STREAM, 0);
 }

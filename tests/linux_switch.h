@@ -45,6 +45,9 @@ void dropSwitch(LinuxSwitch& network);  // what the process holds of it
 // that differs in unicast and broadcast bears the kind that does not arrive, as "p1>p2(unicast)".
 std::string blocked(LinuxSwitch& network, uint16_t vid = 0);
 
+// Whether a host whose port reflects frames hears its own.
+bool hearsItself(LinuxSwitch& network, const std::string& host, uint16_t vid);
+
 // Frames of a stream from one host to all others, to each and to all at once, and how many of streams have
 // come to a host since it was last asked.
 void sendStream(const LinuxSwitch& network, const std::string& from);

@@ -20,11 +20,12 @@ struct PlaneEntry {
 };
 
 inline constexpr char PLANE_READY[] = "ready";
-inline constexpr char PLANE_GONE[] = "gone";
+inline constexpr char PLANE_GONE[] = "gone";        // nothing is in force
+inline constexpr char PLANE_CHANGED[] = "changed";  // by somebody else
 
 struct PlaneReport {
     std::string name;
-    std::string state;  // PLANE_READY, PLANE_GONE, or what else the board says
+    std::string state;  // one of the above, or what else the board says
     std::vector<std::string> notes;
     std::vector<PlaneEntry> entries;
 };

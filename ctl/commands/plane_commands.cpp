@@ -86,7 +86,8 @@ void printTotals(const PlaneReport& report) {
     }
     printLine((counts.empty() ? "no entries" : joinWords(counts, ", ")) +
               (counted ? fmt::format("; {} packets dropped", packets) : ""));
-    if (report.state == PLANE_GONE || countEntries(report, PlaneEntryState::missing) != 0) {
+    const bool damaged = report.state == PLANE_GONE || report.state == PLANE_CHANGED;
+    if (damaged || countEntries(report, PlaneEntryState::missing) != 0) {
         printLine("`portisolatectl plane restore` puts back what is missing");
     }
     if (countEntries(report, PlaneEntryState::leftOver) != 0) {
@@ -129,7 +130,8 @@ Exit runSweep(Session& session, const Invocation&) {
 Exit runRestore(Session& session, const Invocation&) {
     const uint64_t restored = restorePlane(session);
     return printChange(session, restored, "restored", "nothing was missing",
-                       "put back " + elementsText(restored));
+                       "put back " + (restored == 1 ? "one part or element"
+                                                    : std::to_string(restored) + " parts and elements"));
 }
 
 constexpr Command PLANE_COMMANDS[] = {
@@ -139,9 +141,9 @@ constexpr Command PLANE_COMMANDS[] = {
      .example = "plane show",
      .run = runShow,
      .details = PLANE_DETAILS,
-     .json = "{plane, state, notes, entries}: state is ready, gone or failed; entries are {kind, from, to, "
-             "vlan, state, packets, bytes}, kind two-way, one-way, pon or pon-off, state held, left-over or "
-             "missing; null stands for no port, all VLANs, nothing counted"},
+     .json = "{plane, state, notes, entries}: state is ready, gone, changed or failed; entries are {kind, "
+             "from, to, vlan, state, packets, bytes}, kind two-way, one-way, pon or pon-off, state held, "
+             "left-over or missing; null stands for no port, all VLANs, nothing counted"},
     {.object = "plane",
      .verb = "sweep",
      .help = "remove what an earlier run of the daemon left over",

@@ -259,6 +259,15 @@ bool dumpLinks(KernelLinks& links) {
     return true;
 }
 
+mnl_socket* pictureLinks(KernelLinks& links) {
+    mnl_socket* events = openLinkEvents();
+    if (events != nullptr && dumpLinks(links)) return events;
+    const int problem = errno;
+    closeLinkEvents(events);
+    errno = problem;
+    return nullptr;
+}
+
 bool dumpUntaggedVlans(uint32_t bridge, UntaggedVlans& vlans) {
     UntaggedReader reader = {bridge, &vlans};
     const DumpRequest request = {

@@ -62,6 +62,8 @@ bool awaitLinkEvents(mnl_socket* events, int timeout);
 bool takeLinkEvents(mnl_socket* events, LinkChanges& changes);
 // All devices there are; `links` is replaced.
 bool dumpLinks(KernelLinks& links);
+// A subscription and all devices at its time: what happens to them from then on waits in it.
+mnl_socket* pictureLinks(KernelLinks& links);
 
 // The VLANs whose frames leave each port of a bridge untagged, by the kernel's index of the port.
 using UntaggedVlans = std::map<uint32_t, std::vector<uint16_t>>;

@@ -48,12 +48,12 @@ void followUntagged(const LinuxBoard& linuxBoard) {
     setLinuxEgress(board.plane, egress);
 }
 
-// Reads everything anew and takes over what differs. Subscribed before, so nothing slips between.
+// Reads everything anew and takes over what differs.
 bool reread(LinuxBoard& linuxBoard) {
     closeLinkEvents(gEvents);
-    gEvents = openLinkEvents();
     KernelLinks links;
-    if (gEvents == nullptr || !dumpLinks(links)) {
+    gEvents = pictureLinks(links);
+    if (gEvents == nullptr) {
         hostReport("the kernel does not list its network devices, so they are not followed: {}",
                    std::strerror(errno));
         return false;

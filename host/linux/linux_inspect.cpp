@@ -17,6 +17,11 @@ bool holds(const LinuxPlane& plane, FilterSet set, const char* src, const char* 
     return plane.held.contains(filterElement(set, src, dst, static_cast<uint16_t>(vid)));
 }
 
+// Nobody knows what is in force.
+bool isUncertain(const LinuxPlane& plane) {
+    return plane.damage == TableDamage::gone || plane.damage == TableDamage::parts;
+}
+
 // Why the kernel would drop the traffic, by what it holds; empty when it would not.
 std::string causeOf(const LinuxPlane& plane, const PlanePort& src, const PlanePort& dst, uint32_t vid) {
     std::string cause;
@@ -78,7 +83,7 @@ void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::
 
 // What follows from other elements and the ports' VLANs is no entry of its own.
 bool isEntry(const LinuxPlane& plane, const FilterElement& element) {
-    if (element.set == FilterSet::egress || element.set == FilterSet::egressOff) return false;
+    if (element.set >= FilterSet::egress) return false;
     return element.set != FilterSet::biEgress ||
            !(plane.wanted.contains(element) || soleEgress(plane, std::string(deviceText(element.dst))) != 0);
 }
@@ -100,7 +105,7 @@ std::vector<FilterElement> sortedElements(const LinuxPlane& plane) {
 void inspectElements(const LinuxPlane& plane, std::string& text) {
     bool access = false;
     for (const FilterElement& element : sortedElements(plane)) {
-        if (element.set == FilterSet::access && !access && plane.damage == nullptr) {
+        if (element.set == FilterSet::access && !access && !isUncertain(plane)) {
             text += fmt::format("entry kind=pon src=- dst=- vlan=- state=held packets={} bytes={}\n",
                                 plane.pon.packets, plane.pon.bytes);
         }
@@ -114,7 +119,7 @@ void inspectElements(const LinuxPlane& plane, std::string& text) {
 bool linuxForwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t vid,
                    std::string& reason) {
     LinuxPlane& plane = linuxPlane(state);
-    if (plane.failure != 0 || refreshIfChanged(plane) != 0 || plane.damage != nullptr) return true;
+    if (plane.failure != 0 || refreshIfChanged(plane) != 0 || isUncertain(plane)) return true;
     const std::string cause = causeOf(plane, src, dst, vid);
     if (cause.empty()) return true;
     reason += fmt::format("{} to {}: {}", src.name, dst.name, cause);
@@ -141,14 +146,15 @@ PlaneCounters linuxCounters(void* state) {
 void linuxInspect(void* state, std::string& text) {
     LinuxPlane& plane = linuxPlane(state);
     const int problem = plane.failure != 0 ? plane.failure : refresh(plane);
-    const char* condition = problem != 0 ? "failed" : plane.damage != nullptr ? "gone" : "ready";
+    constexpr const char* CONDITIONS[] = {"ready", "gone", "changed", "changed"};
+    const char* condition = problem != 0 ? "failed" : CONDITIONS[static_cast<size_t>(plane.damage)];
     text += fmt::format("plane name=linux state={}\n", condition);
     if (plane.failure != 0) {
         text += fmt::format("note {}\n", plane.failureText);
     } else if (problem != 0) {
         text += fmt::format("note the kernel did not answer: {}\n", std::strerror(problem));
-    } else if (plane.damage != nullptr) {
-        text += fmt::format("note the kernel's filter table {} {}\n", FILTER_TABLE, plane.damage);
+    } else if (plane.damage != TableDamage::none) {
+        text += fmt::format("note the kernel's filter table {} {}\n", FILTER_TABLE, plane.damageText);
     }
     for (const auto& [key, sentence] : plane.notes) text += fmt::format("note {}\n", safeText(sentence));
     if (problem == 0) inspectElements(plane, text);

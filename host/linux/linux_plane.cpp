@@ -64,7 +64,7 @@ std::vector<FilterElement> entryElements(const LinuxPlane& plane, bool twoWay, P
 int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const PlanePort& dst,
                  const PlaneIsolation& isolation) {
     const int32_t refused = refusal(twoWay, src, dst);
-    if (refused != 0) return refused;
+    if (refused != 0 || src.ifUnit == dst.ifUnit) return refused;
     setDevice(plane, src.ifUnit, src.device);
     setDevice(plane, dst.ifUnit, dst.trunkMember ? dst.trunkDevice : dst.device);
     PlaneEntries& entries = twoWay ? plane.twoWay : plane.oneWay;
@@ -106,6 +106,7 @@ int32_t addTwoWay(void* state, const PlanePort& src, const PlanePort& dst, const
 
 int32_t deleteTwoWay(void* state, uint32_t src, uint32_t dst) {
     LinuxPlane& plane = linuxPlane(state);
+    if (src == dst) return counted(plane, 0);
     return counted(plane, deleteEntry(plane, plane.twoWay, findTwoWay(plane.twoWay, src, dst), true));
 }
 
@@ -116,6 +117,7 @@ int32_t addOneWay(void* state, const PlanePort& src, const PlanePort& dst, const
 
 int32_t deleteOneWay(void* state, uint32_t src, uint32_t dst) {
     LinuxPlane& plane = linuxPlane(state);
+    if (src == dst) return counted(plane, 0);
     return counted(plane, deleteEntry(plane, plane.oneWay, plane.oneWay.find(pairOf(src, dst)), false));
 }
 
@@ -170,9 +172,14 @@ int32_t sweep(void* state, uint64_t& changed) {
 int32_t restore(void* state, uint64_t& changed) {
     LinuxPlane& plane = linuxPlane(state);
     changed = 0;
-    int problem = plane.failure != 0 ? plane.failure : layTable(plane.filter);
-    if (problem == 0) problem = refresh(plane);
+    int problem = plane.failure != 0 ? plane.failure : refresh(plane);
+    const size_t parts = plane.differences.size();
+    if (problem == 0 && parts != 0) {
+        problem = layTable(plane.filter, plane.laid);
+        if (problem == 0) problem = refresh(plane);
+    }
     if (problem != 0) return problem;
+    changed = parts;
     std::vector<FilterElement> missing;
     for (const auto& [element, uses] : plane.wanted) {
         if (!plane.held.contains(element)) missing.push_back(element);
@@ -211,7 +218,7 @@ Plane createLinuxPlane() {
 std::string startLinuxPlane(const Plane& handle, const std::set<std::string>& accessDevices) {
     LinuxPlane& plane = linuxPlane(handle.state);
     plane.failure = openFilter(plane.filter);
-    if (plane.failure == 0) plane.failure = layTable(plane.filter);
+    if (plane.failure == 0) plane.failure = layTable(plane.filter, plane.laid);
     if (plane.failure == 0) plane.failure = refresh(plane);
     plane.access = accessDevices;
     if (plane.failure == 0) plane.failure = reconcile(plane);
@@ -239,11 +246,7 @@ void setLinuxEgress(const Plane& handle, const EgressVlans& vlans) {
 
 void watchLinuxTable(const Plane& handle) {
     LinuxPlane& plane = linuxPlane(handle.state);
-    uint32_t generation = 0;
-    if (plane.failure != 0 || readGeneration(plane.filter, generation) != 0 || generation == plane.watched) {
-        return;
-    }
-    if (lookAtTable(plane) == 0) plane.watched = generation;
+    if (plane.failure == 0) refreshIfChanged(plane);
 }
 
 void setLinuxNote(const Plane& handle, const std::string& key, const std::string& sentence) {

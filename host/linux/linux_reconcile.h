@@ -24,9 +24,8 @@ struct Change {
 void want(LinuxPlane& plane, const FilterElement& element, Change& change);
 void unwant(LinuxPlane& plane, const FilterElement& element, Change& change);
 
-// Looks whether the table is whole, and reports when that has changed.
-int lookAtTable(LinuxPlane& plane);
-// Reads anew what the kernel holds, always or when somebody else has changed the filter.
+// Reads anew what the kernel holds, always or when somebody else has changed the filter, compares it with
+// what was laid, and reports when that is no longer, or again, the same.
 int refresh(LinuxPlane& plane);
 int refreshIfChanged(LinuxPlane& plane);
 

@@ -7,6 +7,7 @@ namespace {
 
 void appendDirection(const LinuxPlane& plane, const std::string& src, const std::string& dst, uint16_t vid,
                      std::vector<FilterElement>& elements) {
+    if (src == dst) return;  // what a port reflects is not held
     elements.push_back(filterElement(vid == 0 ? FilterSet::bi : FilterSet::biVlan, src, dst, vid));
     if (vid != 0 && soleEgress(plane, dst) == vid) {
         elements.push_back(filterElement(FilterSet::biEgress, src, dst, 0));
@@ -38,8 +39,10 @@ std::vector<FilterElement> twoWayElements(const LinuxPlane& plane, PortPair pair
 }
 
 std::vector<FilterElement> oneWayElements(const LinuxPlane& plane, PortPair pair) {
-    return {
-        filterElement(FilterSet::uni, plane.devices.at(sourceOf(pair)), plane.devices.at(targetOf(pair)), 0)};
+    const std::string& src = plane.devices.at(sourceOf(pair));
+    const std::string& dst = plane.devices.at(targetOf(pair));
+    if (src == dst) return {};
+    return {filterElement(FilterSet::uni, src, dst, 0)};
 }
 
 FilterElement deviceElement(FilterSet set, const std::string& device) {

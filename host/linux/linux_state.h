@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/linux/kernel_links.h"
@@ -22,6 +23,9 @@
 
 // How often each element is needed.
 using Wanted = std::unordered_map<FilterElement, uint32_t, FilterElementHash>;
+
+// `gone`: nothing of the table is in force. `parts`: nobody knows what is. `elements`: what is held is.
+enum class TableDamage : uint8_t { none, gone, parts, elements };
 
 struct LinuxPlane {
     Filter filter;
@@ -43,9 +47,14 @@ struct LinuxPlane {
     // changed the filter, this table or another.
     FilterElements held;
     uint32_t generation = 0;
-    uint32_t watched = 0;  // generation that was looked at last
-    const char* damage = nullptr;
+    TableContent laid;
     FilterCounter pon = {};
+
+    // What others have done to the table since it was laid.
+    TableDamage damage = TableDamage::none;
+    std::string damageText;                                     // in words that follow the table's name
+    std::vector<std::string> differences;                       // of its parts
+    std::unordered_set<FilterElement, FilterElementHash> lost;  // elements that are wanted
 
     uint64_t accepted = 0;
     uint64_t refused = 0;

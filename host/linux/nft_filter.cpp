@@ -20,6 +20,7 @@ namespace {
 
 constexpr char CHAIN[] = "forward";
 constexpr int CHAIN_PRIORITY = -200;  // the family's `filter`
+constexpr uint32_t LAY_TRIES = 10;    // while others change the filter at the same time
 
 // Byte orders of a set's keys, in the remarks that the filter's own command reads.
 constexpr uint32_t ORDER_HOST = 1;
@@ -126,6 +127,7 @@ void appendAccess(nftnl_rule* rule) {
     appendDevices(rule);
     appendLookup(rule, FilterSet::access, REGISTER, false);
     appendLookup(rule, FilterSet::access, REGISTER + DEVICE_REGISTERS, false);
+    appendLookup(rule, FilterSet::hairpin, REGISTER, true);
 }
 
 void appendCountedDrop(nftnl_rule* rule) {
@@ -166,28 +168,16 @@ void buildEgressEndRule(nftnl_rule* rule) {
 }
 
 template <typename Build>
-void appendRuleMessage(Batch& batch, int type, uint16_t flags, Build&& build) {
+void appendRule(Batch& batch, Build&& build) {
     nftnl_rule* rule = nftnl_rule_alloc();
     nftnl_rule_set_str(rule, NFTNL_RULE_TABLE, FILTER_TABLE);
     nftnl_rule_set_str(rule, NFTNL_RULE_CHAIN, CHAIN);
     build(rule);
-    nlmsghdr* header = appendMessage(batch, type, flags);
+    nlmsghdr* header = appendMessage(batch, NFT_MSG_NEWRULE, NLM_F_CREATE | NLM_F_APPEND);
     nftnl_rule_nlmsg_build_payload(header, rule);
     closeMessage(batch, header);
     nftnl_rule_free(rule);
 }
-
-template <typename Build>
-void appendRule(Batch& batch, Build&& build) {
-    appendRuleMessage(batch, NFT_MSG_NEWRULE, NLM_F_CREATE | NLM_F_APPEND, build);
-}
-
-void flushChain(Batch& batch) {
-    appendRuleMessage(batch, NFT_MSG_DELRULE, 0, [](nftnl_rule*) {});
-}
-
-constexpr uint32_t PLAIN_RULES = 7;  // those that ask for no ingress VLAN
-constexpr uint32_t PVID_RULES = 2;
 
 // Tagged frames first; then the untagged ones, by the VLAN of their way out where it is known, else by that
 // of their way in.
@@ -229,6 +219,10 @@ void appendChain(Batch& batch) {
     nftnl_chain_free(chain);
 }
 
+uint32_t setFlags(const SetShape& shape) {
+    return shape.counts ? NFT_SET_EXPR : 0;
+}
+
 void appendSet(Batch& batch, uint32_t id) {
     const SetShape& shape = FILTER_SETS[id];
     nftnl_set* set = nftnl_set_alloc();
@@ -237,8 +231,8 @@ void appendSet(Batch& batch, uint32_t id) {
     nftnl_set_set_u32(set, NFTNL_SET_ID, id + 1);
     nftnl_set_set_u32(set, NFTNL_SET_KEY_TYPE, shape.keyType);
     nftnl_set_set_u32(set, NFTNL_SET_KEY_LEN, keyLength(shape));
-    if (shape.counts) {
-        nftnl_set_set_u32(set, NFTNL_SET_FLAGS, NFT_SET_EXPR);
+    if (setFlags(shape) != 0) {
+        nftnl_set_set_u32(set, NFTNL_SET_FLAGS, setFlags(shape));
         nftnl_set_add_expr(set, nftnl_expr_alloc("counter"));
     }
     // Without the byte order the filter's own command prints no name of a device that stands alone.
@@ -252,83 +246,79 @@ void appendSet(Batch& batch, uint32_t id) {
     nftnl_set_free(set);
 }
 
-int layTableWith(Filter& filter, bool pvid) {
+// What the table is made of but for its rules.
+TableContent bareContent() {
+    TableContent content = {{tablePart(), tableText(0)},
+                            {chainPart(CHAIN), chainText(NF_BR_FORWARD, CHAIN_PRIORITY, NF_ACCEPT)}};
+    for (const SetShape& shape : FILTER_SETS) {
+        content[setPart(shape.name)] = setText(setFlags(shape), shape.keyType, keyLength(shape), 0);
+    }
+    return content;
+}
+
+void appendRemoval(Batch& batch, int type, uint16_t tableAttribute, uint16_t nameAttribute,
+                   const std::string& name) {
+    nlmsghdr* header = appendMessage(batch, type, 0);
+    mnl_attr_put_strz(header, tableAttribute, FILTER_TABLE);
+    if (!name.empty()) mnl_attr_put_strz(header, nameAttribute, name.c_str());
+    closeMessage(batch, header);
+}
+
+// Clears the table of its rules, and of chains and sets that are not as they are laid. A set's elements may
+// refer to chains.
+void appendRemovals(Batch& batch, const TableContent& standing) {
+    if (standing.empty()) return;
+    const TableContent wanted = bareContent();
+    const auto misfits = [&](const std::string& kind, auto&& remove) {
+        for (const auto& [part, text] : standing) {
+            const auto fitting = wanted.find(part);
+            const bool fits = fitting != wanted.end() && fitting->second == text;
+            if (!fits && part.starts_with(kind)) remove(part.substr(kind.size()));
+        }
+    };
+    appendRemoval(batch, NFT_MSG_DELRULE, NFTA_RULE_TABLE, NFTA_RULE_CHAIN, "");
+    misfits(setPart(""), [&](const std::string& name) {
+        appendRemoval(batch, NFT_MSG_DELSET, NFTA_SET_TABLE, NFTA_SET_NAME, name);
+    });
+    misfits(chainPart(""), [&](const std::string& name) {
+        appendRemoval(batch, NFT_MSG_DELCHAIN, NFTA_CHAIN_TABLE, NFTA_CHAIN_NAME, name);
+    });
+}
+
+int layTableWith(Filter& filter, const TableContent& standing, bool pvid) {
     Batch batch = beginBatch(filter);
     appendTable(batch);
+    appendRemovals(batch, standing);
     appendChain(batch);
     for (uint32_t id = 0; id < FILTER_SET_COUNT; ++id) appendSet(batch, id);
-    flushChain(batch);
     appendRules(batch, pvid);
     return commitBatch(batch);
 }
 
-void countRule(const nlmsghdr* header, uint32_t& rules, FilterCounter& pon) {
-    nftnl_rule* rule = nftnl_rule_alloc();
-    if (nftnl_rule_nlmsg_parse(header, rule) >= 0) {
-        ++rules;
-        nftnl_expr_iter* each = nftnl_expr_iter_create(rule);
-        while (nftnl_expr* expression = nftnl_expr_iter_next(each)) {
-            const FilterCounter counter = countedBy(expression);
-            pon.packets += counter.packets;
-            pon.bytes += counter.bytes;
-        }
-        nftnl_expr_iter_destroy(each);
+int layOver(Filter& filter, const TableContent& standing) {
+    int problem = layTableWith(filter, standing, true);
+    filter.seesPvid = problem == 0;
+    if (problem == EOPNOTSUPP || problem == EINVAL || problem == ENOENT) {
+        problem = layTableWith(filter, standing, false);
     }
-    nftnl_rule_free(rule);
-}
-
-int readRules(Filter& filter, uint32_t& rules, FilterCounter& pon) {
-    const auto build = [](nlmsghdr* header) {
-        mnl_attr_put_strz(header, NFTA_RULE_TABLE, FILTER_TABLE);
-        mnl_attr_put_strz(header, NFTA_RULE_CHAIN, CHAIN);
-    };
-    const auto reset = [&] {
-        rules = 0;
-        pon = {};
-    };
-    return ask(filter, NFT_MSG_GETRULE, NLM_F_DUMP,
-               {.build = build, .reset = reset, .read = [&](const nlmsghdr* header) {
-                    countRule(header, rules, pon);
-                }});
-}
-
-int readTableFlags(Filter& filter, uint32_t& flags) {
-    const auto build = [](nlmsghdr* header) { mnl_attr_put_strz(header, NFTA_TABLE_NAME, FILTER_TABLE); };
-    const auto read = [&](const nlmsghdr* header) {
-        nftnl_table* table = nftnl_table_alloc();
-        if (nftnl_table_nlmsg_parse(header, table) >= 0) {
-            flags = nftnl_table_get_u32(table, NFTNL_TABLE_FLAGS);
-        }
-        nftnl_table_free(table);
-    };
-    return ask(filter, NFT_MSG_GETTABLE, 0, {.build = build, .read = read});
+    return problem;
 }
 
 }  // namespace
 
-int layTable(Filter& filter) {
-    int problem = layTableWith(filter, true);
-    filter.seesPvid = problem == 0;
-    if (problem == EOPNOTSUPP || problem == EINVAL || problem == ENOENT) {
-        problem = layTableWith(filter, false);
+int layTable(Filter& filter, TableContent& laid) {
+    // What is read back is what was laid when nobody else has changed the filter in between.
+    for (uint32_t i = 0; i < LAY_TRIES; ++i) {
+        uint32_t before = 0;
+        uint32_t after = 0;
+        FilterCounter counted = {};
+        int problem = readGeneration(filter, before);
+        if (problem == 0) problem = readContent(filter, laid, counted);
+        if (problem == 0) problem = layOver(filter, laid);
+        if (problem == 0) problem = readContent(filter, laid, counted);
+        if (problem == 0) problem = readGeneration(filter, after);
+        if (problem != 0) return problem;
+        if (after == before + 1) return 0;
     }
-    return problem;
-}
-
-int inspectTable(Filter& filter, const char*& damage, FilterCounter& pon) {
-    uint32_t flags = 0;
-    uint32_t rules = 0;
-    damage = nullptr;
-    int problem = readTableFlags(filter, flags);
-    if (problem == 0) problem = readRules(filter, rules, pon);
-    if (problem == ENOENT) {
-        damage = "was deleted from outside";
-        return 0;
-    }
-    if ((flags & NFT_TABLE_F_DORMANT) != 0) {
-        damage = "was switched off from outside";
-    } else if (rules != PLAIN_RULES + (filter.seesPvid ? PVID_RULES : 0)) {
-        damage = "was changed from outside";
-    }
-    return problem;
+    return EBUSY;
 }

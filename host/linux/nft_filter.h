@@ -4,12 +4,10 @@
 // answered; the filter is an open one, and one task's at a time.
 #pragma once
 
+#include "host/linux/nft_content.h"
 #include "host/linux/nft_sets.h"
 #include "host/linux/nft_transaction.h"
 
-// Lays the table; what stands in its sets stays, and its rules are replaced in one step.
-int layTable(Filter& filter);
-
-// Whether table, chain and rules are as layTable leaves them: `damage` is null, or what is wrong with them,
-// in words that follow the table's name. `pon` counts what the PON isolation of VLANs has dropped.
-int inspectTable(Filter& filter, const char*& damage, FilterCounter& pon);
+// Lays the table in one transaction: what stands in its sets stays, its rules are replaced in one step, and
+// what does not belong to it goes. `laid` is what the kernel then tells of it.
+int layTable(Filter& filter, TableContent& laid);

@@ -6,6 +6,7 @@
 #include <libnftnl/set.h>
 #include <linux/netfilter/nf_tables.h>
 
+#include <cerrno>
 #include <cstring>
 
 namespace {
@@ -53,11 +54,10 @@ void appendAllElements(Batch& batch, int type, const std::vector<FilterElement>&
     }
 }
 
-FilterElement elementOf(FilterSet set, const char* key, uint32_t length) {
+FilterElement elementOf(FilterSet set, const char* key) {
     const SetShape& shape = shapeOf(set);
     FilterElement element = {};
     element.set = set;
-    if (length < keyLength(shape)) return element;
     if (shape.devices > 0) std::memcpy(element.src.data(), key, FILTER_DEVICE_SIZE);
     if (shape.devices > 1) std::memcpy(element.dst.data(), key + FILTER_DEVICE_SIZE, FILTER_DEVICE_SIZE);
     uint16_t vid = 0;
@@ -77,23 +77,16 @@ void takeElements(FilterSet set, const nlmsghdr* header, FilterElements& element
         uint32_t size = 0;
         const auto* key = static_cast<const char*>(
             nftnl_set_elem_get(const_cast<nftnl_set_elem*>(found), NFTNL_SET_ELEM_KEY, &length));
-        if (key == nullptr) continue;
+        if (key == nullptr || length != keyLength(shapeOf(set))) continue;
         const auto* expression = static_cast<const nftnl_expr*>(
             nftnl_set_elem_get(const_cast<nftnl_set_elem*>(found), NFTNL_SET_ELEM_EXPR, &size));
-        elements[elementOf(set, key, length)] =
-            expression == nullptr ? FilterCounter{} : countedBy(expression);
+        elements[elementOf(set, key)] = expression == nullptr ? FilterCounter{} : countedBy(expression);
     }
     if (each != nullptr) nftnl_set_elems_iter_destroy(each);
     nftnl_set_free(part);
 }
 
 }  // namespace
-
-FilterCounter countedBy(const nftnl_expr* expression) {
-    if (std::strcmp(nftnl_expr_get_str(expression, NFTNL_EXPR_NAME), "counter") != 0) return {};
-    return {.packets = nftnl_expr_get_u64(expression, NFTNL_EXPR_CTR_PACKETS),
-            .bytes = nftnl_expr_get_u64(expression, NFTNL_EXPR_CTR_BYTES)};
-}
 
 FilterElement filterElement(FilterSet set, std::string_view src, std::string_view dst, uint16_t vid) {
     FilterElement element = {};
@@ -124,7 +117,7 @@ int readElements(Filter& filter, FilterElements& elements) {
                          mnl_attr_put_strz(header, NFTA_SET_ELEM_LIST_SET, shapeOf(set).name);
                      },
                  .read = [&](const nlmsghdr* header) { takeElements(set, header, elements); }});
-        if (problem != 0) return problem;
+        if (problem != 0 && problem != ENOENT) return problem;
     }
     return 0;
 }

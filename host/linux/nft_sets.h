@@ -12,16 +12,16 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/linux/nft_content.h"
 #include "host/linux/nft_transaction.h"
-
-struct nftnl_expr;
 
 inline constexpr size_t FILTER_DEVICE_SIZE = 16;  // bytes of a device's name, zeros behind it
 
 // A VLAN-filtering bridge has stripped the tag of what leaves untagged before the filter sees it. Where all
 // that leaves a port untagged is of one VLAN (`egress`), pairs that are isolated in that VLAN stand in
 // `biEgress` as well. `egressOff`: PON isolation is off in every VLAN that leaves the port untagged.
-enum class FilterSet : uint8_t { bi, biVlan, biEgress, uni, access, ponOff, egress, egressOff };
+// `hairpin` pairs each access port with itself: what a port reflects is not held.
+enum class FilterSet : uint8_t { bi, biVlan, biEgress, uni, access, ponOff, egress, egressOff, hairpin };
 
 // Element of a set; what the set has no use for is zero.
 struct FilterElement {
@@ -44,17 +44,13 @@ struct FilterElementHash {
     }
 };
 
-struct FilterCounter {
-    uint64_t packets;
-    uint64_t bytes;
-};
-
 using FilterElements = std::unordered_map<FilterElement, FilterCounter, FilterElementHash>;
 
 // Adds and deletes in one transaction: all or nothing. To delete an element that is not there fails.
 int changeElements(Filter& filter, const std::vector<FilterElement>& add,
                    const std::vector<FilterElement>& del);
-// The elements of all sets with what each has counted; `elements` is replaced.
+// The elements of all sets with what each has counted; `elements` is replaced. A set that is not there has
+// none.
 int readElements(Filter& filter, FilterElements& elements);
 
 // Types by which the filter's own command prints keys. It has none for a VLAN id by its number; a port's
@@ -82,9 +78,10 @@ inline constexpr SetShape FILTER_SETS[] = {
     {"pon_off", NFT_TYPE_VLAN_ID, 0, true, false},
     {"egress", NFT_TYPE_DEVICE, 1, false, false},
     {"egress_off", NFT_TYPE_DEVICE, 1, false, false},
+    {"hairpin", NFT_TYPE_TWO_DEVICES, 2, false, false},
 };
 inline constexpr size_t FILTER_SET_COUNT = std::size(FILTER_SETS);
-static_assert(FILTER_SET_COUNT == static_cast<size_t>(FilterSet::egressOff) + 1);
+static_assert(FILTER_SET_COUNT == static_cast<size_t>(FilterSet::hairpin) + 1);
 
 inline constexpr uint32_t KEY_WORD = 4;  // bytes
 inline constexpr uint32_t KEY_MAX = 2 * FILTER_DEVICE_SIZE + KEY_WORD;
@@ -98,6 +95,3 @@ inline uint32_t keyLength(const SetShape& shape) {
     const uint32_t vlan = !shape.vlan ? 0 : shape.devices == 0 ? sizeof(uint16_t) : KEY_WORD;
     return shape.devices * static_cast<uint32_t>(FILTER_DEVICE_SIZE) + vlan;
 }
-
-// What an expression of a rule or an element has counted; nothing when it is no counter.
-FilterCounter countedBy(const nftnl_expr* expression);

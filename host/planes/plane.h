@@ -69,7 +69,7 @@ struct Plane {
     void (*list)(void* state, std::string& text);
     PlaneCounters (*counters)(void* state);
     // Appends what is really in force beside what was asked for, in lines of `key=value`:
-    //   plane name=NAME state=ready|gone|failed
+    //   plane name=NAME state=ready|gone|changed|failed
     //   note SENTENCE
     //   entry kind=bi|uni|pon|pon-off src=PORT|- dst=PORT|- vlan=VID|- state=held|left-over|missing
     //         packets=N|- bytes=N|-

@@ -1,0 +1,140 @@
+// The Linux plane by itself, without the daemon, and the kernel's devices as they are read: in a network of
+// the test's own.
+#include <dlfcn.h>
+#include <libmnl/libmnl.h>
+#include <net/if.h>
+
+#include <functional>
+#include <random>
+#include <utility>
+
+#include "host/linux/linux_plane.h"
+#include "host/planes/sim_plane.h"
+#include "linux_fixture.h"
+
+thread_local uint32_t gPortIsolateTextCategory = 0;
+
+// Done once, when the devices have been listed.
+static std::function<void()> gAfterDump;
+
+// Stands before the library's own: a dump has a socket of its own and closes it when it is complete.
+int mnl_socket_close(mnl_socket* closed) {
+    static const auto close =
+        reinterpret_cast<decltype(&mnl_socket_close)>(dlsym(RTLD_NEXT, "mnl_socket_close"));
+    if (gAfterDump) std::exchange(gAfterDump, nullptr)();
+    return close(closed);
+}
+
+namespace {
+
+constexpr uint32_t PORTS = 6;
+constexpr uint32_t TRUNK = 7;  // of the last two ports
+const std::string DEVICES[] = {"", "a", "b", "c", "d", "m1", "m2", "lag"};
+
+PlanePort portOf(uint32_t number) {
+    const char* name = DEVICES[number].c_str();
+    const bool member = number == PORTS || number == PORTS - 1;
+    return {number, 1,    number >= 3 && number <= 4,           member,
+            name,   name, member ? DEVICES[TRUNK].c_str() : "", ""};
+}
+
+struct TwoPlanes {
+    Plane sim = createSimPlane();
+    Plane real = createLinuxPlane();
+    ~TwoPlanes() {
+        sim.destroy(sim.state);
+        real.destroy(real.state);
+    }
+};
+
+bool passes(const Plane& plane, uint32_t src, uint32_t dst, uint32_t vid) {
+    std::string reason;
+    return plane.forwards(plane.state, portOf(src), portOf(dst), vid, reason);
+}
+
+// One command, at random, to a plane.
+int32_t command(const Plane& plane, uint32_t dice) {
+    const auto draw = [&dice](uint32_t sides) {
+        const uint32_t drawn = dice % sides;
+        dice /= sides;
+        return drawn;
+    };
+    const uint32_t kind = draw(6);
+    const uint32_t src = 1 + draw(4);
+    const uint32_t dst = 1 + draw(kind == 2 || kind == 3 ? PORTS : 4);
+    const uint32_t vid = draw(3) * 10;
+    switch (kind) {
+        case 0:
+            return plane.addTwoWay(plane.state, portOf(src), portOf(dst),
+                                   {static_cast<uint16_t>(vid), 0, 0, 5});
+        case 1:
+            return plane.deleteTwoWay(plane.state, src, dst);
+        case 2:
+            return plane.addOneWay(plane.state, portOf(src), portOf(dst), {});
+        case 3:
+            return plane.deleteOneWay(plane.state, src, dst);
+        default:
+            return plane.setPon(plane.state, 10 + vid % 20, kind == 4, {1});
+    }
+}
+
+// Where the planes do not agree.
+std::string disagreement(const TwoPlanes& planes) {
+    std::string text;
+    for (const uint32_t vid : {0U, 10U, 20U, 30U}) {
+        for (uint32_t src = 1; src <= 4; ++src) {
+            for (uint32_t dst = 1; dst <= 4; ++dst) {
+                if (src == dst || passes(planes.sim, src, dst, vid) == passes(planes.real, src, dst, vid))
+                    continue;
+                text += DEVICES[src] + ">" + DEVICES[dst] + " in " + std::to_string(vid) + " ";
+            }
+            const bool open = passes(planes.sim, src, PORTS, vid) && passes(planes.sim, src, PORTS - 1, vid);
+            if (open != passes(planes.real, src, TRUNK, vid)) text += DEVICES[src] + ">lag ";
+        }
+    }
+    return text;
+}
+
+std::string notHeld(const Plane& plane) {
+    std::string text;
+    plane.inspect(plane.state, text);
+    return text.find("state=missing") == std::string::npos &&
+                   text.find("state=left-over") == std::string::npos
+               ? ""
+               : text;
+}
+
+}  // namespace
+
+TEST(LinuxFilter, IsolatesAsTheSimulatedPlaneDoes) {
+    if (const std::string problem = enterNetwork(); !problem.empty()) SKIP_FOR(problem);
+    TwoPlanes planes;
+    ASSERT_EQ(startLinuxPlane(planes.real, {"c", "d"}), "");
+    std::mt19937 random(7);
+    for (int step = 0; step < 400; ++step) {
+        const uint32_t dice = static_cast<uint32_t>(random());
+        command(planes.sim, dice);
+        command(planes.real, dice);
+        ASSERT_EQ(disagreement(planes), "") << step;
+        ASSERT_EQ(notHeld(planes.real), "") << step;
+    }
+    // A trunk and its member are one port of the bridge, whose reflected frames are not held.
+    planes.real.addOneWay(planes.real.state, portOf(TRUNK), portOf(PORTS), {});
+    EXPECT_TRUE(passes(planes.real, TRUNK, TRUNK, 0));
+}
+
+// What happens right after the devices were listed waits in the subscription.
+TEST(LinuxFilter, TakesAPictureWithoutAGap) {
+    if (const std::string problem = enterNetwork(); !problem.empty()) SKIP_FOR(problem);
+    ASSERT_EQ(sh("ip link add early type dummy || ip link add early type veth peer name peer"), "");
+    const uint32_t index = if_nametoindex("early");
+    KernelLinks links;
+    LinkChanges changes;
+    gAfterDump = [] { EXPECT_EQ(sh("ip link set early name late"), ""); };
+    mnl_socket* events = pictureLinks(links);
+    ASSERT_NE(events, nullptr);
+    EXPECT_EQ(links.at(index).name, "early");
+    EXPECT_TRUE(takeLinkEvents(events, changes));
+    EXPECT_EQ(changes.at(index)->name, "late");
+    closeLinkEvents(events);
+}
