@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 std::string rootPrefix();
 std::string rootedPath(const char* path);
@@ -16,6 +17,12 @@ std::string rootedPath(const char* path);
 inline constexpr size_t TEXT_FILE_MAX = 4u << 20;
 bool readText(std::FILE* file, std::string& text);
 bool readTextFile(const std::string& path, std::string& text);
+
+// Makes a file hold this text, as a whole or not at all, whatever fails or loses power on the way: false with
+// errno set. What it was before is kept beside it, with FORMER_SUFFIX behind its name, when `keepsFormer`. A
+// device or a pipe is written to instead.
+inline constexpr char FORMER_SUFFIX[] = ".former";
+bool replaceTextFile(const std::string& path, std::string_view text, bool keepsFormer);
 
 // Milliseconds on the monotonic clock.
 int64_t monotonicMs();

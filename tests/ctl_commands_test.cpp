@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "common/files.h"
 #include "common/text.h"
 #include "ctl/client/happening.h"
 #include "ctl/client/printouts.h"
@@ -260,6 +262,40 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         EXPECT_EQ(joinWords(daemon.board, " "), each.board) << what;
     }
     std::remove(path.c_str());
+}
+
+TEST_F(Ctl, SaveWritesAllOrNothing) {
+    char folder[] = "/tmp/portisolate-save-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string path = std::string(folder) + "/isolation.conf";
+    const auto names = [&] {
+        std::string all;
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) all += entry.path().filename();
+        return all.size();
+    };
+    const auto holds = [](const std::string& file) {
+        std::string text;
+        EXPECT_TRUE(readTextFile(file, text));
+        return text.substr(text.rfind('\n', text.size() - 2) + 1);
+    };
+    for (const uint32_t rows : {0u, 1u, 2u}) {
+        daemon.rows[rows + 1] = ROW_STATE_PROGRAMMED;
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(run("save " + path), Exit::done); }), "saved to " + path + "\n");
+    }
+    EXPECT_EQ(holds(path), "group 5 ge1/1-3\n");
+    EXPECT_EQ(holds(path + FORMER_SUFFIX), "group 5 ge1/1 ge1/2\n");
+    printedBy([&] { EXPECT_EQ(run("save /dev/null"), Exit::done); });
+    EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
+    std::filesystem::create_directory(std::string(folder) + "/other" + FORMER_SUFFIX);
+    const size_t before = names();
+    daemon.answers = 3;  // the daemon is lost
+    printedBy([&] { EXPECT_EQ(run("save " + path), Exit::unreachable); });
+    daemon.answers = UINT32_MAX;
+    // A folder where the former file is to be kept.
+    printedBy([&] { EXPECT_EQ(run(std::string("save ") + folder + "/other"), Exit::refused); });
+    EXPECT_EQ(names(), before);
+    EXPECT_EQ(holds(path), "group 5 ge1/1-3\n");
+    std::filesystem::remove_all(folder);
 }
 
 TEST_F(Ctl, PlaneIsToldByWhatDiffers) {

@@ -37,6 +37,11 @@ constexpr char APPLY_DETAILS[] =
     "\n"
     "  When nothing was refused, what an earlier run of the daemon left over in the plane is swept.";
 
+constexpr char SAVED_FILE[] = "/etc/portisolate/isolation.conf";
+constexpr char SAVE_DETAILS[] =
+    "  Without a FILE it is /etc/portisolate/isolation.conf. It is written whole or not at all; what it was\n"
+    "  before is kept in FILE.former. `portisolatectl apply FILE` makes it run again.";
+
 const char* const EXPORT_HEADING =
     "# Configuration of the port-isolation daemon. `portisolatectl apply FILE` makes it run again;\n"
     "# `portisolatectl apply --help` explains the lines.";
@@ -244,6 +249,18 @@ Exit runExport(Session& session, const Invocation&) {
     return Exit::done;
 }
 
+Exit runSave(Session& session, const Invocation& invocation) {
+    const std::string path =
+        invocation.arguments.empty() ? rootedPath(SAVED_FILE) : invocation.arguments.front();
+    std::string text = std::string(EXPORT_HEADING) + "\n";
+    for (const std::string& line : configLines(session, readRunning(session))) text += safeText(line) + "\n";
+    if (!replaceTextFile(path, text, true)) {
+        throw CommandEnds{Exit::refused, "not saved: cannot write " + path + ": " + std::strerror(errno)};
+    }
+    if (!session.json) printLine("saved to " + path);
+    return Exit::done;
+}
+
 Exit runApply(Session& session, const Invocation& invocation) {
     const bool mayBeEmpty = fieldValue(invocation.options, "--empty") != nullptr;
     const Configuration wanted = readWanted(session, invocation.arguments.front(), mayBeEmpty);
@@ -279,6 +296,12 @@ constexpr Command APPLY_COMMANDS[] = {
      .example = "export",
      .run = runExport,
      .json = "an array of the lines"},
+    {.object = "save",
+     .signature = "[FILE]",
+     .help = "write the running configuration to a file for apply; the former file is kept beside it",
+     .example = "save",
+     .run = runSave,
+     .details = SAVE_DETAILS},
     {.object = "apply",
      .signature = "FILE [--dry-run] [--empty]",
      .help = "make the running configuration equal to a file",

@@ -1,9 +1,9 @@
 #include "ctl/commands/matrix.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
+#include "common/files.h"
 #include "ctl/client/matrix.h"
 #include "ctl/commands/matrix_svg.h"
 #include "ctl/commands/matrix_view.h"
@@ -68,12 +68,8 @@ void printLegend(const Matrix& matrix) {
 }
 
 void writeFile(const std::string& path, const std::string& text) {
-    std::FILE* file = std::fopen(path.c_str(), "we");
-    const bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size();
-    // The buffer goes out with the close, so both may fail.
-    if ((file != nullptr && std::fclose(file) != 0) || !written) {
-        throw misuse("cannot write " + path + ": " + std::strerror(errno));
-    }
+    if (replaceTextFile(path, text, false)) return;
+    throw misuse("cannot write " + path + ": " + std::strerror(errno));
 }
 
 }  // namespace
