@@ -236,6 +236,7 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         {"group del 5 ge1/1", "", "group1=4", 9, Exit::refused, "group1=4", ""},
         {"group del 5", "", "group1=4", 9, Exit::refused, all, ""},
         {"group activate 5 ge1/1-2", "", "group1=1", 9, Exit::refused, "group1=1 group2=1", ""},
+        {"pair probe 1 2", "", "none", 0, Exit::refused, "", ""},
         {"pon on 7 8", "", "pon7=1", 9, Exit::refused, "pon7=1 pon8=1", ""},
         {"mode set 1", "", "scalar1=1", 9, Exit::refused, "scalar1=1", ""},
         // What would isolate another VLAN, or nothing that could be removed again, is not asked.

@@ -128,6 +128,15 @@ Listing rowListing(Session& session, const RowFamily& family, const std::vector<
     return listing;
 }
 
+// The daemon answers a probe of any pair with 0, so what was found is looked up.
+bool tellProbed(Session& session, const GivenRows& given, uint32_t member) {
+    const std::string row = rowText(session, given.family, given.scope, member);
+    const bool there = rowExists(session, given.family, given.scope, member);
+    if (there) printLine(safeText(row) + ": is there");
+    if (!there) complain(row + ": is not there");
+    return there;
+}
+
 // Writes one status to each of the given rows, going on after a refusal.
 Exit sendEach(Session& session, const GivenRows& given, uint32_t value, const char* step) {
     Exit result = Exit::done;
@@ -137,7 +146,7 @@ Exit sendEach(Session& session, const GivenRows& given, uint32_t value, const ch
             tellRowRefusal(session, given.family, given.scope, member, step, status);
             result = Exit::refused;
         } else if (value == ROW_PROBE) {
-            printLine(safeText(rowText(session, given.family, given.scope, member)) + ": is there");
+            if (!tellProbed(session, given, member)) result = Exit::refused;
         }
     }
     return result;
