@@ -39,15 +39,31 @@ TEST(CtlClient, RepliesWhoseLengthsLieAreRefused) {
     EXPECT_TRUE(reply->status == -1 && reply->index.empty() && wordAt(reply->value, 0) == 9);
 }
 
-TEST(CtlClient, ReplyLongerThanAnyIsGivenUpAtItsLength) {
-    for (const uint32_t length : {UINT32_MAX, COMMAND_FRAME_MAX + 1, 0u}) {
+TEST(CtlClient, RepliesAreReadToTheirEndAndNoFurther) {
+    const uint32_t rest = COMMAND_FRAME_MAX - 3 * WORD_SIZE;
+    const struct {
+        std::string frame;
+        const char* failure;  // none: the reply is read
+    } cases[] = {
+        {bytesOf({UINT32_MAX}) + std::string(COMMAND_FRAME_MAX, '\0'), "the answer is malformed"},
+        {bytesOf({COMMAND_FRAME_MAX + 1}) + std::string(COMMAND_FRAME_MAX + 1, '\0'),
+         "the answer is malformed"},
+        {bytesOf({0}), "the answer is malformed"},
+        {"", "the connection was closed before the answer was whole"},
+        {bytesOf({12, 0, 0}) + "abc", "the connection was closed before the answer was whole"},
+        {bytesOf({COMMAND_FRAME_MAX, 0, 0, rest}) + std::string(rest, 'v') + "behind", ""},
+    };
+    for (const auto& [frame, failure] : cases) {
         int ends[2];
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-        const std::string frame = bytesOf({length}) + std::string(COMMAND_FRAME_MAX + 1, '\0');
         ASSERT_EQ(write(ends[1], frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+        shutdown(ends[1], SHUT_WR);
         Stream stream{.fd = ends[0], .failure = {}};
-        EXPECT_FALSE(commandExchange(stream, {.opcode = OP_SCALAR_GET}, 5000));
-        EXPECT_TRUE(stream.fd < 0 && stream.failure == "the answer is malformed") << stream.failure;
+        EXPECT_EQ(commandExchange(stream, {.opcode = OP_SCALAR_GET}, 5000).has_value(), *failure == '\0')
+            << failure;
+        EXPECT_EQ(stream.failure, failure);
+        EXPECT_EQ(stream.fd < 0, *failure != '\0');
+        streamClose(stream);
         close(ends[1]);
     }
 }
@@ -105,6 +121,13 @@ TEST_F(Ctl, HappeningsBecomeSentences) {
         {"request frame=0a", "request: unreadable"},
         {isolate + recordOf(data), "hardware: isolate ge1/1 and lag1, group 5 in VLAN 10"},
         {isolate + "00", "hardware: isolate ge1/1 and 0, group 0"},
+        {fmt::format("hardware call=daxIfSyncApi ifUnit=101 opcode={} attrId=0", +DAX_IF_PROTO_ENABLE),
+         "hardware: protocol on at lag1"},
+        {"hardware call=daxVlanSetApi vlan=7 opcode=2 data=05000000", "hardware: protocol off in VLAN 7"},
+        {"hardware call=daxScalarSetApi data=" + recordOf(ROW_CREATE), "hardware: mode 2"},
+        {"hardware call=daxScalarSetApi data=00", "hardware: daxScalarSetApi data=00"},
+        {"hardware call=daxHwilCmdSetApi key=7 command=9 data=0000000002",
+         "hardware: daxHwilCmdSetApi key=7 command=9 data=0000000002"},
         {"hardware seq=3 call=daxHwilIfGet status=0 ifUnit=1", "query: daxHwilIfGet ifUnit=1"},
         {"event group=42 messages=" + recordOf(header) + "0102",
          "event: reset of the configuration; 2 bytes that are no message"},
@@ -119,6 +142,31 @@ TEST_F(Ctl, HappeningsBecomeSentences) {
     for (const char* bad : {"", "frob a=1", "log nothing", "event time=x", "hardware status=-"}) {
         EXPECT_FALSE(readHappening(session, bad)) << bad;
     }
+}
+
+TEST_F(Ctl, MonitorPrintsSoManyLines) {
+    setenv("TZ", "UTC", 1);
+    const std::string get = request({OP_GROUP_GET_NEXT, 0, 12, 1, 5, 0, 0}).substr(7);
+    daemon.boardLines["monitor"] = {
+        "request time=3661.250 status=" + std::to_string(STATUS_NOT_FOUND) + get.substr(9),
+        "hardware time=3.000 seq=9 call=daxHwilIfGet status=0 ifUnit=1",
+        "event time=86399.999 status=-1 group=42 messages=0000", "dropped count=7",
+        "log time=1.000 channel=host text=at last"};
+    const auto printed = [&](const std::string& line, Exit exit) {
+        return printedBy([&] { EXPECT_EQ(run(line), exit) << line; });
+    };
+    const std::string first = "01:01:01.250  request   group 5, ge1/1: get next -> none\n";
+    EXPECT_EQ(printed("monitor --count 1", Exit::done), first);
+    EXPECT_EQ(printed("monitor --count 3", Exit::done),
+              first + "23:59:59.999  event     2 bytes that are no message -> " + describeStatus(-1) +
+                  "\n-- 7 lines were dropped here\n");
+    EXPECT_EQ(printed("monitor --count 0", Exit::done), "");
+    EXPECT_EQ(
+        printed("monitor query --json --count 1", Exit::done),
+        R"({"kind":"query","time":3.000,"seq":9,"call":"daxHwilIfGet","status":0,"ifUnit":1,"text":"daxHwilIfGet ifUnit=1"})"
+        "\n");
+    EXPECT_TRUE(printed("monitor log --count 3", Exit::unreachable).ends_with(": the stream ended\n"));
+    EXPECT_TRUE(printed("monitor log", Exit::unreachable).ends_with(": the stream ended\n"));
 }
 
 TEST(CtlPrintouts, AreTakenApart) {
@@ -224,6 +272,8 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         {"apply @ --dry-run", "group 5 ge1/1-2", "none", 0, Exit::done, "", ""},
         {"apply @", "group 5 ge1/1-2", "none", 0, Exit::done, "", "plane sweep"},
         {"apply @", "# cut short", "none", 0, Exit::usage, "", ""},
+        {"apply @", "group 33 ge1/1", "none", 0, Exit::usage, "", ""},
+        {"apply @ --dry-run", "group 32 ge1/1", "none", 0, Exit::done, "", ""},
         {"apply @ --empty", "", "none", 0, Exit::done, all, "plane sweep"},
         {"apply @", "pon off 7", "none", 0, Exit::done, all + "pon7=2", "plane sweep"},
         {"apply @", "pon off 7", "group1=4", 9, Exit::refused, all + "pon7=2", "plane show"},

@@ -108,11 +108,13 @@ struct Ctl : testing::Test {
             const bool gone = daemon.answers-- == 0;
             return gone ? std::nullopt : std::optional(answer(daemon, request));
         };
-        session.board = [this](const std::string& request, const LineSink& sink) -> LineAnswer {
+        session.board = [this](const std::string& request, bool, const LineSink& sink) -> LineAnswer {
             daemon.board.push_back(request);
             const auto lines = daemon.boardLines.find(request);
             if (lines != daemon.boardLines.end()) {
-                for (const std::string& line : lines->second) sink(line);
+                for (const std::string& line : lines->second) {
+                    if (!sink(line)) break;
+                }
             } else {
                 sink(request == "plane show" ? "plane name=sim state=ready" : "0");
             }
@@ -133,6 +135,7 @@ struct Ctl : testing::Test {
             .object = found.command->object, .verb = found.command->verb, .options = line.options};
         invocation.arguments.assign(line.words.begin() + static_cast<std::ptrdiff_t>(found.named),
                                     line.words.end());
+        session.json = line.json;
         try {
             return found.command->run(session, invocation);
         } catch (const CommandEnds& end) {

@@ -28,8 +28,8 @@ void sessionOpen(Session& session) {
     session.exchange = [&session](const Request& request) {
         return commandExchange(session.commands, request, session.timeoutMs);
     };
-    session.board = [&session](const std::string& request, const LineSink& sink) {
-        return boardRequest(request, session.timeoutMs, false, sink);
+    session.board = [&session](const std::string& request, bool endless, const LineSink& sink) {
+        return boardRequest(request, session.timeoutMs, endless, sink);
     };
 }
 
@@ -67,7 +67,7 @@ std::vector<std::string> askBoard(Session& session, const std::string& request, 
         lines.emplace_back(line);
         return true;
     };
-    requireAnswer(session.board(request, keep), asked.empty() ? "board " + request : asked,
+    requireAnswer(session.board(request, false, keep), asked.empty() ? "board " + request : asked,
                   BOARD_SOCKET_PATH);
     return lines;
 }
@@ -81,7 +81,7 @@ void followBoard(Session& session, const std::string& verb, std::optional<uint32
         std::fflush(stdout);
         return !count || ++seen < *count;
     };
-    requireAnswer(boardRequest(verb, session.timeoutMs, true, pass), verb, BOARD_SOCKET_PATH);
+    requireAnswer(session.board(verb, true, pass), verb, BOARD_SOCKET_PATH);
     if (!count || seen < *count) throw boardUnreachable("the stream ended");
 }
 

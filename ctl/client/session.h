@@ -23,8 +23,8 @@ struct Session {
     // Hands a request to the daemon. Nothing when it did not answer, with `commands.failure` saying why.
     // Tests put a daemon and a board of their own here.
     std::function<std::optional<Reply>(const Request&)> exchange;
-    // The same for a line to the board socket; the lines of the answer go to the sink.
-    std::function<LineAnswer(const std::string&, const LineSink&)> board;
+    // The same for a line to the board socket, as boardRequest does it.
+    std::function<LineAnswer(const std::string&, bool endless, const LineSink&)> board;
     bool interfacesAsked = false;
     std::string interfacesFailure;  // why `interfaces` is empty, when the board did not list them
     std::vector<BoardInterface> interfaces;
