@@ -20,19 +20,22 @@ bool fillLocalAddress(const std::string& path, sockaddr_un& address) {
     return true;
 }
 
-int connectLocalSocket(const std::string& path, int type, int64_t timeout) {
+bool connectTo(int fd, const std::string& path, int64_t timeout) {
     sockaddr_un address = {};
     if (!fillLocalAddress(path, address)) {
         errno = ENAMETOOLONG;
-        return -1;
+        return false;
     }
-    const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
-    if (fd < 0) return -1;
     // A full backlog blocks connect, and only the send time-out of the socket bounds that wait.
     const timeval limit = {static_cast<time_t>(timeout / 1000),
                            static_cast<suseconds_t>(timeout % 1000 * 1000)};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return fd;
+    return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+}
+
+int connectLocalSocket(const std::string& path, int type, int64_t timeout) {
+    const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+    if (fd < 0 || connectTo(fd, path, timeout)) return fd;
     const int problem = errno;
     close(fd);
     errno = problem;

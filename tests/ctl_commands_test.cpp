@@ -10,11 +10,11 @@
 #include <sstream>
 
 #include "common/files.h"
+#include "common/statuses.h"
 #include "common/text.h"
 #include "ctl/client/happening.h"
 #include "ctl/client/printouts.h"
 #include "ctl/client/scalars.h"
-#include "ctl/client/statuses.h"
 #include "ctl/commands/commands.h"
 #include "ctl/commands/complete.h"
 #include "ctl/commands/interactive.h"

@@ -1,5 +1,8 @@
 // Two daemons on the two control boards of one device: what is set on one stands on the other, and neither is
 // held up by what becomes of the other.
+#include <sys/resource.h>
+#include <sys/un.h>
+
 #include <chrono>
 #include <thread>
 
@@ -18,15 +21,32 @@ size_t count(const std::string& text, const std::string& part) {
 
 struct Side : EndToEnd {
     void TestBody() override {}
-    void begin(const char* role, const std::string& peerRoot) {
+    void begin(const char* role, const std::string& peerRoot, const std::string& options = "") {
         board = readText(std::string(TWO_BOARDS) + "/" + role + "/board.conf") + "journal /journal\npeer " +
                 peerRoot + " timeout " + std::to_string(PEER_TIMEOUT) + "\n";
-        start("portisolate.supportserial = t");
+        start("portisolate.supportserial = t\n" + options);
     }
     int command() const { return connectTo(COMMAND_SOCKET_PATH); }
     std::string state() const {
         const std::string tables = ctlOutput("export");  // first: answered after what was handed over before
         return tables + boardAnswer("hardware") + boardAnswer("matrix 10");
+    }
+    // What the board says of its link, once it says `part`: by default, that all is answered or lost.
+    std::string link(const std::string& part = " waiting=0 ") const {
+        std::string line = boardAnswer("peer");
+        for (int tries = 0; tries < 10000 && line.find(part) == std::string::npos; ++tries) {
+            line = boardAnswer("peer");
+        }
+        EXPECT_NE(line.find(part), std::string::npos) << line;
+        return line.substr(0, line.find(" waiting="));
+    }
+    int listenAt(const char* socketPath) const {
+        sockaddr_un address = {AF_UNIX, {}};
+        std::strncpy(address.sun_path, (root + socketPath).c_str(), sizeof(address.sun_path) - 1);
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(fd, 8), 0);
+        return fd;
     }
     size_t told(const std::string& text) const { return count(log(), text); }
     size_t journalled(const std::string& text) const { return count(readText(root + "/journal"), text); }
@@ -135,14 +155,19 @@ TEST_F(TwoBoards, WhateverBecomesOfTheStandbyTheActiveBoardWorks) {
         return status;
     };
     EXPECT_EQ(promptStatus(fd, setRequest(1, 5, ROW_CREATE)), 0);
+    active.link();
     standby.tell(SIGSTOP);
     EXPECT_EQ(createUntil(true), STATUS_PEER_FAILED);
+    // The whole time-out is waited for once, not for each request.
+    const auto start = std::chrono::steady_clock::now();
     for (int turn = 0; turn < 100; ++turn) EXPECT_NE(promptStatus(fd, setRequest(2, 5, ROW_CREATE)), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20 * PEER_TIMEOUT));
     EXPECT_EQ(active.told("failed: "), 1u) << active.log();
     standby.tell(SIGCONT);
     EXPECT_EQ(createUntil(false), 0);
-    EXPECT_EQ(active.told("reached"), 2u) << active.log();
     EXPECT_EQ(standby.state(), active.state());
+    active.link();
+    EXPECT_EQ(active.told("reached"), 2u) << active.log();
 
     standby.stop(SIGKILL);
     for (int turn = 0; turn < 100; ++turn) {
@@ -154,9 +179,75 @@ TEST_F(TwoBoards, WhateverBecomesOfTheStandbyTheActiveBoardWorks) {
     standby.begin("standby", active.root);
     EXPECT_EQ(promptStatus(fd, setRequest(7, 6, ROW_CREATE)), 0);
     EXPECT_NE(standby.ctlOutput("group list").find("pon2/3"), std::string::npos) << active.log();
+    active.link();
     EXPECT_EQ(active.told("is not there: "), 1u) << active.log();
     EXPECT_EQ(active.told("reached"), 3u) << active.log();
     close(fd);
+}
+
+TEST_F(TwoBoards, WhatOnlyOneBoardCarriesOutIsTold) {
+    standby.stop();
+    standby.begin("standby", active.root, "portisolate.maxisogrpnum = 4\n");
+    active.ctlOutput("group create 4 ge1/1");
+    EXPECT_NE(active.ctl("group create 100 ge1/1").status, 0);  // refused by both
+    EXPECT_EQ(active.link(), "state=reached answered=2 differing=0 missed=0 lost=0 ended=0");
+    active.ctlOutput("group create 5 ge1/2");
+    EXPECT_EQ(active.link(), "state=reached answered=3 differing=1 missed=0 lost=0 ended=0");
+    EXPECT_EQ(active.told("the boards differ: group 5, ge1/2: create: here 0x00000000: success, on the peer "
+                          "board 0x03E80010: not supported"),
+              1u)
+        << active.log();
+    standby.stop();
+    active.ctlOutput("group create 6 ge1/2");
+    EXPECT_EQ(active.link(), "state=absent answered=3 differing=1 missed=1 lost=0 ended=1");
+    active.boardAnswer("peer agrees");
+    EXPECT_EQ(active.link(), "state=absent answered=0 differing=0 missed=0 lost=0 ended=0");
+    standby.begin("standby", active.root);
+}
+
+TEST_F(TwoBoards, ABoardWithoutDescriptorsTakesItsOwnChanges) {
+    const int fd = active.command();
+    EXPECT_EQ(promptStatus(fd, setRequest(1, 5, ROW_PROBE)), STATUS_NOT_FOUND);
+    active.link("state=reached");
+    standby.stop();
+    standby.begin("standby", active.root);
+    // Every number that may be given out is taken; what is open stays so.
+    rlimit limit = {};
+    ASSERT_EQ(prlimit(active.daemon, RLIMIT_NOFILE, nullptr, &limit), 0);
+    const rlimit none = {3, limit.rlim_max};
+    ASSERT_EQ(prlimit(active.daemon, RLIMIT_NOFILE, &none, nullptr), 0);
+    EXPECT_EQ(promptStatus(fd, setRequest(1, 5, ROW_CREATE)), 0);
+    EXPECT_NE(standby.ctlOutput("group list").find("ge1/1"), std::string::npos) << active.log();
+    standby.stop();
+    standby.begin("standby", active.root);
+    for (int turn = 0; turn < 3; ++turn) EXPECT_EQ(promptStatus(fd, setRequest(2, 5, ROW_CREATE)), 0);
+    EXPECT_EQ(active.told("no descriptor left for the peer board"), 1u) << active.log();
+    ASSERT_EQ(prlimit(active.daemon, RLIMIT_NOFILE, &limit, nullptr), 0);
+    EXPECT_EQ(promptStatus(fd, setRequest(2, 5, ROW_CREATE)), 0);
+    active.link("state=reached");
+    close(fd);
+}
+
+TEST_F(TwoBoards, APeerThatTakesNoConnectionIsNotReached) {
+    standby.stop();
+    std::filesystem::remove(standby.root + COMMAND_SOCKET_PATH);
+    const int full = standby.listenAt(COMMAND_SOCKET_PATH);
+    const int fd = active.command();
+    for (uint32_t lost = 1; lost <= 3; ++lost) {
+        EXPECT_EQ(promptStatus(fd, setRequest(1, lost, ROW_CREATE)), 0);
+        close(accept(full, nullptr, nullptr));
+        EXPECT_EQ(active.link(),
+                  "state=absent answered=0 differing=0 missed=0 lost=" + std::to_string(lost) + " ended=0");
+    }
+    EXPECT_EQ(active.told("is not there: it closed the connection without an answer: too many clients"), 1u)
+        << active.log();
+    EXPECT_EQ(active.told("reached"), 0u) << active.log();
+    EXPECT_EQ(promptStatus(fd, setRequest(1, 4, ROW_CREATE)), 0);
+    active.link("state=silent");
+    close(full);
+    close(fd);
+    std::filesystem::remove(standby.root + COMMAND_SOCKET_PATH);
+    standby.begin("standby", active.root);
 }
 
 TEST_F(TwoBoards, AnIsolationSurvivesTheSwitchOver) {

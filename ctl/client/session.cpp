@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "common/files.h"
-#include "ctl/client/statuses.h"
+#include "common/statuses.h"
 #include "wire/framing.h"
 
 namespace {

@@ -6,10 +6,10 @@
 #include <ctime>
 #include <iterator>
 
+#include "common/statuses.h"
 #include "common/text.h"
 #include "ctl/client/happening.h"
 #include "ctl/client/interfaces.h"
-#include "ctl/client/statuses.h"
 #include "ctl/text/args.h"
 #include "ctl/text/listing.h"
 #include "wire/status.h"

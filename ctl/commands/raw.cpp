@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "common/bytes.h"
-#include "ctl/client/statuses.h"
+#include "common/statuses.h"
 #include "ctl/text/args.h"
 #include "ctl/text/listing.h"
 #include "wire/framing.h"

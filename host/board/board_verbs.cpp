@@ -8,6 +8,7 @@
 #include "host/board/board_publish.h"
 #include "host/board/board_views.h"
 #include "host/board/faults.h"
+#include "host/board/peer_link.h"
 #include "host/board/this_board.h"
 
 namespace {
@@ -88,6 +89,22 @@ std::string roleVerb(Board& board, const Words& words, std::string& result) {
     return {};
 }
 
+std::string peerVerb(Board&, const Words& words, std::string& result) {
+    // In the order of PeerState.
+    constexpr const char* STATES[] = {"none", "unknown", "reached", "silent", "absent", "starved", "failed"};
+    if (words.size() == 2 && words[1] == "agrees") {
+        peerAgrees();
+        return {};
+    }
+    if (words.size() != 1) return WRONG_USE;
+    const PeerStatus peer = peerStatus();
+    const PeerCounts& counts = peer.counts;
+    result = fmt::format("state={} answered={} differing={} missed={} lost={} ended={} waiting={} root={}\n",
+                         STATES[static_cast<size_t>(peer.state)], counts.answered, counts.differing,
+                         counts.missed, counts.lost, counts.ended, peer.waiting, peer.root);
+    return {};
+}
+
 std::string helpVerb(Board& board, const Words& words, std::string& result);
 
 constexpr Verb VERBS[] = {
@@ -118,6 +135,8 @@ constexpr Verb VERBS[] = {
      "compare what is in force with what was asked for; remove what is left over; put back what is missing",
      planeVerb},
     {"role", "[active|standby|single]", "show or set the board's role", roleVerb},
+    {"peer", "[agrees]", "the link to the peer board; agrees: the boards were found equal, count anew",
+     peerVerb},
     {"help", "", "this list", helpVerb},
 };
 

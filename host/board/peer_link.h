@@ -1,42 +1,54 @@
 // The link to the peer control board: a mirrored request goes to the peer's command server as the matching
-// sync request. It has reached the peer when it was handed over whole; the answer is read and thrown away
-// later, so two boards that configure each other never wait for one another.
+// sync request. It has reached the peer when it was handed over whole; nobody waits for the answer, so two
+// boards that configure each other never wait for one another. A task of the link's own takes the answers in
+// as they come, compares them with those of this board (host/board/peer_answers.h), and reports what differs.
 //
 // What counts as a failure
 // ------------------------
-// No peer described, or none listening, is a board that is not plugged: success, reported once. A peer that
-// accepts and then stalls or breaks off is a failure within the time-out of the board's description. While it
-// goes on stalling, further requests fail at once; the connection is kept, so that what it has taken so far
-// and what it takes later reach it in order.
+// No peer described, none listening, or one that closes the connection without ever answering (it has no room
+// for clients, or does not allow this user) is a board that is not plugged: success, reported once, and the
+// request is counted as missed. A peer that accepts and then stalls or breaks off is a failure within the
+// time-out of the board's description. While it goes on stalling, further requests fail at once; the
+// connection is kept, so that what it has taken so far and what it takes later reach it in order. The peer
+// counts as reached from its first answer on.
+//
+// Descriptors
+// -----------
+// The socket of the next connection is made ahead. Where not even that could be had, the peer counts as not
+// reached: no lack of descriptors on this board makes its own changes fail.
 //
 // Thread-safety
 // -------------
 // One request at a time, in the order of the calls, under a lock of the link's own, which is held for as long
-// as the peer takes. The board's lock must not be held: it is taken for a moment to read the description.
+// as the peer takes. The board's lock must not be held: it is taken for a moment to read the description and
+// the names of interfaces.
 #pragma once
 
 #include <cstdint>
+#include <string>
 
-#include "platform/hardware.h"
+#include "host/board/peer_answers.h"
+#include "host/board/peer_request.h"
 
-struct PeerRequest {
-    uint32_t opcode = 0;  // of the sync operation
-    uint32_t column = 0;
-    const void* index = nullptr;  // null when it has none; points into the caller's record or `number`
-    uint32_t indexLength = 0;     // bytes
-    const void* value = nullptr;  // null when it has none; the caller's
-    uint32_t valueLength = 0;     // bytes
-    uint32_t number = 0;          // an index that came by value
+// none: not described; unknown: nothing was handed over yet, or not answered; silent: takes requests and does
+// not answer; starved: this board has no descriptor for the connection; failed: takes no requests.
+enum class PeerState : uint8_t { none, unknown, reached, silent, absent, starved, failed };
 
-    PeerRequest() = default;
-    PeerRequest(const PeerRequest&) = delete;  // may point into itself
+struct PeerStatus {
+    PeerState state = PeerState::none;
+    std::string root;      // of the peer's files; empty: none is described
+    uint64_t waiting = 0;  // requests that wait for their answer
+    PeerCounts counts;
 };
 
-// Fills a fresh `request` from the arguments of daxHwilCmdSyncApi. False for a command that mirrors nothing,
-// or a data block that does not fit a request.
-bool decodePeerRequest(uintptr_t key, uint32_t command, const void* data, const HwCmdControl& control,
-                       PeerRequest& request);
+// Makes the link ready for the peer that the board's description names, if any. Called once, before the first
+// request.
+void preparePeerLink();
 
 // Hands the request to the peer, unless `flags`, those of the control block, say that it came from there. 0,
 // or the status of a peer that failed.
 int32_t mirrorToPeer(const PeerRequest& request, uint32_t flags);
+
+PeerStatus peerStatus();
+// Somebody has compared the boards and found them equal: the counts begin anew.
+void peerAgrees();

@@ -1,5 +1,6 @@
 // One request of the command socket: taken apart, checked, handed to its handler, answered.
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "common/bytes.h"
@@ -14,6 +15,8 @@
 namespace {
 
 constexpr uint32_t WORD = WORD_SIZE;
+
+std::atomic<void (*)(int32_t status)> gListener = nullptr;
 
 struct Request {
     uint32_t opcode;
@@ -170,10 +173,15 @@ bool isFrameLength(uint32_t length) {
     return length >= COMMAND_WORDS_MIN && length <= COMMAND_FRAME_MAX;
 }
 
+void listenToAnswers(void (*listener)(int32_t status)) {
+    gListener = listener;
+}
+
 void answerRequest(const OperationTable& table, const uint8_t* bytes, size_t length, std::string& replies) {
     const size_t before = replies.size();
     carryOut(table, bytes, length, replies);
     int32_t status = 0;
     std::memcpy(&status, replies.data() + before + WORD, sizeof(status));
+    if (const auto listener = gListener.load()) listener(status);
     monitorRequest(bytes, length, status);
 }

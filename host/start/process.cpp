@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "host/board/board_control.h"
+#include "host/board/peer_link.h"
 #include "host/board/this_board.h"
 #include "host/sockets/shell.h"
 #include "host/start/planes.h"
@@ -35,5 +36,6 @@ int32_t procShellInit(const char*, uint32_t, uint32_t) {
     if (shell != 0 || control != 0) return -1;
     openBoardJournal();
     watchPorts();
+    preparePeerLink();
     return 0;
 }

@@ -1,4 +1,4 @@
-#include "ctl/client/statuses.h"
+#include "common/statuses.h"
 
 #include <fmt/format.h>
 
