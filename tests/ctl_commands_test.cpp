@@ -59,7 +59,7 @@ TEST(CtlClient, RepliesAreReadToTheirEndAndNoFurther) {
         ASSERT_EQ(write(ends[1], frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
         shutdown(ends[1], SHUT_WR);
         Stream stream{.fd = ends[0], .failure = {}};
-        EXPECT_EQ(commandExchange(stream, {.opcode = OP_SCALAR_GET}, 5000).has_value(), *failure == '\0')
+        EXPECT_EQ(commandExchange(stream, "", {.opcode = OP_SCALAR_GET}, 5000).has_value(), *failure == '\0')
             << failure;
         EXPECT_EQ(stream.failure, failure);
         EXPECT_EQ(stream.fd < 0, *failure != '\0');

@@ -205,6 +205,58 @@ TEST_F(TwoBoards, WhatOnlyOneBoardCarriesOutIsTold) {
     standby.begin("standby", active.root);
 }
 
+TEST_F(TwoBoards, ResyncBringsTheStandbyToTheActiveBoardWithoutOpeningAnything) {
+    const auto differ = [&](const Side& side) { return side.ctl("board compare").status == 1; };
+    EXPECT_EQ(active.ctl("status").status, 0) << active.ctlOutput("status --json");
+    active.ctlOutput("group add 5 ge1/1 ge1/2 lag1");
+    // As if the two had crossed: the standby board holds the ports by another group, and more than it should.
+    const int there = standby.command();
+    for (const Words& row : {Words{1, 6}, Words{2, 6}, Words{101, 6}, Words{6, 7}, Words{7, 7}}) {
+        for (const uint32_t action : {ROW_CREATE, ROW_ACTIVATE}) {
+            EXPECT_EQ(statusOf(there, request(OP_GROUP_SYNC, 1, {row[0], row[1], 0}, {action})), 0);
+        }
+    }
+    for (const uint32_t port : {1, 2, 101}) {
+        EXPECT_EQ(statusOf(there, request(OP_GROUP_SYNC, 1, {port, 5, 0}, {ROW_DESTROY})), 0);
+    }
+    EXPECT_EQ(statusOf(there, request(OP_VLAN_SYNC, 1, {20}, {PON_ISOLATION_OFF})), 0);
+    close(there);
+    EXPECT_TRUE(differ(active) && differ(standby));
+    EXPECT_EQ(active.ctl("status").status, 1);
+    EXPECT_EQ(
+        active.ctl("board compare").out,
+        "- group 5 ge1/1 ge1/2 lag1\n+ group 6 ge1/1 ge1/2 lag1\n+ group 7 pon2/2 pon2/3\n+ pon off 20\n");
+    EXPECT_EQ(active.ctlOutput("board resync --dry-run"), standby.ctlOutput("board resync --dry-run"));
+    EXPECT_TRUE(differ(active));
+
+    const std::string wanted = active.state();
+    const size_t mirrored = active.journalled("daxHwilCmdSyncApi");
+    const size_t commands = standby.journalled("\"opcode\":44,");
+    standby.ctlOutput("board resync");
+    EXPECT_EQ(active.state(), wanted);
+    EXPECT_EQ(standby.boardAnswer("matrix 20"), active.boardAnswer("matrix 20"));
+    EXPECT_EQ(active.journalled("daxHwilCmdSyncApi"), mirrored) << "it came back";
+    // The isolations of group 6 passed to group 5 in the tables alone; that of group 7 went.
+    EXPECT_EQ(standby.journalled("\"opcode\":44,"), commands + 1);
+    EXPECT_EQ(active.ctlOutput("board compare"), "both boards hold the same\n");
+    EXPECT_EQ(active.ctlOutput("board resync"), "nothing to change\n");
+
+    standby.stop();
+    EXPECT_EQ(active.ctl("board compare").status, 3);
+    EXPECT_EQ(active.ctl("status").status, 1);
+    standby.begin("standby", active.root, "portisolate.maxisogrpnum = 4\n");
+    active.ctlOutput("mode get");
+    EXPECT_NE(active.ctl("board compare").out.find("! max-groups: 16 here, 4 on the peer board\n"),
+              std::string::npos);
+    const Outcome refused = active.ctl("board resync");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("0 changes made, 3 refused"), std::string::npos) << refused.err;
+    EXPECT_NE(active.ctl("show ports").err.find("the boards may differ"), std::string::npos);
+    active.ctlOutput("board role standby");
+    EXPECT_EQ(active.ctl("board resync").status, 1);
+    EXPECT_NE(active.ctl("status").out.find("problem: both boards are standby"), std::string::npos);
+}
+
 TEST_F(TwoBoards, ABoardWithoutDescriptorsTakesItsOwnChanges) {
     const int fd = active.command();
     EXPECT_EQ(promptStatus(fd, setRequest(1, 5, ROW_PROBE)), STATUS_NOT_FOUND);

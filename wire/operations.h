@@ -85,6 +85,11 @@ constexpr bool portIsolateOpIsSync(uint32_t opcode) {
     return opcode < OP_COUNT && PORT_ISOLATE_OP_SHAPES[opcode].isSync;
 }
 
+// The operation that carries out the same as a set and is not handed on to the peer board.
+constexpr uint32_t portIsolateSyncOf(uint32_t opSet) {
+    return opSet + 1;
+}
+
 // Whether each row of a table with a field `opcode` stands at the position of its opcode.
 template <typename Row>
 constexpr bool standsByOpcode(const Row (&rows)[OP_COUNT]) {
@@ -94,3 +99,13 @@ constexpr bool standsByOpcode(const Row (&rows)[OP_COUNT]) {
     return true;
 }
 static_assert(standsByOpcode(PORT_ISOLATE_OP_SHAPES));
+
+constexpr bool syncFollowsSet() {
+    for (const OpShape& shape : PORT_ISOLATE_OP_SHAPES) {
+        if (shape.kind != OpKind::set || shape.isSync) continue;
+        const OpShape& sync = PORT_ISOLATE_OP_SHAPES[portIsolateSyncOf(shape.opcode)];
+        if (!sync.isSync || sync.indexLength != shape.indexLength) return false;
+    }
+    return true;
+}
+static_assert(syncFollowsSet());

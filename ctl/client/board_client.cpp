@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "common/files.h"
 #include "ctl/text/args.h"
 #include "ctl/text/fields.h"
 #include "wire/framing.h"
@@ -14,10 +13,9 @@ constexpr char TOO_LONG[] = "the answer is too long";
 constexpr std::string_view ERROR_PREFIX = "error: ";
 
 // Connects and sends `request` as a line.
-bool sendLine(Stream& stream, const char* path, const std::string& request, int64_t timeoutMs) {
+bool sendLine(Stream& stream, const std::string& path, const std::string& request, int64_t timeoutMs) {
     const std::string line = request + "\n";
-    return streamConnect(stream, rootedPath(path), timeoutMs) &&
-           streamSend(stream, line.data(), line.size(), timeoutMs);
+    return streamConnect(stream, path, timeoutMs) && streamSend(stream, line.data(), line.size(), timeoutMs);
 }
 
 // Lines of a stream, as they come in.
@@ -91,9 +89,10 @@ bool setField(BoardInterface& interface, const Field& field) {
 
 }  // namespace
 
-LineAnswer boardRequest(const std::string& request, int64_t timeoutMs, bool endless, const LineSink& sink) {
+LineAnswer boardRequest(const std::string& root, const std::string& request, int64_t timeoutMs, bool endless,
+                        const LineSink& sink) {
     Stream stream;
-    if (!sendLine(stream, BOARD_SOCKET_PATH, request, timeoutMs)) return failed(stream);
+    if (!sendLine(stream, root + BOARD_SOCKET_PATH, request, timeoutMs)) return failed(stream);
     LineReader reader{stream, {}};
     std::string line;
     const int64_t deadline = deadlineAfter(timeoutMs);
@@ -114,9 +113,9 @@ LineAnswer boardRequest(const std::string& request, int64_t timeoutMs, bool endl
     return {};
 }
 
-LineAnswer shellRequest(const std::string& function, int64_t timeoutMs) {
+LineAnswer shellRequest(const std::string& root, const std::string& function, int64_t timeoutMs) {
     Stream stream;
-    if (!sendLine(stream, SHELL_SOCKET_PATH, function, timeoutMs)) return failed(stream);
+    if (!sendLine(stream, root + SHELL_SOCKET_PATH, function, timeoutMs)) return failed(stream);
     const int64_t deadline = deadlineAfter(timeoutMs);
     std::string printout;
     char buffer[16384];

@@ -37,13 +37,16 @@ struct LineAnswer {
 // Takes a line of an answer; false when no more is wanted.
 using LineSink = std::function<bool(std::string_view)>;
 
+// Both talk to the sockets below `root`.
+//
 // Sends a request line and hands each line of the answer to `sink` until it returns false. Connecting,
 // sending and the answer take at most `timeoutMs` each; with `endless` the lines behind "ok" are waited for
 // without limit.
-LineAnswer boardRequest(const std::string& request, int64_t timeoutMs, bool endless, const LineSink& sink);
+LineAnswer boardRequest(const std::string& root, const std::string& request, int64_t timeoutMs, bool endless,
+                        const LineSink& sink);
 
 // Runs an exported print function of the daemon; its printout is handed back byte for byte.
-LineAnswer shellRequest(const std::string& function, int64_t timeoutMs);
+LineAnswer shellRequest(const std::string& root, const std::string& function, int64_t timeoutMs);
 
 // Reads a line of the board's `list`. Nothing when it lacks a number or a name.
 std::optional<BoardInterface> parseBoardInterface(std::string_view line);

@@ -1,6 +1,5 @@
 #include "ctl/client/client.h"
 
-#include "common/files.h"
 #include "wire/framing.h"
 
 namespace {
@@ -48,8 +47,9 @@ std::optional<Reply> decodeReply(std::string_view body) {
     return reply;
 }
 
-std::optional<Reply> commandExchange(Stream& stream, const Request& request, int64_t timeoutMs) {
-    if (stream.fd < 0 && !streamConnect(stream, rootedPath(COMMAND_SOCKET_PATH), timeoutMs)) return {};
+std::optional<Reply> commandExchange(Stream& stream, const std::string& root, const Request& request,
+                                     int64_t timeoutMs) {
+    if (stream.fd < 0 && !streamConnect(stream, root + COMMAND_SOCKET_PATH, timeoutMs)) return {};
     const std::string frame = encodeRequest(request);
     if (!streamSend(stream, frame.data(), frame.size(), timeoutMs)) return {};
     const int64_t deadline = deadlineAfter(timeoutMs);

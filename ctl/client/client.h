@@ -31,6 +31,8 @@ std::string encodeRequest(const Request& request);
 // `body` is a reply behind its length word. Nothing when its inner lengths do not add up.
 std::optional<Reply> decodeReply(std::string_view body);
 
-// Sends one request and waits for its reply, connecting first where needed. Nothing, with stream.failure set,
+// Sends one request and waits for its reply, connecting to the command socket below `root` first where
+// needed. Nothing, with stream.failure set,
 // when the daemon cannot be reached, does not answer in time or breaks the format.
-std::optional<Reply> commandExchange(Stream& stream, const Request& request, int64_t timeoutMs);
+std::optional<Reply> commandExchange(Stream& stream, const std::string& root, const Request& request,
+                                     int64_t timeoutMs);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "common/files.h"
 #include "ctl/text/args.h"
 #include "ctl/text/output.h"
 #include "wire/framing.h"
@@ -19,7 +18,7 @@ void askInterfaces(Session& session) {
         if (interface) session.interfaces.push_back(*interface);
         return true;
     };
-    const LineAnswer answer = boardRequest("list", session.timeoutMs, false, keep);
+    const LineAnswer answer = boardRequest(session.root, "list", session.timeoutMs, false, keep);
     if (answer.result == LineResult::done) return;
     session.interfacesFailure = answer.text;
     session.interfaces.clear();
@@ -34,7 +33,7 @@ const BoardInterface* findName(const Session& session, const std::string& name) 
 
 std::string unknownName(Session& session, const std::string& name, const std::string& given) {
     if (!session.interfacesFailure.empty()) {
-        return "cannot ask the board for interface \"" + given + "\" at " + rootedPath(BOARD_SOCKET_PATH) +
+        return "cannot ask the board for interface \"" + given + "\" at " + session.root + BOARD_SOCKET_PATH +
                ": " + session.interfacesFailure + "; interface numbers work without it";
     }
     std::string sentence = "no interface \"" + name + "\"";

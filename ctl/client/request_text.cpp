@@ -30,7 +30,7 @@ const char* actionWord(uint32_t action) {
 
 const RowFamily* familyOf(uint32_t opcode) {
     for (const RowFamily* family : {&GROUP_ROWS, &PAIR_ROWS, &VLAN_GROUP_ROWS}) {
-        const uint32_t opSync = family->opSet + 1;
+        const uint32_t opSync = portIsolateSyncOf(family->opSet);
         for (const uint32_t known : {family->opSet, opSync, family->opGet, family->opFirst, family->opNext}) {
             if (opcode == known) return family;
         }

@@ -4,19 +4,20 @@
 
 #include <cstdio>
 
-#include "common/files.h"
 #include "common/statuses.h"
 #include "wire/framing.h"
+#include "wire/operations.h"
 
 namespace {
 
-CommandEnds unreachable(const char* socket, const std::string& why) {
-    return {Exit::unreachable, "cannot talk to the daemon at " + rootedPath(socket) + ": " + why};
+CommandEnds unreachable(const Session& session, const char* socket, const std::string& why) {
+    return {Exit::unreachable, "cannot talk to the daemon at " + session.root + socket + ": " + why};
 }
 
 // Ends the command unless the answer came whole.
-void requireAnswer(const LineAnswer& answer, const std::string& asked, const char* socket) {
-    if (answer.result == LineResult::failed) throw unreachable(socket, answer.text);
+void requireAnswer(const Session& session, const LineAnswer& answer, const std::string& asked,
+                   const char* socket) {
+    if (answer.result == LineResult::failed) throw unreachable(session, socket, answer.text);
     if (answer.result == LineResult::refused) {
         throw CommandEnds{Exit::refused, asked + ": refused: " + answer.text};
     }
@@ -26,10 +27,10 @@ void requireAnswer(const LineAnswer& answer, const std::string& asked, const cha
 
 void sessionOpen(Session& session) {
     session.exchange = [&session](const Request& request) {
-        return commandExchange(session.commands, request, session.timeoutMs);
+        return commandExchange(session.commands, session.root, request, session.timeoutMs);
     };
     session.board = [&session](const std::string& request, bool endless, const LineSink& sink) {
-        return boardRequest(request, session.timeoutMs, endless, sink);
+        return boardRequest(session.root, request, session.timeoutMs, endless, sink);
     };
 }
 
@@ -46,8 +47,11 @@ CommandEnds brokenProtocol(const std::string& what) {
 }
 
 Reply ask(Session& session, const Request& request) {
-    const std::optional<Reply> reply = session.exchange(request);
-    if (!reply) throw unreachable(COMMAND_SOCKET_PATH, session.commands.failure);
+    Request sent = request;
+    const bool sets = sent.opcode < OP_COUNT && PORT_ISOLATE_OP_SHAPES[sent.opcode].kind == OpKind::set;
+    if (session.asPeer && sets) sent.opcode = portIsolateSyncOf(sent.opcode);
+    const std::optional<Reply> reply = session.exchange(sent);
+    if (!reply) throw unreachable(session, COMMAND_SOCKET_PATH, session.commands.failure);
     return *reply;
 }
 
@@ -67,7 +71,7 @@ std::vector<std::string> askBoard(Session& session, const std::string& request, 
         lines.emplace_back(line);
         return true;
     };
-    requireAnswer(session.board(request, false, keep), asked.empty() ? "board " + request : asked,
+    requireAnswer(session, session.board(request, false, keep), asked.empty() ? "board " + request : asked,
                   BOARD_SOCKET_PATH);
     return lines;
 }
@@ -81,16 +85,16 @@ void followBoard(Session& session, const std::string& verb, std::optional<uint32
         std::fflush(stdout);
         return !count || ++seen < *count;
     };
-    requireAnswer(session.board(verb, true, pass), verb, BOARD_SOCKET_PATH);
-    if (!count || seen < *count) throw boardUnreachable("the stream ended");
+    requireAnswer(session, session.board(verb, true, pass), verb, BOARD_SOCKET_PATH);
+    if (!count || seen < *count) throw boardUnreachable(session, "the stream ended");
 }
 
 std::string askShell(Session& session, const std::string& function, const std::string& asked) {
-    const LineAnswer answer = shellRequest(function, session.timeoutMs);
-    requireAnswer(answer, asked, SHELL_SOCKET_PATH);
+    const LineAnswer answer = shellRequest(session.root, function, session.timeoutMs);
+    requireAnswer(session, answer, asked, SHELL_SOCKET_PATH);
     return answer.text;
 }
 
-CommandEnds boardUnreachable(const std::string& why) {
-    return unreachable(BOARD_SOCKET_PATH, why);
+CommandEnds boardUnreachable(const Session& session, const std::string& why) {
+    return unreachable(session, BOARD_SOCKET_PATH, why);
 }

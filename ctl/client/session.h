@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "common/files.h"
 #include "ctl/client/board_client.h"
 #include "ctl/client/client.h"
 #include "ctl/text/exit.h"
@@ -19,6 +20,8 @@
 struct Session {
     int64_t timeoutMs = 5000;
     bool json = false;
+    std::string root = rootPrefix();  // of the daemon's files
+    bool asPeer = false;              // what is set is not mirrored, as if the peer board had sent it
     Stream commands;
     // Hands a request to the daemon. Nothing when it did not answer, with `commands.failure` saying why.
     // Tests put a daemon and a board of their own here.
@@ -59,4 +62,4 @@ void followBoard(Session& session, const std::string& verb, std::optional<uint32
 // The printout of one of the daemon's print functions; `asked` names it in a failure.
 std::string askShell(Session& session, const std::string& function, const std::string& asked);
 // For `throw`: the board cannot be reached for the reason `why`.
-CommandEnds boardUnreachable(const std::string& why);
+CommandEnds boardUnreachable(const Session& session, const std::string& why);

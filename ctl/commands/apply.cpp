@@ -2,15 +2,14 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 
 #include "common/files.h"
 #include "common/text.h"
 #include "ctl/client/scalars.h"
+#include "ctl/commands/plan_run.h"
 #include "ctl/commands/plane_commands.h"
 #include "ctl/configuration/config_plan.h"
 #include "ctl/text/listing.h"
@@ -80,138 +79,6 @@ Configuration readWanted(Session& session, const std::string& path, bool mayBeEm
     return wanted;
 }
 
-// What one configuration has and another has not, as a configuration of its own.
-Configuration without(const Configuration& whole, const Configuration& other) {
-    Configuration rest;
-    if (whole.mode && other.mode && whole.mode != other.mode) rest.mode = whole.mode;
-    for (const auto& [row, active] : whole.rows) {
-        const auto same = other.rows.find(row);
-        if (same == other.rows.end() || same->second != active) rest.rows[row] = active;
-    }
-    std::set_difference(whole.ponOff.begin(), whole.ponOff.end(), other.ponOff.begin(), other.ponOff.end(),
-                        std::inserter(rest.ponOff, rest.ponOff.end()));
-    return rest;
-}
-
-void printDifference(Session& session, const Configuration& running, const Configuration& wanted) {
-    const std::vector<std::string> gone = configLines(session, without(running, wanted));
-    const std::vector<std::string> come = configLines(session, without(wanted, running));
-    if (session.json) {
-        Json rows = Json::array();
-        for (const std::string& line : gone) rows.push_back({{"change", "remove"}, {"line", line}});
-        for (const std::string& line : come) rows.push_back({{"change", "add"}, {"line", line}});
-        return printLine(jsonRows(rows));
-    }
-    for (const std::string& line : gone) printLine(toned(Tone::bad, "- " + safeText(line)));
-    for (const std::string& line : come) printLine(toned(Tone::good, "+ " + safeText(line)));
-}
-
-std::string stepText(Session& session, const Step& step) {
-    switch (step.action) {
-        case StepAction::setMode:
-            return fmt::format("mode: set to {}", step.number);
-        case StepAction::setPon:
-            return fmt::format("pon, VLAN {}: {}", step.number, step.on ? "on" : "off");
-        default:
-            return rowText(session, rowFamily(step.row.kind), step.row.scope, step.row.member);
-    }
-}
-
-// One request of a step that changes a row.
-struct RowRequest {
-    uint32_t value;
-    const char* name;
-};
-
-std::vector<RowRequest> rowRequests(StepAction action) {
-    switch (action) {
-        case StepAction::remove:
-            return {{ROW_DESTROY, "delete"}};
-        case StepAction::create:
-            return {{ROW_CREATE, "create"}};
-        case StepAction::activate:
-            return {{ROW_ACTIVATE, "activate"}};
-        default:
-            return {{ROW_CREATE, "create"}, {ROW_ACTIVATE, "activate"}};
-    }
-}
-
-std::string changesText(size_t changes) {
-    return fmt::format("{} change{}", changes, changes == 1 ? "" : "s");
-}
-
-// What carrying out a plan has come to.
-struct Progress {
-    size_t changed = 0;
-    size_t refused = 0;
-};
-
-// Carries out a step that sets a value. Answers the daemon's status; a refusal is printed when `tell` says
-// so.
-int32_t runValueStep(Session& session, const Step& step, bool tell) {
-    const int32_t status = step.action == StepAction::setMode ? sendScalar(session, SCALAR_MODE, step.number)
-                                                              : sendPon(session, step.number, step.on);
-    if (status != 0 && tell) tellEnd(refusal(stepText(session, step), status));
-    return status;
-}
-
-// The same for a step that changes a row.
-int32_t runRowStep(Session& session, const Step& step, bool tell) {
-    const RowFamily& family = rowFamily(step.row.kind);
-    const auto& [kind, scope, member] = step.row;
-    for (const RowRequest& request : rowRequests(step.action)) {
-        const int32_t status = sendRowStatus(session, family, scope, member, request.value);
-        if (status == 0) continue;
-        if (tell) {
-            tellRowRefusal(session, family, scope, member, request.name, status);
-            // The row is there all the same.
-            const bool created = request.value == ROW_ACTIVATE;
-            if (created) complain(stepText(session, step) + ": stays created, without isolating");
-        }
-        return status;
-    }
-    return 0;
-}
-
-int32_t runStep(Session& session, const Step& step, bool tell) {
-    const bool value = step.action == StepAction::setMode || step.action == StepAction::setPon;
-    return value ? runValueStep(session, step, tell) : runRowStep(session, step, tell);
-}
-
-void runSteps(Session& session, const std::vector<Step>& steps, Progress& progress) {
-    for (const Step& step : steps) {
-        try {
-            ++(runStep(session, step, true) == 0 ? progress.changed : progress.refused);
-        } catch (const CommandEnds& end) {
-            tellEnd(end);
-            throw CommandEnds{end.exit, "the daemon was lost at " + stepText(session, step)};
-        }
-    }
-}
-
-// Answers the steps that were refused for now. When it is the mode that has to wait for empty tables, no
-// claim may come in before it.
-std::vector<Step> trySteps(Session& session, const std::vector<Step>& steps, Progress& progress) {
-    std::vector<Step> again;
-    for (const Step& step : steps) {
-        const bool waits = !again.empty() && again.front().action == StepAction::setMode;
-        if (!waits && runStep(session, step, false) == 0) {
-            ++progress.changed;
-        } else {
-            again.push_back(step);
-        }
-    }
-    return again;
-}
-
-void runPlan(Session& session, const Plan& plan, Progress& progress) {
-    runSteps(session, plan.before, progress);
-    const std::vector<Step> again = trySteps(session, plan.early, progress);
-    for (const std::vector<Step>& steps : {plan.release, again, plan.after}) {
-        runSteps(session, steps, progress);
-    }
-}
-
 // What an earlier run of the daemon left over has to make way once all that is wanted is in force.
 Exit sweepAfter(Session& session) {
     const uint64_t removed = sweepPlane(session);
@@ -232,10 +99,6 @@ void tellUnswept(Session& session) {
     } catch (const CommandEnds& end) {
         tellEnd(end);
     }
-}
-
-std::string outcomeText(size_t steps, const Progress& progress) {
-    return fmt::format("{}, {} made, {} refused", changesText(steps), progress.changed, progress.refused);
 }
 
 Exit runExport(Session& session, const Invocation&) {
@@ -267,7 +130,7 @@ Exit runApply(Session& session, const Invocation& invocation) {
     const Configuration running = readRunning(session);
     const Plan plan = planChanges(running, wanted);
     printDifference(session, running, wanted);
-    const size_t steps = plan.before.size() + plan.early.size() + plan.release.size() + plan.after.size();
+    const size_t steps = stepCount(plan);
     const bool dryRun = fieldValue(invocation.options, "--dry-run") != nullptr;
     if (steps == 0 || dryRun) {
         if (!session.json) printLine(steps == 0 ? "nothing to change" : changesText(steps) + ", none made");

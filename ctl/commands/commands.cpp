@@ -7,10 +7,12 @@
 #include "ctl/commands/help.h"
 #include "ctl/commands/matrix.h"
 #include "ctl/commands/monitor.h"
+#include "ctl/commands/peer_commands.h"
 #include "ctl/commands/plane_commands.h"
 #include "ctl/commands/raw.h"
 #include "ctl/commands/row_commands.h"
 #include "ctl/commands/show.h"
+#include "ctl/commands/status.h"
 #include "ctl/commands/value_commands.h"
 #include "ctl/commands/why.h"
 #include "ctl/text/command_line.h"
@@ -58,9 +60,10 @@ Exit runCommand(Session& session, const CommandLine& line) {
 const std::vector<Command>& commandTable() {
     static const std::vector<Command> table = [] {
         std::vector<Command> all;
-        for (const Commands& family : {rowCommands(), valueCommands(), showCommands(), matrixCommands(),
-                                       whyCommands(), applyCommands(), monitorCommands(), planeCommands(),
-                                       boardCommands(), Commands(COMPLETE_COMMANDS), rawCommands()}) {
+        for (const Commands& family :
+             {rowCommands(), valueCommands(), showCommands(), statusCommands(), matrixCommands(),
+              whyCommands(), applyCommands(), monitorCommands(), planeCommands(), boardCommands(),
+              peerCommands(), Commands(COMPLETE_COMMANDS), rawCommands()}) {
             all.insert(all.end(), family.begin(), family.end());
         }
         return all;

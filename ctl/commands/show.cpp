@@ -6,6 +6,7 @@
 
 #include "ctl/client/interfaces.h"
 #include "ctl/client/printouts.h"
+#include "ctl/commands/status.h"
 #include "ctl/text/args.h"
 #include "ctl/text/listing.h"
 
@@ -94,6 +95,7 @@ Exit runShow(Session& session, const Invocation& invocation) {
     } else {
         std::fwrite(text.data(), 1, text.size(), stdout);
     }
+    tellDoubt(session);
     return Exit::done;
 }
 

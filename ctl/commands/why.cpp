@@ -112,7 +112,7 @@ Json answerJson(const Answer& answer) {
 const BoardInterface& requireInterface(Session& session, uint32_t number) {
     const BoardInterface* interface = findInterface(session, number);
     if (interface != nullptr) return *interface;
-    if (!session.interfacesFailure.empty()) throw boardUnreachable(session.interfacesFailure);
+    if (!session.interfacesFailure.empty()) throw boardUnreachable(session, session.interfacesFailure);
     throw misuse(fmt::format("no interface has the number {}", number));
 }
 

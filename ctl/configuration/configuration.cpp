@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "common/text.h"
 #include "ctl/client/interfaces.h"
@@ -252,4 +253,16 @@ std::vector<std::string> configLines(Session& session, const Configuration& conf
         appendLines(lines, "pon off", withRanges(session, vlans));
     }
     return lines;
+}
+
+Configuration without(const Configuration& whole, const Configuration& other) {
+    Configuration rest;
+    if (whole.mode && other.mode && whole.mode != other.mode) rest.mode = whole.mode;
+    for (const auto& [row, active] : whole.rows) {
+        const auto same = other.rows.find(row);
+        if (same == other.rows.end() || same->second != active) rest.rows[row] = active;
+    }
+    std::set_difference(whole.ponOff.begin(), whole.ponOff.end(), other.ponOff.begin(), other.ponOff.end(),
+                        std::inserter(rest.ponOff, rest.ponOff.end()));
+    return rest;
 }

@@ -38,3 +38,6 @@ void checkGroupNumbers(ConfigFile& file, uint32_t maxGroups);
 
 // The lines that state a configuration. Reading and resolving them gives the same configuration.
 std::vector<std::string> configLines(Session& session, const Configuration& configuration);
+
+// What one configuration has and another has not, as a configuration of its own.
+Configuration without(const Configuration& whole, const Configuration& other);

@@ -1,0 +1,127 @@
+#include "ctl/commands/status.h"
+
+#include <fmt/format.h>
+
+#include "common/text.h"
+#include "ctl/client/peer.h"
+#include "ctl/client/plane.h"
+#include "ctl/configuration/comparison.h"
+#include "ctl/text/listing.h"
+
+namespace {
+
+constexpr char STATUS_DETAILS[] =
+    "  plane    the kind of the forwarding plane, and whether it holds all that it was asked for\n"
+    "  role     active, standby or single\n"
+    "  peer     none: no peer board is described; unknown: nothing was handed to it yet; reached;\n"
+    "           silent: it takes requests and does not answer; starved: this board has no descriptor for\n"
+    "           the connection; absent: it is not there; failed: it stalls\n"
+    "  boards   equal, differ, or unknown where the peer board cannot be asked\n"
+    "\n"
+    "  The exit status is 0 only when nothing is wrong; what is wrong is listed below.";
+
+constexpr char DIFFERENT[] = "the boards differ: `portisolatectl board compare` shows how";
+
+struct Status {
+    PlaneReport plane;
+    std::string role;
+    PeerLink link;
+    std::string boards;  // empty: there is no peer
+    std::vector<std::string> problems;
+};
+
+std::string planeText(const PlaneReport& plane) {
+    const size_t missing = countEntries(plane, PlaneEntryState::missing);
+    return missing == 0 ? plane.state : fmt::format("{}, {} missing", plane.state, missing);
+}
+
+// Asks the peer board, too; that it does not answer is part of the status.
+void comparePeer(Session& session, Status& status) {
+    try {
+        PeerSession peer;
+        openPeer(session, peer);
+        const bool same = sameBoards(compareBoards(session, peer.session));
+        status.boards = same ? "equal" : "differ";
+        if (!same) status.problems.emplace_back(DIFFERENT);
+        const std::string role = readRole(peer.session);
+        if (role == status.role) status.problems.push_back("both boards are " + role);
+    } catch (const CommandEnds& end) {
+        status.boards = "unknown";
+        status.problems.push_back("the peer board: " + end.why);
+    }
+}
+
+Status readStatus(Session& session) {
+    Status status = {readPlane(session), readRole(session), readPeerLink(session), {}, {}};
+    if (!holdsAll(status.plane)) {
+        status.problems.emplace_back(
+            "the plane does not hold what it should: `portisolatectl plane show` tells more");
+    }
+    if (status.link.root.empty()) return status;
+    if (status.link.state != PEER_REACHED && status.link.state != PEER_UNKNOWN) {
+        status.problems.push_back("the peer board is " + status.link.state + ": the log says more");
+    }
+    comparePeer(session, status);
+    return status;
+}
+
+Json peerJson(const Status& status) {
+    const PeerLink& link = status.link;
+    if (link.root.empty()) return {};
+    return {{"root", link.root},         {"state", link.state},         {"boards", status.boards},
+            {"answered", link.answered}, {"differing", link.differing}, {"missed", link.missed},
+            {"lost", link.lost},         {"ended", link.ended},         {"waiting", link.waiting}};
+}
+
+void printStatus(const Session& session, const Status& status) {
+    if (session.json) {
+        return printLine(jsonLines(
+            "{",
+            {jsonField("plane", jsonText(status.plane.name)),
+             jsonField("state", jsonText(status.plane.state)), jsonField("role", jsonText(status.role)),
+             jsonField("peer", jsonText(peerJson(status))), jsonField("problems", jsonText(status.problems))},
+            "}"));
+    }
+    const std::string doubt = doubtText(status.link);
+    printLine(fmt::format("plane   {}, {}", safeText(status.plane.name), safeText(planeText(status.plane))));
+    printLine("role    " + safeText(status.role));
+    printLine("peer    " + safeText(status.link.state) + (doubt.empty() ? "" : "; " + doubt));
+    if (!status.boards.empty()) printLine("boards  " + status.boards);
+    for (const std::string& problem : status.problems) {
+        printLine(toned(Tone::bad, "problem: " + safeText(problem)));
+    }
+}
+
+Exit runStatus(Session& session, const Invocation&) {
+    const Status status = readStatus(session);
+    printStatus(session, status);
+    return status.problems.empty() ? Exit::done : Exit::refused;
+}
+
+constexpr Command STATUS_COMMANDS[] = {
+    {.object = "status",
+     .help = "show whether plane and peer board are as they should be",
+     .example = "status",
+     .run = runStatus,
+     .details = STATUS_DETAILS,
+     .json = "{plane, state, role, peer, problems}: peer is null or {root, state, boards, answered, "
+             "differing, missed, lost, ended, waiting}, problems an array of sentences"},
+};
+
+}  // namespace
+
+Commands statusCommands() {
+    return STATUS_COMMANDS;
+}
+
+void tellDoubt(Session& session) {
+    try {
+        const PeerLink link = readPeerLink(session);
+        const std::string doubt = doubtText(link);
+        if (doubt.empty()) return;
+        complain((link.differing != 0 ? "the boards differ (" : "the boards may differ (") + doubt +
+                 "); `portisolatectl board compare` shows how");
+    } catch (const CommandEnds&) {
+        return;
+    }
+}
