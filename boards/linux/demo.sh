@@ -4,7 +4,6 @@
 
 # Prints why there can be no namespaces, or nothing when there can be.
 namespaces_missing() {
-    export -f start_daemon
     unshare --net --mount true 2>&1
 }
 
