@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include "wire/framing.h"
@@ -113,6 +114,20 @@ bool replaceTextFile(const std::string& name, std::string_view text, bool keepsF
     }
     errno = problem;
     return problem == 0;
+}
+
+bool readRegularFile(const std::string& path, std::string& text, std::string& problem) {
+    problem.clear();
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat present = {};
+    std::FILE* file = fd < 0 || fstat(fd, &present) != 0 ? nullptr : fdopen(fd, "r");
+    const bool whole = file != nullptr && S_ISREG(present.st_mode) && readText(file, text);
+    if (!whole && (fd >= 0 || errno != ENOENT)) {
+        problem = file != nullptr && !S_ISREG(present.st_mode) ? "not a regular file" : std::strerror(errno);
+    }
+    if (file != nullptr) std::fclose(file);
+    if (file == nullptr && fd >= 0) close(fd);
+    return whole;
 }
 
 int64_t monotonicMs() {

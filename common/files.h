@@ -17,6 +17,9 @@ std::string rootedPath(const char* path);
 inline constexpr size_t TEXT_FILE_MAX = 4u << 20;
 bool readText(std::FILE* file, std::string& text);
 bool readTextFile(const std::string& path, std::string& text);
+// As readTextFile, from a regular file only: anything else may never end, or not even open. False with
+// `problem` filled, which is empty where there is no such file.
+bool readRegularFile(const std::string& path, std::string& text, std::string& problem);
 
 // Makes a file hold this text, as a whole or not at all, whatever fails or loses power on the way: false with
 // errno set. What it was before is kept beside it, with FORMER_SUFFIX behind its name, when `keepsFormer`. A

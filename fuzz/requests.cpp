@@ -37,6 +37,7 @@ int32_t startOnce() {
     static const std::string path = root;
     std::atexit([] { std::filesystem::remove_all(path); });
     std::filesystem::create_directories(path + "/tmp");
+    std::filesystem::create_directories(path + RUN_FOLDER);
     std::filesystem::create_directories(path + "/etc/portisolate");
     std::filesystem::copy(DEMO_BOARD, path + "/etc/portisolate/board.conf");
     loadBoard(planeKinds());

@@ -17,13 +17,6 @@ bool becomes(int fd, int events, int timeout) {
     return poll(&polled, 1, timeout) == 1;
 }
 
-bool endsWithin(pid_t program, int timeout) {
-    const int fd = static_cast<int>(syscall(SYS_pidfd_open, program, 0));
-    const bool ended = becomes(fd, POLLIN, timeout);
-    close(fd);
-    return ended;
-}
-
 int reap(pid_t program) {
     int status = 0;
     if (!endsWithin(program, PATIENCE)) {
@@ -39,6 +32,13 @@ uint32_t size(const Words& words) {
 }
 
 }  // namespace
+
+bool endsWithin(pid_t program, int timeout) {
+    const int fd = static_cast<int>(syscall(SYS_pidfd_open, program, 0));
+    const bool ended = becomes(fd, POLLIN, timeout);
+    close(fd);
+    return ended;
+}
 
 Texts split(std::string_view text, char separator) {
     Texts pieces;
@@ -148,6 +148,10 @@ void EndToEnd::start(const std::string& options) {
     std::ofstream(root + "/etc/portisolate/board.conf") << board;
     std::ofstream(root + "/etc/portisolate/portisolate.conf") << options;
     daemon = spawn(DAEMON_PROGRAM, {}, "daemon");
+    awaitService();
+}
+
+void EndToEnd::awaitService() {
     int fd = connectTo(COMMAND_SOCKET_PATH);
     for (int tries = 0; fd < 0 && tries < PATIENCE / CONNECT_RETRY && !endsWithin(daemon, CONNECT_RETRY);
          ++tries) {

@@ -38,6 +38,8 @@ bool converse(int fd, std::string_view frames, std::string_view expected = {});
 std::string receive(int fd, size_t length);        // fewer only at the end of the connection
 int32_t statusOf(int fd, std::string_view frame);  // of a request that may be refused; -1: no answer
 
+bool endsWithin(pid_t program, int timeout);  // milliseconds
+
 // How a program ended: its exit status, or the signal that ended it as a negative number.
 struct Outcome {
     int status = 0;
@@ -54,6 +56,7 @@ struct EndToEnd : testing::Test {
 
     // Starts the daemon with these lines of options and waits until it serves its command socket.
     void start(const std::string& options = "");
+    void awaitService();  // of the daemon that was started
     // Runs the daemon's program where it is expected to end by itself.
     Outcome startInVain(const std::string& options = "");
     void tell(int signal) const;  // to the daemon, where there is one: 0 would be everybody here

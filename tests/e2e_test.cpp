@@ -1,5 +1,7 @@
 // The running programs as an operator sees them: what is configured and what happens to the board, and what
 // the forwarding plane, the printouts, the journal and the log then say.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <map>
 #include <regex>
@@ -194,12 +196,65 @@ TEST_F(EndToEnd, StartsThatCannotBe) {
         EXPECT_EQ(outcome.status, 255);
         EXPECT_NE(outcome.err.find(says), std::string::npos) << outcome.err;
     };
+    std::ofstream(root + "/etc/portisolate/board.conf") << board;
     vain("portisolate.enable = false\n", "");
     vain("portisolate.maxifnum = 4000000000\n", "table failed");
+    // What is in the way of anything that the daemon needs is named in the only line; FIFOs are never waited
+    // for.
+    const std::string configuration[] = {"/etc/portisolate/board.conf", "/etc/portisolate/portisolate.conf"};
+    for (const char* taken : {COMMAND_SOCKET_PATH, ROUTE_SOCKET_PATH, SHELL_SOCKET_PATH, BOARD_SOCKET_PATH}) {
+        std::filesystem::remove(root + taken);  // a socket of the starts before
+        std::ofstream(root + taken) << "in the way";
+        const Outcome outcome = startInVain();
+        EXPECT_EQ(outcome.status, 255) << taken;
+        EXPECT_NE(outcome.err.find("cannot serve " + root + taken), std::string::npos) << outcome.err;
+        EXPECT_EQ(split(outcome.err, '\n').size(), 1u) << outcome.err;
+        EXPECT_EQ(readText(root + taken), "in the way");
+        std::filesystem::remove(root + taken);
+    }
+    for (const std::string& file : configuration) {
+        for (const bool pipe : {true, false}) {
+            std::filesystem::remove(root + file);
+            ASSERT_EQ(pipe ? mkfifo((root + file).c_str(), 0600) : mkdir((root + file).c_str(), 0700), 0);
+            const Outcome outcome = outcomeOf(spawn(DAEMON_PROGRAM, {}, "vain"), "vain");
+            EXPECT_EQ(outcome.status, 255) << file;
+            EXPECT_NE(outcome.err.find(file + ": not a regular file"), std::string::npos) << outcome.err;
+            std::filesystem::remove(root + file);
+        }
+    }
+}
+
+// However their starts fall into one another, one daemon serves everything and the others say who.
+TEST_F(EndToEnd, OfDaemonsThatStartTogetherOneIsWhole) {
+    board += "\njournal /journal\n";
     start();
     ctlOutput("group add 5 ge1/1 ge1/2");
-    vain("", "another daemon is already serving " + root);
+    EXPECT_EQ(startInVain().status, 255);
     EXPECT_EQ(extract(ctlOutput("show groups"), "ifunit:\\d"), (Texts{"ifunit:1", "ifunit:2"}));
+    for (int turn = 0; turn < 10; ++turn) {
+        stop(SIGKILL);
+        std::filesystem::remove(root + "/journal");
+        std::map<pid_t, std::string> running;
+        for (const char* name : {"a", "b", "c", "d"}) running[spawn(DAEMON_PROGRAM, {}, name)] = name;
+        for (int tries = 0; running.size() > 1 && tries < 3000; ++tries) {
+            for (const auto& [program, name] : running) {
+                if (!endsWithin(program, 10)) continue;
+                const Outcome outcome = outcomeOf(program, name);
+                EXPECT_EQ(outcome.status, 255);
+                EXPECT_EQ(extract(outcome.err, "another daemon is already serving .*process \\d+").size(), 1u)
+                    << outcome.err;
+                running.erase(program);
+                break;
+            }
+        }
+        ASSERT_EQ(running.size(), 1u) << "more than one runs";
+        daemon = running.begin()->first;
+        awaitService();
+        EXPECT_EQ(readText(root + PID_FILE), std::to_string(daemon) + "\n");
+        ctlOutput("board unplug ge1/1");
+        EXPECT_NE(ctlOutput("show groups"), "");
+        EXPECT_NE(readText(root + "/journal"), "");
+    }
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ struct HostRoot : testing::Environment {
         char name[] = "/tmp/hostXXXXXX";
         path = mkdtemp(name);
         std::filesystem::create_directories(path + "/tmp");
+        std::filesystem::create_directories(path + RUN_FOLDER);
         setenv(ROOT_VARIABLE, path.c_str(), 1);
     }
     void TearDown() override { std::filesystem::remove_all(path); }

@@ -6,9 +6,11 @@
 
 inline constexpr char ROOT_VARIABLE[] = "PORTISOLATE_ROOT";
 inline constexpr char COMMAND_SOCKET_PATH[] = "/tmp/portisolatecmd.socket";
-inline constexpr char ROUTE_SOCKET_PATH[] = "/tmp/portisolateroute.socket";
-inline constexpr char SHELL_SOCKET_PATH[] = "/tmp/portisolateshell.socket";
-inline constexpr char BOARD_SOCKET_PATH[] = "/tmp/portisolateboard.socket";
+inline constexpr char RUN_FOLDER[] = "/run/portisolate";
+inline constexpr char ROUTE_SOCKET_PATH[] = "/run/portisolate/route.socket";
+inline constexpr char SHELL_SOCKET_PATH[] = "/run/portisolate/shell.socket";
+inline constexpr char BOARD_SOCKET_PATH[] = "/run/portisolate/board.socket";
+inline constexpr char PID_FILE[] = "/run/portisolate/pid";  // of the daemon: a decimal number and a line end
 
 // Command socket (stream). All words are u32 in the host's byte order, all lengths in bytes:
 //   request: length (of what follows) | opcode | column | index length | index | value length | value

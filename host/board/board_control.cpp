@@ -5,12 +5,10 @@
 
 #include <cerrno>
 
-#include "common/files.h"
 #include "common/text.h"
 #include "host/board/board_verbs.h"
 #include "host/services/streams.h"
 #include "host/sockets/line_server.h"
-#include "wire/framing.h"
 
 namespace {
 
@@ -40,6 +38,6 @@ void boardRequest(int client, const std::string& line) {
 
 }  // namespace
 
-int32_t startBoardControl() {
-    return startLineServer(BOARD_TASK, rootedPath(BOARD_SOCKET_PATH), boardRequest);
+int32_t startBoardControl(int listener) {
+    return startLineServer(BOARD_TASK, listener, boardRequest);
 }

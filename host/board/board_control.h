@@ -7,5 +7,5 @@
 
 #include <cstdint>
 
-// 0 once the socket is served; -1 after a report.
-int32_t startBoardControl();
+// Serves `listener`, the board's socket. 0, or -1 after a report.
+int32_t startBoardControl(int listener);

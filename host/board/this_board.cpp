@@ -1,6 +1,5 @@
 #include "host/board/this_board.h"
 
-#include <cerrno>
 #include <cstring>
 
 #include "common/files.h"
@@ -25,9 +24,13 @@ void loadBoard(PlaneKinds kinds) {
     Board& board = theBoard();
     const std::string path = rootedPath(BOARD_FILE);
     std::string text;
-    if (!readTextFile(path, text)) {
-        hostReport("the board has no interfaces, its description was not read: {}: {}", path,
-                   std::strerror(errno));
+    std::string problem;
+    if (!readRegularFile(path, text, problem)) {
+        if (!problem.empty()) {
+            hostReport("the daemon does not start: {}: {}", path, problem);
+            refuseStart();
+        }
+        hostReport("the board has no interfaces: there is no description {}", path);
     }
     {
         std::lock_guard guard(board.lock);

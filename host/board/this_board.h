@@ -11,8 +11,7 @@ Board& theBoard();
 // One without a description has no interfaces and a plane of the first kind. To be called once, before there
 // are other tasks.
 void loadBoard(PlaneKinds kinds);
-// Starts the journal file that the description names. The file of a running board is emptied, so this is for
-// a process that has the board's sockets.
+// Starts the journal file that the description names, emptied.
 void openBoardJournal();
 // Starts the task that follows the board's ports, where they are followed.
 void watchPorts();

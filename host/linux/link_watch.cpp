@@ -126,7 +126,8 @@ void watch() {
     try {
         std::thread(watchLinks, gLinux).detach();
     } catch (const std::system_error& problem) {
-        hostReport("no task to follow the bridge's ports: {}", problem.what());
+        hostReport("the daemon does not start: no task to follow the bridge's ports: {}", problem.what());
+        refuseStart();
     }
 }
 

@@ -21,6 +21,7 @@ constexpr unsigned REPORT_PRIORITY = 4;
 constexpr int FULL_PIPE_WAIT = 100;  // milliseconds that one line may wait for a reader that fell behind
 // Bytes of a text, its end included.
 constexpr size_t TEXT_MAX = 1024;
+constexpr int START_REFUSED = 255;  // exit status; the service unit does not try again after it
 
 std::mutex gLock;  // guards what follows, and keeps lines whole
 uint64_t gLost = 0;
@@ -90,6 +91,10 @@ void writeLogLine(unsigned priority, std::string_view head, std::string_view tex
 
 void reportRemark(std::string_view text) {
     writeLogLine(REPORT_PRIORITY, "host ", text.substr(0, TEXT_MAX - 1));
+}
+
+void refuseStart() {
+    _exit(START_REFUSED);
 }
 
 void loggingDebugOutput(uint32_t source, uint32_t priority, uint32_t, const char* format, ...) {

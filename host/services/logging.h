@@ -25,6 +25,10 @@ void hostReport(fmt::format_string<Arguments...> format, Arguments&&... argument
     reportRemark(fmt::vformat(format, fmt::make_format_args(arguments...)));
 }
 
+// Ends a process that lacks what it needs, after the report of it. Nothing is tidied up: what the process
+// holds ends with it, and the next start replaces its sockets.
+[[noreturn]] void refuseStart();
+
 // `text` as one line behind `head`: trailing line ends cut, control characters escaped. `priority` runs from
 // 0, the most urgent, to 7; `head` ends with a blank.
 void writeLogLine(unsigned priority, std::string_view head, std::string_view text);

@@ -1,6 +1,5 @@
 #include "host/services/options.h"
 
-#include <cerrno>
 #include <cstring>
 #include <mutex>
 
@@ -31,10 +30,12 @@ const Options& optionStore() {
         Options options;
         const std::string path = rootedPath(OPTION_FILE);
         std::string text;
-        if (readTextFile(path, text)) {
+        std::string problem;
+        if (readRegularFile(path, text, problem)) {
             readOptions(text, path.c_str(), options);
-        } else if (errno != ENOENT) {
-            hostReport("options not read: {}: {}", path, std::strerror(errno));
+        } else if (!problem.empty()) {
+            hostReport("the daemon does not start: {}: {}", path, problem);
+            refuseStart();
         }
         return options;
     }();

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <list>
 #include <system_error>
 #include <thread>
@@ -282,10 +281,7 @@ void expectPeer(bool expected) {
 int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry* map, uint32_t count) {
     const int listener = listenLocalSocket(rootedPath(path));
     // The daemon does not look at the result, but without its command socket it is of no use to anybody.
-    if (listener < 0) {
-        hostReport("no command socket: the process ends");
-        _exit(EXIT_FAILURE);
-    }
+    if (listener < 0) refuseStart();
     // The server lives as long as the process.
     auto* server = new CommandServer{
         .table = {.rows = map, .count = count},
@@ -296,7 +292,7 @@ int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry
         std::thread(serveCommands, server).detach();
     } catch (const std::system_error& problem) {
         hostReport("no task for the command socket: {}", problem.what());
-        _exit(EXIT_FAILURE);
+        refuseStart();
     }
     reportReady();
     return 0;

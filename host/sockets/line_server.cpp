@@ -12,7 +12,7 @@
 
 #include "common/files.h"
 #include "common/local_socket.h"
-#include "host/sockets/listening.h"
+#include "host/services/logging.h"
 #include "host/sockets/socket_access.h"
 
 namespace {
@@ -92,17 +92,14 @@ void serveLines(LineServer* server) {
 
 }  // namespace
 
-int32_t startLineServer(const char* task, const std::string& path, LineHandler handler) {
-    const int listener = listenLocalSocket(path);
-    if (listener < 0) return -1;
+int32_t startLineServer(const char* task, int listener, LineHandler handler) {
     // The server lives as long as the process.
     auto* server = new LineServer{task, listener, handler};
     try {
         std::thread(serveLines, server).detach();
         return 0;
-    } catch (const std::system_error&) {
-        close(listener);
-        delete server;
+    } catch (const std::system_error& problem) {
+        hostReport("the daemon does not start: no task {}: {}", task, problem.what());
         return -1;
     }
 }

@@ -17,9 +17,9 @@ inline constexpr uint32_t ANSWER_TIMEOUT = 5000;  // milliseconds that a client 
 // Writes the answer to `client`; the server closes the descriptor afterwards. `line` is without its line end.
 using LineHandler = void (*)(int client, const std::string& line);
 
-// 0 once the socket `path` is served, by threads named `task` (at most 15 characters); -1 after a report, or
-// when the system has no thread left. The server lives as long as the process.
-int32_t startLineServer(const char* task, const std::string& path, LineHandler handler);
+// Serves `listener` by threads named `task` (at most 15 characters) as long as the process lives. 0, or -1
+// after a report.
+int32_t startLineServer(const char* task, int listener, LineHandler handler);
 
 // Writes the next piece of an answer; false when the client is gone or does not read.
 bool answerClient(int client, const std::string& text);

@@ -1,8 +1,5 @@
 #include "host/sockets/listening.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,8 +15,7 @@ namespace {
 
 constexpr mode_t OWNER_ONLY = 0600;
 constexpr int BACKLOG = 4096;
-constexpr int LOCK_WAIT = 1000;  // milliseconds to wait for another process that is starting
-constexpr int LOCK_STEP = 5;
+static_assert(sizeof(sockaddr_un::sun_path) == 108);
 
 int socketType(int fd) {
     int type = 0;
@@ -28,52 +24,38 @@ int socketType(int fd) {
     return type;
 }
 
-// Only a refused connection proves that nobody serves the socket; one that cannot be tried counts as served.
-bool isServed(const sockaddr_un& address, int type) {
+// Why the path may be served already; null when it is not. Only a refused connection proves that.
+const char* whoServes(const sockaddr_un& address, int type) {
     const int probe = socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (probe < 0) return true;
+    if (probe < 0) return "it may be served: no descriptor is left to try";
     const int result = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     const int problem = errno;
     close(probe);
-    if (result != 0 && problem == EACCES) {
-        hostReport("{} is another user's and may be served", address.sun_path);
-    }
-    return result == 0 || problem != ECONNREFUSED;
+    if (result != 0 && problem == ECONNREFUSED) return nullptr;
+    return problem == EACCES ? "it is another user's and may be served" : "another process serves it";
 }
 
-// Opens and locks the folder of `path`; the lock ends with the descriptor. -1 when there is no such folder.
-int lockFolder(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const std::string folder = slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-        hostReport("cannot serve {}: folder {}: {}", path, folder, std::strerror(errno));
-        return -1;
-    }
-    // A foreign process may lock a shared folder for as long as it likes: after a while, go on without it.
-    for (int waited = 0; flock(fd, LOCK_EX | LOCK_NB) != 0 && waited < LOCK_WAIT; waited += LOCK_STEP) {
-        poll(nullptr, 0, LOCK_STEP);
-    }
-    return fd;
-}
-
-int removeStale(const std::string& path, const sockaddr_un& address, int type) {
+// 0, or an errno value with the reason in `why` where the system's text for it would not do.
+int removeStale(const sockaddr_un& address, int type, const char*& why) {
     struct stat present = {};
-    if (lstat(path.c_str(), &present) != 0) return errno == ENOENT ? 0 : errno;
+    if (lstat(address.sun_path, &present) != 0) return errno == ENOENT ? 0 : errno;
     if (!S_ISSOCK(present.st_mode)) {
-        hostReport("{} exists and is not a socket", path);
+        why = "it exists and is not a socket: remove it";
         return EEXIST;
     }
-    if (isServed(address, type)) {
-        hostReport("another daemon is already serving {}", path);
-        return EADDRINUSE;
-    }
-    return unlink(path.c_str()) == 0 ? 0 : errno;
+    why = whoServes(address, type);
+    if (why != nullptr) return EADDRINUSE;
+    return unlink(address.sun_path) == 0 ? 0 : errno;
 }
 
-int bindFresh(int fd, const std::string& path, const sockaddr_un& address) {
+int bindFresh(int fd, const std::string& path, const char*& why) {
+    sockaddr_un address = {};
+    if (!fillLocalAddress(path, address)) {
+        why = "the path is too long for a local socket, 107 characters fit";
+        return ENAMETOOLONG;
+    }
     const int type = socketType(fd);
-    const int stale = removeStale(path, address, type);
+    const int stale = removeStale(address, type, why);
     if (stale != 0) return stale;
     // The mode of the descriptor becomes the mode of the file, so there is no moment with a wider one.
     if (fchmod(fd, OWNER_ONLY) != 0) return errno;
@@ -85,24 +67,18 @@ int bindFresh(int fd, const std::string& path, const sockaddr_un& address) {
 }  // namespace
 
 int bindLocalSocket(int fd, const std::string& path) {
-    sockaddr_un address = {};
-    if (!fillLocalAddress(path, address)) {
-        hostReport("socket path of {} characters is too long, at most {} fit: {}", path.size(),
-                   sizeof(address.sun_path) - 1, path);
-        return ENAMETOOLONG;
+    const char* why = nullptr;
+    const int problem = bindFresh(fd, path, why);
+    if (problem != 0) {
+        hostReport("cannot serve {}: {}", path, why != nullptr ? why : std::strerror(problem));
     }
-    const int folder = lockFolder(path);
-    if (folder < 0) return ENOENT;
-    const int result = bindFresh(fd, path, address);
-    close(folder);
-    if (result != 0 && result != EADDRINUSE) hostReport("cannot serve {}: {}", path, std::strerror(result));
-    return result;
+    return problem;
 }
 
 int listenLocalSocket(const std::string& path) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) {
-        hostReport("no socket for {}: {}", path, std::strerror(errno));
+        hostReport("cannot serve {}: no socket: {}", path, std::strerror(errno));
         return -1;
     }
     if (bindLocalSocket(fd, path) == 0) return fd;

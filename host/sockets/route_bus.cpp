@@ -15,6 +15,7 @@
 
 #include "common/files.h"
 #include "common/local_socket.h"
+#include "host/services/logging.h"
 #include "host/services/streams.h"
 #include "host/sockets/listening.h"
 #include "platform/route_messages.h"
@@ -132,7 +133,7 @@ int32_t dax_bind(int32_t fd, const void* address, uint32_t length) {
     }
     const std::string path = rootedPath(ROUTE_SOCKET_PATH);
     const int problem = bindLocalSocket(fd, path);
-    if (problem != 0) return failed(problem);
+    if (problem != 0) refuseStart();
     std::lock_guard guard(gLock);
     gSocket.path = path;
     return 0;

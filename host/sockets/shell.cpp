@@ -13,10 +13,8 @@
 #include <string>
 #include <string_view>
 
-#include "common/files.h"
 #include "common/text.h"
 #include "host/sockets/line_server.h"
-#include "wire/framing.h"
 
 namespace {
 
@@ -93,6 +91,6 @@ void shellRequest(int client, const std::string& line) {
 
 }  // namespace
 
-int32_t startProcessShell() {
-    return startLineServer(SHELL_TASK, rootedPath(SHELL_SOCKET_PATH), shellRequest);
+int32_t startProcessShell(int listener) {
+    return startLineServer(SHELL_TASK, listener, shellRequest);
 }

@@ -8,5 +8,5 @@
 
 #include <cstdint>
 
-// 0 once the shell's socket is served; -1 after a report.
-int32_t startProcessShell();
+// Serves `listener`, the shell's socket. 0, or -1 after a report.
+int32_t startProcessShell(int listener);

@@ -3,12 +3,17 @@
 
 #include <cstdlib>
 
+#include "common/files.h"
 #include "host/board/board_control.h"
 #include "host/board/peer_link.h"
 #include "host/board/this_board.h"
+#include "host/services/logging.h"
+#include "host/sockets/listening.h"
+#include "host/sockets/run_folder.h"
 #include "host/sockets/shell.h"
 #include "host/start/planes.h"
 #include "platform/services.h"
+#include "wire/framing.h"
 
 namespace {
 
@@ -28,12 +33,16 @@ void reserveMemory() {
 
 }  // namespace
 
+// The daemon goes on whatever is answered, so a process that lacks what it needs ends here. The lock comes
+// first: a second daemon must touch neither the sockets nor the forwarding plane of the first.
 int32_t procShellInit(const char*, uint32_t, uint32_t) {
+    if (!claimRunFolder()) refuseStart();
+    const int shell = listenLocalSocket(rootedPath(SHELL_SOCKET_PATH));
+    const int control = shell < 0 ? -1 : listenLocalSocket(rootedPath(BOARD_SOCKET_PATH));
+    if (control < 0) refuseStart();
     loadBoard(planeKinds());
     reserveMemory();
-    const int32_t shell = startProcessShell();
-    const int32_t control = startBoardControl();
-    if (shell != 0 || control != 0) return -1;
+    if (startProcessShell(shell) != 0 || startBoardControl(control) != 0) refuseStart();
     openBoardJournal();
     watchPorts();
     preparePeerLink();
