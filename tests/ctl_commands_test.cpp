@@ -316,9 +316,9 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
 }
 
 TEST_F(Ctl, SaveWritesAllOrNothing) {
-    char folder[] = "/tmp/portisolate-save-XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    const std::string path = std::string(folder) + "/isolation.conf";
+    std::string folder = testing::TempDir() + "portisolate-save-XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const std::string path = folder + "/isolation.conf";
     const auto names = [&] {
         std::string all;
         for (const auto& entry : std::filesystem::directory_iterator(folder)) all += entry.path().filename();
@@ -337,13 +337,13 @@ TEST_F(Ctl, SaveWritesAllOrNothing) {
     EXPECT_EQ(holds(path + FORMER_SUFFIX), "group 5 ge1/1 ge1/2\n");
     printedBy([&] { EXPECT_EQ(run("save /dev/null"), Exit::done); });
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
-    std::filesystem::create_directory(std::string(folder) + "/other" + FORMER_SUFFIX);
+    std::filesystem::create_directory(folder + "/other" + FORMER_SUFFIX);
     const size_t before = names();
     daemon.answers = 3;  // the daemon is lost
     printedBy([&] { EXPECT_EQ(run("save " + path), Exit::unreachable); });
     daemon.answers = UINT32_MAX;
     // A folder where the former file is to be kept.
-    printedBy([&] { EXPECT_EQ(run(std::string("save ") + folder + "/other"), Exit::refused); });
+    printedBy([&] { EXPECT_EQ(run("save " + folder + "/other"), Exit::refused); });
     EXPECT_EQ(names(), before);
     EXPECT_EQ(holds(path), "group 5 ge1/1-3\n");
     std::filesystem::remove_all(folder);
