@@ -417,7 +417,7 @@ TEST_F(Ctl, MatrixMarksDirectionsAndVlans) {
 TEST_F(Ctl, CompletionKnowsTheGrammarAndWhatRuns) {
     daemon.rows = {{1, ROW_STATE_PROGRAMMED}};
     const char* const cases[][2] = {
-        {"vlan-group li --v", "--vlan"},
+        {"vlan-group li --vl", "--vlan"},
         {"--timeout 3 mod", "mode"},
         {"help pon o", "on off"},
         {"pl s", "show sweep"},

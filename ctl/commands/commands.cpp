@@ -77,7 +77,9 @@ Exit runCommandLine(const std::vector<std::string>& words) {
     try {
         const CommandLine line = parseCommandLine(words);
         const bool helpObject = !line.words.empty() && line.words[0] == "help";
-        if (helpObject || line.help) {
+        if (line.version) {
+            printLine("portisolatectl " PORTISOLATE_VERSION);
+        } else if (helpObject || line.help) {
             printHelp(commandTable(), {line.words.begin() + (helpObject ? 1 : 0), line.words.end()});
         } else {
             exit = runCommand(session, line);

@@ -15,7 +15,7 @@ using Words = std::vector<std::string>;
 
 constexpr int64_t TIMEOUT_MS = 500;  // nobody waits longer for a key
 
-const char* const GENERAL_OPTIONS[] = {"--timeout", "--json", "--help"};
+const char* const GENERAL_OPTIONS[] = {"--timeout", "--json", "--help", "--version"};
 
 bool isListed(const std::string& word, std::initializer_list<const char*> list) {
     return std::any_of(list.begin(), list.end(), [&](const char* one) { return word == one; });

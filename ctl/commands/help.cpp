@@ -17,7 +17,8 @@ const char* const INTRODUCTION =
     "\n"
     "  --timeout SECONDS  limit for connecting, for sending and for each answer; 5 by default\n"
     "  --json             print listings as JSON; the help of each command describes it\n"
-    "  --help             show help, also for an object or a verb\n";
+    "  --help             show help, also for an object or a verb\n"
+    "  --version          print the version of this program\n";
 
 const char* const CLOSING =
     "\nExit status: 0 success, 1 refused by the daemon or the board, 2 wrong use, 3 daemon out of reach.\n"

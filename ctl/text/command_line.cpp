@@ -60,6 +60,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& given) {
         }
         if (word == "--help" || word == "-h") {
             line.help = true;
+        } else if (word == "--version") {
+            line.version = true;
         } else if (word == "--json") {
             line.json = true;
         } else if (!word.starts_with("--")) {

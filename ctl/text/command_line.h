@@ -19,6 +19,7 @@ struct CommandLine {
     int64_t timeoutMs = 5000;
     bool json = false;
     bool help = false;
+    bool version = false;
 };
 
 struct Placeholder {

@@ -197,9 +197,9 @@ std::string checkBridge(const Description& description) {
     board.bridge.clear();
     for (const PlaneKind& kind : description.kinds) {
         if (kind.follower == nullptr) continue;
-        return fmt::format("the bridge is left out: it needs a line `plane {}`", kind.name);
+        return fmt::format("a bridge needs a line `plane {}`", kind.name);
     }
-    return "the bridge is left out: this daemon was built without a plane for it";
+    return "a bridge is of no use: this daemon was built without a plane for it";
 }
 
 }  // namespace
@@ -212,7 +212,7 @@ void readBoard(std::string_view text, const char* fileName, PlaneKinds kinds, Bo
         if (words.empty()) return;
         const std::string problem = readStatement(words, description);
         if (problem.empty()) return;
-        hostReport("{}:{}: line left out: {}", fileName, number, problem);
+        hostReport("{}:{}: {}", fileName, number, problem);
         ++board.rejected;
     });
     const std::string problem = checkBridge(description);

@@ -20,7 +20,7 @@ Board& theBoard() {
     return board;
 }
 
-void loadBoard(PlaneKinds kinds) {
+uint32_t loadBoard(PlaneKinds kinds) {
     Board& board = theBoard();
     const std::string path = rootedPath(BOARD_FILE);
     std::string text;
@@ -32,11 +32,14 @@ void loadBoard(PlaneKinds kinds) {
         }
         hostReport("the board has no interfaces: there is no description {}", path);
     }
-    {
-        std::lock_guard guard(board.lock);
-        readBoard(text, path.c_str(), kinds, board);
-        expectPeer(!board.peerRoot.empty());
-    }
+    std::lock_guard guard(board.lock);
+    readBoard(text, path.c_str(), kinds, board);
+    expectPeer(!board.peerRoot.empty());
+    return board.rejected;
+}
+
+void adoptPorts() {
+    Board& board = theBoard();
     if (board.follower != nullptr) board.follower->start(board);
 }
 

@@ -7,10 +7,13 @@
 // Exists from the first call on, until the process ends. Its lock is the caller's to take.
 Board& theBoard();
 
-// Reads the description of the board (<root>/etc/portisolate/board.conf) and starts what follows its ports.
-// One without a description has no interfaces and a plane of the first kind. To be called once, before there
-// are other tasks.
-void loadBoard(PlaneKinds kinds);
+// Reads the description of the board (<root>/etc/portisolate/board.conf). One without a description has no
+// interfaces and a plane of the first kind. Answers how many lines were reported and left out. To be called
+// once, before there are other tasks.
+uint32_t loadBoard(PlaneKinds kinds);
+// Takes over the ports that are followed as they are now, with what isolates them. Called once, behind
+// loadBoard.
+void adoptPorts();
 // Starts the journal file that the description names, emptied.
 void openBoardJournal();
 // Starts the task that follows the board's ports, where they are followed.

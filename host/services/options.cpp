@@ -50,7 +50,7 @@ void readOptions(std::string_view text, const char* fileName, Options& options) 
         std::string value;
         const char* problem = readLine(line, key, value);
         if (problem != nullptr) {
-            hostReport("{}:{}: line left out: {}", fileName, number, problem);
+            hostReport("{}:{}: {}", fileName, number, problem);
             ++options.rejected;
             return;
         }
@@ -60,6 +60,10 @@ void readOptions(std::string_view text, const char* fileName, Options& options) 
         }
         options.values[key] = value;
     });
+}
+
+uint32_t rejectedOptions() {
+    return optionStore().rejected;
 }
 
 int32_t silOptRead(uint32_t, const char* key, uint32_t, uint32_t, uint32_t, char* buffer, uint32_t capacity) {

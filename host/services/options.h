@@ -1,6 +1,6 @@
 // The option store: lines `KEY = VALUE` of <root>/etc/portisolate/portisolate.conf, read once, when
-// silOptRead of platform/services.h is first called. A line that cannot be read is reported with its number
-// and left out.
+// silOptRead of platform/services.h or rejectedOptions is first called. A line that cannot be read is
+// reported with its number and left out.
 #pragma once
 
 #include <cstdint>
@@ -18,3 +18,6 @@ struct Options {
 // Adds what `text` sets to `options`; of two lines with one key the later holds. `fileName` is for the
 // reports.
 void readOptions(std::string_view text, const char* fileName, Options& options);
+
+// How many lines of the store's file were reported.
+uint32_t rejectedOptions();

@@ -8,9 +8,11 @@
 #include "host/board/peer_link.h"
 #include "host/board/this_board.h"
 #include "host/services/logging.h"
+#include "host/services/options.h"
 #include "host/sockets/listening.h"
 #include "host/sockets/run_folder.h"
 #include "host/sockets/shell.h"
+#include "host/start/arguments.h"
 #include "host/start/planes.h"
 #include "platform/services.h"
 #include "wire/framing.h"
@@ -31,16 +33,36 @@ void reserveMemory() {
     std::free(const_cast<char*>(block));
 }
 
+// A typing error must not open a port: with a line that cannot be read there is no daemon, unless the
+// operator says otherwise.
+void readConfiguration(const Arguments& arguments) {
+    const uint32_t rejected = loadBoard(planeKinds()) + rejectedOptions();
+    if (arguments.check) {
+        if (rejected == 0) hostReport("board.conf and portisolate.conf are fine");
+        std::_Exit(rejected == 0 ? EXIT_SUCCESS : EXIT_FAILURE);
+    }
+    if (rejected == 0) return;
+    if (arguments.lenient) return hostReport("{} lines are left out", rejected);
+    hostReport(
+        "the daemon does not start with {} lines that it cannot read: correct them, or start it with "
+        "--lenient",
+        rejected);
+    refuseStart();
+}
+
 }  // namespace
 
 // The daemon goes on whatever is answered, so a process that lacks what it needs ends here. The lock comes
 // first: a second daemon must touch neither the sockets nor the forwarding plane of the first.
 int32_t procShellInit(const char*, uint32_t, uint32_t) {
+    const Arguments arguments = readArguments();
+    if (arguments.check) readConfiguration(arguments);
     if (!claimRunFolder()) refuseStart();
     const int shell = listenLocalSocket(rootedPath(SHELL_SOCKET_PATH));
     const int control = shell < 0 ? -1 : listenLocalSocket(rootedPath(BOARD_SOCKET_PATH));
     if (control < 0) refuseStart();
-    loadBoard(planeKinds());
+    readConfiguration(arguments);
+    adoptPorts();
     reserveMemory();
     if (startProcessShell(shell) != 0 || startBoardControl(control) != 0) refuseStart();
     openBoardJournal();
