@@ -34,13 +34,26 @@ build_tree "$top/build" -DPORTISOLATE_TESTS=OFF
 PATH=$top/build:$PATH
 
 root=$(mktemp -d)
-daemon=
+declare -a daemons=()  # those that run, by process id
 finish() {
-    [ -z "$daemon" ] || kill "$daemon" 2>/dev/null || true
-    [ -z "$daemon" ] || wait "$daemon" 2>/dev/null || true
+    trap '' PIPE  # whoever reads the output may have gone
+    local process
+    for process in "${!daemons[@]}"; do
+        kill "$process" 2>/dev/null || true
+        wait "$process" 2>/dev/null || true
+    done
     rm -rf "$root"
 }
 trap finish EXIT
+trap 'exit 141' PIPE
+trap 'exit 130' INT TERM HUP
+
+# end_daemon PROCESS SIGNAL
+end_daemon() {
+    unset "daemons[$1]"
+    kill -"$2" "$1"
+    wait "$1" 2>/dev/null || true
+}
 
 # start_daemon ROOT: starts a daemon there and waits until it serves requests; its process id is then in `started`.
 start_daemon() {
@@ -48,13 +61,13 @@ start_daemon() {
     rm -f "$1/tmp/portisolatecmd.socket"
     PORTISOLATE_ROOT=$1 portisolate 2>>"$1/log" &
     started=$!
+    daemons[started]=$1
     for ((i = 0; i < 500; i++)); do
         [ ! -S "$1/tmp/portisolatecmd.socket" ] || return 0
         kill -0 "$started" 2>/dev/null || break
         sleep 0.01
     done
     cat "$1/log" >&2
-    kill "$started" 2>/dev/null || true
     return 1
 }
 

@@ -117,6 +117,21 @@ lint_tidy() {
     return $status
 }
 
+# A demonstration whose reader goes away leaves neither a daemon nor a folder. The daemons know their folder from their
+# environment.
+demo_cut_short() {
+    local folder left process
+    folder=$(mktemp -d)
+    TMPDIR=$folder "$top/demo.sh" two-boards 2>&1 | sed '/group list/q'
+    left=$(ls -A "$folder")
+    for process in $(grep -lsz "^PORTISOLATE_ROOT=$folder" /proc/[0-9]*/environ | cut -d/ -f3); do
+        left+=" process $process"
+        kill "$process"
+    done
+    rm -rf "$folder"
+    [ -z "$left" ] || { echo "left behind: $left"; return 1; }
+}
+
 say "building and testing"
 bench=OFF
 [ $lint = no ] || bench=ON
@@ -153,6 +168,7 @@ if [ $demo = yes ]; then
     say "demonstrations"
     check "demo.sh" "$top/demo.sh"
     check "demo.sh two-boards" "$top/demo.sh" two-boards
+    check "demo.sh two-boards, cut short" demo_cut_short
     if missing=$(. "$top/boards/linux/demo.sh" && namespaces_missing); then
         check "demo.sh linux" "$top/demo.sh" linux
     else

@@ -1,6 +1,6 @@
-# Sourced by demo.sh, which provides `say` and `start_daemon` and has the programs in PATH. Runs two control boards on
-# one machine, each with a root of its own below the given folder, and shows what both hold and what happens when one
-# fails.
+# Sourced by demo.sh, which provides `say`, `start_daemon` and `end_daemon`, has the programs in PATH, and ends the
+# daemons that still run. Runs two control boards on one machine, each with a root of its own below the given folder,
+# and shows what both hold and what happens when one fails.
 
 # on SIDE COMMAND...: runs a command of portisolatectl on one of the boards.
 on() {
@@ -15,18 +15,11 @@ start_board() {
     board_process[$1]=$started
 }
 
-end_board() {
-    kill -"$2" "${board_process[$1]}"
-    wait "${board_process[$1]}" 2>/dev/null || true
-    unset "board_process[$1]"
-}
-
 # demo_two_boards FOLDER DESCRIPTIONS: FOLDER is empty, and the caller removes it; DESCRIPTIONS is boards/two.
 demo_two_boards() {
     boards=$1
     declare -gA board_process=()
     local side
-    trap 'for side in "${!board_process[@]}"; do end_board "$side" TERM; done' RETURN
     for side in active standby; do
         mkdir -p "$boards/$side/tmp" "$boards/$side/etc/portisolate"
         cp "$2/$side/board.conf" "$boards/$side/etc/portisolate/"
@@ -42,7 +35,7 @@ demo_two_boards() {
     PORTISOLATE_ROOT=$boards/standby portisolatectl matrix >"$boards/before"
     on active board role standby
     on standby board role active
-    end_board active KILL
+    end_daemon "${board_process[active]}" KILL
     on standby matrix
     PORTISOLATE_ROOT=$boards/standby portisolatectl matrix | cmp - "$boards/before" || return 1
 
@@ -51,10 +44,13 @@ demo_two_boards() {
     on standby pair add ge1/2 pon2/2
     cat "$boards/standby/log"
 
-    say "the failed board comes back with empty tables: the running configuration is exported and applied to it"
+    say "the failed board comes back with empty tables, as the standby board, and is made to hold the same"
     start_board active || return 1
-    on standby export | grep -v '\$ portisolatectl' >"$boards/running"
-    on active apply "$boards/running"
+    on active board role standby
+    ! on standby status || return 1
+    ! on standby board compare || return 1
+    on standby board resync
+    on standby status
     on active group list
     cmp <(PORTISOLATE_ROOT=$boards/active portisolatectl matrix) \
         <(PORTISOLATE_ROOT=$boards/standby portisolatectl matrix) || return 1

@@ -6,12 +6,12 @@
 
 #include "ctl/client/session.h"
 
-inline constexpr char PEER_NONE[] = "none";
 inline constexpr char PEER_UNKNOWN[] = "unknown";
 inline constexpr char PEER_REACHED[] = "reached";
+inline constexpr char PEER_ABSENT[] = "absent";
 
 struct PeerLink {
-    std::string state;  // PEER_NONE, PEER_UNKNOWN, PEER_REACHED, or the trouble with it in a word
+    std::string state;  // "none", or one of these, or the trouble with it in a word
     std::string root;   // of the peer's files
     // Since the boards were last found equal.
     uint64_t answered = 0;

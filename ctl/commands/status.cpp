@@ -15,11 +15,14 @@ constexpr char STATUS_DETAILS[] =
     "  role     active, standby or single\n"
     "  peer     none: no peer board is described; unknown: nothing was handed to it yet; reached;\n"
     "           silent: it takes requests and does not answer; starved: this board has no descriptor for\n"
-    "           the connection; absent: it is not there; failed: it stalls\n"
+    "           the connection; absent: it is not there; back: it was absent and answers now;\n"
+    "           failed: it stalls\n"
     "  boards   equal, differ, or unknown where the peer board cannot be asked\n"
     "\n"
     "  The exit status is 0 only when nothing is wrong; what is wrong is listed below.";
 
+constexpr char UNCOMPARED[] = "unknown";
+constexpr char PEER_BACK[] = "back";
 constexpr char DIFFERENT[] = "the boards differ: `portisolatectl board compare` shows how";
 
 struct Status {
@@ -46,7 +49,7 @@ void comparePeer(Session& session, Status& status) {
         const std::string role = readRole(peer.session);
         if (role == status.role) status.problems.push_back("both boards are " + role);
     } catch (const CommandEnds& end) {
-        status.boards = "unknown";
+        status.boards = UNCOMPARED;
         status.problems.push_back("the peer board: " + end.why);
     }
 }
@@ -58,10 +61,13 @@ Status readStatus(Session& session) {
             "the plane does not hold what it should: `portisolatectl plane show` tells more");
     }
     if (status.link.root.empty()) return status;
-    if (status.link.state != PEER_REACHED && status.link.state != PEER_UNKNOWN) {
-        status.problems.push_back("the peer board is " + status.link.state + ": the log says more");
-    }
     comparePeer(session, status);
+    std::string& state = status.link.state;
+    // The link looks for the peer when it has something to hand over; the comparison has found it.
+    if (state == PEER_ABSENT && status.boards != UNCOMPARED) state = PEER_BACK;
+    if (state != PEER_REACHED && state != PEER_UNKNOWN && state != PEER_BACK) {
+        status.problems.push_back("the peer board is " + state + ": the log says more");
+    }
     return status;
 }
 
