@@ -12,6 +12,9 @@
 // connection is kept, so that what it has taken so far and what it takes later reach it in order. The peer
 // counts as reached from its first answer on.
 //
+// What can come of it is searched in tests/model/two_boards.pml, a model of two boards; a change of the order
+// in which things happen here belongs there, too.
+//
 // Descriptors
 // -----------
 // The socket of the next connection is made ahead. Where not even that could be had, the peer counts as not
