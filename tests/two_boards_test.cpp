@@ -287,7 +287,9 @@ TEST_F(TwoBoards, APeerThatTakesNoConnectionIsNotReached) {
     const int fd = active.command();
     for (uint32_t lost = 1; lost <= 3; ++lost) {
         EXPECT_EQ(promptStatus(fd, setRequest(1, lost, ROW_CREATE)), 0);
-        close(accept(full, nullptr, nullptr));
+        const int link = accept(full, nullptr, nullptr);
+        EXPECT_TRUE(lost != 2 || converse(link, reply(STATUS_TOO_MANY_CLIENTS)));
+        close(link);
         EXPECT_EQ(active.link(),
                   "state=absent answered=0 differing=0 missed=0 lost=" + std::to_string(lost) + " ended=0");
     }

@@ -14,6 +14,7 @@
 #include "wire/framing.h"
 #include "wire/operations.h"
 #include "wire/scalars.h"
+#include "wire/status.h"
 
 namespace {
 
@@ -102,8 +103,10 @@ bool takeAnswers(PeerLedger& ledger, const void* bytes, size_t length) {
         const uint32_t answer = wordAt(ledger.input.data() + taken);
         if (answer < REPLY_WORDS_MIN || answer > COMMAND_FRAME_MAX || unanswered(ledger) == 0) return false;
         if (ledger.input.size() - taken - WORD_SIZE < answer) break;
+        const auto status = static_cast<int32_t>(wordAt(ledger.input.data() + taken + WORD_SIZE));
+        if (status == STATUS_TOO_MANY_CLIENTS) return false;
         SentRequest& sent = ledger.sent[ledger.answered++];
-        sent.there = static_cast<int32_t>(wordAt(ledger.input.data() + taken + WORD_SIZE));
+        sent.there = status;
         ++ledger.counts.answered;
         taken += WORD_SIZE + answer;
         dropSettled(ledger);

@@ -20,9 +20,9 @@
 #include "common/local_socket.h"
 #include "host/board/peer_answers.h"
 #include "host/board/this_board.h"
+#include "host/services/answers.h"
 #include "host/services/fault_report.h"
 #include "host/services/logging.h"
-#include "host/sockets/command_server.h"
 #include "platform/mirror.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
@@ -87,7 +87,7 @@ void dropConnection() {
     wakeAnswerTask();
 }
 
-// Takes in what the peer has answered by now; false when it has closed, or answers what makes no sense.
+// Takes in what the peer has answered by now; false when it has closed, is about to, or makes no sense.
 bool drainReplies() {
     char chunk[4096];
     for (;;) {

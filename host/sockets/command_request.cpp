@@ -1,9 +1,9 @@
 // One request of the command socket: taken apart, checked, handed to its handler, answered.
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 
 #include "common/bytes.h"
+#include "host/services/answers.h"
 #include "host/services/streams.h"
 #include "host/sockets/command_server.h"
 #include "platform/hardware.h"
@@ -15,8 +15,6 @@
 namespace {
 
 constexpr uint32_t WORD = WORD_SIZE;
-
-std::atomic<void (*)(int32_t status)> gListener = nullptr;
 
 struct Request {
     uint32_t opcode;
@@ -173,15 +171,11 @@ bool isFrameLength(uint32_t length) {
     return length >= COMMAND_WORDS_MIN && length <= COMMAND_FRAME_MAX;
 }
 
-void listenToAnswers(void (*listener)(int32_t status)) {
-    gListener = listener;
-}
-
 void answerRequest(const OperationTable& table, const uint8_t* bytes, size_t length, std::string& replies) {
     const size_t before = replies.size();
     carryOut(table, bytes, length, replies);
     int32_t status = 0;
     std::memcpy(&status, replies.data() + before + WORD, sizeof(status));
-    if (const auto listener = gListener.load()) listener(status);
+    tellAnswer(status);
     monitorRequest(bytes, length, status);
 }

@@ -37,10 +37,6 @@ struct OperationTable {
 // else. Not expected at first.
 void expectPeer(bool expected);
 
-// Has `listener` called in the server's task with the status of each request that was carried out, before its
-// reply goes out. There is one listener at most.
-void listenToAnswers(void (*listener)(int32_t status));
-
 // Carries out one request, `length` bytes behind the frame's length word (isFrameLength holds of it), and
 // appends the reply frame.
 void answerRequest(const OperationTable& table, const uint8_t* request, size_t length, std::string& replies);
