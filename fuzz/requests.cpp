@@ -22,7 +22,7 @@
 #include "daemon/tables/ports.h"
 #include "fuzz/fuzz.h"
 #include "host/board/this_board.h"
-#include "host/sockets/command_server.h"
+#include "host/sockets/command_request.h"
 #include "host/start/planes.h"
 #include "wire/framing.h"
 

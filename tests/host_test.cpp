@@ -21,6 +21,7 @@
 #include "host/board/faults.h"
 #include "host/services/options.h"
 #include "host/services/readiness.h"
+#include "host/sockets/admission.h"
 #include "host/sockets/listening.h"
 #include "host/sockets/socket_access.h"
 #include "host/start/planes.h"
@@ -315,6 +316,47 @@ TEST(SocketAccess, IsForTheOwnerAndWithTheGroupForRootAndItsMembers) {
     for (const auto& one : cases) {
         EXPECT_EQ(mayUse(alone, one.user, one.groups), one.withoutGroup) << one.user;
         EXPECT_EQ(mayUse(shared, one.user, one.groups), one.withGroup) << one.user;
+    }
+}
+
+// Holders are a user each, in capitals when idle, behind a dash when they never spoke; the first is idle
+// longest.
+TEST(Admission, MakesPlaceForNewcomersWhereItCan) {
+    constexpr ConnectionLimits LIMITS = {.all = 6, .perUser = 3, .forPrivileged = 2};
+    const struct {
+        const char* what;
+        const char* holders;
+        char newcomer;
+        bool crowded;
+        ptrdiff_t place;
+    } cases[] = {
+        {"room", "abc", 'a', false, PLACE_FREE},
+        {"nobody there and no descriptor", "", 'a', true, PLACE_NONE},
+        {"a user's bound", "aaa", 'a', false, PLACE_NONE},
+        {"is not another's", "aaa", 'b', false, PLACE_FREE},
+        {"own idle ones go, the longest idle first", "aAA", 'a', false, 1},
+        {"but nobody else's", "aaaB", 'a', false, PLACE_NONE},
+        {"never spoke", "aA-A", 'a', false, 2},
+        {"kept for root", "abcd", 'e', false, PLACE_NONE},
+        {"root has it", "abcd", '0', false, PLACE_FREE},
+        {"root has no bound", "00000", '0', false, PLACE_FREE},
+        {"but an end", "000000", '0', false, PLACE_NONE},
+        {"of who has most", "ABbc", 'e', false, 1},
+        {"no descriptor", "abC", 'a', true, 2},
+    };
+    for (const auto& one : cases) {
+        std::vector<Holder> holders;
+        bool spoke = true;
+        for (const char* at = one.holders; *at != '\0'; ++at) {
+            spoke = *at != '-';
+            if (!spoke) ++at;
+            const bool idle = std::isupper(static_cast<unsigned char>(*at)) != 0;
+            const auto user =
+                static_cast<uid_t>(*at == '0' ? 0 : std::tolower(static_cast<unsigned char>(*at)));
+            holders.push_back({{1, user}, idle, spoke, static_cast<int64_t>(holders.size())});
+        }
+        const PeerProcess newcomer = {1, static_cast<uid_t>(one.newcomer == '0' ? 0 : one.newcomer)};
+        EXPECT_EQ(placeFor(newcomer, holders, LIMITS, one.crowded), one.place) << one.what;
     }
 }
 

@@ -3,6 +3,8 @@
 #include <poll.h>
 #include <sys/resource.h>
 
+#include <chrono>
+
 #include "dice.h"
 #include "e2e.h"
 #include "platform/route_messages.h"
@@ -74,39 +76,110 @@ TEST_F(Hostile, SlowReadersAndDroppedConnectionsHoldUpNoPipeline) {
     close(fd);
 }
 
-TEST_F(Hostile, WithoutDescriptorsTheServerWaits) {
-    const auto waits = [this] {
-        long sum = 0;
-        for (const auto& task :
-             std::filesystem::directory_iterator("/proc/" + std::to_string(daemon) + "/task")) {
-            const std::string status = readText(task.path() / "status");
-            sum += std::stol(status.substr(status.find("\nvoluntary_ctxt_switches:") + 25));
+// Whoever sends what, the next one's question is answered before a second of theirs is.
+TEST_F(Hostile, AFloodOfAnyRequestsIsServedInTurns) {
+    constexpr size_t CLIENTS = 200;
+    constexpr int TURNS = 21;
+    for (const uint32_t opcode : {OP_GROUP_SYNC, OP_GROUP_SET, OP_GROUP_GET}) {
+        std::string frames;
+        for (int turn = 0; turn < 100; ++turn) {
+            frames += request(opcode, GROUP_COLUMN_ROW_STATUS, {1, 5, 0}, {ROW_PROBE});
         }
-        return sum;
+        int clients[CLIENTS];
+        for (int& client : clients) client = command();
+        std::vector<int64_t> waits;
+        for (int turn = 0; turn < TURNS; ++turn) {
+            for (const int client : clients) {
+                char replies[65536];
+                while (recv(client, replies, sizeof(replies), MSG_DONTWAIT) > 0) continue;
+                while (send(client, frames.data(), frames.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) continue;
+            }
+            const auto start = std::chrono::steady_clock::now();
+            EXPECT_TRUE(isServed());
+            waits.push_back((std::chrono::steady_clock::now() - start) / std::chrono::milliseconds(1));
+        }
+        std::sort(waits.begin(), waits.end());
+        EXPECT_LT(waits[TURNS / 2], 120) << "opcode " << opcode;
+        for (const int client : clients) close(client);
+    }
+}
+
+// Under a limit of descriptors that leaves room for a few, many that say nothing come to each door.
+TEST_F(Hostile, NobodyKeepsOthersOut) {
+    const auto limitTo = [this](rlim_t descriptorsMax) {
+        rlimit limit = {};
+        ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, nullptr, &limit), 0);
+        limit.rlim_cur = descriptorsMax;
+        ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &limit, nullptr), 0);
     };
-    const rlimit limit = {before + 8, before + 8};
-    ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &limit, nullptr), 0);
-    std::vector<int> clients(40);
-    for (uint32_t client = 0; client < clients.size(); ++client) {
-        clients[client] = command();
-        EXPECT_TRUE(converse(clients[client], question(client)));
+    const auto tasks = [this] {
+        const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon) + "/task");
+        return std::distance(begin(all), end(all));
+    };
+    const auto threads = tasks();
+    limitTo(96);
+    std::vector<int> silent;
+    for (const char* path : {COMMAND_SOCKET_PATH, SHELL_SOCKET_PATH, BOARD_SOCKET_PATH}) {
+        for (int client = 0; client < 200; ++client) silent.push_back(connectTo(path));
+        // Each has been looked at before the next one with a question is.
+        ctlOutput("group list");
+        ctlOutput("board list");
+        ctlOutput("show groups");
     }
-    EXPECT_TRUE(isServed());
-    const long waited = waits();
-    pollfd last = {clients.back(), POLLIN, 0};
-    EXPECT_EQ(poll(&last, 1, 500), 0) << "no descriptor can have been left for this client";
-    EXPECT_GT(waits() - waited, 4) << "nothing to do, and not idle";
-    for (uint32_t client = 0; client < clients.size(); ++client) {
-        EXPECT_TRUE(converse(clients[client], "", answer(client))) << client;
-        close(clients[client]);
+    EXPECT_LT(tasks(), threads + 20) << "who says nothing has a thread";
+    EXPECT_EQ(receive(silent[0], 100), reply(STATUS_TOO_MANY_CLIENTS));
+    EXPECT_EQ(receive(silent[200], 100).substr(0, 27), "error: too many connections");
+    for (const int client : silent) close(client);
+    close(friendly);  // it may have had to go
+    friendly = command();
+
+    // Who follows a stream is not idle: where nobody can go, the next one is told.
+    limitTo(1024);
+    for (size_t looks = 0; looks < 10000 && descriptors() > before; ++looks) boardAnswer("settle");
+    std::vector<int> streams(3);
+    limitTo(before + 2 * streams.size());
+    for (int& stream : streams)
+        EXPECT_TRUE(converse(stream = connectTo(BOARD_SOCKET_PATH), "monitor\n", "ok\n"));
+    EXPECT_NE(ctl("board list").err.find("too many connections"), std::string::npos);
+    limitTo(1024);
+    while (streams.size() < 60) {
+        streams.push_back(connectTo(BOARD_SOCKET_PATH));
+        EXPECT_TRUE(
+            converse(streams.back(), "monitor\n", streams.size() <= 24 ? "ok\n" : "error: too many streams"));
+        ctlOutput("board list");
     }
+    EXPECT_LT(tasks(), threads + 20) << "who follows a stream has a thread";
+    for (const int stream : streams) close(stream);
+}
+
+// Each costs its own connection, and nobody else's.
+TEST_F(Hostile, WithoutMemoryTheClientGoesAndTheDaemonStays) {
+    const rlim_t pages = std::stoul(readText("/proc/" + std::to_string(daemon) + "/statm"));
+    const rlimit none = {pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)), RLIM_INFINITY};
+    ASSERT_EQ(prlimit(daemon, RLIMIT_AS, &none, nullptr), 0);
+    const std::string half = bytesOf({COMMAND_FRAME_MAX}) + std::string(COMMAND_FRAME_MAX - 100, 'x');
+    std::vector<int> clients(400);
+    size_t gone = 0;
+    for (int& client : clients) {
+        client = command();
+        EXPECT_TRUE(converse(client, half));
+        char byte = 0;
+        askLine(BOARD_SOCKET_PATH, "list");
+        if (recv(client, &byte, 1, MSG_DONTWAIT) == 0 || errno != EAGAIN) ++gone;
+    }
+    EXPECT_GT(gone, 0u) << "the memory was not scarce";
+    for (const int client : clients) close(client);
+    const rlimit all = {RLIM_INFINITY, RLIM_INFINITY};
+    ASSERT_EQ(prlimit(daemon, RLIMIT_AS, &all, nullptr), 0);
+    close(friendly);
+    friendly = command();
 }
 
 TEST_F(Hostile, NonsenseIsAnsweredLineByLine) {
     const std::string endless(100000, 'x');
+    std::vector<int> silent;
     for (const char* path : {BOARD_SOCKET_PATH, SHELL_SOCKET_PATH}) {
-        const int silent = connectTo(path);
-        EXPECT_TRUE(converse(silent, "half a li"));
+        EXPECT_TRUE(converse(silent.emplace_back(connectTo(path)), "half a li"));
         const int talker = connectTo(path);
         while (send(talker, endless.data(), endless.size(), MSG_NOSIGNAL) > 0) continue;
         EXPECT_EQ(receive(talker, 1), "");
@@ -117,8 +190,11 @@ TEST_F(Hostile, NonsenseIsAnsweredLineByLine) {
         for (const std::string& line : split(nonsense, '|')) {
             EXPECT_TRUE(askLine(path, line).starts_with("error: ")) << path << ": " << line;
         }
-        close(silent);
         close(talker);
+    }
+    for (const int client : silent) {
+        EXPECT_EQ(receive(client, 100), "error: no whole line came within 10 seconds\n");
+        close(client);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "ctl/client/client.h"
 
 #include "wire/framing.h"
+#include "wire/status.h"
 
 namespace {
 
@@ -58,9 +59,8 @@ std::optional<Reply> commandExchange(Stream& stream, const std::string& root, co
     std::string body(length <= COMMAND_FRAME_MAX ? length : 0, '\0');
     if (!body.empty() && !streamReceiveAll(stream, body.data(), body.size(), deadline)) return {};
     std::optional<Reply> reply = decodeReply(body);
-    if (!reply) {
-        stream.failure = "the answer is malformed";
-        streamClose(stream);
-    }
+    if (!reply) stream.failure = "the answer is malformed";
+    // The server has closed it; the next request is worth another attempt.
+    if (!reply || reply->status == STATUS_TOO_MANY_CLIENTS) streamClose(stream);
     return reply;
 }

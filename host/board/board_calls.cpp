@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "common/bytes.h"
 #include "host/board/faults.h"
@@ -21,11 +22,17 @@ constexpr uint32_t LOCATION_KIND_PORT = 1;
 constexpr uint32_t LOCATION_KIND_TRUNK = 2;
 constexpr uint32_t CHASSIS = 1;
 
+// Nothing is thrown across the daemon, which would not give its semaphore back: without memory the call
+// fails.
 template <typename Body>
 int32_t throughGate(const HardwareCall& call, Body&& body) {
-    const auto fault = faultFor(call);
-    const int32_t status = fault ? *fault : body();
-    journalCall(call, status);
+    int32_t status = STATUS_FAILED;
+    try {
+        const auto fault = faultFor(call);
+        status = fault ? *fault : body();
+        journalCall(call, status);
+    } catch (const std::bad_alloc&) {  // of the journal or the call; a call that was carried out stays so
+    }
     return status;
 }
 
@@ -72,8 +79,11 @@ char* daxIfUnit2Name(uint32_t ifUnit, char* name, uint32_t size) {
     Board& board = theBoard();
     std::lock_guard guard(board.lock);
     const Interface* interface = findInterface(board, ifUnit);
-    const std::string text = interface != nullptr ? interface->name : "if" + std::to_string(ifUnit);
-    std::snprintf(name, size, "%s", text.c_str());
+    if (interface != nullptr) {
+        std::snprintf(name, size, "%s", interface->name.c_str());
+    } else {
+        std::snprintf(name, size, "if%u", ifUnit);
+    }
     return name;
 }
 

@@ -34,7 +34,8 @@ uint32_t loadBoard(PlaneKinds kinds) {
     }
     std::lock_guard guard(board.lock);
     readBoard(text, path.c_str(), kinds, board);
-    expectPeer(!board.peerRoot.empty());
+    const bool below = !board.peerRoot.empty() && !board.peerRoot.starts_with('/');
+    expectPeer(below ? rootPrefix() + "/" + board.peerRoot : board.peerRoot);
     return board.rejected;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
+#include <new>
 #include <string>
 
 #include "common/text.h"
@@ -52,13 +53,19 @@ void putLine(const std::string& line) {
     if (write(STDERR_FILENO, line.data(), line.size()) < 0) ++gLost;
 }
 
+// Called by the daemon, across which nothing is thrown: without memory the line is lost.
 void channelOutput(const char* channel, bool hasCategory, uint32_t source, uint32_t priority,
                    const char* format, std::va_list arguments) {
     char text[TEXT_MAX];
     if (std::vsnprintf(text, sizeof(text), format, arguments) < 0) return;
-    std::string head = fmt::format("{} level={} ", channel, source & 0xFFFFu);
-    if (hasCategory) head += fmt::format("category={} ", gPortIsolateTextCategory);
-    writeLogLine(priority, head, text);
+    try {
+        std::string head = fmt::format("{} level={} ", channel, source & 0xFFFFu);
+        if (hasCategory) head += fmt::format("category={} ", gPortIsolateTextCategory);
+        writeLogLine(priority, head, text);
+    } catch (const std::bad_alloc&) {
+        std::lock_guard guard(gLock);
+        ++gLost;
+    }
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
-// One request of the command socket: taken apart, checked, handed to its handler, answered.
+#include "host/sockets/command_request.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "common/bytes.h"
 #include "host/services/answers.h"
 #include "host/services/streams.h"
-#include "host/sockets/command_server.h"
 #include "platform/hardware.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
@@ -166,6 +166,12 @@ void carryOut(const OperationTable& table, const uint8_t* bytes, size_t length, 
 }
 
 }  // namespace
+
+std::string statusReply(int32_t status) {
+    std::string reply;
+    appendStatus(reply, status);
+    return reply;
+}
 
 bool isFrameLength(uint32_t length) {
     return length >= COMMAND_WORDS_MIN && length <= COMMAND_FRAME_MAX;

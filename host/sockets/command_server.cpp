@@ -2,12 +2,13 @@
 
 #include <poll.h>
 #include <pthread.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
+#include <algorithm>
+#include <chrono>
 #include <list>
+#include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -17,243 +18,237 @@
 #include "host/services/fault_report.h"
 #include "host/services/logging.h"
 #include "host/services/readiness.h"
+#include "host/sockets/admission.h"
+#include "host/sockets/command_client.h"
+#include "host/sockets/command_request.h"
 #include "host/sockets/listening.h"
-#include "host/sockets/socket_access.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
+#include "wire/status.h"
 
 namespace {
 
-constexpr size_t WORD = WORD_SIZE;
-constexpr size_t READ_MAX = 32 * 1024;        // bytes taken from a client at once
-constexpr size_t REPLIES_MAX = 64 * 1024;     // unsent bytes beyond which a client is not served
-constexpr size_t IDLE_BUFFER_MAX = 4 * 1024;  // larger buffers go back when they are empty
-constexpr size_t CLIENTS_MAX = 4096;
+using Clock = std::chrono::steady_clock;
+
 constexpr uint32_t REQUESTS_PER_TURN = 64;
-constexpr uint32_t PEER_REQUESTS_PER_TURN = 8;  // between two requests of an ordinary client
-constexpr uint32_t PEER_TURNS = 128;            // more than a socket can hold of them
-constexpr size_t TASK_NAME_MAX = 15;            // characters
-constexpr int REFUSED_PAUSE = 10;               // milliseconds
-constexpr int ACCEPT_PAUSE = 50;  // milliseconds without accepting after the system had no descriptor left
+// The time that the turns of a round are meant to take together, and what the peer's requests may take
+// besides. A turn ends with the request in which its share of the round is used up.
+constexpr std::chrono::microseconds ROUND_TIME(4000);
+constexpr std::chrono::microseconds PEER_ROUND_TIME(8000);
+constexpr uint32_t PEER_REQUESTS_PER_TURN = 8;  // between two requests of others
+constexpr uint32_t PEER_REQUESTS_LEAST = 2;     // the same, once the time is up
+constexpr uint32_t ACCEPTS_PER_ROUND = 64;
+constexpr int IDLE_LOOKS = 8;         // at how many who may have to go, before a newcomer is told to
+constexpr size_t TASK_NAME_MAX = 15;  // characters
+constexpr int REFUSED_PAUSE = 10;     // milliseconds
 
-std::atomic<bool> gPeerExpected = false;
-
-struct Client {
-    int fd;
-    std::string input;
-    size_t served = 0;  // bytes of `input` that are done with
-    std::string replies;
-    size_t sent = 0;     // bytes of `replies` that went out
-    bool ended = false;  // nothing more will arrive
-    bool deaf = false;   // reads no replies any more; what it sent is still carried out
-    bool broken = false;
-    bool isPeer = false;  // sends what a peer board mirrors
-    bool isFresh = true;  // has sent no request yet: may turn out to be a peer
-};
+std::mutex gLock;       // guards gPeerRoot
+std::string gPeerRoot;  // empty: none may connect
 
 struct CommandServer {
     OperationTable table;
     std::string task;
-    int listener;
-    std::list<Client> clients = {};
-    int64_t acceptAgain = 0;  // monotonic milliseconds
-    bool peersKnown = false;
+    Door door;
+    std::string tooMany;  // the reply to who has no place
+    std::list<CommandClient> clients = {};
+    CommandClient* peer = nullptr;          // the link of the peer board, while it is there
+    uint32_t accepts = 0;                   // left in this round
+    Clock::duration peerTime = {};          // left in this round
+    Clock::duration turnTime = ROUND_TIME;  // of each client in this round
 };
 
-enum class NextFrame : uint8_t { none, whole, broken };
-
-NextFrame nextFrame(const Client& client, uint32_t& length) {
-    const size_t left = client.input.size() - client.served;
-    if (left < WORD) return NextFrame::none;
-    length = wordAt(client.input.data() + client.served);
-    if (!isFrameLength(length)) return NextFrame::broken;
-    return left - WORD >= length ? NextFrame::whole : NextFrame::none;
+bool peerExpected() {
+    std::lock_guard guard(gLock);
+    return !gPeerRoot.empty();
 }
 
-bool isHeldUp(const Client& client) {
-    return client.replies.size() - client.sent >= REPLIES_MAX;
-}
-
-bool hasWork(const Client& client) {
-    uint32_t length = 0;
-    return !client.broken && !isHeldUp(client) && nextFrame(client, length) != NextFrame::none;
-}
-
-void forgetServed(Client& client) {
-    client.input.erase(0, client.served);
-    client.served = 0;
-    if (client.input.empty() && client.input.capacity() > IDLE_BUFFER_MAX) std::string().swap(client.input);
-}
-
-void receive(Client& client) {
-    char chunk[READ_MAX];
-    const ssize_t got = recv(client.fd, chunk, sizeof(chunk), MSG_DONTWAIT);
-    if (got > 0) {
-        client.input.append(chunk, static_cast<size_t>(got));
-    } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
-        client.ended = true;
-    }
-}
-
-void forgetSent(Client& client) {
-    client.replies.erase(0, client.sent);
-    client.sent = 0;
-}
-
-void sendReplies(Client& client) {
-    while (!client.deaf && client.sent < client.replies.size()) {
-        const ssize_t put = send(client.fd, client.replies.data() + client.sent,
-                                 client.replies.size() - client.sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (put >= 0) {
-            client.sent += static_cast<size_t>(put);
-        } else if (errno == EAGAIN) {
-            return forgetSent(client);
-        } else if (errno != EINTR) {
-            client.deaf = true;
-        }
-    }
-    client.replies.clear();
-    client.sent = 0;
-    if (client.replies.capacity() > IDLE_BUFFER_MAX) std::string().swap(client.replies);
-}
-
-// The client's next request, if all of it is there and it can be answered; null otherwise.
-const uint8_t* nextRequest(Client& client, uint32_t& length) {
-    if (client.broken || isHeldUp(client)) return nullptr;
-    const NextFrame next = nextFrame(client, length);
-    if (next == NextFrame::broken) client.broken = true;
-    if (next != NextFrame::whole) return nullptr;
-    return reinterpret_cast<const uint8_t*>(client.input.data()) + client.served + WORD;
-}
-
-// The first request shows whether the client is a peer.
-void recognise(CommandServer& server, Client& client) {
-    uint32_t length = 0;
-    const uint8_t* request = client.isFresh ? nextRequest(client, length) : nullptr;
-    if (request == nullptr) return;
-    client.isFresh = false;
-    client.isPeer = portIsolateOpIsSync(wordAt(request));
-    server.peersKnown = server.peersKnown || client.isPeer;
+// The daemon of the peer board tells who it is in a file that only its own user can write.
+bool isPeerBoard(const PeerProcess& process) {
+    std::lock_guard guard(gLock);
+    std::string text;
+    std::string problem;
+    uint32_t number = 0;
+    return !gPeerRoot.empty() && readRegularFile(gPeerRoot + PID_FILE, text, problem) &&
+           parseNumber(text.substr(0, text.find('\n')), number) &&
+           static_cast<pid_t>(number) == process.process;
 }
 
 // Carries out the client's next request; false when there is none that can be.
-bool serveOne(CommandServer& server, Client& client) {
-    recognise(server, client);
+bool serveOne(CommandServer& server, CommandClient& client) {
     uint32_t length = 0;
     const uint8_t* request = nextRequest(client, length);
     if (request == nullptr) return false;
     answerRequest(server.table, request, length, client.replies);
-    client.served += WORD + length;
+    client.served += WORD_SIZE + length;
     return true;
 }
 
-// Whether there was anything to serve. A client that has not shown yet what it is may be a peer whose request
-// lies behind those of others, so it is looked at, too.
-bool servePeers(CommandServer& server) {
-    bool any = false;
-    for (Client& client : server.clients) {
-        if (!client.isPeer && !client.isFresh) continue;
-        if (!client.ended && !hasWork(client)) receive(client);
-        recognise(server, client);
-        if (!client.isPeer) continue;
-        for (uint32_t served = 0; served < PEER_REQUESTS_PER_TURN && serveOne(server, client); ++served) {
-            any = true;
-        }
-        forgetServed(client);
-        sendReplies(client);
+// A client whose memory cannot be had is given up; what it was served stays done.
+template <typename Work>
+void atItsOwnCost(CommandClient& client, Work&& work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        client.broken = client.deaf = client.ended = true;
     }
+}
+
+bool hasPeerTime(const CommandServer& server) {
+    return server.peerTime > Clock::duration::zero();
+}
+
+// Whether there was anything to serve. Even a peer that has had its time is served more than is sent to it:
+// two boards that each wait for the other to take a request would both wait in vain.
+bool servePeer(CommandServer& server) {
+    if (server.peer == nullptr) return false;
+    const auto start = Clock::now();
+    CommandClient& peer = *server.peer;
+    const uint32_t most = hasPeerTime(server) ? PEER_REQUESTS_PER_TURN : PEER_REQUESTS_LEAST;
+    bool any = false;
+    atItsOwnCost(peer, [&] {
+        if (!peer.ended && !hasWork(peer)) receiveRequests(peer);
+        for (uint32_t served = 0; served < most && serveOne(server, peer); ++served) any = true;
+        forgetServed(peer);
+        sendReplies(peer);
+    });
+    server.peerTime -= Clock::now() - start;
     return any;
 }
 
-void serveClient(CommandServer& server, Client& client) {
+void serveClient(CommandServer& server, CommandClient& client) {
+    const auto end = Clock::now() + server.turnTime;
     for (uint32_t served = 0; served < REQUESTS_PER_TURN && serveOne(server, client); ++served) {
-        if (server.peersKnown && !client.isPeer) servePeers(server);
+        if (&client != server.peer) servePeer(server);
+        if (Clock::now() >= end) break;
     }
     forgetServed(client);
     if (client.sent < client.replies.size()) sendReplies(client);
 }
 
-bool isDone(const Client& client) {
-    if (client.broken) return client.replies.empty() || client.deaf;
-    return client.ended && !hasWork(client) && client.replies.empty();
+void forgetClient(CommandServer& server, std::list<CommandClient>::iterator client) {
+    if (server.peer == &*client) server.peer = nullptr;
+    server.clients.erase(client);
+    server.door.openAgain = 0;
+}
+
+std::vector<Holder> holdersOf(const CommandServer& server) {
+    std::vector<Holder> holders;
+    const int64_t now = monotonicMs();
+    for (const CommandClient& client : server.clients) {
+        const bool idle =
+            !client.isPeer && !hasWork(client) && (!client.spoke || now - client.moved >= IDLE_AFTER);
+        holders.push_back({client.process, idle, client.spoke, client.moved});
+    }
+    return holders;
+}
+
+// Makes room for the newcomer where there is none; false when nobody can go.
+bool hasPlace(CommandServer& server, const Newcomer& newcomer) {
+    const ConnectionLimits limits = withinDescriptors(COMMAND_LIMITS);
+    if (!newcomer.crowded && server.clients.size() < limits.perUser) return true;
+    std::vector<Holder> holders = holdersOf(server);
+    for (int looks = 0; looks < IDLE_LOOKS; ++looks) {
+        const ptrdiff_t place = placeFor(newcomer.process, holders, limits, newcomer.crowded);
+        if (place == PLACE_FREE) return true;
+        if (place == PLACE_NONE) return false;
+        const auto leaving = std::next(server.clients.begin(), place);
+        if (isSilent(leaving->fd)) {
+            turnAway(server.door, leaving->fd, leaving->replies.empty() ? server.tooMany : "");
+            forgetClient(server, leaving);
+            return true;
+        }
+        holders[static_cast<size_t>(place)].idle = false;
+    }
+    return false;
+}
+
+void addClient(CommandServer& server, const Newcomer& newcomer) {
+    CommandClient& client = server.clients.emplace_back();
+    client.fd = newcomer.fd;
+    client.process = newcomer.process;
+    client.moved = monotonicMs();
+    client.isPeer = isPeerBoard(newcomer.process);
+    if (!client.isPeer) return;
+    // It has one link; what is left of an earlier one is served like anybody's.
+    if (server.peer != nullptr) server.peer->isPeer = false;
+    server.peer = &client;
 }
 
 void acceptClients(CommandServer& server) {
-    while (server.clients.size() < CLIENTS_MAX) {
-        const int fd = accept4(server.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (fd >= 0 && !isAllowedPeer(fd)) {
-            close(fd);
-            continue;
+    Newcomer newcomer = {};
+    while (server.accepts > 0 && takeNewcomer(server.door, newcomer)) {
+        --server.accepts;
+        try {
+            if (hasPlace(server, newcomer)) {
+                addClient(server, newcomer);
+                continue;
+            }
+        } catch (const std::bad_alloc&) {  // as if there were no place
+            if (!server.clients.empty() && server.clients.back().fd == newcomer.fd) {
+                forgetClient(server, std::prev(server.clients.end()));
+            }
         }
-        if (fd >= 0) {
-            server.clients.push_back({});
-            server.clients.back().fd = fd;
-            continue;
-        }
-        if (errno == ECONNABORTED || errno == EINTR) continue;
-        if (errno != EAGAIN) server.acceptAgain = monotonicMs() + ACCEPT_PAUSE;
-        return;
+        turnAway(server.door, newcomer.fd, server.tooMany);
     }
 }
 
-// What a peer board has handed over by now is carried out, for two reasons: the next request here finds what
-// was set there, and while requests go to the peer its own must not wait at the door for a whole round.
-// Bounded, so that a peer that never ends holds nobody up.
-void welcomePeers(CommandServer& server) {
+// What the peer board has handed over by now is carried out, for two reasons: the next request here finds
+// what was set there, and while requests go to the peer its own must not wait at the door for a whole round.
+void welcomePeer(CommandServer& server) {
     acceptClients(server);
-    for (uint32_t turn = 0; turn < PEER_TURNS && servePeers(server); ++turn) {
+    while (hasPeerTime(server) && servePeer(server)) {
     }
-}
-
-// A client is read from only when all it sent before has been served.
-short clientEvents(const Client& client) {
-    int events = 0;
-    if (!client.ended && !client.broken && !isHeldUp(client) && !hasWork(client)) events |= POLLIN;
-    if (!client.deaf && client.sent < client.replies.size()) events |= POLLOUT;
-    return static_cast<short>(events);
 }
 
 // Waits for something to do and leaves it in `polled`: the listener first, then the clients in their order.
 void waitForWork(CommandServer& server, std::vector<pollfd>& polled) {
-    const int64_t pause = server.acceptAgain - monotonicMs();
-    bool work = false;
+    const int64_t pause = server.door.openAgain - monotonicMs();
+    int working = 0;
     polled.clear();
-    const bool accepting = pause <= 0 && server.clients.size() < CLIENTS_MAX;
-    polled.push_back({accepting ? server.listener : -1, POLLIN, 0});
-    for (const Client& client : server.clients) {
+    polled.push_back({pause <= 0 ? server.door.listener : -1, POLLIN, 0});
+    for (const CommandClient& client : server.clients) {
         const short events = clientEvents(client);
         // A descriptor from which nothing is wanted is not polled: a hang-up would end every wait at once.
         polled.push_back({events != 0 ? client.fd : -1, events, 0});
-        work = work || hasWork(client);
+        if (hasWork(client)) ++working;
     }
-    if (poll(polled.data(), polled.size(), work ? 0 : pause > 0 ? static_cast<int>(pause) : -1) >= 0) return;
-    // The system refuses to wait for so many descriptors, or was interrupted: look at each after a moment.
-    poll(nullptr, 0, REFUSED_PAUSE);
-    for (pollfd& one : polled) one.revents = one.fd < 0 ? short{0} : one.events;
+    const int wait = working > 0 ? 0 : pause > 0 ? static_cast<int>(pause) : -1;
+    const int ready = poll(polled.data(), polled.size(), wait);
+    server.turnTime = ROUND_TIME / std::max(1, working + std::max(0, ready));
+    if (ready < 0) {
+        // The system refuses to wait for so many descriptors, or was interrupted: look at each after a
+        // moment.
+        poll(nullptr, 0, REFUSED_PAUSE);
+        for (pollfd& one : polled) one.revents = one.fd < 0 ? short{0} : one.events;
+    }
+    size_t position = 1;
+    for (CommandClient& client : server.clients) client.happened = polled[position++].revents;
 }
 
-void serveRound(CommandServer& server, const std::vector<pollfd>& polled) {
-    server.peersKnown = false;
-    for (const Client& client : server.clients) server.peersKnown = server.peersKnown || client.isPeer;
+void attend(CommandServer& server, CommandClient& client) {
+    const int events = client.happened;
+    const bool reads = (clientEvents(client) & POLLIN) != 0;
+    if ((events & POLLOUT) != 0 || ((events & (POLLHUP | POLLERR)) != 0 && !client.replies.empty())) {
+        sendReplies(client);
+    }
+    if (reads && events != 0) receiveRequests(client);
+    if (!hasWork(client)) return;
+    if (peerExpected()) welcomePeer(server);
+    serveClient(server, client);
+}
 
-    size_t position = 1;
-    for (auto client = server.clients.begin(); position < polled.size(); ++position) {
-        const int events = polled[position].revents;
-        if ((events & POLLOUT) != 0 || ((events & (POLLHUP | POLLERR)) != 0 && !client->replies.empty())) {
-            sendReplies(*client);
+void serveRound(CommandServer& server) {
+    server.accepts = ACCEPTS_PER_ROUND;
+    server.peerTime = PEER_ROUND_TIME;
+    for (auto client = server.clients.begin(); client != server.clients.end();) {
+        atItsOwnCost(*client, [&] { attend(server, *client); });
+        // Others may have come and gone meanwhile, but not this one.
+        const auto next = std::next(client);
+        if (isDone(*client)) {
+            close(client->fd);
+            forgetClient(server, client);
         }
-        if ((polled[position].events & POLLIN) != 0 && events != 0) receive(*client);
-        if (hasWork(*client)) {
-            if (gPeerExpected) welcomePeers(server);
-            serveClient(server, *client);
-        }
-        if (!isDone(*client)) {
-            ++client;
-            continue;
-        }
-        close(client->fd);
-        client = server.clients.erase(client);
-        server.acceptAgain = 0;
+        client = next;
     }
 }
 
@@ -261,21 +256,23 @@ void serveCommands(CommandServer* server) {
     pthread_setname_np(pthread_self(), server->task.c_str());
     prepareFaultStack();
     std::vector<pollfd> polled;
+    polled.reserve(COMMAND_LIMITS.all + 1);
     for (;;) {
         // The client served first in a round has its next request ready first, so each gets that turn.
         if (!server->clients.empty()) {
             server->clients.splice(server->clients.end(), server->clients, server->clients.begin());
         }
         waitForWork(*server, polled);
-        serveRound(*server, polled);
+        serveRound(*server);
         if (polled[0].revents != 0) acceptClients(*server);
     }
 }
 
 }  // namespace
 
-void expectPeer(bool expected) {
-    gPeerExpected = expected;
+void expectPeer(const std::string& root) {
+    std::lock_guard guard(gLock);
+    gPeerRoot = root;
 }
 
 int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry* map, uint32_t count) {
@@ -286,7 +283,8 @@ int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry
     auto* server = new CommandServer{
         .table = {.rows = map, .count = count},
         .task = std::string(task).substr(0, TASK_NAME_MAX),
-        .listener = listener,
+        .door = openDoor(listener),
+        .tooMany = statusReply(STATUS_TOO_MANY_CLIENTS),
     };
     try {
         std::thread(serveCommands, server).detach();

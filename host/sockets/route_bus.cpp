@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <string>
 
 #include "common/files.h"
@@ -155,14 +156,16 @@ int32_t dax_setsockopt(int32_t fd, int32_t level, int32_t option, const void* va
 
 int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*) {
     if (readSet == nullptr || limit < 0 || limit > DAX_FD_LIMIT) return failed(EINVAL);
-    std::vector<pollfd> waited;
+    pollfd waited[DAX_FD_LIMIT];
+    nfds_t count = 0;
     for (int32_t fd = 0; fd < limit; ++fd) {
-        if (daxFdIsSet(*readSet, fd)) waited.push_back({fd, POLLIN, 0});
+        if (daxFdIsSet(*readSet, fd)) waited[count++] = {fd, POLLIN, 0};
     }
     *readSet = {};
     for (;;) {
         int32_t ready = 0;
-        for (const pollfd& one : waited) {
+        for (nfds_t i = 0; i < count; ++i) {
+            const pollfd& one = waited[i];
             if (one.revents == 0 || (isRouteSocket(one.fd) && !wantedDatagramNext(one.fd))) continue;
             daxFdSet(*readSet, one.fd);
             ++ready;
@@ -172,7 +175,7 @@ int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*
             return ready;
         }
         markReaderWaits(true);
-        if (poll(waited.data(), waited.size(), -1) < 0 && errno != EINTR) return failed(errno);
+        if (poll(waited, count, -1) < 0 && errno != EINTR) return failed(errno);
     }
 }
 
@@ -189,7 +192,10 @@ int32_t dax_recvfrom(int32_t fd, void* buffer, uint32_t size, int32_t, void* sou
         if (length < 0) return failed(errno);
         if (!isWanted(group, length)) continue;
         const auto bytes = static_cast<uint32_t>(length) - GROUP_BYTES;
-        monitorEvent(group, buffer, bytes);
+        try {
+            monitorEvent(group, buffer, bytes);
+        } catch (const std::bad_alloc&) {  // the monitor misses it, the daemon does not
+        }
         return static_cast<int32_t>(bytes);
     }
 }

@@ -1,13 +1,12 @@
 #include "host/sockets/shell.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <string>
@@ -23,8 +22,7 @@ using PrintFunction = void (*)();
 constexpr char SHELL_TASK[] = "processshell";
 constexpr std::string_view NAME_START = "portIsolate";
 constexpr std::string_view NAME_END = "Show";
-constexpr int PRINT_TIMEOUT = 2000;  // milliseconds
-constexpr int CHILD_PIPE = 3;
+constexpr unsigned PRINT_TIMEOUT = 2;  // seconds
 
 // Only print functions can be reached, whatever else the process exports.
 PrintFunction findPrintFunction(std::string_view name) {
@@ -37,56 +35,37 @@ PrintFunction findPrintFunction(std::string_view name) {
 }
 
 // In the child: nothing of the daemon stays open, least of all its sockets, and none of its exit handlers
-// runs.
-[[noreturn]] void printInChild(PrintFunction print, int client, int lifeline) {
+// runs. It ends itself when its time is up.
+[[noreturn]] void printInChild(PrintFunction print, int client) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     std::signal(SIGPIPE, SIG_DFL);
-    if (dup2(client, STDOUT_FILENO) < 0 || dup2(lifeline, CHILD_PIPE) < 0) _exit(1);
-    close_range(CHILD_PIPE + 1, ~0u, 0);
+    std::signal(SIGALRM, SIG_DFL);
+    alarm(PRINT_TIMEOUT);
+    if (dup2(client, STDOUT_FILENO) < 0) _exit(1);
+    close_range(STDERR_FILENO + 1, ~0u, 0);
     print();
     std::fflush(stdout);
     _exit(0);
 }
 
-// The child holds the other end of `lifeline` for as long as it lives.
-bool endsInTime(int lifeline) {
-    pollfd child = {lifeline, POLLIN, 0};
-    return poll(&child, 1, PRINT_TIMEOUT) != 0;
-}
-
-void runPrintFunction(int client, const std::string& name, PrintFunction print) {
-    int lifeline[2];
-    if (pipe2(lifeline, O_CLOEXEC) != 0) {
-        answerClient(client, "error: the daemon has no file descriptor left\n");
-        return;
-    }
+// What is to be said behind the printout, or in its place.
+std::string runPrintFunction(int client, const std::string& name, PrintFunction print) {
     const pid_t child = fork();
-    if (child == 0) printInChild(print, client, lifeline[1]);
-    close(lifeline[1]);
-    if (child < 0) {
-        answerClient(client, "error: no process could be started\n");
-    } else {
-        const bool inTime = endsInTime(lifeline[0]);
-        if (!inTime) kill(child, SIGKILL);
-        int result = 0;
-        waitpid(child, &result, 0);
-        if (!inTime) {
-            answerClient(client, "\nerror: " + name + " was ended: it took too long\n");
-        } else if (WIFSIGNALED(result)) {
-            answerClient(client, "\nerror: " + name + " ended by a fault\n");
-        }
+    if (child == 0) printInChild(print, client);
+    if (child < 0) return "error: no process could be started\n";
+    int result = 0;
+    while (waitpid(child, &result, 0) < 0 && errno == EINTR) {
     }
-    close(lifeline[0]);
+    if (!WIFSIGNALED(result)) return "";
+    if (WTERMSIG(result) == SIGALRM) return "\nerror: " + name + " was ended: it took too long\n";
+    return "\nerror: " + name + " ended by a fault\n";
 }
 
-void shellRequest(int client, const std::string& line) {
+LineAnswer shellRequest(int client, const std::string& line) {
     const std::string name(trimmed(line));
     const PrintFunction print = findPrintFunction(name);
-    if (print == nullptr) {
-        answerClient(client, "error: no such print function: " + safeText(name) + "\n");
-    } else {
-        runPrintFunction(client, name, print);
-    }
+    if (print == nullptr) return {"error: no such print function: " + safeText(name) + "\n", {}};
+    return {runPrintFunction(client, name, print), {}};
 }
 
 }  // namespace

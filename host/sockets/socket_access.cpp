@@ -52,12 +52,17 @@ bool mayUse(const SocketAccess& access, uid_t user, const std::vector<gid_t>& gr
     return user == 0 || std::find(groups.begin(), groups.end(), *access.group) != groups.end();
 }
 
-bool isAllowedPeer(int fd) {
+bool isPrivileged(uid_t user) {
+    return user == 0 || user == socketAccess().owner;
+}
+
+std::optional<PeerProcess> allowedPeer(int fd) {
     ucred peer = {};
     socklen_t length = sizeof(peer);
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return false;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return {};
     const SocketAccess& access = socketAccess();
-    return mayUse(access, peer.uid, {}) || mayUse(access, peer.uid, groupsOfPeer(fd, peer.gid));
+    if (!mayUse(access, peer.uid, {}) && !mayUse(access, peer.uid, groupsOfPeer(fd, peer.gid))) return {};
+    return PeerProcess{peer.pid, peer.uid};
 }
 
 void admitGroup(const std::string& path) {

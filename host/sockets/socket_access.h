@@ -24,8 +24,17 @@ const SocketAccess& socketAccess();
 
 // Whether a user with these groups, the primary one included, has access.
 bool mayUse(const SocketAccess& access, uid_t user, const std::vector<gid_t>& groups);
-// Whether the process that connected to this stream socket has access; false when it cannot be asked.
-bool isAllowedPeer(int fd);
+// Root, and the user that the daemon runs as.
+bool isPrivileged(uid_t user);
+
+struct PeerProcess {
+    pid_t process;  // 0 where it is not in the daemon's own process space
+    uid_t user;
+};
+
+// The process that connected to this stream socket, as the kernel knows it; none when it has no access, or
+// cannot be asked.
+std::optional<PeerProcess> allowedPeer(int fd);
 
 // Widens a freshly bound socket of mode 0600 to the group. It stays with its owner, after a report, when that
 // is not possible.

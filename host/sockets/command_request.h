@@ -1,0 +1,25 @@
+// One request of the command socket (wire/framing.h): taken apart, checked, handed to its handler, answered.
+// Nothing is kept between two calls.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/services.h"
+
+// Rows in any order; opcodes that are in none, or whose handler is null, have no handler.
+struct OperationTable {
+    const IcmFuncMapEntry* rows;
+    uint32_t count;
+};
+
+// Carries out one request, `length` bytes behind the frame's length word (isFrameLength holds of it), and
+// appends the reply frame.
+void answerRequest(const OperationTable& table, const uint8_t* request, size_t length, std::string& replies);
+
+// The reply to a request that is not looked at.
+std::string statusReply(int32_t status);
+
+// Whether a frame may have this length at all.
+bool isFrameLength(uint32_t length);
