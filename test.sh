@@ -42,7 +42,7 @@ if ! [[ $mutants =~ ^[0-9]+$ ]]; then
     exit 2
 fi
 
-packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev file mandoc iproute2 nftables spin)
+packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian mandoc iproute2 nftables spin)
 [ $lint = no ] || packages+=(clang-format clang-tidy libbenchmark-dev)
 [ $cross = no ] || packages+=(g++-{powerpc,s390x,aarch64}-linux-gnu qemu-user googletest)
 [ $kernel = no ] || packages+=(libteam-utils "${KERNEL_VM_PACKAGES[@]}")

@@ -1,6 +1,9 @@
 // The running programs as an operator sees them: what is configured and what happens to the board, and what
 // the forwarding plane, the printouts, the journal and the log then say.
+#include <poll.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #include <algorithm>
 #include <map>
@@ -9,6 +12,7 @@
 
 #include "e2e.h"
 #include "platform/hardware.h"
+#include "platform/route_messages.h"
 
 namespace {
 
@@ -221,6 +225,95 @@ TEST_F(EndToEnd, StartsThatCannotBe) {
             EXPECT_NE(outcome.err.find(file + ": not a regular file"), std::string::npos) << outcome.err;
             std::filesystem::remove(root + file);
         }
+    }
+}
+
+// What a terminal, an operator, a rotation of logs and a full disk do to a process.
+TEST_F(EndToEnd, SignalsAndAFullDiskCostTheJournalAtMost) {
+    board += "\njournal /journal\n";
+    const std::string file = root + "/journal";
+    start();
+    for (const int signal : {SIGUSR1, SIGUSR2, SIGHUP}) tell(signal);
+    ctlOutput("group add 5 ge1/1 ge1/2");
+    std::filesystem::rename(file, file + ".1");
+    const std::string before = readText(file + ".1");
+    tell(SIGHUP);
+    for (int looks = 0; looks < 10000 && !std::filesystem::exists(file); ++looks) boardAnswer("settle");
+    ctlOutput("group del 5");
+    EXPECT_EQ(readText(file + ".1"), before);
+    rlimit limit = {};
+    ASSERT_EQ(prlimit(daemon, RLIMIT_FSIZE, nullptr, &limit), 0);
+    const rlim_t all = limit.rlim_cur;
+    const size_t size = readText(file).size();
+    limit.rlim_cur = size + 100;
+    ASSERT_EQ(prlimit(daemon, RLIMIT_FSIZE, &limit, nullptr), 0);
+    ctlOutput("group add 6 ge1/1 ge1/2");
+    EXPECT_EQ(readText(file).size(), size + 100) << "the last line has been cut";
+    limit.rlim_cur = all;
+    ASSERT_EQ(prlimit(daemon, RLIMIT_FSIZE, &limit, nullptr), 0);
+    ctlOutput("group del 6");
+    const Texts lines = split(readText(file), '\n');
+    const Texts whole = extract(readText(file), "^\\{\"seq\":.*\\}$");
+    EXPECT_EQ(whole.size() + 1, lines.size()) << "the line behind the cut one is cut, too";
+}
+
+// Whoever starts it: nothing can be gained any more, and little of what root has is left.
+TEST_F(EndToEnd, KeepsFewPrivileges) {
+    start();
+    const std::string status = readText("/proc/" + std::to_string(daemon) + "/status");
+    EXPECT_EQ(extract(status, "^NoNewPrivs:\\s(\\d)", "$1"), Texts{"1"});
+    const uint64_t kept = 1u << 0 | 1u << 1 | 1u << 3 | 1u << 12;  // of capabilities(7)
+    for (const char* set : {"CapEff", "CapPrm", "CapInh", "CapAmb"}) {
+        const Texts found = extract(status, "^" + std::string(set) + ":\\s([0-9a-f]+)", "$1");
+        ASSERT_EQ(found.size(), 1u);
+        EXPECT_EQ(std::stoull(found[0], nullptr, 16) & ~kept, 0u) << set;
+    }
+}
+
+// A peer that takes nothing holds up the task that has something for it; a hung task must not look alive.
+TEST_F(EndToEnd, TheServiceManagerHearsOfAHungTask) {
+    for (const bool eventTask : {true, false}) {
+        std::filesystem::create_directories(root + "/peer/tmp");
+        const auto listenTo = [this](const std::string& path, int type) {
+            sockaddr_un address = {AF_UNIX, {}};
+            std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+            const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+            EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+            return fd;
+        };
+        const int manager = listenTo(root + "/notify", SOCK_DGRAM);
+        const int peer = listenTo(root + "/peer" + COMMAND_SOCKET_PATH, SOCK_STREAM);
+        ASSERT_EQ(listen(peer, 0), 0);
+        const int queued = connectTo("/peer/tmp/portisolatecmd.socket");
+        setenv("NOTIFY_SOCKET", (root + "/notify").c_str(), 1);
+        setenv("WATCHDOG_USEC", "400000", 1);
+        board = readText(DEMO_BOARD) + "\nrole active\npeer peer timeout 3000\n";
+        start();
+        unsetenv("NOTIFY_SOCKET");
+        unsetenv("WATCHDOG_USEC");
+        const auto hears = [manager](const std::string& expected) {
+            char words[64];
+            pollfd polled = {manager, POLLIN, 0};
+            const ssize_t got = poll(&polled, 1, 1000) == 1 ? recv(manager, words, sizeof(words), 0) : 0;
+            return std::string(words, static_cast<size_t>(got)) == expected;
+        };
+        EXPECT_TRUE(hears("READY=1"));
+        for (int sign = 0; sign < 8; ++sign) EXPECT_TRUE(hears("WATCHDOG=1"));
+        const int client = connectTo(eventTask ? ROUTE_SOCKET_PATH : COMMAND_SOCKET_PATH,
+                                     eventTask ? SOCK_DGRAM : SOCK_STREAM);
+        const std::string event = bytesOf({DAX_RTGRP_SYSTEM_GROUP, 24, DAX_RTM_SERIAL_SYNC, 0, 0, 0, 0});
+        const std::string setting = request(OP_GROUP_SET, GROUP_COLUMN_ROW_STATUS, {1, 5, 0}, {ROW_CREATE});
+        EXPECT_TRUE(converse(client, eventTask ? event : setting));
+        int signs = 0;
+        while (signs < 20 && hears("WATCHDOG=1")) ++signs;
+        EXPECT_LT(signs, 20) << "hung, and told to be alive: " << eventTask;
+        signs = 0;
+        while (signs < 5 && !hears("WATCHDOG=1")) ++signs;
+        EXPECT_LT(signs, 5) << "alive again, and nobody is told: " << eventTask;
+        stop();
+        for (const int fd : {manager, peer, queued, client}) close(fd);
+        for (const char* left : {"/notify", "/peer/tmp/portisolatecmd.socket"})
+            std::filesystem::remove(root + left);
     }
 }
 

@@ -30,16 +30,28 @@ diff - "$work/files" <<'END' || fail 'the package does not hold what it should'
 ./usr/lib/systemd/system/portisolate.service
 ./usr/sbin/portisolate
 ./usr/share/bash-completion/completions/portisolatectl
-./usr/share/man/man5/portisolate-board.conf.5
-./usr/share/man/man5/portisolate.conf.5
-./usr/share/man/man8/portisolate.8
-./usr/share/man/man8/portisolatectl.8
+./usr/share/lintian/overrides/portisolate
+./usr/share/man/man5/portisolate-board.conf.5.gz
+./usr/share/man/man5/portisolate.conf.5.gz
+./usr/share/man/man8/portisolate.8.gz
+./usr/share/man/man8/portisolatectl.8.gz
 ./usr/share/zsh/vendor-completions/_portisolatectl
 END
 ls "$work"/tree/usr/share/doc/portisolate/examples/linux/{board,portisolate}.conf >/dev/null || fail 'examples'
 (cd "$work/tree" && find etc -type f | sed 's|^|/|' | sort) | diff - "$work/control/conffiles" || fail 'conffiles'
 for script in postinst prerm postrm; do sh -n "$work/control/$script"; done
 grep -q '^ExecStart=/usr/sbin/portisolate$' "$work/tree/usr/lib/systemd/system/portisolate.service" || fail 'unit'
+
+# Hardened as it was built; sanitizers bring checks of their own.
+where_there_is() { command -v "$1" >/dev/null || { echo "no $1: left out: $*"; return; }; "$@" || fail "$*"; }
+if grep -q '^PORTISOLATE_SANITIZE:[A-Z]*=.' "$build/CMakeCache.txt"; then
+    echo 'a build with sanitizers: left out: hardening-check, lintian'
+else
+    # The parts of the C++ library that are linked in have no control flow protection.
+    where_there_is hardening-check --nocfprotection "$work"/tree/usr/{sbin/portisolate,bin/portisolatectl}
+    # Which licence there is to be, the owner decides.
+    where_there_is lintian --fail-on error,warning --suppress-tags no-copyright-file "$work"/out/*.deb
+fi
 
 # The daemon as packaged, on the configuration as packaged.
 export PORTISOLATE_ROOT=$work/tree
@@ -68,7 +80,7 @@ cmake --install "$build" --prefix "$work/own" >/dev/null
 echo '# mine' >"$work/own/etc/portisolate/board.conf"
 cmake --install "$build" --prefix "$work/own" >/dev/null
 grep -q mine "$work/own/etc/portisolate/board.conf" || fail 'a configuration was overwritten'
-where_there_is() { command -v "$1" >/dev/null || { echo "no $1: left out: $*"; return; }; "$@" || fail "$*"; }
 where_there_is systemd-analyze verify --man=no "$work/own/lib/systemd/system/portisolate.service"
+gunzip "$work"/own/share/man/man?/*.gz
 where_there_is mandoc -Tlint -Wwarning "$work"/own/share/man/man?/*
 echo 'packaged, unpacked and used'

@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <cstring>
 #include <mutex>
 #include <nlohmann/json.hpp>
 
@@ -16,8 +18,12 @@ namespace {
 
 std::atomic<uint64_t> gSequence = 0;  // number of the last call
 std::atomic<bool> gHasFile = false;
-std::mutex gLock;  // guards gFile, and keeps the lines in the order of their numbers
-int gFile = -1;
+std::mutex gLock;    // keeps the lines in the order of their numbers, and guards gTorn
+bool gTorn = false;  // the file ends within a line
+// Set once and then left alone but by the handler of a signal, which takes no lock.
+std::atomic<int> gFile = -1;
+char gPath[PATH_MAX] = "";
+constexpr mode_t FILE_MODE = 0640;
 
 std::string callLine(uint64_t sequence, const HardwareCall& call, int32_t status) {
     nlohmann::ordered_json line = {{"seq", sequence}, {"call", call.name}};
@@ -51,6 +57,18 @@ std::string monitoredCall(uint64_t sequence, const HardwareCall& call, int32_t s
     return line + "\n";
 }
 
+// The file never blocks: it was opened so. A full disk, or a limit of file sizes, shows as a gap in the
+// numbers.
+void writeToFile(const std::string& line) {
+    const std::string text = gTorn ? "\n" + line : line;
+    const ssize_t put = write(gFile, text.data(), text.size());
+    if (put > 0) gTorn = static_cast<size_t>(put) < text.size();
+}
+
+int openFile(int how) {
+    return open(gPath, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC | how, FILE_MODE);
+}
+
 }  // namespace
 
 void journalCall(const HardwareCall& call, int32_t status) {
@@ -62,8 +80,7 @@ void journalCall(const HardwareCall& call, int32_t status) {
     const uint64_t sequence = ++gSequence;
     if (gHasFile || hasStream(StreamKind::calls)) {
         const std::string line = callLine(sequence, call, status);
-        // The file never blocks: it was opened so. A full disk shows as a gap in the numbers.
-        if (gFile >= 0 && write(gFile, line.data(), line.size()) < 0) errno = 0;
+        if (gFile >= 0) writeToFile(line);
         queueLine(StreamKind::calls, line);
     }
     if (hasStream(StreamKind::everything)) {
@@ -72,11 +89,23 @@ void journalCall(const HardwareCall& call, int32_t status) {
 }
 
 int openJournalFile(const std::string& path) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_NONBLOCK | O_CLOEXEC, 0640);
-    if (fd < 0) return errno;
-    std::lock_guard guard(gLock);
-    if (gFile >= 0) close(gFile);
-    gFile = fd;
-    gHasFile = true;
-    return 0;
+    if (path.size() >= sizeof(gPath)) return ENAMETOOLONG;
+    std::memcpy(gPath, path.c_str(), path.size() + 1);
+    gFile = openFile(O_TRUNC);
+    gHasFile = gFile >= 0;
+    return gHasFile ? 0 : errno;
+}
+
+// Nothing here takes a lock or memory. A writer's descriptor stays what it is and leads to the new file.
+void reopenJournalFile() {
+    const int before = errno;
+    const int fd = gPath[0] == '\0' ? -1 : openFile(0);
+    if (fd >= 0 && gFile >= 0) {
+        dup3(fd, gFile, O_CLOEXEC);
+        close(fd);
+    } else if (fd >= 0) {
+        gFile = fd;
+        gHasFile = true;
+    }
+    errno = before;
 }

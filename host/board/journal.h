@@ -3,7 +3,7 @@
 // calls (host/services/streams.h); the monitor gets the same calls as lines of words.
 //
 // Calls are numbered whether or not anybody listens, so a gap in the numbers is a gap in the journal. Nothing
-// is formatted while nobody listens.
+// is formatted while nobody listens. A line for which the disk has no room is left out.
 //
 // Thread-safety
 // -------------
@@ -17,5 +17,10 @@
 
 // Writes down a call that has been answered with `status`, wherever somebody listens. Never waits.
 void journalCall(const HardwareCall& call, int32_t status);
-// Opens the journal file, emptied; one that was open before is closed. 0, or an errno value.
+// Opens the journal file, emptied. 0, or an errno value; either way `path` is what is opened anew from here
+// on. To be called once.
 int openJournalFile(const std::string& path);
+// Goes on in a file of that path which is made where it is missing, so that the old one can be moved away
+// first. Where that fails the old one is kept. May be called by a handler of signals; does nothing without a
+// path.
+void reopenJournalFile();

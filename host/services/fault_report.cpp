@@ -20,6 +20,7 @@ constexpr bool REPORTED_BY_SANITIZER = false;
 #endif
 constexpr size_t FAULT_STACK_SIZE = 64 * 1024;
 constexpr int FAULT_SIGNALS[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL};
+constexpr int HARMLESS_SIGNALS[] = {SIGHUP, SIGUSR1, SIGUSR2, SIGXFSZ};
 constexpr int BACKTRACE_MAX = 64;
 
 void reportFault(int signal, siginfo_t* info, void*) {
@@ -61,10 +62,12 @@ void silCatchSegFault(void) {
 }
 
 // Undoes what a starter may have left behind: an ignored SIGCHLD would keep children from being reaped, a
-// blocked or ignored SIGTERM a service manager from ending the process.
+// blocked or ignored SIGTERM a service manager from ending the process. The end of a terminal, a limit of
+// file sizes (the write then fails) and the signals without a meaning do not end the process.
 void patchSignalHandler(void) {
     std::signal(SIGCHLD, SIG_DFL);
     std::signal(SIGTERM, SIG_DFL);
+    for (const int signal : HARMLESS_SIGNALS) std::signal(signal, SIG_IGN);
     sigset_t none;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, nullptr);

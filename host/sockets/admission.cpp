@@ -63,6 +63,8 @@ Door openDoor(int listener) {
 }
 
 bool takeNewcomer(Door& door, Newcomer& newcomer) {
+    if (door.spare < 0)
+        door.spare = fcntl(door.listener, F_DUPFD_CLOEXEC, 0);  // another task had it meanwhile
     for (;;) {
         newcomer = {
             .fd = accept4(door.listener, nullptr, nullptr, SOCK_CLOEXEC), .process = {}, .crowded = false};

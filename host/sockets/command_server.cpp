@@ -212,7 +212,7 @@ void waitForWork(CommandServer& server, std::vector<pollfd>& polled) {
         polled.push_back({events != 0 ? client.fd : -1, events, 0});
         if (hasWork(client)) ++working;
     }
-    const int wait = working > 0 ? 0 : pause > 0 ? static_cast<int>(pause) : -1;
+    const int wait = working > 0 ? 0 : pause > 0 ? static_cast<int>(pause) : signInterval();
     const int ready = poll(polled.data(), polled.size(), wait);
     server.turnTime = ROUND_TIME / std::max(1, working + std::max(0, ready));
     if (ready < 0) {
@@ -262,6 +262,7 @@ void serveCommands(CommandServer* server) {
         if (!server->clients.empty()) {
             server->clients.splice(server->clients.end(), server->clients, server->clients.begin());
         }
+        commandServerLives();
         waitForWork(*server, polled);
         serveRound(*server);
         if (polled[0].revents != 0) acceptClients(*server);

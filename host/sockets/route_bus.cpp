@@ -17,6 +17,7 @@
 #include "common/files.h"
 #include "common/local_socket.h"
 #include "host/services/logging.h"
+#include "host/services/readiness.h"
 #include "host/services/streams.h"
 #include "host/sockets/listening.h"
 #include "platform/route_messages.h"
@@ -175,7 +176,8 @@ int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*
             return ready;
         }
         markReaderWaits(true);
-        if (poll(waited, count, -1) < 0 && errno != EINTR) return failed(errno);
+        eventTaskLives();
+        if (poll(waited, count, signInterval()) < 0 && errno != EINTR) return failed(errno);
     }
 }
 

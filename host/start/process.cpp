@@ -1,14 +1,17 @@
 // The process as a whole: its board, its memory, and the sockets through which an operator looks inside.
 #include <malloc.h>
 
+#include <csignal>
 #include <cstdlib>
 
 #include "common/files.h"
 #include "host/board/board_control.h"
+#include "host/board/journal.h"
 #include "host/board/peer_link.h"
 #include "host/board/this_board.h"
 #include "host/services/logging.h"
 #include "host/services/options.h"
+#include "host/services/privileges.h"
 #include "host/sockets/listening.h"
 #include "host/sockets/run_folder.h"
 #include "host/sockets/shell.h"
@@ -50,6 +53,14 @@ void readConfiguration(const Arguments& arguments) {
     refuseStart();
 }
 
+// What rotates the journal moves it away and sends this signal.
+void reopenJournalOnHangup() {
+    struct sigaction reopen = {};
+    reopen.sa_handler = [](int) { reopenJournalFile(); };
+    reopen.sa_flags = SA_RESTART;
+    sigaction(SIGHUP, &reopen, nullptr);
+}
+
 }  // namespace
 
 // The daemon goes on whatever is answered, so a process that lacks what it needs ends here. The lock comes
@@ -57,7 +68,7 @@ void readConfiguration(const Arguments& arguments) {
 int32_t procShellInit(const char*, uint32_t, uint32_t) {
     const Arguments arguments = readArguments();
     if (arguments.check) readConfiguration(arguments);
-    if (!claimRunFolder()) refuseStart();
+    if (!dropPrivileges() || !claimRunFolder()) refuseStart();
     const int shell = listenLocalSocket(rootedPath(SHELL_SOCKET_PATH));
     const int control = shell < 0 ? -1 : listenLocalSocket(rootedPath(BOARD_SOCKET_PATH));
     if (control < 0) refuseStart();
@@ -66,6 +77,7 @@ int32_t procShellInit(const char*, uint32_t, uint32_t) {
     reserveMemory();
     if (startProcessShell(shell) != 0 || startBoardControl(control) != 0) refuseStart();
     openBoardJournal();
+    reopenJournalOnHangup();
     watchPorts();
     preparePeerLink();
     return 0;
