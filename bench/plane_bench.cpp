@@ -87,13 +87,14 @@ void rawTransaction(mnl_socket* socket, uint16_t type, uint32_t& sequence) {
     frameHeader(batch, NFNL_MSG_BATCH_BEGIN, sequence);
     nftnl_set* set = nftnl_set_alloc();
     nftnl_set_set_str(set, NFTNL_SET_TABLE, "portisolate");
-    nftnl_set_set_str(set, NFTNL_SET_NAME, "bi");
+    nftnl_set_set_str(set, NFTNL_SET_NAME, "pairs");
     for (const bool reverse : {false, true}) {
         char key[32] = {};
         memcpy(key, reverse ? "raw1" : "raw0", 4);
         memcpy(key + 16, reverse ? "raw0" : "raw1", 4);
         nftnl_set_elem* element = nftnl_set_elem_alloc();
         nftnl_set_elem_set(element, NFTNL_SET_ELEM_KEY, key, sizeof key);
+        if (type == NFT_MSG_NEWSETELEM) nftnl_set_elem_set_u32(element, NFTNL_SET_ELEM_VERDICT, NF_DROP);
         nftnl_set_elem_add(set, element);
     }
     nlmsghdr* header = nftnl_nlmsg_build_hdr(static_cast<char*>(mnl_nlmsg_batch_current(batch)), type,

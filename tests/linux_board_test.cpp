@@ -26,7 +26,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// Devices as `INDEX NAME [kind KIND] [master INDEX] [lower INDEX] [vid N] [switch ID] [filters VLANs]`, or
+// Devices as `INDEX NAME [kind KIND] [master INDEX] [lower INDEX] [vid N] [switch ID] [filters 802.1ad]`, or
 // `INDEX gone`, each ended by a semicolon.
 LinkChanges linksOf(const std::string& text) {
     LinkChanges changes;
@@ -41,7 +41,7 @@ LinkChanges linksOf(const std::string& text) {
             if (words[i] == "master") link->master = number(i + 1);
             if (words[i] == "lower") link->lower = number(i + 1);
             if (words[i] == "vid") link->vlanId = number(i + 1);
-            if (words[i] == "filters") link->filtersVlans = true;
+            if (words[i] == "filters") link->filtersVlans = true, link->vlanProtocol = ETH_P_8021AD;
             if (words[i] == "switch") link->switchId = words.at(i + 1);
         }
     }
@@ -90,7 +90,10 @@ Bytes vlanMessage(uint16_t protocol) {
 const Bytes BRIDGE_MESSAGE = linkMessage(RTM_NEWLINK, 3, [](nlmsghdr* message) {
     named("br0")(message);
     mnl_attr_put(message, IFLA_PHYS_SWITCH_ID, 2, "\xAB\x01");
-    putInfo(message, "bridge", [=] { mnl_attr_put_u8(message, IFLA_BR_VLAN_FILTERING, 1); });
+    putInfo(message, "bridge", [=] {
+        mnl_attr_put_u8(message, IFLA_BR_VLAN_FILTERING, 1);
+        mnl_attr_put_u16(message, IFLA_BR_VLAN_PROTOCOL, htons(ETH_P_8021AD));
+    });
 });
 
 }  // namespace
@@ -108,7 +111,7 @@ TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
         Bytes message;
         std::string expected;
     } cases[] = {
-        {"bridge", BRIDGE_MESSAGE, "3 br0 kind bridge switch ab01 filters VLANs;"},
+        {"bridge", BRIDGE_MESSAGE, "3 br0 kind bridge switch ab01 filters 802.1ad;"},
         {"VLAN", vlanMessage(ETH_P_8021Q), "7 br0.10 kind vlan lower 3 vid 10;"},
         {"service VLAN", vlanMessage(ETH_P_8021AD), "7 br0.10 kind vlan lower 3;"},
         {"lower device elsewhere", linkMessage(RTM_NEWLINK, 7, foreign), "7 veth master 5;"},

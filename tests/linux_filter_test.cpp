@@ -8,6 +8,7 @@
 #include <random>
 #include <utility>
 
+#include "host/linux/kernel_links.h"
 #include "host/linux/linux_plane.h"
 #include "host/planes/sim_plane.h"
 #include "linux_fixture.h"
@@ -109,7 +110,7 @@ std::string notHeld(const Plane& plane) {
 TEST(LinuxFilter, IsolatesAsTheSimulatedPlaneDoes) {
     if (const std::string problem = enterNetwork(); !problem.empty()) SKIP_FOR(problem);
     TwoPlanes planes;
-    ASSERT_EQ(startLinuxPlane(planes.real, {"c", "d"}), "");
+    ASSERT_EQ(startLinuxPlane(planes.real, {.access = {"c", "d"}}), "");
     std::mt19937 random(7);
     for (int step = 0; step < 400; ++step) {
         const uint32_t dice = static_cast<uint32_t>(random());

@@ -180,7 +180,7 @@ TEST_F(LinuxPlaneTest, MendsWhateverOthersDoToItsTable) {
     build(UNLISTED, {"p1", "p2"});
     ctlOutput("group add 5 p1 p2");
     const std::string nft = "nft ", table = " bridge portisolate ", chain = table + "forward ";
-    const std::string drop = "$(nft -a list chain" + chain + "| awk '/drop/ { print $NF; exit }')";
+    const std::string drop = "$(nft -a list chain" + chain + "| awk '/vmap/ { print $NF; exit }')";
     const struct {
         std::string done, state, told;
     } cases[] = {
@@ -193,8 +193,8 @@ TEST_F(LinuxPlaneTest, MendsWhateverOthersDoToItsTable) {
         {nft + "chain" + chain + "'{ policy drop; }'", "changed", "chain forward was changed"},
         {nft + "add chain" + table + "other", "changed", "chain other was added"},
         {nft + "add set" + table + "other '{ type ifname; }'", "changed", "set other was added"},
-        {nft + "delete element" + table + "bi '{ p1 . p2 }'", "changed", "1 elements were deleted"},
-        {nft + "flush set" + table + "bi", "changed", "2 elements were deleted"},
+        {nft + "delete element" + table + "pairs '{ p1 . p2 }'", "changed", "1 elements were deleted"},
+        {nft + "flush map" + table + "pairs", "changed", "elements were deleted"},
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.done);
@@ -207,10 +207,47 @@ TEST_F(LinuxPlaneTest, MendsWhateverOthersDoToItsTable) {
         EXPECT_EQ(notHeld(), Texts{});
         EXPECT_EQ(blocked(network), "p1>p2 p2>p1");
     }
+    // What others have taken away keeps nothing from being released.
+    ASSERT_EQ(sh("nft delete element bridge portisolate pairs '{ p1 . p2 }'"), "");
+    ctlOutput("group del 5");
+    EXPECT_EQ(blocked(network), "");
+    EXPECT_EQ(log().find("failed to operate"), std::string::npos) << log();
     // What others add to it isolates nobody for good.
-    ASSERT_EQ(sh("nft add element bridge portisolate bi '{ p1 . w }'"), "");
+    ASSERT_EQ(sh("nft add element bridge portisolate pairs '{ p1 . w : drop }'"), "");
     EXPECT_EQ(boardAnswer("plane sweep"), "1\n");
     EXPECT_NE(log().find("1 elements were added"), std::string::npos);
+}
+
+TEST_F(LinuxPlaneTest, TakesOverWhatWasLaidBeforeIt) {
+    build(UNLISTED, {"p1", "p2", "p3", "p4"});
+    stop();
+    // In the layout of an earlier version; then under another mark, from a saved ruleset.
+    ASSERT_EQ(
+        sh("nft 'delete table bridge portisolate; table bridge portisolate { "
+           "set bi { type ifname . ifname; counter; elements = { p1 . p2, p2 . p1 }; }; "
+           "set bi_vlan { type ifname . ifname . inet_service; counter; elements = { p2 . p3 . 10 }; }; "
+           "set uni { type ifname . ifname; counter; elements = { p1 . p2, p3 . p1 }; }; "
+           "set pon_off { type inet_service; elements = { 20 }; }; "
+           "chain forward { type filter hook forward priority filter; iifname . oifname @bi drop; }; }'"),
+        "");
+    for (const std::string mark : {"", "frame-mark 0x1fff\n"}) {
+        board = UNLISTED + mark;
+        restart();
+        EXPECT_EQ(linesWith("plane show", "state=left-over").size(), 6U) << boardAnswer("plane show");
+        EXPECT_EQ(blocked(network), "p1>p2 p2>p1 p3>p1");
+        EXPECT_EQ(blocked(network, 10), "p1>p2 p2>p1 p2>p3 p3>p1 p3>p4 p4>p3");
+        EXPECT_EQ(blocked(network, 20), "p1>p2 p2>p1 p3>p1");
+        stop(SIGKILL);
+        ASSERT_EQ(sh("nft list ruleset > " + root + "/saved; nft flush ruleset; nft -f " + root + "/saved"),
+                  "");
+    }
+    // The release of one kind opens no other.
+    restart();
+    ctlOutput("group add 5 p1 p2");
+    ctlOutput("group del 5");
+    EXPECT_EQ(blocked(network), "p1>p2 p3>p1");
+    boardAnswer("plane sweep");
+    EXPECT_EQ(blocked(network, 20), "p3>p4 p4>p3");
 }
 
 TEST_F(LinuxPlaneTest, LeavesAPortWhatItReflects) {

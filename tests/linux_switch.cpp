@@ -89,8 +89,12 @@ bool receiveProbe(SwitchHost& host, int fd, Received& received) {
         const ssize_t got = recvmsg(fd, &message, MSG_DONTWAIT);
         if (got < 0) return false;
         Content content = {};
-        if (got < static_cast<ssize_t>(ETH_HLEN - sizeof(content.protocol) + sizeof(content))) continue;
-        std::memcpy(&content, frame + 2 * ETH_ALEN, sizeof(content));
+        size_t at = 2 * ETH_ALEN;
+        do {
+            if (got < static_cast<ssize_t>(at + sizeof(content))) break;
+            std::memcpy(&content, frame + at, sizeof(content));
+            at += sizeof(Tag);
+        } while (content.protocol == htons(ETH_P_8021Q) || content.protocol == htons(ETH_P_8021AD));
         if (content.protocol != htons(TEST_PROTOCOL)) continue;
         host.streams += content.marker == STREAM ? 1 : 0;
         if (content.marker != PROBE) continue;
@@ -290,6 +294,41 @@ bool hearsItself(LinuxSwitch& network, const std::string& host, uint16_t vid) {
     const uint32_t sequence = nextSequence();
     sendFrame(network, host, EVERYBODY, vid, PROBE, sequence);
     return gather(network, vid, {{sequence, host}}, Clock::now() + PATIENCE, arrived);
+}
+
+std::set<TagStack> passing(LinuxSwitch& network, const std::string& from, const std::string& to,
+                           const std::set<TagStack>& stacks) {
+    const OnOneProcessor ordered;
+    std::set<TagStack> passed;
+    std::map<uint32_t, TagStack> sent;
+    // Before the frames, until the ports forward, and behind them.
+    for (const bool behind : {false, true}) {
+        if (behind) {
+            for (const TagStack& stack : stacks) {
+                std::string tags;
+                for (const FrameTag& tag : stack) tags += bytesOf(Tag{htons(tag.protocol), htons(tag.vid)});
+                sent.emplace(nextSequence(), stack);
+                std::string frame = makeFrame(network, from, EVERYBODY, 0, PROBE, sent.rbegin()->first);
+                frame.insert(2 * ETH_ALEN, tags);
+                (void)!send(network.hosts.at(from).sockets[0], frame.data(), frame.size(), 0);
+            }
+        }
+        uint32_t witness = 0;
+        for (const auto deadline = Clock::now() + PATIENCE;
+             witness != UINT32_MAX && Clock::now() < deadline;) {
+            const uint32_t first = witness = nextSequence();
+            sendFrame(network, WITNESS, EVERYBODY, 0, PROBE, witness);
+            pollfd input = {network.hosts.at(to).sockets[0], POLLIN, 0};
+            while (witness == first && poll(&input, 1, 50) > 0) {
+                Received received = {};
+                while (receiveProbe(network.hosts.at(to), input.fd, received)) {
+                    if (sent.contains(received.sequence)) passed.insert(sent.at(received.sequence));
+                    if (received.sequence == first) witness = UINT32_MAX;
+                }
+            }
+        }
+    }
+    return passed;
 }
 
 std::string streamFrame(const LinuxSwitch& network, const std::string& from, const std::string& to) {

@@ -8,8 +8,10 @@
 // older is on its way.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,6 +49,17 @@ std::string blocked(LinuxSwitch& network, uint16_t vid = 0);
 
 // Whether a host whose port reflects frames hears its own.
 bool hearsItself(LinuxSwitch& network, const std::string& host, uint16_t vid);
+
+// Tags of a frame, the outer one first.
+struct FrameTag {
+    uint16_t protocol, vid;
+    auto operator<=>(const FrameTag&) const = default;
+};
+using TagStack = std::vector<FrameTag>;
+// Which frames to everybody, each with the tags of one stack, get from one host to another. The witness
+// reaches the latter with untagged frames.
+std::set<TagStack> passing(LinuxSwitch& network, const std::string& from, const std::string& to,
+                           const std::set<TagStack>& stacks);
 
 // Frames of a stream from one host to all others, to each and to all at once, and how many of streams have
 // come to a host since it was last asked.

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "host/board/plane_kind.h"
+#include "host/planes/frame_mark.h"
 #include "host/planes/plane.h"
 #include "platform/hardware.h"
 #include "wire/records.h"
@@ -62,9 +63,10 @@ struct Board {
     uint32_t peerTimeout = PEER_TIMEOUT_DEFAULT;
     std::string journalFile;  // below the root prefix; empty: none
     Plane plane = {};
-    const PortFollower* follower = nullptr;  // of a board with a bridge; set before there are other tasks
-    std::string bridge;                      // whose ports are the interfaces; empty: they are simulated
-    std::set<std::string> accessDevices;     // marked as access, described or not
+    const PortFollower* follower = nullptr;   // of a board with a bridge; set before there are other tasks
+    std::string bridge;                       // whose ports are the interfaces; empty: they are simulated
+    std::set<std::string> accessDevices;      // marked as access, described or not
+    uint32_t frameMark = FRAME_MARK_DEFAULT;  // the bits of a frame's mark that a plane may use
 
     std::map<uint32_t, Interface>
         interfaces;  // by number; entries are never removed, so their addresses last

@@ -94,6 +94,16 @@ std::string readAccess(Words& words, Description& description) {
     return {};
 }
 
+std::string readFrameMark(Words& words, Description& description) {
+    uint32_t mask = 0;
+    const bool read = words.size() == 2 && parseNumber(words[1], mask);
+    if (!read || !isFrameMark(mask)) {
+        return "expected: frame-mark MASK, 13 bits side by side, such as 0xfff80000";
+    }
+    description.board.frameMark = mask;
+    return {};
+}
+
 std::string readJournal(Words& words, Description& description) {
     if (words.size() != 2) return "expected: journal FILE";
     description.board.journalFile = words[1].starts_with('/') ? words[1] : "/" + words[1];
@@ -172,9 +182,16 @@ struct Statement {
 };
 
 constexpr Statement STATEMENTS[] = {
-    {"role", readRole},           {"peer", readPeer},     {"plane", readPlane},
-    {"bridge", readBridge},       {"access", readAccess}, {"journal", readJournal},
-    {"interface", readInterface}, {"trunk", readTrunk},   {"vlan", readVlan},
+    {"role", readRole},
+    {"peer", readPeer},
+    {"plane", readPlane},
+    {"bridge", readBridge},
+    {"access", readAccess},
+    {"journal", readJournal},
+    {"frame-mark", readFrameMark},
+    {"interface", readInterface},
+    {"trunk", readTrunk},
+    {"vlan", readVlan},
 };
 
 std::string readStatement(Words& words, Description& description) {

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <libmnl/libmnl.h>
-#include <linux/if_bridge.h>
 #include <linux/if_ether.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
@@ -60,9 +59,11 @@ void readVlan(const nlattr* info, KernelLink& link) {
 }
 
 void readBridge(const nlattr* info, KernelLink& link) {
-    const auto bridge = nestedIn<IFLA_BR_VLAN_FILTERING + 1>(info);
+    const auto bridge = nestedIn<IFLA_BR_VLAN_PROTOCOL + 1>(info);
     const nlattr* filtering = bridge[IFLA_BR_VLAN_FILTERING];
     link.filtersVlans = holds(filtering, MNL_TYPE_U8) && mnl_attr_get_u8(filtering) != 0;
+    const nlattr* protocol = bridge[IFLA_BR_VLAN_PROTOCOL];
+    if (holds(protocol, MNL_TYPE_U16)) link.vlanProtocol = ntohs(mnl_attr_get_u16(protocol));
 }
 
 KernelLink readLink(const nlmsghdr* message) {
@@ -108,83 +109,39 @@ mnl_socket* openRoute(int flags, uint32_t groups) {
     return nullptr;
 }
 
-struct DumpRequest {
-    unsigned char family;
-    uint32_t filter = 0;  // of what a message holds besides; 0: nothing
-    mnl_cb_t take;
-    void* data;
-};
-
-bool dumpOnce(mnl_socket* route, uint32_t sequence, const DumpRequest& dump) {
+bool dumpOnce(mnl_socket* route, uint32_t sequence, LinkChanges& dumped) {
     std::vector<char> buffer(DATAGRAM_MAX);
     nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
     request->nlmsg_type = RTM_GETLINK;
     request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request->nlmsg_seq = sequence;
-    static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)))->ifi_family = dump.family;
-    if (dump.filter != 0) mnl_attr_put_u32(request, IFLA_EXT_MASK, dump.filter);
+    static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)))->ifi_family = AF_UNSPEC;
     if (mnl_socket_sendto(route, request, request->nlmsg_len) < 0) return false;
     // A dump that a change disturbs fails with EINTR, at its very end or before.
     for (int more = MNL_CB_OK; more != MNL_CB_STOP;) {
         const ssize_t length = mnl_socket_recvfrom(route, buffer.data(), buffer.size());
         if (length < 0) return false;
         more = mnl_cb_run(buffer.data(), static_cast<size_t>(length), sequence, mnl_socket_get_portid(route),
-                          dump.take, dump.data);
+                          takeMessage, &dumped);
         if (more < 0) return false;
     }
     return true;
 }
 
-// Tries until a dump is not disturbed; `forget` drops what the attempt before has gathered.
-template <typename Forget>
-bool dumpWhole(const DumpRequest& dump, Forget&& forget) {
+// Tries until a dump is not disturbed.
+bool dumpWhole(LinkChanges& dumped) {
     for (uint32_t attempt = 1; attempt <= DUMP_ATTEMPTS; ++attempt) {
         // A socket of its own: what an attempt that broke off has left unread is gone with it.
         mnl_socket* route = openRoute(0, 0);
         if (route == nullptr) return false;
-        forget();
-        const bool whole = dumpOnce(route, attempt, dump);
+        dumped.clear();
+        const bool whole = dumpOnce(route, attempt, dumped);
         const int problem = errno;
         mnl_socket_close(route);
         errno = problem;
         if (whole || problem != EINTR) return whole;
     }
     return false;
-}
-
-struct UntaggedReader {
-    uint32_t bridge;
-    UntaggedVlans* vlans;
-};
-
-int takeVlan(const nlattr* attribute, void* data) {
-    bridge_vlan_info vlan = {};
-    if (mnl_attr_get_type(attribute) != IFLA_BRIDGE_VLAN_INFO ||
-        mnl_attr_get_payload_len(attribute) < sizeof(vlan)) {
-        return MNL_CB_OK;
-    }
-    std::memcpy(&vlan, mnl_attr_get_payload(attribute), sizeof(vlan));
-    if ((vlan.flags & BRIDGE_VLAN_INFO_UNTAGGED) != 0) {
-        static_cast<std::vector<uint16_t>*>(data)->push_back(vlan.vid);
-    }
-    return MNL_CB_OK;
-}
-
-// A port of the bridge with its VLANs, each by itself.
-int takeUntagged(const nlmsghdr* message, void* data) {
-    const auto* reader = static_cast<const UntaggedReader*>(data);
-    if (message->nlmsg_type != RTM_NEWLINK || mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
-        return MNL_CB_OK;
-    }
-    const auto* header = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
-    Attributes<IFLA_MAX + 1> attributes = {};
-    mnl_attr_parse(message, sizeof(ifinfomsg), keepAttribute<IFLA_MAX + 1>, &attributes);
-    const auto index = static_cast<uint32_t>(header->ifi_index);
-    const bool isPort = index != reader->bridge && wordOf(attributes[IFLA_MASTER]) == reader->bridge;
-    if (attributes[IFLA_AF_SPEC] == nullptr || !isPort) return MNL_CB_OK;
-    std::vector<uint16_t>& vlans = (*reader->vlans)[index];
-    mnl_attr_parse_nested(attributes[IFLA_AF_SPEC], takeVlan, &vlans);
-    return MNL_CB_OK;
 }
 
 }  // namespace
@@ -250,8 +207,7 @@ bool takeLinkEvents(mnl_socket* events, LinkChanges& changes) {
 
 bool dumpLinks(KernelLinks& links) {
     LinkChanges dumped;
-    const DumpRequest request = {.family = AF_UNSPEC, .take = takeMessage, .data = &dumped};
-    if (!dumpWhole(request, [&] { dumped.clear(); })) return false;
+    if (!dumpWhole(dumped)) return false;
     links.clear();
     for (auto& [index, link] : dumped) {
         if (link) links.emplace(index, std::move(*link));
@@ -266,11 +222,4 @@ mnl_socket* pictureLinks(KernelLinks& links) {
     closeLinkEvents(events);
     errno = problem;
     return nullptr;
-}
-
-bool dumpUntaggedVlans(uint32_t bridge, UntaggedVlans& vlans) {
-    UntaggedReader reader = {bridge, &vlans};
-    const DumpRequest request = {
-        .family = AF_BRIDGE, .filter = RTEXT_FILTER_BRVLAN, .take = takeUntagged, .data = &reader};
-    return dumpWhole(request, [&] { vlans.clear(); });
 }

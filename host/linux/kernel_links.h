@@ -31,6 +31,7 @@ struct KernelLink {
     uint32_t vlanId = 0;        // of an 802.1Q device
     std::string switchId;       // of the chip that forwards between its ports by itself, in hexadecimal
     bool filtersVlans = false;  // of a bridge
+    uint16_t vlanProtocol = 0;  // of a bridge: the type of the tags that it knows
 
     bool operator==(const KernelLink&) const = default;
 };
@@ -64,10 +65,3 @@ bool takeLinkEvents(mnl_socket* events, LinkChanges& changes);
 bool dumpLinks(KernelLinks& links);
 // A subscription and all devices at its time: what happens to them from then on waits in it.
 mnl_socket* pictureLinks(KernelLinks& links);
-
-// The VLANs whose frames leave each port of a bridge untagged, by the kernel's index of the port.
-using UntaggedVlans = std::map<uint32_t, std::vector<uint16_t>>;
-// The same by the port's name.
-using EgressVlans = std::map<std::string, std::vector<uint16_t>>;
-// Replaces `vlans`; ports without such a VLAN may be left out.
-bool dumpUntaggedVlans(uint32_t bridge, UntaggedVlans& vlans);

@@ -32,20 +32,29 @@ std::mutex gLock;  // guards gWaits, and gEvents while that is set
 std::condition_variable gWaiting;
 bool gWaits = false;  // the task found nothing to take and waits for more
 
-// Hands the plane the VLANs that the ports of a VLAN-filtering bridge send without a tag. They change without
-// a change of any device, so this follows every message of the kernel.
-void followUntagged(const LinuxBoard& linuxBoard) {
+// What a bridge takes for a frame's VLAN. One that is not there may be any.
+BridgeVlans vlansOf(const KernelLink* bridge) {
+    BridgeVlans vlans;
+    if (bridge != nullptr) vlans.filters = bridge->filtersVlans;
+    if (bridge != nullptr && bridge->vlanProtocol != 0) vlans.tagProtocol = bridge->vlanProtocol;
+    return vlans;
+}
+
+void followVlans(const LinuxBoard& linuxBoard) {
     Board& board = linuxBoard.board;
-    UntaggedVlans vlans;
-    EgressVlans egress;
-    const KernelLink* bridge = linkAt(linuxBoard.links, linuxBoard.bridge);
-    if (bridge != nullptr && bridge->filtersVlans && !dumpUntaggedVlans(linuxBoard.bridge, vlans)) return;
-    for (const auto& [index, untagged] : vlans) {
-        const KernelLink* port = linkAt(linuxBoard.links, index);
-        if (port != nullptr && !untagged.empty()) egress.emplace(port->name, untagged);
-    }
+    const BridgeVlans vlans = vlansOf(linkAt(linuxBoard.links, linuxBoard.bridge));
     std::lock_guard guard(board.lock);
-    setLinuxEgress(board.plane, egress);
+    setLinuxVlans(board.plane, vlans);
+}
+
+// The same before there is a picture.
+BridgeVlans vlansOf(const std::string& bridge) {
+    KernelLinks links;
+    dumpLinks(links);
+    for (const auto& [index, link] : links) {
+        if (link.name == bridge) return vlansOf(&link);
+    }
+    return {};
 }
 
 // Reads everything anew and takes over what differs.
@@ -59,7 +68,7 @@ bool reread(LinuxBoard& linuxBoard) {
         return false;
     }
     followLinks(linuxBoard, linkDifferences(linuxBoard.links, links));
-    followUntagged(linuxBoard);
+    followVlans(linuxBoard);
     return true;
 }
 
@@ -83,7 +92,7 @@ void followUntil(LinuxBoard& linuxBoard, int64_t deadline) {
         LinkChanges changes;
         if (takeLinkEvents(gEvents, changes)) {
             followLinks(linuxBoard, changes);
-            followUntagged(linuxBoard);
+            followVlans(linuxBoard);
         } else {
             hostReport("messages of the kernel were lost: its network devices are read anew");
             gFollowed = reread(linuxBoard);
@@ -113,7 +122,9 @@ void start(Board& board) {
     {
         std::lock_guard guard(board.lock);
         if (board.bridge.empty()) return;
-        problem = startLinuxPlane(board.plane, board.accessDevices);
+        problem = startLinuxPlane(
+            board.plane,
+            {.access = board.accessDevices, .frameMark = board.frameMark, .vlans = vlansOf(board.bridge)});
         gLinux = new LinuxBoard(linuxBoardOf(board));
     }
     if (!problem.empty()) reportRemark(problem);

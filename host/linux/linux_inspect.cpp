@@ -13,8 +13,16 @@
 
 namespace {
 
-bool holds(const LinuxPlane& plane, FilterSet set, const char* src, const char* dst, uint32_t vid) {
-    return plane.held.contains(filterElement(set, src, dst, static_cast<uint16_t>(vid)));
+// Whether it stands in the kernel with all that it takes.
+bool isInForce(const LinuxPlane& plane, const FilterElement& element) {
+    if (!plane.held.contains(element)) return false;
+    const auto follows = consequencesOf(element);
+    return std::all_of(follows.begin(), follows.end(),
+                       [&](const FilterElement& one) { return plane.held.contains(one); });
+}
+
+bool holds(const LinuxPlane& plane, FilterKind kind, const char* src, const char* dst, uint32_t vid) {
+    return isInForce(plane, filterElement(kind, src, dst, static_cast<uint16_t>(vid)));
 }
 
 // Nobody knows what is in force.
@@ -25,8 +33,8 @@ bool isUncertain(const LinuxPlane& plane) {
 // Why the kernel would drop the traffic, by what it holds; empty when it would not.
 std::string causeOf(const LinuxPlane& plane, const PlanePort& src, const PlanePort& dst, uint32_t vid) {
     std::string cause;
-    const bool inVlan = vid != 0 && holds(plane, FilterSet::biVlan, src.device, dst.device, vid);
-    const bool inAll = holds(plane, FilterSet::bi, src.device, dst.device, 0);
+    const bool inVlan = vid != 0 && holds(plane, FilterKind::twoWayVlan, src.device, dst.device, vid);
+    const bool inAll = holds(plane, FilterKind::twoWay, src.device, dst.device, 0);
     if (inVlan || inAll) {
         const uint16_t scope = inAll ? 0 : static_cast<uint16_t>(vid);
         for (const PortPair pair : {pairOf(src.ifUnit, dst.ifUnit), pairOf(dst.ifUnit, src.ifUnit)}) {
@@ -35,69 +43,48 @@ std::string causeOf(const LinuxPlane& plane, const PlanePort& src, const PlanePo
             cause = twoWayText(entry->second);
         }
         if (cause.empty()) cause = "two-way isolation, left over from an earlier run";
-    } else if (holds(plane, FilterSet::uni, src.device, dst.device, 0)) {
+    } else if (holds(plane, FilterKind::oneWay, src.device, dst.device, 0)) {
         cause = plane.oneWay.contains(pairOf(src.ifUnit, dst.ifUnit))
                     ? "one-way isolation"
                     : "one-way isolation, left over from an earlier run";
-    } else if (vid != 0 && holds(plane, FilterSet::access, src.device, "", 0) &&
-               holds(plane, FilterSet::access, dst.device, "", 0) &&
-               !plane.held.contains(ponOffElement(vid))) {
+    } else if (vid != 0 && holds(plane, FilterKind::access, src.device, "", 0) &&
+               holds(plane, FilterKind::access, dst.device, "", 0) &&
+               !holds(plane, FilterKind::ponOff, "", "", vid)) {
         cause = fmt::format("PON isolation in VLAN {}", vid);
     }
     return cause;
 }
 
-// The twin of an element within a VLAN: the one for frames that leave untagged. They are shown as one entry.
-bool egressTwin(const LinuxPlane& plane, const FilterElement& element, FilterElement& twin) {
-    twin = filterElement(FilterSet::biEgress, deviceText(element.src), deviceText(element.dst), 0);
-    return element.set == FilterSet::biVlan &&
-           soleEgress(plane, std::string(deviceText(element.dst))) == element.vid;
-}
-
 void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::string& text) {
-    constexpr const char* KINDS[] = {"bi", "bi", "bi", "uni", "pon", "pon-off"};
+    constexpr const char* KINDS[] = {"bi", "bi", "uni", "pon", "pon-off"};
+    // What others have put there for a pair is shown as what it could be at most.
+    const size_t kind = element.kind == FilterKind::strange ? 0 : static_cast<size_t>(element.kind);
     const auto device = [](const auto& name) {
         return name[0] == '\0' ? std::string("-") : safeText(deviceText(name));
     };
     const auto held = plane.held.find(element);
-    bool missing = held == plane.held.end();
-    FilterCounter counter = missing ? FilterCounter{} : held->second;
-    FilterElement twin = {};
-    if (egressTwin(plane, element, twin)) {
-        const auto also = plane.held.find(twin);
-        missing |= also == plane.held.end() && plane.wanted.contains(twin);
-        if (also != plane.held.end()) {
-            counter = {counter.packets + also->second.packets, counter.bytes + also->second.bytes};
-        }
-    }
+    const bool missing = !isInForce(plane, element);
+    const FilterCounter counter = missing ? FilterCounter{} : held->second;
     const char* state = missing ? "missing" : plane.wanted.contains(element) ? "held" : "left-over";
-    text += fmt::format("entry kind={} src={} dst={} vlan={} state={}",
-                        KINDS[static_cast<size_t>(element.set)], device(element.src), device(element.dst),
-                        element.vid == 0 ? "-" : std::to_string(element.vid), state);
-    if (!missing && element.set <= FilterSet::uni) {
+    text += fmt::format("entry kind={} src={} dst={} vlan={} state={}", KINDS[kind], device(element.src),
+                        device(element.dst), element.vid == 0 ? "-" : std::to_string(element.vid), state);
+    if (!missing && kind <= static_cast<size_t>(FilterKind::oneWay)) {
         text += fmt::format(" packets={} bytes={}\n", counter.packets, counter.bytes);
     } else {
         text += " packets=- bytes=-\n";
     }
 }
 
-// What follows from other elements and the ports' VLANs is no entry of its own.
-bool isEntry(const LinuxPlane& plane, const FilterElement& element) {
-    if (element.set >= FilterSet::egress) return false;
-    return element.set != FilterSet::biEgress ||
-           !(plane.wanted.contains(element) || soleEgress(plane, std::string(deviceText(element.dst))) != 0);
-}
-
 std::vector<FilterElement> sortedElements(const LinuxPlane& plane) {
     std::vector<FilterElement> elements;
     for (const auto& [element, counter] : plane.held) {
-        if (isEntry(plane, element)) elements.push_back(element);
+        if (isEntry(element)) elements.push_back(element);
     }
     for (const auto& [element, uses] : plane.wanted) {
-        if (isEntry(plane, element) && !plane.held.contains(element)) elements.push_back(element);
+        if (isEntry(element) && !plane.held.contains(element)) elements.push_back(element);
     }
     std::sort(elements.begin(), elements.end(), [](const FilterElement& a, const FilterElement& b) {
-        return std::tie(a.set, a.src, a.dst, a.vid) < std::tie(b.set, b.src, b.dst, b.vid);
+        return std::tie(a.kind, a.src, a.dst, a.vid) < std::tie(b.kind, b.src, b.dst, b.vid);
     });
     return elements;
 }
@@ -105,11 +92,11 @@ std::vector<FilterElement> sortedElements(const LinuxPlane& plane) {
 void inspectElements(const LinuxPlane& plane, std::string& text) {
     bool access = false;
     for (const FilterElement& element : sortedElements(plane)) {
-        if (element.set == FilterSet::access && !access && !isUncertain(plane)) {
+        if (element.kind == FilterKind::access && !access && !isUncertain(plane)) {
             text += fmt::format("entry kind=pon src=- dst=- vlan=- state=held packets={} bytes={}\n",
                                 plane.pon.packets, plane.pon.bytes);
         }
-        access |= element.set == FilterSet::access;
+        access |= element.kind == FilterKind::access;
         inspectElement(plane, element, text);
     }
 }
@@ -179,7 +166,7 @@ std::string linuxFailure(int problem) {
 
 void reportStart(LinuxPlane& plane) {
     const auto leftOver = std::count_if(plane.held.begin(), plane.held.end(), [&](const auto& held) {
-        return !plane.wanted.contains(held.first) && isEntry(plane, held.first);
+        return !plane.wanted.contains(held.first) && isEntry(held.first);
     });
     if (leftOver > 0) {
         hostReport(
@@ -189,9 +176,8 @@ void reportStart(LinuxPlane& plane) {
     }
     if (plane.filter.seesPvid) return;
     plane.notes["pvid"] =
-        "this kernel cannot tell in which VLAN untagged frames came in (nft_meta_bridge is missing): an "
-        "isolation within a VLAN holds tagged frames, and untagged ones only where they leave by a port with "
-        "one "
-        "untagged VLAN";
+        "this kernel cannot tell in which VLAN untagged frames came in (nft_meta_bridge is missing): on a "
+        "bridge that filters VLANs, ports that are isolated within some VLAN do not reach one another with "
+        "untagged frames at all";
     reportRemark(plane.notes["pvid"]);
 }

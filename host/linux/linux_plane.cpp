@@ -50,7 +50,7 @@ int32_t refusal(bool twoWay, const PlanePort& src, const PlanePort& dst) {
 // Adds the elements of `now` and takes away those of `before`.
 int32_t exchange(LinuxPlane& plane, const std::vector<FilterElement>& now,
                  const std::vector<FilterElement>& before) {
-    Change change;
+    FilterChange change;
     for (const FilterElement& element : now) want(plane, element, change);
     for (const FilterElement& element : before) unwant(plane, element, change);
     return commitChange(plane, change);
@@ -80,7 +80,7 @@ int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const Pla
         entries[pair] = isolation;
         return problem;
     }
-    Change undone;
+    FilterChange undone;
     for (const FilterElement& element : before) want(plane, element, undone);
     for (const FilterElement& element : now) unwant(plane, element, undone);
     return problem;
@@ -91,7 +91,7 @@ int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const Pla
 int32_t deleteEntry(LinuxPlane& plane, PlaneEntries& entries, PlaneEntries::const_iterator entry,
                     bool twoWay) {
     if (entry == entries.end()) return STATUS_NOT_FOUND;
-    Change change;
+    FilterChange change;
     for (const FilterElement& element : entryElements(plane, twoWay, entry->first, entry->second)) {
         unwant(plane, element, change);
     }
@@ -121,38 +121,33 @@ int32_t deleteOneWay(void* state, uint32_t src, uint32_t dst) {
     return counted(plane, deleteEntry(plane, plane.oneWay, plane.oneWay.find(pairOf(src, dst)), false));
 }
 
-// The kernel has no cards: a VLAN is switched as a whole.
+// The kernel has no cards: a VLAN is switched as a whole. As with a delete that is refused, what the kernel
+// still has off then is left over.
 int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>&) {
     LinuxPlane& plane = linuxPlane(state);
-    std::vector<FilterElement> elements = {ponOffElement(vid)};
-    std::set<uint16_t> ponOff = plane.ponOff;
-    ponOff.insert(static_cast<uint16_t>(vid));
-    for (const auto& [device, vlans] : plane.egress) {
-        const bool leaves = std::find(vlans.begin(), vlans.end(), vid) != vlans.end();
-        if (leaves && (isolate || allOff(ponOff, vlans))) {
-            elements.push_back(deviceElement(FilterSet::egressOff, device));
+    const auto number = static_cast<uint16_t>(vid);
+    const std::vector<FilterElement> elements = ponOffElements(vid);
+    FilterChange change;
+    if (!isolate) {
+        const bool former = plane.ponOff.contains(number);
+        for (const FilterElement& element : elements) {
+            if (former) change.add.push_back(element);
+            if (!former) want(plane, element, change);
         }
-    }
-    Change change;
-    for (const FilterElement& element : elements) {
-        if (!isolate) {
-            change.add.push_back(element);
-        } else if (plane.held.contains(element)) {
-            change.del.push_back(element);
+        const int problem = commitChange(plane, change);
+        if (problem == 0) plane.ponOff.insert(number);
+        FilterChange undone;
+        for (const FilterElement& element : elements) {
+            if (problem != 0 && !former) unwant(plane, element, undone);
         }
+        return counted(plane, problem);
     }
-    const int problem = commitChange(plane, change);
-    if (problem == 0 && !isolate) plane.ponOff = ponOff;
-    // As with a delete that is refused: what is still held is left over.
-    if (isolate) plane.ponOff.erase(static_cast<uint16_t>(vid));
-    for (const FilterElement& element : elements) {
-        if (isolate) {
-            plane.wanted.erase(element);
-        } else if (problem == 0) {
-            plane.wanted[element] = 1;
-        }
+    if (plane.ponOff.erase(number) != 0) {
+        for (const FilterElement& element : elements) unwant(plane, element, change);
+    } else if (plane.held.contains(elements.front())) {
+        change.del.push_back(elements.front());
     }
-    return counted(plane, problem);
+    return counted(plane, commitChange(plane, change));
 }
 
 void freshCard(void*, uint32_t) {}
@@ -174,10 +169,7 @@ int32_t restore(void* state, uint64_t& changed) {
     changed = 0;
     int problem = plane.failure != 0 ? plane.failure : refresh(plane);
     const size_t parts = plane.differences.size();
-    if (problem == 0 && parts != 0) {
-        problem = layTable(plane.filter, plane.laid);
-        if (problem == 0) problem = refresh(plane);
-    }
+    if (problem == 0 && parts != 0) problem = layLayout(plane, plane.layout);
     if (problem != 0) return problem;
     changed = parts;
     std::vector<FilterElement> missing;
@@ -215,12 +207,14 @@ Plane createLinuxPlane() {
     };
 }
 
-std::string startLinuxPlane(const Plane& handle, const std::set<std::string>& accessDevices) {
+std::string startLinuxPlane(const Plane& handle, const LinuxPlaneStart& start) {
     LinuxPlane& plane = linuxPlane(handle.state);
+    plane.filter.markMask = start.frameMark;
+    plane.layout.filters = start.vlans.filters;
+    plane.layout.tagProtocol = start.vlans.tagProtocol;
+    plane.access = start.access;
     plane.failure = openFilter(plane.filter);
-    if (plane.failure == 0) plane.failure = layTable(plane.filter, plane.laid);
-    if (plane.failure == 0) plane.failure = refresh(plane);
-    plane.access = accessDevices;
+    if (plane.failure == 0) plane.failure = layFirst(plane);
     if (plane.failure == 0) plane.failure = reconcile(plane);
     plane.failureText = plane.failure == 0 ? "" : linuxFailure(plane.failure);
     if (plane.failure == 0) reportStart(plane);
@@ -232,21 +226,22 @@ int32_t renameLinuxPort(const Plane& handle, uint32_t ifUnit, const std::string&
     return plane.devices.contains(ifUnit) ? setDevice(plane, ifUnit, device) : 0;
 }
 
-void setLinuxEgress(const Plane& handle, const EgressVlans& vlans) {
+void setLinuxVlans(const Plane& handle, const BridgeVlans& vlans) {
     LinuxPlane& plane = linuxPlane(handle.state);
-    if (plane.failure != 0 || (plane.egressKnown && plane.egress == vlans)) return;
-    plane.egressKnown = true;
-    plane.egress = vlans;
-    const int problem = reconcile(plane);
-    if (problem != 0) {
-        hostReport("the VLANs that leave the bridge untagged are not known to the filter: {}",
-                   std::strerror(problem));
-    }
+    FilterLayout layout = plane.layout;
+    layout.filters = vlans.filters;
+    layout.tagProtocol = vlans.tagProtocol;
+    if (plane.failure != 0 || layout == plane.layout) return;
+    // Without a port whose frames are marked it is not in any rule yet.
+    const int problem = layout.ports ? layLayout(plane, layout) : 0;
+    if (problem == 0) plane.layout = layout;
+    if (problem != 0)
+        hostReport("the filter does not know the VLANs of the bridge: {}", std::strerror(problem));
 }
 
 void watchLinuxTable(const Plane& handle) {
     LinuxPlane& plane = linuxPlane(handle.state);
-    if (plane.failure == 0) refreshIfChanged(plane);
+    if (plane.failure == 0 && refreshIfChanged(plane) == 0) trimTable(plane);
 }
 
 void setLinuxNote(const Plane& handle, const std::string& key, const std::string& sentence) {

@@ -22,27 +22,37 @@
 #include <set>
 #include <string>
 
-#include "host/linux/kernel_links.h"
+#include "host/planes/frame_mark.h"
 #include "host/planes/plane.h"
 
 // The kernel is not touched yet: until startLinuxPlane the plane refuses every command.
 Plane createLinuxPlane();
 
-// Lays the table, keeping what stands in one that is there, and takes the access devices for the PON
-// isolation of VLANs. Returns what went wrong, as a sentence; the plane then refuses every command with the
-// kernel's status.
-std::string startLinuxPlane(const Plane& plane, const std::set<std::string>& accessDevices);
+// What the bridge takes for a frame's VLAN.
+struct BridgeVlans {
+    bool filters = true;            // also when it is not known
+    uint16_t tagProtocol = 0x8100;  // the type of its tags
+};
+
+struct LinuxPlaneStart {
+    std::set<std::string> access = {};  // devices that the PON isolation of VLANs keeps apart
+    uint32_t frameMark = FRAME_MARK_DEFAULT;
+    BridgeVlans vlans = {};
+};
+
+// Lays the table, keeping what stands in one that is there. Returns what went wrong, as a sentence; the plane
+// then refuses every command with the kernel's status.
+std::string startLinuxPlane(const Plane& plane, const LinuxPlaneStart& start);
 
 // The kernel's name of an interface has changed: what isolates it moves to the new one. 0, or the errno value
 // of the kernel's refusal.
 int32_t renameLinuxPort(const Plane& plane, uint32_t ifUnit, const std::string& device);
 
-// The VLANs whose frames leave a VLAN-filtering bridge untagged, by device: the filter cannot see the VLAN of
-// a frame whose tag the bridge has stripped. A change that cannot be made is reported.
-void setLinuxEgress(const Plane& plane, const EgressVlans& vlans);
+// The bridge is another, or has changed. A change that cannot be made is reported.
+void setLinuxVlans(const Plane& plane, const BridgeVlans& vlans);
 
-// Looks whether the table is still whole, and reports once when it is not, and once when it is again. Cheap
-// while nobody has changed the filter; to be called about once a second.
+// Looks whether the table is still whole, and reports once when it is not, and once when it is again; takes
+// away rules that are not in use any more. Cheap while nothing has changed; to be called about once a second.
 void watchLinuxTable(const Plane& plane);
 
 // A sentence for the operator that stands in every inspection, until an empty one withdraws it by the same

@@ -10,7 +10,11 @@
 namespace {
 
 constexpr size_t DIFFERENCES_TOLD = 4;
-constexpr size_t TRANSACTION_ELEMENTS = 1000;  // what a socket's buffer takes at once
+constexpr size_t ELEMENT_ROOM = 128;  // bytes of a transaction, at most
+constexpr int COMMIT_TRIES = 3;       // while others change the table
+// Where an element of each kind stands.
+constexpr const char* KIND_SETS[] = {"pairs", "vlan_pairs", "pairs",      "access", "open_vlans",
+                                     "pairs", "pairs",      "vlan_ports", "tags",   "pairs"};
 
 std::string damageWords(const LinuxPlane& plane) {
     if (plane.damage == TableDamage::none) return {};
@@ -24,7 +28,7 @@ std::string damageWords(const LinuxPlane& plane) {
     if (!plane.lost.empty()) {
         const FilterElement& first = *plane.lost.begin();
         words.push_back(fmt::format("{} elements were deleted, one of them from set {}", plane.lost.size(),
-                                    shapeOf(first.set).name));
+                                    KIND_SETS[static_cast<size_t>(first.kind)]));
     }
     return fmt::format("was changed from outside ({})", fmt::join(words, ", "));
 }
@@ -61,7 +65,7 @@ void compareElements(LinuxPlane& plane, const FilterElements& former) {
     const auto strange = std::count_if(plane.held.begin(), plane.held.end(), [&](const auto& held) {
         return !former.contains(held.first) && !plane.wanted.contains(held.first);
     });
-    if (strange == 0 || plane.generation == 0) return;
+    if (strange == 0 || plane.laid.empty() || plane.generation == 0) return;
     hostReport(
         "{} elements were added to the kernel's filter table {} from outside: `portisolatectl plane "
         "sweep` removes them",
@@ -76,25 +80,87 @@ Wanted allWanted(const LinuxPlane& plane) {
     };
     for (const auto& [pair, isolation] : plane.twoWay) take(twoWayElements(plane, pair, isolation.vid));
     for (const auto& [pair, isolation] : plane.oneWay) take(oneWayElements(plane, pair));
-    for (const std::string& device : plane.access) {
-        take(
-            {deviceElement(FilterSet::access, device), filterElement(FilterSet::hairpin, device, device, 0)});
-    }
-    for (const uint16_t vid : plane.ponOff) take({ponOffElement(vid)});
-    for (const auto& [device, vlans] : plane.egress) {
-        if (vlans.size() == 1) take({deviceElement(FilterSet::egress, device)});
-        if (allOff(plane.ponOff, vlans)) take({deviceElement(FilterSet::egressOff, device)});
-    }
+    for (const std::string& device : plane.access) take(accessElements(device));
+    for (const uint16_t vid : plane.ponOff) take(ponOffElements(vid));
     return wanted;
+}
+
+void countHeld(LinuxPlane& plane) {
+    plane.heldOf = {};
+    for (const auto& [element, counter] : plane.held) ++plane.heldOf[static_cast<size_t>(element.kind)];
+}
+
+// What the kernel holds after the change. The kernel numbers it when it was any news there.
+void takeOver(LinuxPlane& plane, const FilterChange& change) {
+    for (const FilterElement& element : change.del) {
+        plane.heldOf[static_cast<size_t>(element.kind)] -= plane.held.erase(element);
+    }
+    for (const FilterElement& element : change.add) {
+        plane.heldOf[static_cast<size_t>(element.kind)] += plane.held.try_emplace(element).second ? 1 : 0;
+        FilterElement strange = element;
+        strange.kind = FilterKind::strange;
+        if (!isVerdictKind(element.kind)) continue;
+        plane.heldOf[static_cast<size_t>(strange.kind)] -= plane.held.erase(strange);
+    }
+    if (plane.lost.empty()) return;
+    compareElements(plane, plane.held);
+    judgeTable(plane);
+}
+
+int layWith(LinuxPlane& plane, const FilterLayout& layout, const RawChange& change, bool marksMove) {
+    LaidTable laid;
+    const int problem = layTable(plane.filter, layout, change, marksMove, laid);
+    if (problem != 0) return problem;
+    plane.layout = layout;
+    plane.laid = std::move(laid.content);
+    // Else somebody else's change came in between, and everything is read anew.
+    plane.generation = laid.before == plane.generation ? laid.after : 0;
+    return 0;
+}
+
+int commitRaw(LinuxPlane& plane, const RawChange& raw) {
+    FilterLayout needed = plane.layout;
+    for (const RawElement& element : raw.add) {
+        needed.pairs |= element.set == FilterSet::pairs;
+        needed.ports |= element.set == FilterSet::vlanPorts;
+        needed.access |= element.set == FilterSet::access;
+    }
+    if (needed != plane.layout) return layWith(plane, needed, raw, false);
+    const int problem = changeElements(plane.filter, raw);
+    if (problem == 0 && raw.news) ++plane.generation;
+    return problem;
+}
+
+// `anew`: the elements, too.
+int layAll(LinuxPlane& plane, const FilterLayout& layout, bool anew) {
+    FilterChange all;
+    for (const auto& [element, counter] : plane.held) {
+        if (anew) all.add.push_back(element);
+    }
+    const int problem = layWith(plane, layout, rawChange(plane.filter, {}, all), plane.marksMoved);
+    return problem != 0 ? problem : refresh(plane);
+}
+
+FilterLayout layoutInUse(const LinuxPlane& plane) {
+    const auto any = [&](FilterKind kind) { return plane.heldOf[static_cast<size_t>(kind)] != 0; };
+    FilterLayout layout = plane.layout;
+    layout.ports = any(FilterKind::port);
+    layout.access = any(FilterKind::access);
+    layout.pairs = false;
+    for (const FilterKind kind : {FilterKind::twoWay, FilterKind::oneWay, FilterKind::within,
+                                  FilterKind::hairpin, FilterKind::strange}) {
+        layout.pairs |= any(kind);
+    }
+    return layout;
 }
 
 }  // namespace
 
-void want(LinuxPlane& plane, const FilterElement& element, Change& change) {
+void want(LinuxPlane& plane, const FilterElement& element, FilterChange& change) {
     if (++plane.wanted[element] == 1) change.add.push_back(element);
 }
 
-void unwant(LinuxPlane& plane, const FilterElement& element, Change& change) {
+void unwant(LinuxPlane& plane, const FilterElement& element, FilterChange& change) {
     const auto found = plane.wanted.find(element);
     if (found == plane.wanted.end() || --found->second > 0) return;
     plane.wanted.erase(found);
@@ -107,10 +173,12 @@ int refresh(LinuxPlane& plane) {
     FilterElements held;
     int problem = readGeneration(plane.filter, generation);
     if (problem == 0) problem = readContent(plane.filter, found, plane.pon);
-    if (problem == 0) problem = readElements(plane.filter, held);
+    if (problem == 0) problem = readElements(plane.filter, held, plane.marksMoved);
     if (problem != 0) return problem;
     plane.held.swap(held);
+    countHeld(plane);
     plane.differences = contentDifferences(plane.laid, found);
+    if (plane.marksMoved) plane.differences.push_back(setPart("tags") + " was changed");
     compareElements(plane, held);
     plane.generation = generation;
     judgeTable(plane);
@@ -124,37 +192,54 @@ int refreshIfChanged(LinuxPlane& plane) {
     return refresh(plane);
 }
 
-int commitChange(LinuxPlane& plane, const Change& change) {
-    if (plane.failure != 0) return plane.failure;
-    if (change.add.empty() && change.del.empty()) return 0;
-    const int problem = changeElements(plane.filter, change.add, change.del);
-    if (problem != 0) {
-        refresh(plane);
-        return problem;
+int commitChange(LinuxPlane& plane, const FilterChange& change) {
+    int problem = plane.failure;
+    for (int i = 0; i < COMMIT_TRIES && plane.failure == 0; ++i) {
+        const RawChange raw = rawChange(plane.filter, plane.held, change);
+        problem = raw.add.empty() && raw.del.empty() ? 0 : commitRaw(plane, raw);
+        if (problem == 0) {
+            takeOver(plane, change);
+            return 0;
+        }
+        // When it was refused for what others have done, it is made again for what stands there now.
+        const uint32_t before = plane.generation;
+        if (refresh(plane) != 0 || plane.generation == before) return problem;
     }
-    bool news = !change.del.empty();
-    for (const FilterElement& element : change.add) news |= plane.held.try_emplace(element).second;
-    for (const FilterElement& element : change.del) plane.held.erase(element);
-    // A change that adds only what is there already is no transaction to the kernel.
-    if (news) ++plane.generation;
-    if (!plane.lost.empty()) {
-        compareElements(plane, plane.held);
-        judgeTable(plane);
-    }
-    return 0;
+    return problem;
+}
+
+int layFirst(LinuxPlane& plane) {
+    TableContent standing;
+    probePvid(plane.filter);
+    int problem = readContent(plane.filter, standing, plane.pon);
+    if (problem == 0) problem = readElements(plane.filter, plane.held, plane.marksMoved);
+    const bool former = isFormerLayout(standing);
+    if (problem == 0 && former) problem = readFormerElements(plane.filter, plane.held);
+    if (problem != 0) return problem;
+    countHeld(plane);
+    return layAll(plane, layoutInUse(plane), former || plane.marksMoved);
+}
+
+int layLayout(LinuxPlane& plane, const FilterLayout& layout) {
+    return layAll(plane, layout, plane.marksMoved);
+}
+
+void trimTable(LinuxPlane& plane) {
+    const FilterLayout layout = layoutInUse(plane);
+    if (plane.damage == TableDamage::none && layout != plane.layout) layLayout(plane, layout);
 }
 
 int32_t commitElements(LinuxPlane& plane, bool add, const std::vector<FilterElement>& elements,
                        uint64_t& changed) {
-    for (size_t at = 0; at < elements.size(); at += TRANSACTION_ELEMENTS) {
+    const size_t most = plane.filter.capacity / ELEMENT_ROOM;
+    for (size_t at = 0; at < elements.size(); at += most) {
         const auto begin = elements.begin() + static_cast<std::ptrdiff_t>(at);
-        const auto end = elements.begin() +
-                         static_cast<std::ptrdiff_t>(std::min(elements.size(), at + TRANSACTION_ELEMENTS));
-        Change change;
+        const auto end = elements.begin() + static_cast<std::ptrdiff_t>(std::min(elements.size(), at + most));
+        FilterChange change;
         (add ? change.add : change.del).assign(begin, end);
         const int problem = commitChange(plane, change);
         if (problem != 0) return problem;
-        changed += static_cast<uint64_t>(end - begin);
+        changed += static_cast<uint64_t>(std::count_if(begin, end, isEntry));
     }
     return 0;
 }
@@ -167,8 +252,7 @@ int32_t reconcile(LinuxPlane& plane) {
         if (!plane.held.contains(element)) add.push_back(element);
     }
     for (const auto& [element, counter] : plane.held) {
-        const bool ours = element.set == FilterSet::access || element.set == FilterSet::hairpin ||
-                          (element.set == FilterSet::egress && plane.egressKnown);
+        const bool ours = element.kind == FilterKind::access || element.kind == FilterKind::hairpin;
         if (!wanted.contains(element) && (ours || plane.wanted.contains(element))) del.push_back(element);
     }
     plane.wanted = std::move(wanted);

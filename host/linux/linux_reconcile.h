@@ -12,29 +12,31 @@
 
 #include "host/linux/linux_state.h"
 
-// What one transaction adds and deletes.
-struct Change {
-    std::vector<FilterElement> add;
-    std::vector<FilterElement> del;
-};
-
 // Counts an element as needed once more, or once less, and puts into `change` what that takes. An element
 // that is there already is added again, too: that changes nothing, and holds where somebody else has taken it
 // away unseen.
-void want(LinuxPlane& plane, const FilterElement& element, Change& change);
-void unwant(LinuxPlane& plane, const FilterElement& element, Change& change);
+void want(LinuxPlane& plane, const FilterElement& element, FilterChange& change);
+void unwant(LinuxPlane& plane, const FilterElement& element, FilterChange& change);
 
 // Reads anew what the kernel holds, always or when somebody else has changed the filter, compares it with
 // what was laid, and reports when that is no longer, or again, the same.
 int refresh(LinuxPlane& plane);
 int refreshIfChanged(LinuxPlane& plane);
 
-// One transaction: all of it or nothing.
-int commitChange(LinuxPlane& plane, const Change& change);
+// One transaction: all of it or nothing. What others have taken away meanwhile is not missed.
+int commitChange(LinuxPlane& plane, const FilterChange& change);
 // Adds, or deletes, any number of elements in transactions of a size that a socket takes; `changed` counts
 // those that were committed.
 int32_t commitElements(LinuxPlane& plane, bool add, const std::vector<FilterElement>& elements,
                        uint64_t& changed);
+
+// Lays the table for the first time: what an earlier run has left in it stays in force all the while, under
+// whatever frame mark and in whatever layout it stands there.
+int layFirst(LinuxPlane& plane);
+// Lays the table for this layout, with what stands in its sets.
+int layLayout(LinuxPlane& plane, const FilterLayout& layout);
+// Takes away the rules of kinds that are not in use any more.
+void trimTable(LinuxPlane& plane);
 
 // Brings the kernel to what the records say, additions first. What is left over stays, except for what the
 // ports are: that is for the description and the bridge to say, whatever an earlier run has left.

@@ -39,16 +39,17 @@ struct LinuxPlane {
     std::unordered_map<uint32_t, std::string> devices;  // by interface
     std::set<std::string> access;
     std::set<uint16_t> ponOff;
-    EgressVlans egress;
-    bool egressKnown = false;  // until then what an earlier run knew is in force
     Wanted wanted;
 
     // What the kernel held when the filter was at this generation. A later one means that somebody else has
     // changed the filter, this table or another.
     FilterElements held;
+    std::array<size_t, static_cast<size_t>(FilterKind::strange) + 1> heldOf = {};  // how many, by kind
     uint32_t generation = 0;
+    bool marksMoved = false;  // what names VLANs stands under another frame mark
+    FilterLayout layout;
     TableContent laid;
-    FilterCounter pon = {};
+    FilterCounter pon = {};  // what the rules of the table count
 
     // What others have done to the table since it was laid.
     TableDamage damage = TableDamage::none;
@@ -66,14 +67,15 @@ inline LinuxPlane& linuxPlane(void* state) {
 
 // The name in an element, without the zeros behind it.
 std::string_view deviceText(const std::array<char, FILTER_DEVICE_SIZE>& device);
-// The one VLAN of all that leaves a device untagged; 0: there are several, or none is known.
-uint16_t soleEgress(const LinuxPlane& plane, const std::string& device);
-// Whether PON isolation is off in each of these VLANs.
-bool allOff(const std::set<uint16_t>& ponOff, const std::vector<uint16_t>& vlans);
 
-// The elements that make up a two-way isolation within `vid` (0: all traffic), or a one-way one. The devices
-// of both ports are known to the plane.
+// The needs that make up a two-way isolation within `vid` (0: all traffic), or a one-way one, with all that
+// follows from them. The devices of both ports are known to the plane.
 std::vector<FilterElement> twoWayElements(const LinuxPlane& plane, PortPair pair, uint16_t vid);
 std::vector<FilterElement> oneWayElements(const LinuxPlane& plane, PortPair pair);
-FilterElement deviceElement(FilterSet set, const std::string& device);
-FilterElement ponOffElement(uint32_t vid);
+std::vector<FilterElement> accessElements(const std::string& device);
+std::vector<FilterElement> ponOffElements(uint32_t vid);
+
+// Whether it is asked for, and shown; the others follow from these.
+inline bool isEntry(const FilterElement& element) {
+    return element.kind <= FilterKind::ponOff || element.kind == FilterKind::strange;
+}

@@ -81,7 +81,7 @@ void takeChain(const nlmsghdr* header, TableContent& content) {
     if (nftnl_chain_nlmsg_parse(header, chain) >= 0 &&
         std::string_view(nftnl_chain_get_str(chain, NFTNL_CHAIN_TABLE)) == FILTER_TABLE) {
         std::string& text = content[chainPart(nftnl_chain_get_str(chain, NFTNL_CHAIN_NAME))];
-        text = "no hook";
+        text = NO_HOOK;
         if (nftnl_chain_is_set(chain, NFTNL_CHAIN_HOOKNUM)) {
             text = chainText(nftnl_chain_get_u32(chain, NFTNL_CHAIN_HOOKNUM),
                              nftnl_chain_get_s32(chain, NFTNL_CHAIN_PRIO),

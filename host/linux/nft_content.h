@@ -29,6 +29,7 @@ std::string chainPart(std::string_view chain);
 std::string setPart(std::string_view set);
 // What the parts are made of, for one who lays them. The chain is one of the type `filter` with this hook.
 std::string tableText(uint32_t flags);
+inline constexpr char NO_HOOK[] = "no hook";
 std::string chainText(uint32_t hook, int32_t priority, uint32_t policy);
 std::string setText(uint32_t flags, uint32_t keyType, uint32_t keyLength, uint32_t dataType);
 

@@ -13,6 +13,8 @@ namespace {
 
 constexpr size_t MESSAGE_ROOM = 64 * 1024;
 constexpr size_t BATCH_ROOM = 4096;  // for the rest of a transaction
+constexpr int SEND_BUFFER = 64 * 1024 * 1024;
+constexpr size_t SEND_BUFFER_LEAST = 128 * 1024;  // what every system allows
 constexpr size_t ANSWER_ROOM = 64 * 1024;
 constexpr uint32_t DUMP_TRIES = 10;  // of one that somebody else's change interrupts
 
@@ -68,6 +70,10 @@ int openFilter(Filter& filter) {
         return problem;
     }
     filter.answer.resize(ANSWER_ROOM);
+    // Beyond the system's limit where this process may.
+    const int fd = mnl_socket_get_fd(filter.socket);
+    const bool wide = setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &SEND_BUFFER, sizeof(SEND_BUFFER)) == 0;
+    filter.capacity = wide ? SEND_BUFFER : SEND_BUFFER_LEAST;
     return 0;
 }
 
@@ -91,8 +97,13 @@ Batch beginBatch(Filter& filter) {
     return batch;
 }
 
+// A batch that has no end is taken back by the kernel.
 int commitBatch(Batch& batch) {
     closeMessage(batch, appendHeader(batch, NFNL_MSG_BATCH_END, AF_UNSPEC, 0, NFNL_SUBSYS_NFTABLES));
+    return abandonBatch(batch);
+}
+
+int abandonBatch(Batch& batch) {
     const int problem = sendBuffer(*batch.filter, batch.length);
     return problem != 0 ? problem : drainAnswers(*batch.filter, [](const nlmsghdr*) {});
 }

@@ -15,6 +15,8 @@
 #include <functional>
 #include <vector>
 
+#include "host/planes/frame_mark.h"
+
 struct mnl_socket;
 struct nlmsghdr;
 
@@ -25,7 +27,9 @@ inline constexpr char FILTER_TABLE[] = "portisolate";
 struct Filter {
     mnl_socket* socket = nullptr;
     uint32_t sequence = 0;
-    bool seesPvid = false;      // the kernel knows the VLAN of an untagged frame
+    bool seesPvid = false;  // the kernel knows the VLAN of an untagged frame
+    uint32_t markMask = FRAME_MARK_DEFAULT;
+    size_t capacity = 0;        // bytes of a transaction that the socket takes
     std::vector<char> message;  // room for one transaction
     std::vector<char> answer;
 };
@@ -48,6 +52,8 @@ nlmsghdr* appendMessage(Batch& batch, int type, uint16_t flags);
 void closeMessage(Batch& batch, const nlmsghdr* header);
 // Ends the batch and hands it to the kernel. The first refusal when there are several.
 int commitBatch(Batch& batch);
+// Hands it to the kernel for its opinion alone: nothing is changed.
+int abandonBatch(Batch& batch);
 
 using MessageReader = std::function<void(const nlmsghdr*)>;
 
