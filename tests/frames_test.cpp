@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "common/bytes.h"
-#include "host/sockets/command_server.h"
+#include "host/sockets/command_request.h"
 #include "platform/hardware.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
