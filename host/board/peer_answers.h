@@ -49,8 +49,8 @@ struct PeerLedger {
 uint64_t enterSent(PeerLedger& ledger, const PeerRequest& request);
 // How this board has answered it. Numbers that are settled are ignored.
 void settleHere(PeerLedger& ledger, uint64_t number, int32_t status);
-// Bytes that the peer has answered. False when they are no answers, or say that the peer has no place for this
-// board: no request is carried out after that.
+// Bytes that the peer has answered. False when they are no answers, or say that the peer has no place for
+// this board: no request is carried out after that.
 bool takeAnswers(PeerLedger& ledger, const void* bytes, size_t length);
 // The connection has ended: nobody knows what became of the requests that have no answer.
 void loseUnanswered(PeerLedger& ledger);
