@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <tuple>
 
 #include "common/files.h"
@@ -16,12 +17,6 @@ namespace {
 constexpr rlim_t OTHER_DESCRIPTORS = 32;  // those of the process that are no connections
 constexpr rlim_t SHARES = 16;
 constexpr int64_t CLOSED_FOR = 50;  // milliseconds without accepting after the system refused a descriptor
-
-size_t countOf(const std::vector<Holder>& holders, uid_t user) {
-    return static_cast<size_t>(std::count_if(holders.begin(), holders.end(), [user](const Holder& holder) {
-        return holder.process.user == user;
-    }));
-}
 
 }  // namespace
 
@@ -39,7 +34,9 @@ ConnectionLimits withinDescriptors(const ConnectionLimits& limits) {
 ptrdiff_t placeFor(const PeerProcess& newcomer, const std::vector<Holder>& holders,
                    const ConnectionLimits& limits, bool crowded) {
     const bool privileged = isPrivileged(newcomer.user);
-    const bool tooManyOwn = !privileged && countOf(holders, newcomer.user) >= limits.perUser;
+    std::map<uid_t, size_t> counts;
+    for (const Holder& holder : holders) ++counts[holder.process.user];
+    const bool tooManyOwn = !privileged && counts[newcomer.user] >= limits.perUser;
     const size_t room = limits.all - (privileged ? 0 : limits.forPrivileged);
     if (!tooManyOwn && !crowded && holders.size() < room) return PLACE_FREE;
 
@@ -50,7 +47,7 @@ ptrdiff_t placeFor(const PeerProcess& newcomer, const std::vector<Holder>& holde
     for (size_t i = 0; i < holders.size(); ++i) {
         const Holder& holder = holders[i];
         if (!holder.idle || (tooManyOwn && holder.process.user != newcomer.user)) continue;
-        const std::tuple claim(countOf(holders, holder.process.user), !holder.spoke, -holder.since);
+        const std::tuple claim(counts[holder.process.user], !holder.spoke, -holder.since);
         if (leaving != PLACE_NONE && claim <= best) continue;
         leaving = static_cast<ptrdiff_t>(i);
         best = claim;
