@@ -1,6 +1,6 @@
 // What the Linux plane costs: a pair isolated and released again, compared with the same transactions written
-// by hand, and a frame from one port of a bridge to another, compared with a bridge without the plane's
-// table. Runs in a network namespace of its own, which needs root.
+// by hand, and a frame from one port of a bridge to another, beside what others keep ports apart with. Runs
+// in a network namespace of its own, which needs root.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <libmnl/libmnl.h>
@@ -29,6 +29,7 @@ constexpr uint32_t NAMED_PORTS = 265;  // 34,980 pairs of ports, 69,960 elements
 LinuxSwitch network;
 Plane plane = {};
 std::deque<std::string> names;
+int64_t held = -1;  // pairs of other ports
 
 void must(bool holds, const std::string& what) {
     if (holds) return;
@@ -43,6 +44,7 @@ PlanePort portOf(uint32_t number) {
 }
 
 void dropPlane() {
+    held = -1;
     if (plane.state != nullptr) plane.destroy(plane.state);
     plane = {};
     sh("nft delete table bridge portisolate");
@@ -50,7 +52,6 @@ void dropPlane() {
 
 // Makes the plane hold so many pairs, of ports that the bridge does not have.
 void startWith(benchmark::State& state) {
-    static int64_t held = 0;
     if (plane.state != nullptr && held == state.range(0)) return;
     dropPlane();
     plane = createLinuxPlane();
@@ -135,14 +136,109 @@ void sendFrames(benchmark::State& state) {
         FRAMES, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-void frameWithoutTable(benchmark::State& state) {
-    dropPlane();
-    sendFrames(state);
+// What else can keep p1 and p2 apart: how it is made, with which elements, and how it goes.
+struct Peer {
+    const char* make;
+    const char* element;  // of the ports %s and %s
+    const char* drop;     // p1 from p2, too
+    const char* remove;
+};
+const Peer NOTHING = {"true", "", "true", "true"};
+const Peer EMPTY_CHAIN = {
+    "nft 'table bridge hand { chain forward { type filter hook forward priority filter; }; }'", "", "true",
+    "nft delete table bridge hand"};
+const Peer SET = {
+    "nft 'table bridge hand { set s { type ifname . ifname; counter; }; chain forward { type filter "
+    "hook forward priority filter; iifname . oifname @s drop; }; }'",
+    "add element bridge hand s { \"%s\" . \"%s\" }\n", "nft add element bridge hand s '{ p1 . p2 }'",
+    "nft delete table bridge hand"};
+const Peer MAP = {
+    "nft 'table bridge hand { map s { type ifname . ifname : verdict; counter; }; chain forward { type "
+    "filter hook forward priority filter; iifname . oifname vmap @s; }; }'",
+    "add element bridge hand s { \"%s\" . \"%s\" : drop }\n",
+    "nft add element bridge hand s '{ p1 . p2 : drop }'", "nft delete table bridge hand"};
+const Peer FLAG = {"true", "", "bridge link set dev p1 isolated on && bridge link set dev p2 isolated on",
+                   "bridge link set dev p1 isolated off && bridge link set dev p2 isolated off"};
+const Peer EBTABLES = {"ebtables -N hand && ebtables -A FORWARD -j hand", "",
+                       "ebtables -A hand -i p1 -o p2 -j DROP", "ebtables -F FORWARD; ebtables -X hand"};
+
+std::string elementsOf(const Peer& peer, int64_t pairs) {
+    std::string script;
+    char line[128];
+    for (uint32_t src = 0; *peer.element != '\0' && src < NAMED_PORTS; ++src) {
+        for (uint32_t dst = 0; dst < src && pairs > 0; ++dst, --pairs) {
+            for (const bool reverse : {false, true}) {
+                std::snprintf(line, sizeof line, peer.element, portOf(reverse ? dst : src).name,
+                              portOf(reverse ? src : dst).name);
+                script += line;
+            }
+        }
+    }
+    return script;
 }
 
-void frameWithTable(benchmark::State& state) {
+// The first argument: how many pairs of other ports are isolated; the second: whether p1 is from p2.
+void frameByHand(benchmark::State& state, const Peer& peer) {
+    dropPlane();
+    std::string problem = sh(peer.make);
+    if (problem.empty()) {
+        char name[] = "/tmp/elementsXXXXXX";
+        const int fd = mkstemp(name);
+        const std::string script = elementsOf(peer, state.range(0));
+        must(write(fd, script.data(), script.size()) == static_cast<ssize_t>(script.size()), "no room");
+        close(fd);
+        if (!script.empty()) problem = sh(std::string("nft -f ") + name);
+        unlink(name);
+    }
+    if (problem.empty() && state.range(1) != 0) problem = sh(peer.drop);
+    if (problem.empty()) sendFrames(state);
+    sh(peer.remove);
+    if (!problem.empty()) state.SkipWithError(problem.c_str());
+}
+
+void frameByPlane(benchmark::State& state) {
     startWith(state);
+    const PlanePort src = {1, 1, false, false, "p1", "p1", "", ""},
+                    dst = {2, 1, false, false, "p2", "p2", "", ""};
+    if (state.range(1) != 0) must(plane.addTwoWay(plane.state, src, dst, {}) == 0, "a pair was refused");
+    watchLinuxTable(plane);  // which takes away what an earlier measurement needed
     sendFrames(state);
+    if (state.range(1) != 0) plane.deleteTwoWay(plane.state, src.ifUnit, dst.ifUnit);
+}
+
+// Every kind in use, and nothing of it holds the frame: both ports in a VLAN group and a one-way pair of
+// others, PON isolation off in the frame's VLAN. Argument: the bridge filters VLANs.
+void frameByEveryKind(benchmark::State& state) {
+    const bool filters = state.range(0) != 0;
+    dropPlane();
+    if (filters && !sh("ip link set br0 type bridge vlan_filtering 1").empty()) {
+        state.SkipWithError("this kernel's bridges do not filter VLANs");
+        return;
+    }
+    plane = createLinuxPlane();
+    const std::string problem =
+        startLinuxPlane(plane, {.access = {"p1", "p2"}, .vlans = {.filters = filters}});
+    must(problem.empty(), problem);
+    const PlanePort src = {1, 1, true, false, "p1", "p1", "", ""},
+                    dst = {2, 1, true, false, "p2", "p2", "", ""};
+    must(plane.addTwoWay(plane.state, src, dst, {10, 0, 0, 5}) == 0 &&
+             plane.addTwoWay(plane.state, portOf(3), portOf(4), {}) == 0 &&
+             plane.addOneWay(plane.state, portOf(5), portOf(6), {}) == 0 &&
+             plane.setPon(plane.state, 1, false, {}) == 0,
+         "a command was refused");
+    sendFrames(state);
+    dropPlane();
+    if (filters) sh("ip link set br0 type bridge vlan_filtering 0");
+}
+
+void renameByPlane(benchmark::State& state) {
+    startWith(state);
+    bool other = false;
+    for (auto _ : state) {
+        other = !other;
+        must(renameLinuxPort(plane, 0, other ? "other" : portOf(0).device) == 0, "a name was refused");
+    }
+    renameLinuxPort(plane, 0, portOf(0).device);
 }
 
 double best(const std::vector<double>& rounds) {
@@ -155,8 +251,26 @@ void withPairs(benchmark::internal::Benchmark* measured) {
 
 BENCHMARK(pairByPlane)->Apply(withPairs);
 BENCHMARK(pairByHand)->Apply(withPairs);
-BENCHMARK(frameWithoutTable)->ComputeStatistics("best", best);
-BENCHMARK(frameWithTable)->Apply(withPairs);
+
+void withFrames(benchmark::internal::Benchmark* measured) {
+    measured->ArgNames({"pairs", "dropped"})->ComputeStatistics("best", best);
+    for (const int64_t pairs : {1, 500, 34980}) measured->Args({pairs, 0});
+    measured->Args({500, 1});
+}
+
+void withFew(benchmark::internal::Benchmark* measured) {
+    measured->ArgNames({"pairs", "dropped"})->ComputeStatistics("best", best)->Args({0, 0});
+}
+
+BENCHMARK(frameByPlane)->Args({0, 0})->Apply(withFrames);
+BENCHMARK(frameByEveryKind)->ArgName("filters")->Arg(0)->Arg(1)->ComputeStatistics("best", best);
+BENCHMARK(renameByPlane)->ArgName("pairs")->Arg(34980)->ComputeStatistics("best", best);
+BENCHMARK_CAPTURE(frameByHand, nothing, NOTHING)->Apply(withFew);
+BENCHMARK_CAPTURE(frameByHand, empty, EMPTY_CHAIN)->Apply(withFew);
+BENCHMARK_CAPTURE(frameByHand, set, SET)->Apply(withFrames);
+BENCHMARK_CAPTURE(frameByHand, map, MAP)->Apply(withFrames);
+BENCHMARK_CAPTURE(frameByHand, flag, FLAG)->Args({0, 1})->Apply(withFew);
+BENCHMARK_CAPTURE(frameByHand, ebtables, EBTABLES)->Args({0, 1})->Apply(withFew);
 }  // namespace
 
 int main(int argc, char** argv) {

@@ -30,13 +30,13 @@ namespace {
 
 constexpr uint32_t PORTS = 6;
 constexpr uint32_t TRUNK = 7;  // of the last two ports
-const std::string DEVICES[] = {"", "a", "b", "c", "d", "m1", "m2", "lag"};
+std::string gDevices[] = {"", "a", "b", "c", "d", "m1", "m2", "lag"};
 
 PlanePort portOf(uint32_t number) {
-    const char* name = DEVICES[number].c_str();
+    const char* name = gDevices[number].c_str();
     const bool member = number == PORTS || number == PORTS - 1;
-    return {number, 1,    number >= 3 && number <= 4,           member,
-            name,   name, member ? DEVICES[TRUNK].c_str() : "", ""};
+    return {number, 1, number >= 3 && number <= 4, member, name, name, member ? gDevices[TRUNK].c_str() : "",
+            ""};
 }
 
 struct TwoPlanes {
@@ -87,10 +87,10 @@ std::string disagreement(const TwoPlanes& planes) {
             for (uint32_t dst = 1; dst <= 4; ++dst) {
                 if (src == dst || passes(planes.sim, src, dst, vid) == passes(planes.real, src, dst, vid))
                     continue;
-                text += DEVICES[src] + ">" + DEVICES[dst] + " in " + std::to_string(vid) + " ";
+                text += gDevices[src] + ">" + gDevices[dst] + " in " + std::to_string(vid) + " ";
             }
             const bool open = passes(planes.sim, src, PORTS, vid) && passes(planes.sim, src, PORTS - 1, vid);
-            if (open != passes(planes.real, src, TRUNK, vid)) text += DEVICES[src] + ">lag ";
+            if (open != passes(planes.real, src, TRUNK, vid)) text += gDevices[src] + ">lag ";
         }
     }
     return text;
@@ -116,6 +116,13 @@ TEST(LinuxFilter, IsolatesAsTheSimulatedPlaneDoes) {
         const uint32_t dice = static_cast<uint32_t>(random());
         command(planes.sim, dice);
         command(planes.real, dice);
+        // A port without PON isolation takes another name now and then.
+        if (step % 10 == 0) {
+            const uint32_t port = 1 + static_cast<uint32_t>(step) % 20 / 10;
+            std::string& name = gDevices[port];
+            name = name.size() > 8 ? name.substr(0, 1) : name + "+";
+            EXPECT_EQ(renameLinuxPort(planes.real, port, name), 0);
+        }
         ASSERT_EQ(disagreement(planes), "") << step;
         ASSERT_EQ(notHeld(planes.real), "") << step;
     }

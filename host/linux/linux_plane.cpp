@@ -17,14 +17,6 @@ int32_t counted(LinuxPlane& plane, int32_t status) {
     return status;
 }
 
-// The device of an interface that is, or may be, part of entries.
-int32_t setDevice(LinuxPlane& plane, uint32_t ifUnit, const std::string& device) {
-    const auto [known, added] = plane.devices.try_emplace(ifUnit, device);
-    if (added || known->second == device) return 0;
-    known->second = device;
-    return reconcile(plane);
-}
-
 // The daemon must not rely on an isolation that the kernel cannot keep. A one-way isolation towards a trunk
 // is commanded for each of its member ports, and holds for the trunk.
 int32_t refusal(bool twoWay, const PlanePort& src, const PlanePort& dst) {
@@ -61,6 +53,40 @@ std::vector<FilterElement> entryElements(const LinuxPlane& plane, bool twoWay, P
     return twoWay ? twoWayElements(plane, pair, isolation.vid) : oneWayElements(plane, pair);
 }
 
+// What the entries of an interface make up.
+std::vector<FilterElement> elementsOf(const LinuxPlane& plane, uint32_t ifUnit) {
+    std::vector<FilterElement> elements;
+    for (const bool twoWay : {true, false}) {
+        const auto& pairs = twoWay ? plane.twoWayOf : plane.oneWayOf;
+        const auto own = pairs.find(ifUnit);
+        if (own == pairs.end()) continue;
+        for (const PortPair pair : own->second) {
+            const auto made =
+                entryElements(plane, twoWay, pair, (twoWay ? plane.twoWay : plane.oneWay).at(pair));
+            elements.insert(elements.end(), made.begin(), made.end());
+        }
+    }
+    return elements;
+}
+
+// The device of an interface that is, or may be, part of entries. What belongs to it moves, in one
+// transaction, and nothing else.
+int32_t setDevice(LinuxPlane& plane, uint32_t ifUnit, const std::string& device) {
+    const auto [known, added] = plane.devices.try_emplace(ifUnit, device);
+    if (added || known->second == device) return 0;
+    const std::vector<FilterElement> before = elementsOf(plane, ifUnit);
+    known->second = device;
+    return exchange(plane, elementsOf(plane, ifUnit), before);
+}
+
+void noteEntry(LinuxPlane& plane, bool twoWay, PortPair pair, bool there) {
+    auto& pairs = twoWay ? plane.twoWayOf : plane.oneWayOf;
+    for (const uint32_t ifUnit : {sourceOf(pair), targetOf(pair)}) {
+        if (there) pairs[ifUnit].insert(pair);
+        if (!there && pairs[ifUnit].erase(pair) != 0 && pairs[ifUnit].empty()) pairs.erase(ifUnit);
+    }
+}
+
 int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const PlanePort& dst,
                  const PlaneIsolation& isolation) {
     const int32_t refused = refusal(twoWay, src, dst);
@@ -78,6 +104,7 @@ int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const Pla
     // The daemon keeps a one-way pair whose isolation was refused: it stays asked for, and is missing.
     if (problem == 0 || !twoWay) {
         entries[pair] = isolation;
+        noteEntry(plane, twoWay, pair, true);
         return problem;
     }
     FilterChange undone;
@@ -95,6 +122,7 @@ int32_t deleteEntry(LinuxPlane& plane, PlaneEntries& entries, PlaneEntries::cons
     for (const FilterElement& element : entryElements(plane, twoWay, entry->first, entry->second)) {
         unwant(plane, element, change);
     }
+    noteEntry(plane, twoWay, entry->first, false);
     entries.erase(entry);
     return commitChange(plane, change);
 }

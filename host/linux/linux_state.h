@@ -36,7 +36,9 @@ struct LinuxPlane {
     // What was asked for, and the elements that make it up, each with how often it is needed.
     PlaneEntries twoWay;
     PlaneEntries oneWay;
-    std::unordered_map<uint32_t, std::string> devices;  // by interface
+    std::unordered_map<uint32_t, std::set<PortPair>> twoWayOf;  // by interface
+    std::unordered_map<uint32_t, std::set<PortPair>> oneWayOf;
+    std::unordered_map<uint32_t, std::string> devices;
     std::set<std::string> access;
     std::set<uint16_t> ponOff;
     Wanted wanted;
