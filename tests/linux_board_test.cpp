@@ -26,8 +26,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// Devices as `INDEX NAME [kind KIND] [master INDEX] [lower INDEX] [vid N] [switch ID] [filters 802.1ad]`, or
-// `INDEX gone`, each ended by a semicolon.
+// Devices as `INDEX NAME [kind KIND] [master INDEX] [lower INDEX] [vid N] [switch ID] [filters 802.1ad] [xdp
+// on]`, or `INDEX gone`, each ended by a semicolon.
 LinkChanges linksOf(const std::string& text) {
     LinkChanges changes;
     for (size_t at = 0; at < text.size(); at = text.find(';', at) + 1) {
@@ -42,6 +42,7 @@ LinkChanges linksOf(const std::string& text) {
             if (words[i] == "lower") link->lower = number(i + 1);
             if (words[i] == "vid") link->vlanId = number(i + 1);
             if (words[i] == "filters") link->filtersVlans = true, link->vlanProtocol = ETH_P_8021AD;
+            if (words[i] == "xdp") link->xdp = true;
             if (words[i] == "switch") link->switchId = words.at(i + 1);
         }
     }
@@ -104,6 +105,9 @@ TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
         mnl_attr_put_u32(message, IFLA_LINK, 3);
         mnl_attr_put_u32(message, IFLA_LINK_NETNSID, 0);
         mnl_attr_put_u32(message, IFLA_MASTER, 5);
+        nlattr* xdp = mnl_attr_nest_start(message, IFLA_XDP);
+        mnl_attr_put_u8(message, IFLA_XDP_ATTACHED, XDP_ATTACHED_DRV);
+        mnl_attr_nest_end(message, xdp);
     };
     const Fill openName = [](nlmsghdr* message) { mnl_attr_put(message, IFLA_IFNAME, 2, "ab"); };
     const struct {
@@ -114,7 +118,7 @@ TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
         {"bridge", BRIDGE_MESSAGE, "3 br0 kind bridge switch ab01 filters 802.1ad;"},
         {"VLAN", vlanMessage(ETH_P_8021Q), "7 br0.10 kind vlan lower 3 vid 10;"},
         {"service VLAN", vlanMessage(ETH_P_8021AD), "7 br0.10 kind vlan lower 3;"},
-        {"lower device elsewhere", linkMessage(RTM_NEWLINK, 7, foreign), "7 veth master 5;"},
+        {"lower device elsewhere", linkMessage(RTM_NEWLINK, 7, foreign), "7 veth master 5 xdp on;"},
         {"deleted", linkMessage(RTM_DELLINK, 7, named("port")), "7 gone;"},
         {"port has left its bridge", linkMessage(RTM_DELLINK, 7, named("port"), AF_BRIDGE), ""},
         {"port's settings", linkMessage(RTM_NEWLINK, 7, named("port"), AF_BRIDGE), ""},
@@ -314,15 +318,18 @@ TEST(LinuxBoard, KeepsWhatIsListedUnderItsNumberAndTellsOnlyItsReturn) {
         });
 }
 
-TEST(LinuxBoard, NotesPortsOfASwitchChip) {
+TEST(LinuxBoard, NotesWhatGoesPastTheKernel) {
     BridgeBoard bridge;
     const Plane& plane = bridge.board.plane;
-    for (const auto& [links, noted] : {std::pair("1 br0 kind bridge; 2 a master 1 switch ab01;", true),
-                                       std::pair("2 a switch ab01;", false)}) {
+    for (const auto& [links, chip, program] :
+         {std::tuple("1 br0 kind bridge; 2 a master 1 switch ab01;", true, false),
+          {"2 a master 1 xdp on;", false, true},
+          {"2 a switch ab01 xdp on;", false, false}}) {
         bridge.follow(links);
         std::string lines;
         plane.inspect(plane.state, lines);
-        EXPECT_EQ(lines.find("ab01") != std::string::npos, noted) << links;
+        EXPECT_EQ(lines.find("ab01") != std::string::npos, chip) << links;
+        EXPECT_EQ(lines.find("XDP") != std::string::npos, program) << links;
     }
 }
 

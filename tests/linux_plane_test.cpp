@@ -97,6 +97,15 @@ TEST_F(LinuxPlaneTest, HoldsDescribedPortsWhoeverTheyAre) {
     EXPECT_NE(ctlOutput("group list").find("first"), std::string::npos);
     EXPECT_EQ(blocked(network), "p1>p2 p2>p1 p3>p4");
     EXPECT_EQ(notHeld(), Texts{});
+
+    // A frame pays for nothing any more when nothing is isolated.
+    ctlOutput("pair del third fourth");
+    ctlOutput("group del 5");
+    ASSERT_EQ(sh("nft list chain bridge portisolate forward | grep vmap >/dev/null"), "");
+    EXPECT_TRUE(
+        eventually([] { return !sh("nft list chain bridge portisolate forward | grep -q vmap").empty(); }));
+    ctlOutput("vlan-group add 6 first second --vlan 10");
+    EXPECT_EQ(blocked(network, 10), "p1>p2 p2>p1");
 }
 
 TEST_F(LinuxPlaneTest, ForgetsUnlistedPortsThatGo) {

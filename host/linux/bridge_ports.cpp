@@ -60,6 +60,7 @@ BridgePorts portsAmong(const LinuxBoard& linuxBoard, const std::set<uint32_t>& i
         port.described = linuxBoard.descriptions.contains(port.number);
         port.device = link->name;
         port.switchId = link->switchId;
+        port.xdp = link->xdp;
         ports.emplace(index, port);
     }
     return ports;

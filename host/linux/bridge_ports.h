@@ -42,6 +42,7 @@ struct BridgePort {
     uint32_t trunk;  // number of the trunk that it is in, 0: none
     std::string device;
     std::string switchId;
+    bool xdp;
 };
 using BridgePorts = std::map<uint32_t, BridgePort>;  // by the kernel's index
 

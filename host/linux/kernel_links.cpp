@@ -78,6 +78,8 @@ KernelLink readLink(const nlmsghdr* message) {
     if (switchId != nullptr) {
         link.switchId = hexText(mnl_attr_get_payload(switchId), mnl_attr_get_payload_len(switchId));
     }
+    const nlattr* xdp = nestedIn<IFLA_XDP_ATTACHED + 1>(attributes[IFLA_XDP])[IFLA_XDP_ATTACHED];
+    link.xdp = holds(xdp, MNL_TYPE_U8) && mnl_attr_get_u8(xdp) != XDP_ATTACHED_NONE;
     const auto info = nestedIn<IFLA_INFO_MAX + 1>(attributes[IFLA_LINKINFO]);
     link.kind = textOf(info[IFLA_INFO_KIND]);
     if (link.kind == "vlan") readVlan(info[IFLA_INFO_DATA], link);

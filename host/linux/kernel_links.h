@@ -31,6 +31,7 @@ struct KernelLink {
     uint32_t vlanId = 0;        // of an 802.1Q device
     std::string switchId;       // of the chip that forwards between its ports by itself, in hexadecimal
     bool filtersVlans = false;  // of a bridge
+    bool xdp = false;           // a program handles its frames before the bridge does
     uint16_t vlanProtocol = 0;  // of a bridge: the type of the tags that it knows
 
     bool operator==(const KernelLink&) const = default;

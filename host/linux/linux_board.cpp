@@ -74,6 +74,14 @@ void noteSwitch(Board& board, const Interface& interface, const std::string& dev
     reportProblem(sentence);
 }
 
+void noteXdp(Board& board, const BridgePort& port) {
+    std::string sentence;
+    if (port.xdp) {
+        sentence = port.device + " has an XDP program: what that sends on passes no filter of the bridge";
+    }
+    setLinuxNote(board.plane, "xdp " + std::to_string(port.number), sentence);
+}
+
 void setSwitch(Board& board, Interface& interface, const BridgePort& port) {
     if (interface.switchId == port.switchId) return;
     interface.switchId = port.switchId;
@@ -106,6 +114,7 @@ void appear(LinuxBoard& linuxBoard, const BridgePort& port) {
         if (interface == nullptr) return;
         interface->present = true;
         setSwitch(board, *interface, port);
+        noteXdp(board, port);
     }
     if (linuxBoard.publishes) reportProblem(publishNewLink(*interface, RT_CHANGE_REGISTER, {}));
 }
@@ -125,7 +134,9 @@ void vanish(LinuxBoard& linuxBoard, const BridgePort& port) {
         interface->present = false;
         BridgePort gone = port;
         gone.switchId.clear();
+        gone.xdp = false;
         setSwitch(board, *interface, gone);
+        noteXdp(board, gone);
         if (!port.described) linuxBoard.vanished.push_back(port.number);
     }
     if (port.described) {
@@ -143,6 +154,7 @@ void rename(LinuxBoard& linuxBoard, const BridgePort& port) {
     Interface* interface = entryOf(linuxBoard, port);
     if (interface == nullptr) return;
     setSwitch(board, *interface, port);
+    noteXdp(board, port);
     if (port.described || interface->name == port.device) return;
     dropName(board, *interface);
     freeName(linuxBoard, port.device);

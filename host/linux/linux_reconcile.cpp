@@ -113,8 +113,9 @@ int layWith(LinuxPlane& plane, const FilterLayout& layout, const RawChange& chan
     if (problem != 0) return problem;
     plane.layout = layout;
     plane.laid = std::move(laid.content);
-    // Else somebody else's change came in between, and everything is read anew.
-    plane.generation = laid.before == plane.generation ? laid.after : 0;
+    // Where somebody else's change came in between, or was mended with this, everything is read anew.
+    const bool known = laid.before == plane.generation && plane.damage == TableDamage::none;
+    plane.generation = known ? laid.after : 0;
     return 0;
 }
 
