@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -24,7 +25,7 @@ constexpr char WATCHED_VARIABLE[] = "WATCHDOG_PID";
 constexpr int SIGNS = 4;  // within the manager's patience
 
 std::atomic<int64_t> gEventTaskSign = 0;  // monotonic milliseconds
-std::atomic<int64_t> gTold = 0;
+std::atomic<int64_t> gTold = INT64_MAX;   // no sign of life goes out before readiness
 
 // False with errno set; true where there is nobody to be told.
 bool tellManager(std::string_view words) {
@@ -62,6 +63,7 @@ int readInterval() {
 void reportReady() {
     eventTaskLives();
     if (!tellManager("READY=1")) hostReport("the service manager was not notified: {}", std::strerror(errno));
+    gTold = monotonicMs();
 }
 
 int signInterval() {
