@@ -5,6 +5,7 @@
 #include "daemon/tables/serials.h"
 #include "tests/daemon_driver.h"
 #include "tests/dice.h"
+#include "tests/invariants.h"
 
 namespace {
 
@@ -49,25 +50,12 @@ void change(Reference<Entry>& table) {
     table.byUnit.insert({unitKey(*entry), entry});
 }
 
-// The levels of a tree, whose halves must differ by one at most everywhere.
-int levels(const IndexNode* node) {
-    if (node == nullptr) return 0;
-    for (const IndexNode* child : {node->lower, node->upper}) {
-        EXPECT_TRUE(child == nullptr || child->parent == node);
-    }
-    const int lower = levels(node->lower);
-    const int upper = levels(node->upper);
-    EXPECT_LE(std::abs(lower - upper), 1);
-    EXPECT_EQ(node->lowerLevels, lower);
-    EXPECT_EQ(node->upperLevels, upper);
-    return 1 + std::max(lower, upper);
-}
-
 template <typename Entry>
 void check(const Reference<Entry>& reference) {
     const Table<Entry>& table = reference.table;
-    levels(table.index->byKey.lower);
-    levels(table.index->byUnit.lower);
+    std::string depths;
+    checkHalf(table.index->byKey.lower, &table.index->byKey, 'a', depths);
+    checkHalf(table.index->byUnit.lower, &table.index->byUnit, 'a', depths);
     std::vector<Entry*> scanned;
     for (const auto& [key, entry] : reference.byKey) scanned.push_back(entry);
     ASSERT_EQ(rowsOf(table), scanned);

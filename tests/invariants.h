@@ -6,6 +6,18 @@
 #include "daemon/tables/ports.h"
 #include "tests/daemon_driver.h"
 
+// The levels of the half of an index below `parent`, after checks; tells its nodes by their depths.
+inline int checkHalf(const IndexNode* node, const IndexNode* parent, char depth, std::string& depths) {
+    if (node == nullptr) return 0;
+    const auto deeper = static_cast<char>(depth + 1);
+    const int lower = checkHalf(node->lower, node, deeper, depths);
+    depths += depth;
+    const int upper = checkHalf(node->upper, node, deeper, depths);
+    EXPECT_TRUE(node->parent == parent && node->lowerLevels == lower && node->upperLevels == upper);
+    EXPECT_LE(std::abs(lower - upper), 1);
+    return 1 + std::max(lower, upper);
+}
+
 // Counts the rows; they must stand in strictly ascending order.
 template <typename Entry>
 int64_t checkedRows(const Table<Entry>& table) {

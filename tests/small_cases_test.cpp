@@ -9,6 +9,7 @@
 #include "daemon/base/state.h"
 #include "platform/route_messages.h"
 #include "tests/daemon_driver.h"
+#include "tests/invariants.h"
 
 namespace {
 
@@ -35,18 +36,6 @@ TEST(SmallCases, BitLists) {
             ASSERT_EQ(list[bytes] << 8 | list[bytes + 1], word & ~bit);
         }
     }
-}
-
-// The levels of the half of an index below `parent`, after checks; tells its nodes by their depths.
-int checkHalf(const IndexNode* node, const IndexNode* parent, char depth, std::string& depths) {
-    if (node == nullptr) return 0;
-    const auto deeper = static_cast<char>(depth + 1);
-    const int lower = checkHalf(node->lower, node, deeper, depths);
-    depths += depth;
-    const int upper = checkHalf(node->upper, node, deeper, depths);
-    EXPECT_TRUE(node->parent == parent && node->lowerLevels == lower && node->upperLevels == upper);
-    EXPECT_LE(std::abs(lower - upper), 1);
-    return 1 + std::max(lower, upper);
 }
 
 // Every index of 12 nodes at most, told by their depths in order: each node is removed, and one inserted

@@ -9,9 +9,9 @@
 #include <chrono>
 #include <iostream>
 
-#include "dice.h"
-#include "e2e.h"
 #include "platform/hardware.h"
+#include "tests/dice.h"
+#include "tests/e2e.h"
 
 namespace {
 
