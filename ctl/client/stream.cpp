@@ -55,8 +55,8 @@ bool streamConnect(Stream& stream, const std::string& path, int64_t timeoutMs) {
 
 bool streamSend(Stream& stream, const void* bytes, size_t length, int64_t timeoutMs) {
     if (sendAll(stream.fd, bytes, length, timeoutMs)) return true;
-    if (errno == EPIPE || errno == ECONNRESET)
-        return true;  // what the server said before it closed can be read
+    // What the server said before it closed can still be read.
+    if (errno == EPIPE || errno == ECONNRESET) return true;
     return fail(stream, errno == ETIMEDOUT ? LATE : std::strerror(errno));
 }
 

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -25,7 +24,8 @@ constexpr char WATCHED_VARIABLE[] = "WATCHDOG_PID";
 constexpr int SIGNS = 4;  // within the manager's patience
 
 std::atomic<int64_t> gEventTaskSign = 0;  // monotonic milliseconds
-std::atomic<int64_t> gTold = INT64_MAX;   // no sign of life goes out before readiness
+std::atomic<int64_t> gTold = 0;
+std::atomic<bool> gReady = false;  // the manager has been told; before that it counts no signs
 
 // False with errno set; true where there is nobody to be told.
 bool tellManager(std::string_view words) {
@@ -63,7 +63,7 @@ int readInterval() {
 void reportReady() {
     eventTaskLives();
     if (!tellManager("READY=1")) hostReport("the service manager was not notified: {}", std::strerror(errno));
-    gTold = monotonicMs();
+    gReady = true;
 }
 
 int signInterval() {
@@ -78,7 +78,8 @@ void eventTaskLives() {
 void commandServerLives() {
     const int interval = signInterval();
     const int64_t now = monotonicMs();
-    if (interval < 0 || now - gTold < interval || now - gEventTaskSign > interval * SIGNS / 2) return;
+    if (interval < 0 || !gReady || now - gTold < interval || now - gEventTaskSign > interval * SIGNS / 2)
+        return;
     // A manager that is too busy to take it is told in the next turn.
     if (tellManager("WATCHDOG=1")) gTold = now;
 }
