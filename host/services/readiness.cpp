@@ -78,8 +78,8 @@ void eventTaskLives() {
 void commandServerLives() {
     const int interval = signInterval();
     const int64_t now = monotonicMs();
-    if (interval < 0 || !gReady || now - gTold < interval || now - gEventTaskSign > interval * SIGNS / 2)
-        return;
+    const bool due = interval >= 0 && gReady && now - gTold >= interval;
+    if (!due || now - gEventTaskSign > interval * SIGNS / 2) return;
     // A manager that is too busy to take it is told in the next turn.
     if (tellManager("WATCHDOG=1")) gTold = now;
 }

@@ -60,8 +60,8 @@ Door openDoor(int listener) {
 }
 
 bool takeNewcomer(Door& door, Newcomer& newcomer) {
-    if (door.spare < 0)
-        door.spare = fcntl(door.listener, F_DUPFD_CLOEXEC, 0);  // another task had it meanwhile
+    // Another task was quicker when it was needed last.
+    if (door.spare < 0) door.spare = fcntl(door.listener, F_DUPFD_CLOEXEC, 0);
     for (;;) {
         newcomer = {
             .fd = accept4(door.listener, nullptr, nullptr, SOCK_CLOEXEC), .process = {}, .crowded = false};
