@@ -262,9 +262,11 @@ void setLinuxVlans(const Plane& handle, const BridgeVlans& vlans) {
     if (plane.failure != 0 || layout == plane.layout) return;
     // Without a port whose frames are marked it is not in any rule yet.
     const int problem = layout.ports ? layLayout(plane, layout) : 0;
-    if (problem == 0) plane.layout = layout;
-    if (problem != 0)
+    if (problem == 0) {
+        plane.layout = layout;
+    } else {
         hostReport("the filter does not know the VLANs of the bridge: {}", std::strerror(problem));
+    }
 }
 
 void watchLinuxTable(const Plane& handle) {
