@@ -25,7 +25,35 @@ struct LinuxKernelTest : LinuxPlaneTest {
         network.hosts[trunk].sockets = {network.hosts[port].sockets[0]};
         network.hosts.erase(port);
     }
+    // With the witness and the port `plain` untagged in VLAN 10, and `tagged` tagged.
+    static void filterVlans(const std::string& protocol) {
+        ASSERT_EQ(
+            sh("ip link set br0 type bridge vlan_filtering 1 vlan_default_pvid 0 vlan_protocol " + protocol +
+               " && bridge vlan add dev w vid 10 pvid untagged && bridge vlan add dev tagged vid 10 && "
+               "bridge vlan add dev plain vid 10 untagged && bridge vlan add dev plain vid 30 untagged"),
+            "");
+    }
 };
+
+// No tag, one, or two of both protocols, in the VLANs 10 and 20, and as priority tags.
+std::set<TagStack> tagStacks() {
+    const std::vector<uint16_t> protocols = {ETH_P_8021Q, ETH_P_8021AD}, vids = {0, 10, 20};
+    std::set<TagStack> stacks = {{}};
+    for (const uint16_t outer : protocols) {
+        for (const uint16_t vid : vids) {
+            stacks.insert({{outer, vid}});
+            for (const uint16_t inner : protocols) {
+                for (const uint16_t innerVid : vids) stacks.insert({{outer, vid}, {inner, innerVid}});
+            }
+        }
+    }
+    return stacks;
+}
+
+// A mark of somebody else's, and what drops the frames that have lost it.
+const std::string FOREIGN_MARK =
+    "nft 'table bridge other { chain in { type filter hook prerouting priority 0; meta mark set 0x12345; }; "
+    "chain out { type filter hook forward priority 0; meta mark & 0x7ffff != 0x12345 drop; }; }'";
 
 }  // namespace
 
@@ -121,22 +149,8 @@ TEST_F(LinuxKernelTest, KnowsTheVlanOfUntaggedFrames) {
 
 // The bridge is the judge: what comes out of a port that is in VLAN 10 alone is of VLAN 10.
 TEST_F(LinuxKernelTest, TakesAFramesVlanForWhatTheBridgeDoes) {
-    const std::vector<uint16_t> protocols = {ETH_P_8021Q, ETH_P_8021AD}, vids = {0, 10, 20};
-    std::set<TagStack> stacks = {{}};
-    for (const uint16_t outer : protocols) {
-        for (const uint16_t vid : vids) {
-            stacks.insert({{outer, vid}});
-            for (const uint16_t inner : protocols) {
-                for (const uint16_t innerVid : vids) stacks.insert({{outer, vid}, {inner, innerVid}});
-            }
-        }
-    }
+    const std::set<TagStack> stacks = tagStacks();
     build("plane linux\nbridge br0\n", {"in", "tagged", "plain"});
-    // A mark of somebody else's, and what drops the frames that have lost it.
-    const std::string foreign =
-        "nft 'table bridge other { chain in { type filter hook prerouting priority 0; meta mark set 0x12345; "
-        "}; "
-        "chain out { type filter hook forward priority 0; meta mark & 0x7ffff != 0x12345 drop; }; }'";
     const auto inOwn = [](const TagStack& stack, uint16_t protocol, uint16_t vid) {
         return !stack.empty() && stack[0] == FrameTag{protocol, vid};
     };
@@ -156,7 +170,7 @@ TEST_F(LinuxKernelTest, TakesAFramesVlanForWhatTheBridgeDoes) {
     };
     for (const bool marked : {false, true}) {
         SCOPED_TRACE(marked);
-        ASSERT_EQ(marked ? sh(foreign) : "", "");
+        ASSERT_EQ(marked ? sh(FOREIGN_MARK) : "", "");
         check(
             "plain", [&](auto& stack) { return inOwn(stack, ETH_P_8021Q, 10); },
             [&](auto& stack) { return inOwn(stack, ETH_P_8021Q, 20); });
@@ -164,14 +178,7 @@ TEST_F(LinuxKernelTest, TakesAFramesVlanForWhatTheBridgeDoes) {
     ASSERT_EQ(sh("nft delete table bridge other"), "");
     if (const std::string reason = lacking("bridge vlan_filtering 1"); !reason.empty()) SKIP_FOR(reason);
     for (const char* setting : {"802.1Q", "802.1ad"}) {
-        ASSERT_EQ(sh(std::string(
-                         "ip link set br0 type bridge vlan_filtering 1 vlan_default_pvid 0 vlan_protocol ") +
-                     setting),
-                  "");
-        ASSERT_EQ(
-            sh("bridge vlan add dev w vid 10 pvid untagged; bridge vlan add dev tagged vid 10; "
-               "bridge vlan add dev plain vid 10 untagged; bridge vlan add dev plain vid 30 untagged; "),
-            "");
+        filterVlans(setting);
         for (const std::string pvid : {"", "10", "20"}) {
             ASSERT_EQ(sh("bridge vlan del dev in vid 10; bridge vlan del dev in vid 20; bridge vlan add dev "
                          "in vid 10 && "
@@ -181,7 +188,7 @@ TEST_F(LinuxKernelTest, TakesAFramesVlanForWhatTheBridgeDoes) {
             boardAnswer("settle");
             for (const bool marked : {false, true}) {
                 SCOPED_TRACE(std::string(setting) + " PVID " + pvid + (marked ? " marked" : ""));
-                ASSERT_EQ(marked ? sh(foreign) : "", "");
+                ASSERT_EQ(marked ? sh(FOREIGN_MARK) : "", "");
                 for (const char* out : {"tagged", "plain"}) {
                     check(
                         out, [](auto&) { return true; }, [](auto&) { return false; });
