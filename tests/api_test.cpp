@@ -60,27 +60,6 @@ TEST(Operations, SetAndSyncDifferInTheMirroredFlagsAlone) {
     }
 }
 
-TEST(Group, IsTriedAgainAndKeptWhereARequestWasRefused) {
-    start();
-    EXPECT_EQ(groupSet(ROW_CREATE, 1, 5), 0);
-    EXPECT_EQ(told(groupSet(ROW_CREATE, 100, 5)),
-              Told(0, "[_portIsolateIfGrpSetApi]line 528: ifunit 100 first enable prot isolate!\r\n"));
-    failNth("daxEthAggIfGetApi", 1, 3);
-    EXPECT_EQ(groupSet(ROW_ACTIVATE, 100, 5), 3);
-    EXPECT_EQ(groupSet(ROW_ACTIVATE, 100, 5), 0);
-    fake.texts.clear();
-    EXPECT_EQ(told(groupSet(ROW_ACTIVATE, 100, 5)), Told(0, "")) << "an active row is not looked at again";
-    EXPECT_EQ(groupJoin(100, 6), 0);
-    failNth("daxHwilIfGet", 1, 3);
-    EXPECT_EQ(groupSet(ROW_DESTROY, 100, 5), STATUS_FAILED);
-    EXPECT_EQ(groupSet(ROW_PROBE, 100, 5), 0) << "a refused release keeps the row and the protocol";
-    for (const uint32_t grp : {5u, 6u, 6u}) EXPECT_EQ(groupSet(ROW_DESTROY, 100, grp), 0);
-    EXPECT_EQ(told(0).second, "[_portIsolateIfGrpSetApi]line 591: ifunit 100 del prot isolate!\r\n");
-    EXPECT_EQ(drainCalls({"protocol", "bi-"}),
-              (Calls{"protocol 1 on", "protocol 100 on", "bi-add 1 21 grp 5", "bi-add 1 22 grp 5",
-                     "bi-del 1 21 grp 5", "bi-del 1 22 grp 5", "protocol 100 off"}));
-}
-
 TEST(Group, AdmissionInItsOrder) {
     start({{"maxifnumpergrp", "2"}, {"maxisogrpnum", "9"}});
     const struct {
@@ -219,23 +198,6 @@ TEST(Pair, AdmissionAndItsOddAnswers) {
     uint32_t index[] = {1, 7, 0};
     EXPECT_EQ(told(perform(OP_PAIR_GET, index, 1, &value)),
               Told(STATUS_NOT_SUPPORTED, "debug 1/2 if pair get api; unknown cmd 1\n\r"));
-}
-
-TEST(Pair, ARefusedReleaseIsNotToldAndKeepsTheRow) {
-    start();
-    EXPECT_EQ(pairJoin(1, 200) | pairSet(ROW_ACTIVATE, 1, 200), 0);
-    EXPECT_EQ(drainCalls({"uni-"}).size(), 3u);
-    fake.texts.clear();
-    EXPECT_EQ(pairSet(ROW_DESTROY, 1, 200), 0);
-    const size_t last = fake.texts.size() - 1;
-    EXPECT_EQ(fake.texts[last - 1],
-              "debug 5/2 [_portIsolateIfPairSetApi]line 918: ifunit 1 del prot isolate!\r\n");
-    EXPECT_EQ(fake.texts[last],
-              "debug 5/2 [_portIsolateIfPairSetApi]line 936: ifunit 200 del prot isolate!\r\n");
-    pairSet(ROW_CREATE, 200, 1);
-    failNth("daxEthAggIfGetApi", 1, 5);
-    EXPECT_EQ(pairSet(ROW_DESTROY, 200, 1), 0);
-    EXPECT_NE(portIsolateIfPairEntryGet(200, 1), nullptr);
 }
 
 // The keys that a walk under an index visits.

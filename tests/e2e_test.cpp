@@ -203,6 +203,15 @@ TEST_F(EndToEnd, StartsThatCannotBe) {
     std::ofstream(root + "/etc/portisolate/board.conf") << board;
     vain("portisolate.enable = false\n", "");
     vain("portisolate.maxifnum = 4000000000\n", "table failed");
+    vain("portisolate.maxifnum\n", "portisolate.conf:1: expected KEY = VALUE");
+    std::ofstream(root + "/etc/portisolate/board.conf") << "plane linxu\n" + board;
+    vain("", "board.conf:1: expected: plane sim|linux");
+    for (const auto& [argument, status] : {std::pair("--check", 1), {"--frob", 2}, {"--version", 0}}) {
+        EXPECT_EQ(outcomeOf(spawn(DAEMON_PROGRAM, {argument}, "vain"), "vain").status, status) << argument;
+        EXPECT_FALSE(std::filesystem::exists(root + COMMAND_SOCKET_PATH)) << argument;
+    }
+    std::ofstream(root + "/etc/portisolate/board.conf") << board;
+    EXPECT_EQ(outcomeOf(spawn(DAEMON_PROGRAM, {"--check"}, "vain"), "vain").status, 0);
     // What is in the way of anything that the daemon needs is named in the only line; FIFOs are never waited
     // for.
     const std::string configuration[] = {"/etc/portisolate/board.conf", "/etc/portisolate/portisolate.conf"};

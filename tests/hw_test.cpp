@@ -1,7 +1,6 @@
 // Commands to the hardware: what is sent, in which order, and what a refusal leaves behind.
 #include "daemon/hw/bi_isolation.h"
 #include "daemon/hw/serial_transfer.h"
-#include "daemon/hw/trunk_expansion.h"
 #include "daemon/hw/uni_isolation.h"
 #include "daemon/tables/serials.h"
 #include "tests/daemon_driver.h"
@@ -38,33 +37,6 @@ TEST(BiIsolation, TheOrderOfAPairFollowsTheSwitchesAndTheAbility) {
         fake.interfaces[7].ability = row.ability;
         EXPECT_EQ(portIsolateDelPhyBiIsolate(1, 0, 3, 7), 0);
         EXPECT_EQ(drainCalls(), row.reverse);
-    }
-}
-
-TEST(BiIsolation, ASelfIsolationGivesWayToTheReleaseOfAPair) {
-    const struct {
-        uint32_t ability, self, first, second;  // the pair as added; 3 and 7 are released
-        bool gone;                              // whatever other groups claim it
-    } cases[] = {{1, 3, 3, 7, true}, {1, 7, 3, 7, true}, {2, 7, 7, 3, true}, {3, 3, 3, 7, false}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(testing::Message() << row.ability << " " << row.self);
-        startSwitches(false, false);
-        fake.interfaces[3].ability = fake.interfaces[7].ability = row.ability;
-        for (const uint32_t grp : {2u, 4u}) portIsolateAddPhyBiIsolate(grp, 0, row.self, row.self);
-        portIsolateAddPhyBiIsolate(4, 0, row.first, row.second);
-        EXPECT_EQ(portIsolateDelPhyBiIsolate(4, 0, 3, 7), 0);
-        EXPECT_EQ(drainCalls().size(), 3u) << "two added and one deleted: nothing for the self isolation";
-        EXPECT_EQ(listIsEmpty(&gPortIsoInfo.ifInnerList), row.gone);
-    }
-}
-
-TEST(BiIsolation, ARefusedCommandLeavesARowUnderOneSwitchAlone) {
-    for (const bool both : {true, false}) {
-        startSwitches(true, both, "t");
-        failNth("daxIfSyncApi", 1, 77);
-        EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 3, 7), 77);
-        EXPECT_EQ(listIsEmpty(&gPortIsoInfo.ifInnerList), both);
-        EXPECT_EQ(gPortIsoInfo.serialTable[0] + gPortIsoInfo.serialTable[1], 0u);
     }
 }
 
@@ -106,26 +78,6 @@ TEST(Serials, ATableThatDoesNotFitItsRecordStaysHere) {
         EXPECT_EQ(portIsolateSerialInfoSyncParse(&record), 0);
         EXPECT_EQ(table[0], fits ? 0x01020304u : 0u);
     }
-}
-
-TEST(TrunkExpansion, FailuresStopBiAndNotUni) {
-    startSwitches(true, true, "t");
-    failNth("daxIfSyncApi", 2, 45);
-    EXPECT_EQ(portIsolateAddHwIfBiIsolate(1, 0, 1, 200), 45);
-    EXPECT_EQ(drainCalls(), (Calls{"bi-add 1 31 grp 1 serial 1/2", "bi-add 1 32 grp 1 serial 1/3 = 45"}));
-    failNth("daxIfSyncApi", 1, 45);
-    EXPECT_EQ(portIsolateAddHwIfUniIsolate(1, 200), 0);
-    EXPECT_EQ(drainCalls(),
-              (Calls{"uni-add 1 31 serial 1/2 = 45", "uni-add 1 32 serial 1/3", "uni-add 1 33 serial 1/4"}));
-    failNth("daxIfGetApi", 2, 46);  // the flags cannot be read: the trunk is treated as a port
-    EXPECT_EQ(portIsolateAddHwIfBiIsolate(1, 0, 1, 200), 0);
-    EXPECT_EQ(drainCalls(), Calls{"bi-add 1 200 grp 1 serial 1/5"});
-    fake.interfaces[400].flags = DAX_IF_FLAG_TRUNK;
-    fake.interfaces[400].members.assign(128, 5);
-    fake.interfaces[400].members[1] = 6;  // finds no serial number
-    std::fill_n(gPortIsoInfo.serialTable + 5, 2, 9u);
-    EXPECT_EQ(portIsolateAddHwIfUniIsolate(1, 400), 0);
-    EXPECT_EQ(drainCalls().size(), 127u);
 }
 
 }  // namespace

@@ -76,18 +76,4 @@ TEST(GroupProgramming, WalksAndRollsBack) {
     fake.fault = nullptr;
 }
 
-TEST(GroupProgramming, TheOnlyMemberIsIsolatedFromItselfWithBothSwitchesOff) {
-    for (const bool off : {true, false}) {
-        startWatched(0, trunkSwitches(!off, false));
-        auto* entry = portIsolateIfGrpEntryAdd(4, 5);
-        failNth("daxIfSyncApi", 1, 66);
-        EXPECT_EQ(portIsolateIfGrpEntryValid(entry), 0);
-        EXPECT_EQ(drainCalls().size(), off ? 1u : 0u);
-        EXPECT_EQ(portIsolateIfGrpEntryDel(entry), 0);
-        EXPECT_EQ(drainCalls().size(), off ? 1u : 0u) << "released although its inner entry was not there";
-        EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifInnerList));
-        fake.fault = nullptr;
-    }
-}
-
 }  // namespace

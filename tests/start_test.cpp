@@ -84,19 +84,4 @@ TEST(EventTask, WalksMessagesOfADatagramAtMultiplesOfFour) {
     EXPECT_EQ(fake.semTakes, takes + 2);
 }
 
-TEST(EventTask, TheFirstMalformedMessageEndsTheWalk) {
-    startWatched(0);
-    const Bytes refresh = plainMessage(DAX_RTM_MODE_REFRESH);
-    for (const uint32_t length : {0u, 20u, 23u, 49u, 0x80000000u, 0xFFFFFFFFu}) {
-        deliver(refresh + claiming(length, refresh) + refresh);
-        // 49 covers the two messages that are left and one byte that is not there.
-        EXPECT_EQ(drainCalls().size(), 1u) << length;
-    }
-    for (Bytes cut : {refresh, plainMessage(DAX_RTM_CARD_UP, Bytes(16))}) {
-        cut.pop_back();
-        deliver(claiming(static_cast<uint32_t>(cut.size()), cut));
-    }
-    EXPECT_TRUE(fake.calls.empty());
-}
-
 }  // namespace
