@@ -4,6 +4,19 @@
 
 namespace {
 
+TEST(Lifecycle, ARegistrationProgramsPairsTowardsTheInterfaceUntilOneIsRefused) {
+    startWatched(CATEGORY_EVENT);
+    for (const auto& [src, dst] : {std::pair{3u, 100u}, {5u, 100u}, {6u, 100u}, {100u, 7u}}) {
+        pairSet(ROW_CREATE, src, dst);
+    }
+    failNth("daxEthAggIfGetApi", 2, 5);
+    deliver(linkMessage(DAX_RTM_NEWLINK, 100, RT_CHANGE_REGISTER, attribute(DAX_RTA_TRUNK_JOIN, 0)));
+    EXPECT_EQ(drainCalls({"uni-"}), (Calls{"uni-add 3 21", "uni-add 3 22"}));
+    EXPECT_EQ(fake.texts,
+              (Calls{"debug 3/4 interface if100 register\n\r",
+                     "debug 0/4 add hw-if uni-isolate [src: if5, target: if100] failed.(5)\n\r"}));
+}
+
 // An interface with everything: a group, a VLAN group, pairs with lower and higher ones, and a serial number.
 void configureSeven() {
     startWatched(CATEGORY_EVENT | CATEGORY_WORK, {{"supportserial", "t"}});
@@ -84,6 +97,22 @@ TEST(Lifecycle, ADeletedVlanIsIsolatedAgainAndACardIsToldTheOthers) {
     deliver(linkMessage(DAX_RTM_DELLINK, 1010));
     ponSet(4095, PON_ISOLATION_ON);
     EXPECT_EQ(gPortIsoInfo.p2pEnableVlanLen, 0u);
+}
+
+TEST(Lifecycle, ConfigurationResetKeepsVlanGroupsAndPorts) {
+    configureSeven();
+    for (const uint32_t vlan : {10u, 20u}) ponSet(vlan, PON_ISOLATION_OFF);
+    drainCalls();
+    deliver(plainMessage(DAX_RTM_RESET));
+    EXPECT_EQ(drainCalls(),
+              (Calls{"uni-del 4 7 serial 3/1", "uni-del 7 4 serial 1/3", "uni-del 9 7 serial 4/1",
+                     "pon 10 state 1 control 90000000/4/5", "vlan-protocol 10 off",
+                     "pon 20 state 1 control 90000000/4/5", "vlan-protocol 20 off"}))
+        << "the VLAN group still needs the pair of 7 and 8";
+    EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifGrpList) && listIsEmpty(&gPortIsoInfo.ifPairList));
+    EXPECT_EQ(gPortIsoInfo.p2pEnableVlanLen, 0u);
+    EXPECT_NE(portIsolateIfVlanGrpEntryGet(8, 10, 3), nullptr);
+    EXPECT_NE(portIsolatePortEntryGet(4), nullptr);
 }
 
 TEST(Lifecycle, MalformedLinkMessagesChangeNothing) {
