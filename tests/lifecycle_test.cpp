@@ -99,22 +99,6 @@ TEST(Lifecycle, ADeletedVlanIsIsolatedAgainAndACardIsToldTheOthers) {
     EXPECT_EQ(gPortIsoInfo.p2pEnableVlanLen, 0u);
 }
 
-TEST(Lifecycle, ConfigurationResetKeepsVlanGroupsAndPorts) {
-    configureSeven();
-    for (const uint32_t vlan : {10u, 20u}) ponSet(vlan, PON_ISOLATION_OFF);
-    drainCalls();
-    deliver(plainMessage(DAX_RTM_RESET));
-    EXPECT_EQ(drainCalls(),
-              (Calls{"uni-del 4 7 serial 3/1", "uni-del 7 4 serial 1/3", "uni-del 9 7 serial 4/1",
-                     "pon 10 state 1 control 90000000/4/5", "vlan-protocol 10 off",
-                     "pon 20 state 1 control 90000000/4/5", "vlan-protocol 20 off"}))
-        << "the VLAN group still needs the pair of 7 and 8";
-    EXPECT_TRUE(listIsEmpty(&gPortIsoInfo.ifGrpList) && listIsEmpty(&gPortIsoInfo.ifPairList));
-    EXPECT_EQ(gPortIsoInfo.p2pEnableVlanLen, 0u);
-    EXPECT_NE(portIsolateIfVlanGrpEntryGet(8, 10, 3), nullptr);
-    EXPECT_NE(portIsolatePortEntryGet(4), nullptr);
-}
-
 TEST(Lifecycle, MalformedLinkMessagesChangeNothing) {
     configureSeven();
     groupJoin(100, 2);
