@@ -108,6 +108,12 @@ TEST_F(Ctl, HappeningsBecomeSentences) {
     header.length = sizeof(header);
     header.type = DAX_RTM_RESET;
     const auto recordOf = [](const auto& record) { return hexText(&record, sizeof(record)); };
+    RtMsgHdr link = header;
+    RtIfInfo lag{};
+    lag.ifUnit = 101;
+    const RtAttr bare{sizeof(RtAttr), 77}, gained{8, DAX_RTA_MEMBER_ADD};
+    link.type = DAX_RTM_NEWLINK;
+    link.length = sizeof(link) + sizeof(lag) + sizeof(bare) + sizeof(gained) + sizeof(uint32_t);
     const std::string isolate =
         fmt::format("hardware call=daxIfSyncApi ifUnit=1 opcode=44 attrId={} data=", DAX_ISO_BI_VLAN_ADD);
     const std::pair<std::string, const char*> cases[] = {
@@ -131,6 +137,10 @@ TEST_F(Ctl, HappeningsBecomeSentences) {
         {"hardware seq=3 call=daxHwilIfGet status=0 ifUnit=1", "query: daxHwilIfGet ifUnit=1"},
         {"event group=42 messages=" + recordOf(header) + "0102",
          "event: reset of the configuration; 2 bytes that are no message"},
+        {"event group=33 messages=" + recordOf(link) + recordOf(lag) + recordOf(bare) + recordOf(gained) +
+             recordOf(uint32_t{1}),
+         "event: link lag1 attribute 77 gained member ge1/1"},
+        {request({OP_GROUP_SET, 1, 12, 1, 5, 0, 4, 9}), "request: group 5, ge1/1: unknown row status"},
         {"log priority=4 channel=host text=a b=c  d", "log: host: a b=c  d"},
         {"dropped count=7", "dropped: "},
     };
@@ -173,8 +183,8 @@ TEST(CtlPrintouts, AreTakenApart) {
     const auto settings = readSettings("\r\n[X] info:\n\r mode: 2\n\r p2p: 1-2\r\n p2p: 7\r\n");
     ASSERT_EQ(settings.size(), 2u);
     EXPECT_EQ(settings[1], (std::pair<std::string, std::string>("p2p", "1-2,7")));
-    const auto pairs =
-        readPairs("\r\n[X] info:\n\r  src 1, dst 30, ref:\r\n80 01 \r\n00 02 \r\n  src 2, dst 3, ref:\r\n");
+    const auto pairs = readPairs(
+        "\r\n[X] info:\n\r  src 1, dst 30, ref:\r\n80 01 \r\n00 02 \r\n8g 80\r\n  src 2, dst 3, ref:\r\n");
     ASSERT_EQ(pairs.size(), 2u);
     EXPECT_EQ(pairs[0].groups, (std::vector<uint32_t>{1, 16, 31}));
     EXPECT_TRUE(pairs[1].source == 2 && pairs[1].target == 3 && pairs[1].groups.empty());

@@ -45,7 +45,7 @@ TEST_F(Config, EveryMistakeIsToldWithItsPlace) {
     const char* const cases[][2] = {
         // text and mistakes
         {"", ""},
-        {"# nothing\r\n\t\n  mode 2 # two\r\ngroup 5 ge1/1-3\ngroup 5 lag1 #x", ""},
+        {"# nothing\r\n\t\n  mode 2 # two\r\ngroup 1 ge1/1-3\ngroup 1 lag1 #x", ""},
         {"mode\n\tmode x y\nmode 1 2",
          "1:6 a mode is missing here\n2:7 \"x\" is not a mode: give a number from 0 up\n"
          "3:8 \"2\" is one word too many\n"},

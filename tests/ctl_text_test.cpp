@@ -20,7 +20,7 @@ TEST(CtlArgs, NumbersAreStrict) {
     }
     int64_t milliseconds = 0;
     EXPECT_TRUE(parseSeconds("0.25", milliseconds) && milliseconds == 250);
-    EXPECT_TRUE(parseSeconds("12", milliseconds) && milliseconds == 12000);
+    EXPECT_TRUE(parseSeconds("86400", milliseconds) && milliseconds == 86400000);
     for (const char* bad : {"", "0", "0.0", "-1", "1.", ".5", "1e3", "86401", "99999999999"}) {
         EXPECT_FALSE(parseSeconds(bad, milliseconds)) << bad;
     }
@@ -48,6 +48,7 @@ TEST(CtlArgs, AbbreviationsMustBeUnambiguous) {
     EXPECT_EQ(pickName(names, "pa", "object"), 0u);
     EXPECT_EQ(pickName(names, "port", "object"), 2u);
     const char* const wrong[][2] = {{"po", "x: \"po\" is ambiguous: pon, port or ports"},
+                                    {"pairtt", "x: no object \"pairtt\"; did you mean pair?"},
                                     {"piar", "x: no object \"piar\"; did you mean pair?"},
                                     {"", "x: no object \"\"; there are pair, pon, port and ports"}};
     for (const auto& [text, why] : wrong) {
