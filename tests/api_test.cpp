@@ -354,18 +354,4 @@ TEST(Scalar, ReadsEveryValueIntoABufferThatHoldsIt) {
     }
 }
 
-TEST(Scalar, TheSerialTableIsTakenByTheReceiverAlone) {
-    start({{"maxifnum", "8"}});
-    for (const uint8_t kind : {uint8_t{1}, uint8_t{2}}) {
-        for (const bool receives : {true, false}) {
-            uint8_t record[34] = {kind, 0, 1, 1, 1, 1};
-            DataDesc serials = {record, sizeof(record)};
-            fake.serialReceiver = receives;
-            gPortIsoInfo.serialTable[0] = 0;
-            EXPECT_EQ(perform(OP_SCALAR_SYNC, nullptr, SCALAR_SERIAL_TABLE, &serials), 0);
-            EXPECT_EQ(gPortIsoInfo.serialTable[0], kind == 1 && receives ? 0x01010101u : 0u);
-        }
-    }
-}
-
 }  // namespace

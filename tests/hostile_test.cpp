@@ -70,6 +70,8 @@ TEST_F(Hostile, SlowReadersAndDroppedConnectionsHoldUpNoPipeline) {
     }
     const int fd = command();
     const int deaf = command();
+    const int follower = connectTo(BOARD_SOCKET_PATH);
+    EXPECT_TRUE(converse(follower, "monitor\n", "ok\n"));
     // It never reads, so a moment comes when the daemon takes no more from it.
     while (send(deaf, frames.data(), frames.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) EXPECT_TRUE(isServed());
     EXPECT_TRUE(converse(fd, frames, replies));
@@ -78,8 +80,13 @@ TEST_F(Hostile, SlowReadersAndDroppedConnectionsHoldUpNoPipeline) {
         EXPECT_TRUE(converse(dropped, std::string_view(frames).substr(0, turn)));
         close(dropped);
     }
-    close(deaf);
-    close(fd);
+    // Who follows all that and reads too late is told how much was dropped.
+    std::string followed;
+    while (followed.size() < 1u << 20 && followed.find("dropped count=") == std::string::npos) {
+        followed += receive(follower, 4096);
+    }
+    EXPECT_LT(followed.size(), 1u << 20);
+    for (const int one : {follower, deaf, fd}) close(one);
 }
 
 // Whoever sends what, the next one's question is answered before all of theirs are.

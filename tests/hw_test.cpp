@@ -74,9 +74,14 @@ TEST(Serials, ATableThatDoesNotFitItsRecordStaysHere) {
             std::memcmp(bytes.data(), "\1\0", 2) == 0 && std::memcmp(bytes.data() + 2, table, 1496) == 0,
             fits);
         table[0] = 0;
-        const DataDesc record = {bytes.data(), static_cast<uint32_t>(bytes.size())};
-        EXPECT_EQ(portIsolateSerialInfoSyncParse(&record), 0);
-        EXPECT_EQ(table[0], fits ? 0x01020304u : 0u);
+        // Taken by the receiver alone, and as the kind of record that it is.
+        for (const auto& [receiver, kind, taken] : {std::tuple(0, 1, 0u), {1, 2, 0u}, {1, 1, 0x01020304u}}) {
+            fake.serialReceiver = receiver;
+            bytes[0] = static_cast<uint8_t>(kind);
+            DataDesc record = {bytes.data(), static_cast<uint32_t>(bytes.size())};
+            EXPECT_EQ(perform(OP_SCALAR_SYNC, nullptr, SCALAR_SERIAL_TABLE, &record), 0);
+            EXPECT_EQ(table[0], fits ? taken : 0u);
+        }
     }
 }
 
