@@ -78,27 +78,6 @@ TEST(Lifecycle, AnInterfaceThatGoesLosesGroupsPairsAndProtocol) {
     }
 }
 
-TEST(Lifecycle, ADeletedVlanIsIsolatedAgainAndACardIsToldTheOthers) {
-    startWatched(CATEGORY_EVENT);
-    for (const uint32_t vlan : {10u, 20u, 4095u}) ponSet(vlan, PON_ISOLATION_OFF);
-    drainCalls();
-    failNth("daxHwilCmdSetApi", 1, 8);
-    for (const uint32_t unit : {1020u, 1100u, 5095u}) deliver(linkMessage(DAX_RTM_DELLINK, unit));
-    EXPECT_EQ(drainCalls(), (Calls{"pon 20 state 1 control 90000000/4/5 = 8", "vlan-protocol 20 off"}));
-    EXPECT_EQ(fake.texts, (Calls{"debug 3/4 vlan 20 unregister\n\r",
-                                 "debug 3/4 vlan 20 del, enable all port pon-isolate, ret 8\r\n",
-                                 "debug 3/4 vlan 100 unregister\n\r", "debug 3/4 vlan 4095 unregister\n\r"}));
-    failNth("daxScalarSetApi", 1, 31);
-    deliver(plainMessage(DAX_RTM_CARD_UP, Bytes(16)));
-    EXPECT_EQ(drainCalls(), (Calls{"mode 2 attr 221 flag 1 = 31", "pon 10 state 2 control 90000000/4/5",
-                                   "pon 4095 state 2 control 90000000/4/5", "card-done 0 protocol 198"}))
-        << "a card starts even when the mode is refused";
-    failNth("", 0, 0);
-    deliver(linkMessage(DAX_RTM_DELLINK, 1010));
-    ponSet(4095, PON_ISOLATION_ON);
-    EXPECT_EQ(gPortIsoInfo.p2pEnableVlanLen, 0u);
-}
-
 TEST(Lifecycle, MalformedLinkMessagesChangeNothing) {
     configureSeven();
     groupJoin(100, 2);
