@@ -33,6 +33,8 @@ TEST(Show, EveryTable) {
               "63,65,67,69,71");
     EXPECT_EQ(vlans.substr(vlans.find("\r\n") + 2),
               " p2pEnableVlan: 73,75,77,79,81,83,85,87,89,91,93,95,97,99,4094-4095\r\n");
+    ponSet(4095, PON_ISOLATION_ON);
+    EXPECT_TRUE(printed(portIsolateGlobalShow).ends_with(",99,4094\r\n"));
 
     groupJoin(1, 3);
     groupJoin(2, 3);

@@ -92,7 +92,7 @@ uint64_t enterSent(PeerLedger& ledger, const PeerRequest& request) {
 
 void settleHere(PeerLedger& ledger, uint64_t number, int32_t status) {
     if (number < ledger.first) return;
-    ledger.sent[number - ledger.first].here = status;
+    ledger.sent[static_cast<size_t>(number - ledger.first)].here = status;
     dropSettled(ledger);
 }
 
