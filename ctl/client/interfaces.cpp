@@ -47,7 +47,7 @@ std::string unknownName(Session& session, const std::string& name, const std::st
 
 // The names or numbers that one text stands for.
 std::vector<std::string> expandNames(Session& session, const std::string& text) {
-    const std::vector<std::string> range = expandWord(text);
+    std::vector<std::string> range = expandWord(text);
     if (range.front() == text) return range;
     askInterfaces(session);
     return findName(session, text) != nullptr ? std::vector<std::string>{text} : range;

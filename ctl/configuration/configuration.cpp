@@ -125,7 +125,7 @@ void sortMistakes(ConfigFile& file) {
 
 // The name of an interface where reading it gives the interface again, else its number.
 std::string writtenName(Session& session, uint32_t number) {
-    const std::string name = interfaceName(session, number);
+    std::string name = interfaceName(session, number);
     const bool comment = name.starts_with('#');
     const auto isRead = [&](const std::string& text) {
         return findInterfaces(session, text).numbers == std::vector<uint32_t>{number};
