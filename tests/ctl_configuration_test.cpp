@@ -89,8 +89,7 @@ TEST_F(Config, WrittenLinesMeanTheSameAgain) {
     session.interfaces[1].name = "3";       // looks like the number of another
     session.interfaces[2].name = "#3";      // looks like a comment
     session.interfaces[3].name = "lag1-2";  // looks like a range of names
-    for (const uint32_t number : {71u, 72u, 73u})
-        session.interfaces.push_back({.number = number, .name = "#"});
+    for (const uint32_t one : {71u, 72u, 73u}) session.interfaces.push_back({.number = one, .name = "#"});
     session.interfaces.push_back({.number = 74, .name = "2-4"});  // looks like a range of numbers
     const std::string text =
         "mode 2\ngroup 5 ge1/1 3 0x3 lag1-2\ncreated group 6 71-73 2-4\nvlan-group 7 vlan 10 ge1/1 lag1-2\n"

@@ -73,8 +73,8 @@ inline Reply answer(FakeDaemon& daemon, const Request& request) {
     const std::string change = changeText(request);
     if (!change.empty()) daemon.changes.push_back(change);
     if (change == daemon.refusedChange && daemon.refusals-- != 0) return {STATUS_NOT_SUPPORTED, {}, {}};
-    if (request.opcode == OP_SCALAR_GET)
-        return {STATUS_OK, {}, wordBytes(request.column == SCALAR_MODE ? 2 : 32)};
+    const uint32_t scalar = request.column == SCALAR_MODE ? 2 : 32;
+    if (request.opcode == OP_SCALAR_GET) return {STATUS_OK, {}, wordBytes(scalar)};
     const uint32_t member = wordAt(request.index, 0);
     auto row = daemon.rows.find(member);
     if (request.opcode == OP_GROUP_SET) {

@@ -321,8 +321,7 @@ TEST_F(EndToEnd, TheServiceManagerHearsOfAHungTask) {
         EXPECT_LT(signs, 5) << "alive again, and nobody is told: " << eventTask;
         stop();
         for (const int fd : {manager, peer, queued, client}) close(fd);
-        for (const char* left : {"/notify", "/peer/tmp/portisolatecmd.socket"})
-            std::filesystem::remove(root + left);
+        for (const char* left : {"/notify", "/peer"}) std::filesystem::remove_all(root + left);
     }
 }
 

@@ -156,8 +156,9 @@ TEST_F(Hostile, NobodyKeepsOthersOut) {
     for (size_t looks = 0; looks < 10000 && descriptors() > before; ++looks) boardAnswer("settle");
     std::vector<int> streams(3);
     limitTo(before + 2 * streams.size());
-    for (int& stream : streams)
-        EXPECT_TRUE(converse(stream = connectTo(BOARD_SOCKET_PATH), "monitor\n", "ok\n"));
+    for (int& one : streams) {
+        EXPECT_TRUE(converse(one = connectTo(BOARD_SOCKET_PATH), "monitor\n", "ok\n"));
+    }
     EXPECT_NE(ctl("board list").err.find("too many connections"), std::string::npos);
     limitTo(1024);
     while (streams.size() < 60) {

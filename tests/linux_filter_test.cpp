@@ -85,8 +85,8 @@ std::string disagreement(const TwoPlanes& planes) {
     for (const uint32_t vid : {0U, 10U, 20U, 30U}) {
         for (uint32_t src = 1; src <= 4; ++src) {
             for (uint32_t dst = 1; dst <= 4; ++dst) {
-                if (src == dst || passes(planes.sim, src, dst, vid) == passes(planes.real, src, dst, vid))
-                    continue;
+                if (src == dst) continue;
+                if (passes(planes.sim, src, dst, vid) == passes(planes.real, src, dst, vid)) continue;
                 text += gDevices[src] + ">" + gDevices[dst] + " in " + std::to_string(vid) + " ";
             }
             const bool open = passes(planes.sim, src, PORTS, vid) && passes(planes.sim, src, PORTS - 1, vid);

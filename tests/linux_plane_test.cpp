@@ -267,8 +267,7 @@ TEST_F(LinuxPlaneTest, LeavesAPortWhatItReflects) {
     ctlOutput("group add 5 p3 p4");
     ctlOutput("vlan-group add 6 p3 p4 --vlan 10");
     for (const uint16_t vid : {uint16_t{0}, uint16_t{10}}) {
-        for (const std::string host : {"p3", "p4"})
-            EXPECT_TRUE(hearsItself(network, host, vid)) << host << vid;
+        for (const char* host : {"p3", "p4"}) EXPECT_TRUE(hearsItself(network, host, vid)) << host << vid;
     }
     ctlOutput("group del 5");
     ctlOutput("vlan-group del 6 --vlan 10");

@@ -18,7 +18,7 @@ void askInterfaces(Session& session) {
         if (interface) session.interfaces.push_back(*interface);
         return true;
     };
-    const LineAnswer answer = boardRequest(session.root, "list", session.timeoutMs, false, keep);
+    const LineAnswer answer = session.board("list", false, keep);
     if (answer.result == LineResult::done) return;
     session.interfacesFailure = answer.text;
     session.interfaces.clear();

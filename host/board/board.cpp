@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/bytes.h"
+#include "common/files.h"
 
 namespace {
 
@@ -24,6 +25,11 @@ bool parseRole(std::string_view name, Role& role) {
     if (found == std::end(ROLE_NAMES)) return false;
     role = static_cast<Role>(found - std::begin(ROLE_NAMES));
     return true;
+}
+
+std::string peerPath(const Board& board) {
+    const bool below = !board.peerRoot.empty() && !board.peerRoot.starts_with('/');
+    return below ? rootPrefix() + "/" + board.peerRoot : board.peerRoot;
 }
 
 Interface* findInterface(Board& board, uint32_t number) {

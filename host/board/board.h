@@ -80,6 +80,9 @@ struct Board {
 
 // The lock is held for all that follows.
 
+// The root below which the peer board keeps its files; empty without a peer.
+std::string peerPath(const Board& board);
+
 // Null when there is no interface of this number.
 Interface* findInterface(Board& board, uint32_t number);
 // By name, else by number; null when there is neither.

@@ -236,8 +236,7 @@ std::string describedPeer(uint32_t& timeout) {
     Board& board = theBoard();
     std::lock_guard guard(board.lock);
     timeout = board.peerTimeout;
-    const bool relative = !board.peerRoot.empty() && !board.peerRoot.starts_with('/');
-    return relative ? rootPrefix() + "/" + board.peerRoot : board.peerRoot;
+    return peerPath(board);
 }
 
 }  // namespace

@@ -34,8 +34,7 @@ uint32_t loadBoard(PlaneKinds kinds) {
     }
     std::lock_guard guard(board.lock);
     readBoard(text, path.c_str(), kinds, board);
-    const bool below = !board.peerRoot.empty() && !board.peerRoot.starts_with('/');
-    expectPeer(below ? rootPrefix() + "/" + board.peerRoot : board.peerRoot);
+    expectPeer(peerPath(board));
     return board.rejected;
 }
 

@@ -44,12 +44,12 @@ void append(LineStream& stream, const std::string& line) {
 }  // namespace
 
 std::shared_ptr<LineStream> openStream(StreamKind kind) {
-    const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (fd < 0) return nullptr;
     auto stream = std::make_shared<LineStream>();
     stream->kind = kind;
-    stream->fd = fd;
     std::lock_guard guard(gLock);
+    gStreams.reserve(gStreams.size() + 1);  // where memory is short, before there is a descriptor to lose
+    stream->fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (stream->fd < 0) return nullptr;
     gStreams.push_back(stream);
     noteReaders();
     return stream;
