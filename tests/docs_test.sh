@@ -62,7 +62,7 @@ start_daemon() {
 }
 
 normalised() {
-    sed -E -e '/^note: this kernel/d' -e "s|$root|<root>|g" -e 's/0x[0-9a-f]{9,}/<address>/g' \
+    sed -E -e '/^note: this kernel/d' -e "s|$root|<root>|g" -e 's/uid [0-9]+, pid [0-9]+/uid <uid>, pid <pid>/' -e 's/0x[0-9a-f]{9,}/<address>/g' \
         -e 's/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}\.[0-9]{3}/<time>/g' -e 's/\r//g' -e 's/[[:space:]]+$//'
 }
 

@@ -181,13 +181,18 @@ TEST_F(EndToEnd, LinesCarryTimeOrPriority) {
         ctlOutput("debug 0xf");
         ctlOutput("board fault daxIfSyncApi 1 5 command 44");
         EXPECT_EQ(ctl("group add 5 ge1/1 ge1/2").status, 1);
-        const std::string channel = "(debug level=[0-7] category=[0-9]+|log level=[0-7]|host) [ -~]+$";
+        const std::string channel = "(debug level=[0-7] category=[0-9]+|log level=[0-7]|host|change) [ -~]+$";
         EXPECT_EQ(extract(log(), any + channel), split(log(), '\n'));
         EXPECT_EQ(extract(log(), traceLine + "debug level=5 category=2 add hw-if bi-isolate (.*)", "$1"),
                   Texts{"[src: ge1/1, target: ge1/2]"});
         EXPECT_EQ(extract(log(), failure + "log level=0 failed to operate isolate. (.*)", "$1"),
                   Texts{"(srcIfName=[ge1/1], dstIfName=[ge1/2], vlan=[0], type=[isolate], group=[5], "
                         "operation=[add])"});
+        const std::string change =
+            "by uid " + std::to_string(getuid()) + ", pid [0-9]+ .portisolatectl.: group 5, ge1/2: ";
+        EXPECT_EQ(extract(log(), any + "change " + change + "(.*)", "$1"),
+                  Texts({"create -> done", "activate -> 0x00000005: the kernel says: Input/output error",
+                         "destroy -> done"}));
         stop();
         std::filesystem::remove(root + "/daemon.err");
         setenv("JOURNAL_STREAM", "8:1", 1);

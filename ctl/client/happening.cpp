@@ -7,8 +7,8 @@
 #include <iterator>
 
 #include "common/bytes.h"
+#include "common/request_text.h"
 #include "ctl/client/interfaces.h"
-#include "ctl/client/request_text.h"
 #include "ctl/text/args.h"
 #include "ctl/text/output.h"
 #include "platform/hardware.h"
@@ -193,7 +193,7 @@ std::optional<Happening> readHappening(Session& session, std::string_view line) 
     happening.kind = line.substr(0, blank);
     if (!readFields(line.substr(std::min(blank + 1, line.size())), happening)) return std::nullopt;
     if (happening.kind == "request") {
-        happening.sentence = requestText(session, bytesOf(happening, "frame"));
+        happening.sentence = requestText(boardNamer(session), bytesOf(happening, "frame"));
     } else if (happening.kind == "event") {
         happening.sentence = eventText(session, bytesOf(happening, "messages"));
     } else if (happening.kind == "hardware" && isQuery(happeningText(happening, "call"))) {

@@ -116,6 +116,10 @@ std::string interfaceName(Session& session, uint32_t number) {
     return interface != nullptr ? interface->name : std::to_string(number);
 }
 
+InterfaceNamer boardNamer(Session& session) {
+    return [&session](uint32_t number) { return interfaceName(session, number); };
+}
+
 std::string interfaceNames(Session& session, const std::vector<uint32_t>& numbers) {
     std::vector<std::string> names;
     for (const uint32_t number : numbers) names.push_back(interfaceName(session, number));

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "common/row_families.h"
 #include "ctl/client/session.h"
 
 // The interfaces of the board; none, with session.interfacesFailure set, where it cannot be asked.
@@ -42,5 +43,6 @@ std::string unlistedInterface(Session& session, const std::vector<uint32_t>& num
 
 // The name of an interface, its number where the board does not know it or cannot be asked.
 std::string interfaceName(Session& session, uint32_t number);
+InterfaceNamer boardNamer(Session& session);
 // "ge1/1, ge1/2 and 7"
 std::string interfaceNames(Session& session, const std::vector<uint32_t>& numbers);

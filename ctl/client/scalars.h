@@ -10,13 +10,9 @@
 #include <string_view>
 #include <vector>
 
+#include "common/scalar_names.h"
 #include "ctl/client/session.h"
 
-// The readable scalars, in the order of their ids, and their names.
-std::vector<uint32_t> scalarIds();
-std::vector<std::string> scalarNames();
-// The name of a scalar, its number where it has none.
-std::string scalarName(uint32_t id);
 // The id that a number, a name or its beginning stands for; any other text ends the command.
 uint32_t scalarId(const std::string& text);
 

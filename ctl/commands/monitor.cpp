@@ -64,6 +64,12 @@ void printText(const Happening& happening) {
         const std::string result = resultText(happening, good);
         line += " -> " + toned(good ? Tone::good : Tone::bad, result);
     }
+    if (fieldValue(happening.fields, "program") != nullptr) {
+        line +=
+            toned(Tone::faint,
+                  safeText(fmt::format("  by {}, pid {}, uid {}", happeningText(happening, "program"),
+                                       happeningText(happening, "pid"), happeningText(happening, "uid"))));
+    }
     printLine(line);
 }
 
@@ -72,7 +78,8 @@ void printText(const Happening& happening) {
 void printJson(const Happening& happening) {
     std::vector<std::string> fields = {jsonField("kind", jsonText(happening.kind))};
     for (const Field& field : happening.fields) {
-        const char* const texts[] = {"call", "channel", "frame", "messages", "index", "data", "text"};
+        const char* const texts[] = {"call",     "program", "channel", "frame",
+                                     "messages", "index",   "data",    "text"};
         const bool text = std::any_of(std::begin(texts), std::end(texts),
                                       [&](const char* name) { return field.name == name; });
         const bool bare = !text && isBoardNumber(field.value);

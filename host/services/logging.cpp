@@ -73,6 +73,10 @@ void channelOutput(const char* channel, bool hasCategory, uint32_t source, uint3
 void writeLogLine(unsigned priority, std::string_view head, std::string_view text) {
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
     monitorText(priority, head, text);
+    writeUnmonitored(priority, head, text);
+}
+
+void writeUnmonitored(unsigned priority, std::string_view head, std::string_view text) {
     std::string line = lineStart(priority);
     line += head;
     line += safeText(text);

@@ -32,3 +32,5 @@ void hostReport(fmt::format_string<Arguments...> format, Arguments&&... argument
 // `text` as one line behind `head`: trailing line ends cut, control characters escaped. `priority` runs from
 // 0, the most urgent, to 7; `head` ends with a blank.
 void writeLogLine(unsigned priority, std::string_view head, std::string_view text);
+// The same without line ends to cut, for what the monitor has in a line of its own.
+void writeUnmonitored(unsigned priority, std::string_view head, std::string_view text);

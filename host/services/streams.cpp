@@ -97,10 +97,10 @@ std::string monitorLine(const char* kind) {
     return fmt::format("{} time={}.{:06}", kind, now.tv_sec, now.tv_nsec / 1000);
 }
 
-void monitorRequest(const void* frame, size_t length, int32_t status) {
+void monitorRequest(const void* frame, size_t length, int32_t status, std::string_view asker) {
     if (!hasStream(StreamKind::everything)) return;
-    queueLine(StreamKind::everything,
-              fmt::format("{} status={} frame={}\n", monitorLine("request"), status, hexText(frame, length)));
+    queueLine(StreamKind::everything, fmt::format("{} status={} {} frame={}\n", monitorLine("request"),
+                                                  status, asker, hexText(frame, length)));
 }
 
 void monitorEvent(uint32_t group, const void* messages, size_t length) {

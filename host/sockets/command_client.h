@@ -10,6 +10,7 @@
 struct CommandClient {
     int fd = -1;
     PeerProcess process = {};
+    std::string program;  // of the process; read when it is needed first
     std::string input;
     size_t served = 0;  // bytes of `input` that are done with
     std::string replies;

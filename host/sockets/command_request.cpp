@@ -5,7 +5,6 @@
 
 #include "common/bytes.h"
 #include "host/services/answers.h"
-#include "host/services/streams.h"
 #include "platform/hardware.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
@@ -177,11 +176,12 @@ bool isFrameLength(uint32_t length) {
     return length >= COMMAND_WORDS_MIN && length <= COMMAND_FRAME_MAX;
 }
 
-void answerRequest(const OperationTable& table, const uint8_t* bytes, size_t length, std::string& replies) {
+int32_t answerRequest(const OperationTable& table, const uint8_t* bytes, size_t length,
+                      std::string& replies) {
     const size_t before = replies.size();
     carryOut(table, bytes, length, replies);
     int32_t status = 0;
     std::memcpy(&status, replies.data() + before + WORD, sizeof(status));
     tellAnswer(status);
-    monitorRequest(bytes, length, status);
+    return status;
 }

@@ -15,8 +15,9 @@ struct OperationTable {
 };
 
 // Carries out one request, `length` bytes behind the frame's length word (isFrameLength holds of it), and
-// appends the reply frame.
-void answerRequest(const OperationTable& table, const uint8_t* request, size_t length, std::string& replies);
+// appends the reply frame. Answers the status in it.
+int32_t answerRequest(const OperationTable& table, const uint8_t* request, size_t length,
+                      std::string& replies);
 
 // The reply to a request that is not looked at.
 std::string statusReply(int32_t status);

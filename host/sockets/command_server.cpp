@@ -22,6 +22,7 @@
 #include "host/sockets/command_client.h"
 #include "host/sockets/command_request.h"
 #include "host/sockets/listening.h"
+#include "host/sockets/request_report.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
 #include "wire/status.h"
@@ -78,7 +79,7 @@ bool serveOne(CommandServer& server, CommandClient& client) {
     uint32_t length = 0;
     const uint8_t* request = nextRequest(client, length);
     if (request == nullptr) return false;
-    answerRequest(server.table, request, length, client.replies);
+    reportRequest(client, request, length, answerRequest(server.table, request, length, client.replies));
     client.served += WORD_SIZE + length;
     return true;
 }

@@ -1,12 +1,12 @@
-#include "ctl/client/request_text.h"
+#include "common/request_text.h"
 
 #include <fmt/format.h>
 
 #include <optional>
 
 #include "common/bytes.h"
-#include "ctl/client/rows.h"
-#include "ctl/client/scalars.h"
+#include "common/row_families.h"
+#include "common/scalar_names.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
 #include "wire/records.h"
@@ -59,10 +59,10 @@ std::optional<Asked> takeApart(std::string_view frame) {
     return asked;
 }
 
-std::string rowRequestText(Session& session, const RowFamily& family, const Asked& asked) {
+std::string rowRequestText(const InterfaceNamer& nameOf, const RowFamily& family, const Asked& asked) {
     const RowScope scope = {.number = wordAt(asked.index, family.scope),
                             .vlan = familyHasVlans(family) ? wordAt(asked.index, family.vlan) : 0};
-    const std::string row = rowText(session, family, scope, wordAt(asked.index, family.member));
+    const std::string row = rowText(nameOf, family, scope, wordAt(asked.index, family.member));
     const bool word = asked.value.size() == WORD_SIZE;
     switch (asked.kind) {
         case OpKind::set:
@@ -98,7 +98,7 @@ std::string valueRequestText(const Asked& asked) {
 
 }  // namespace
 
-std::string requestText(Session& session, std::string_view frame) {
+std::string requestText(const InterfaceNamer& nameOf, std::string_view frame) {
     const std::optional<Asked> asked = takeApart(frame);
     if (!asked) {
         return frame.size() < WORD_SIZE ? "unreadable"
@@ -106,5 +106,12 @@ std::string requestText(Session& session, std::string_view frame) {
     }
     const RowFamily* family = familyOf(asked->opcode);
     return (portIsolateOpIsSync(asked->opcode) ? "from the peer: " : "") +
-           (family != nullptr ? rowRequestText(session, *family, *asked) : valueRequestText(*asked));
+           (family != nullptr ? rowRequestText(nameOf, *family, *asked) : valueRequestText(*asked));
+}
+
+bool requestSets(std::string_view frame) {
+    const std::optional<Asked> asked = takeApart(frame);
+    if (!asked || asked->kind != OpKind::set) return false;
+    const bool word = asked->value.size() == WORD_SIZE;
+    return familyOf(asked->opcode) == nullptr || !word || wordAt(asked->value, 0) != ROW_PROBE;
 }

@@ -1,0 +1,12 @@
+// The names of the daemon's scalars.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The readable scalars, in the order of their ids, and their names.
+std::vector<uint32_t> scalarIds();
+std::vector<std::string> scalarNames();
+// The name of a scalar, its number where it has none.
+std::string scalarName(uint32_t id);
