@@ -28,6 +28,9 @@ struct PlaneReport {
     std::string state;  // one of the above, or what else the board says
     std::vector<std::string> notes;
     std::vector<PlaneEntry> entries;
+    // Sentences about what is isolated in fewer VLANs than was asked for; for who compares it with the tables
+    // to fill.
+    std::vector<std::string> shortfalls{};
 };
 
 // Reads the board's answer; the session gives the ports their names. Nothing where the answer does not keep

@@ -9,6 +9,7 @@
 #include "common/files.h"
 #include "common/text.h"
 #include "ctl/client/scalars.h"
+#include "ctl/commands/less_held.h"
 #include "ctl/commands/plan_run.h"
 #include "ctl/commands/plane_commands.h"
 #include "ctl/configuration/config_plan.h"
@@ -81,6 +82,7 @@ Configuration readWanted(Session& session, const std::string& path, bool mayBeEm
 
 // What an earlier run of the daemon left over has to make way once all that is wanted is in force.
 Exit sweepAfter(Session& session) {
+    tellShortfalls(session);
     const uint64_t removed = sweepPlane(session);
     if (removed != 0 && !session.json) {
         printLine("swept " + elementsText(removed) + " that an earlier run left over");

@@ -5,6 +5,8 @@
 #include <iterator>
 
 #include "common/text.h"
+#include "ctl/client/interfaces.h"
+#include "ctl/configuration/shortfall.h"
 #include "ctl/text/listing.h"
 
 namespace {
@@ -98,12 +100,12 @@ void printTotals(const PlaneReport& report) {
 }
 
 void printJson(const PlaneReport& report) {
-    printLine(
-        jsonLines("{",
-                  {jsonField("plane", jsonText(report.name)), jsonField("state", jsonText(report.state)),
-                   jsonField("notes", jsonText(report.notes)),
-                   jsonField("entries", jsonRows(listingJson(entryListing(report))))},
-                  "}"));
+    printLine(jsonLines(
+        "{",
+        {jsonField("plane", jsonText(report.name)), jsonField("state", jsonText(report.state)),
+         jsonField("notes", jsonText(report.notes)), jsonField("shortfalls", jsonText(report.shortfalls)),
+         jsonField("entries", jsonRows(listingJson(entryListing(report))))},
+        "}"));
 }
 
 // What `sweep` or `restore` has done.
@@ -118,7 +120,11 @@ Exit printChange(const Session& session, uint64_t changed, const char* key, cons
 }
 
 Exit runShow(Session& session, const Invocation&) {
-    return printPlane(readPlane(session), session.json);
+    PlaneReport report = readPlane(session);
+    for (const Shortfall& one : findShortfalls(boardInterfaces(session), readRunning(session), report)) {
+        report.shortfalls.push_back(shortfallText(one));
+    }
+    return printPlane(report, session.json);
 }
 
 Exit runSweep(Session& session, const Invocation&) {
@@ -141,7 +147,8 @@ constexpr Command PLANE_COMMANDS[] = {
      .example = "plane show",
      .run = runShow,
      .details = PLANE_DETAILS,
-     .json = "{plane, state, notes, entries}: state is ready, gone, changed or failed; entries are {kind, "
+     .json = "{plane, state, notes, shortfalls, entries}: state is ready, gone, changed or failed; entries "
+             "are {kind, "
              "from, to, vlan, state, packets, bytes}, kind two-way, one-way, pon or pon-off, state held, "
              "left-over or missing; null stands for no port, all VLANs, nothing counted"},
     {.object = "plane",
@@ -167,6 +174,7 @@ Exit printPlane(const PlaneReport& report, bool json) {
         printState(report);
         if (!report.entries.empty()) printListing(entryListing(report), false);
         printTotals(report);
+        for (const std::string& one : report.shortfalls) printLine(toned(Tone::bad, safeText(one)));
     }
     return holdsAll(report) ? Exit::done : Exit::refused;
 }

@@ -5,6 +5,7 @@
 
 #include "common/text.h"
 #include "ctl/client/interfaces.h"
+#include "ctl/commands/less_held.h"
 #include "ctl/text/args.h"
 #include "ctl/text/listing.h"
 #include "ctl/text/output.h"
@@ -159,11 +160,17 @@ Exit runAdd(Session& session, const Invocation& invocation) {
     if (&given.family == &PAIR_ROWS) named.push_back(given.scope.number);
     const std::string wrong = unlistedInterface(session, named);
     if (!wrong.empty()) throw misuse(wrong);
-    return addRows(session, given.family, given.scope, given.members, invocation.verb == "add");
+    const bool activate = invocation.verb == "add";
+    const Exit result = addRows(session, given.family, given.scope, given.members, activate);
+    if (activate && result == Exit::done) tellLessHeld(session, given.family, given.scope, given.members);
+    return result;
 }
 
 Exit runActivate(Session& session, const Invocation& invocation) {
-    return sendEach(session, readRows(session, invocation), ROW_ACTIVATE, "activate");
+    const GivenRows given = readRows(session, invocation);
+    const Exit result = sendEach(session, given, ROW_ACTIVATE, "activate");
+    tellLessHeld(session, given.family, given.scope, given.members);
+    return result;
 }
 
 Exit runProbe(Session& session, const Invocation& invocation) {

@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include "common/text.h"
+#include "ctl/client/interfaces.h"
 #include "ctl/client/peer.h"
 #include "ctl/client/plane.h"
 #include "ctl/configuration/comparison.h"
+#include "ctl/configuration/shortfall.h"
 #include "ctl/text/listing.h"
 
 namespace {
@@ -59,6 +61,12 @@ Status readStatus(Session& session) {
     if (!holdsAll(status.plane)) {
         status.problems.emplace_back(
             "the plane does not hold what it should: `portisolatectl plane show` tells more");
+    }
+    const size_t narrow = findShortfalls(boardInterfaces(session), readRunning(session), status.plane).size();
+    if (narrow != 0) {
+        status.problems.push_back(fmt::format(
+            "{} {} isolated in fewer VLANs than asked for: `portisolatectl plane show` names them", narrow,
+            narrow == 1 ? "pair of ports is" : "pairs of ports are"));
     }
     if (status.link.root.empty()) return status;
     comparePeer(session, status);
