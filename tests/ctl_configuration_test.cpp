@@ -7,6 +7,7 @@
 #include "common/text.h"
 #include "ctl/configuration/config_plan.h"
 #include "ctl/configuration/judgement_text.h"
+#include "ctl/configuration/openings.h"
 #include "tests/ctl_fake.h"
 
 namespace {
@@ -23,9 +24,10 @@ struct Config : Ctl {
         }
         return configuration;
     }
-    // The steps in order, a bar behind each part of the plan.
+    // The steps in order, a bar behind each part of the plan, and who is open meanwhile.
     std::string plan(const std::string& running, const std::string& wanted) {
-        const Plan made = planChanges(resolve(running), resolve(wanted));
+        const Configuration before = resolve(running), after = resolve(wanted);
+        const Plan made = planChanges(before, after);
         std::string text;
         for (const std::vector<Step>& part : {made.before, made.early, made.release, made.after}) {
             for (const Step& step : part) {
@@ -36,6 +38,9 @@ struct Config : Ctl {
                 text += ' ';
             }
             text += "| ";
+        }
+        for (const auto& [left, right] : findOpenings(before, after, made)) {
+            text += fmt::format("{}-{} ", left, right);
         }
         return text;
     }
@@ -110,13 +115,15 @@ TEST_F(Config, RemovalsWaitForTheClaimsThatReplaceThem) {
         {"group 5 1-3\ngroup 6 1-2", "group 6 1-2", "-5/1 -5/2 -5/3 | | | | "},
         {"group 5 1-2", "group 5 2-3", "-5/1 | | | +5/3 | "},
         // A claim of another scope would stay under the old one.
-        {"vlan-group 5 vlan 9 1-2", "group 6 1-2", "-5/1 -5/2 | | | +6/1 +6/2 | "},
+        {"vlan-group 5 vlan 9 1-2", "group 6 1-2", "-5/1 -5/2 | | | +6/1 +6/2 | 1-2 "},
         {"vlan-group 5 vlan 9 1-2\ngroup 3 1 101", "vlan-group 6 vlan 9 1-2\ngroup 7 1-2 101",
-         "| +7/101 +6/1 +6/2 | -3/1 -3/101 -5/1 -5/2 | +7/1 +7/2 | "},
+         "| +7/101 +6/1 +6/2 | -3/1 -3/101 -5/1 -5/2 | +7/1 +7/2 | 1-101 "},
         // Pairs and groups exclude each other, pairs and VLAN groups do so in one order only.
-        {"pair 1 to 2", "group 5 1-2", "-1/2 | | | +5/1 +5/2 | "},
+        {"pair 1 to 2", "group 5 1-2", "-1/2 | | | +5/1 +5/2 | 1-2 "},
         {"vlan-group 5 vlan 9 1-2", "pair 1 to 2", "| +1/2 | -5/1 -5/2 | | "},
         // A created row becomes active in place; the way back is a new entry, behind all activations.
+        {"group 5 1-2", "pair 2 to 1\npair 1 to 101", "-5/1 -5/2 | | | +1/101 +2/1 | 1-2 "},
+        {"vlan-group 5 vlan 9 1-2", "vlan-group 6 vlan 8 1-2", "-5/1 -5/2 | | | +6/1 +6/2 | "},
         {"created group 5 1-2", "group 5 1-2", "| | | a5/1 a5/2 | "},
         {"group 5 1-3", "created group 5 1\ngroup 5 2-3 101", "-5/1 | | | +5/101 c5/1 | "},
     };

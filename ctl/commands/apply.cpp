@@ -8,11 +8,13 @@
 
 #include "common/files.h"
 #include "common/text.h"
+#include "ctl/client/interfaces.h"
 #include "ctl/client/scalars.h"
 #include "ctl/commands/less_held.h"
 #include "ctl/commands/plan_run.h"
 #include "ctl/commands/plane_commands.h"
 #include "ctl/configuration/config_plan.h"
+#include "ctl/configuration/openings.h"
 #include "ctl/text/listing.h"
 #include "wire/scalars.h"
 
@@ -32,8 +34,9 @@ constexpr char APPLY_DETAILS[] =
     "\n"
     "  The whole file is checked before the daemon is asked to change anything. The difference is\n"
     "  printed; with --dry-run that is all. Removals come before additions, except that ports which are\n"
-    "  isolated both before and after get their new isolation first where the daemon allows it. A\n"
-    "  change that is refused is reported, and the others are made.\n"
+    "  isolated both before and after get their new isolation first where the daemon allows it; where it\n"
+    "  does not, such as from a group to a pair, that is said before. A change that is refused is reported,\n"
+    "  and the others are made.\n"
     "\n"
     "  When nothing was refused, what an earlier run of the daemon left over in the plane is swept.";
 
@@ -126,12 +129,27 @@ Exit runSave(Session& session, const Invocation& invocation) {
     return Exit::done;
 }
 
+// Before anything is done: operators may choose another moment.
+void tellOpenings(Session& session, const Configuration& running, const Configuration& wanted,
+                  const Plan& plan) {
+    const std::set<std::pair<uint32_t, uint32_t>> openings = findOpenings(running, wanted, plan);
+    if (openings.empty()) return;
+    const auto& [left, right] = *openings.begin();
+    const std::string others =
+        openings.size() == 1 ? "" : fmt::format(" and {} more pairs", openings.size() - 1);
+    complain(fmt::format(
+        "{} and {}{} are isolated before and after, but not for a moment between: the daemon takes the new "
+        "isolation only when the old one is gone",
+        interfaceName(session, left), interfaceName(session, right), others));
+}
+
 Exit runApply(Session& session, const Invocation& invocation) {
     const bool mayBeEmpty = fieldValue(invocation.options, "--empty") != nullptr;
     const Configuration wanted = readWanted(session, invocation.arguments.front(), mayBeEmpty);
     const Configuration running = readRunning(session);
     const Plan plan = planChanges(running, wanted);
     printDifference(session, running, wanted);
+    tellOpenings(session, running, wanted, plan);
     const size_t steps = stepCount(plan);
     const bool dryRun = fieldValue(invocation.options, "--dry-run") != nullptr;
     if (steps == 0 || dryRun) {
