@@ -7,12 +7,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "wire/framing.h"
@@ -39,6 +41,17 @@ std::string receive(int fd, size_t length);        // fewer only at the end of t
 int32_t statusOf(int fd, std::string_view frame);  // of a request that may be refused; -1: no answer
 
 bool endsWithin(pid_t program, int timeout);  // milliseconds
+
+// Whether it becomes true, looking again and again for a good while.
+template <typename Condition>
+bool eventually(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
 
 // How a program ended: its exit status, or the signal that ended it as a negative number.
 struct Outcome {

@@ -199,6 +199,25 @@ TEST_F(EndToEnd, LinesCarryTimeOrPriority) {
     }
 }
 
+TEST_F(EndToEnd, UnconfirmedChangesAreTakenBack) {
+    start();
+    const std::string wanted = root + "/wanted";
+    EXPECT_EQ(ctl("confirm").status, 1);
+    std::ofstream(wanted) << "mode 1\ngroup 5 ge1/1 ge1/2\n";
+    ctlOutput("apply " + wanted + " --confirm 60");
+    const std::string kept = ctlOutput("export");
+    EXPECT_NE(kept.find("group 5 ge1/1 ge1/2"), std::string::npos);
+    std::ofstream(wanted) << "mode 2\npair ge1/1 to ge1/2\n";
+    EXPECT_EQ(ctl("apply " + wanted + " --confirm 60").status, 1);  // one at a time
+    ctlOutput("confirm");
+    EXPECT_EQ(ctl("confirm").status, 1);
+    EXPECT_EQ(ctlOutput("export"), kept);
+
+    ctlOutput("apply " + wanted + " --confirm 1");
+    EXPECT_TRUE(eventually([&] { return ctlOutput("export") == kept; }));
+    EXPECT_NE(log().find("pair ge1/1 to ge1/2: activate -> done"), std::string::npos);
+}
+
 TEST_F(EndToEnd, StartsThatCannotBe) {
     const auto vain = [this](const std::string& options, const std::string& says) {
         const Outcome outcome = startInVain(options);

@@ -1,10 +1,8 @@
 // The daemon beside a switch that the kernel makes, both the test's own.
 #pragma once
 
-#include <chrono>
 #include <cstdlib>
 #include <regex>
-#include <thread>
 
 #include "e2e.h"
 #include "linux_switch.h"
@@ -17,17 +15,6 @@ inline constexpr char NO_SKIPPING[] = "PORTISOLATE_TESTS_UNSKIPPED";
         if (std::getenv(NO_SKIPPING) != nullptr) FAIL() << (reason); \
         GTEST_SKIP() << (reason);                                    \
     } while (false)
-
-// Whether it becomes true, looking again and again for a good while.
-template <typename Condition>
-bool eventually(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 struct LinuxPlaneTest : EndToEnd {
     LinuxSwitch network;

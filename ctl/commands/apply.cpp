@@ -10,11 +10,13 @@
 #include "common/text.h"
 #include "ctl/client/interfaces.h"
 #include "ctl/client/scalars.h"
+#include "ctl/commands/guardian.h"
 #include "ctl/commands/less_held.h"
 #include "ctl/commands/plan_run.h"
 #include "ctl/commands/plane_commands.h"
 #include "ctl/configuration/config_plan.h"
 #include "ctl/configuration/openings.h"
+#include "ctl/text/args.h"
 #include "ctl/text/listing.h"
 #include "wire/scalars.h"
 
@@ -38,7 +40,11 @@ constexpr char APPLY_DETAILS[] =
     "  does not, such as from a group to a pair, that is said before. A change that is refused is reported,\n"
     "  and the others are made.\n"
     "\n"
-    "  When nothing was refused, what an earlier run of the daemon left over in the plane is swept.";
+    "  When nothing was refused, what an earlier run of the daemon left over in the plane is swept.\n"
+    "\n"
+    "  With --confirm the configuration of before comes back after so many seconds unless\n"
+    "  `portisolatectl confirm` follows, also when this command or its connection is lost by then: for\n"
+    "  changes that may cut off the one who makes them. Nothing is swept before the confirmation.";
 
 constexpr char SAVED_FILE[] = "/etc/portisolate/isolation.conf";
 constexpr char SAVE_DETAILS[] =
@@ -143,7 +149,17 @@ void tellOpenings(Session& session, const Configuration& running, const Configur
         interfaceName(session, left), interfaceName(session, right), others));
 }
 
+// 0 without the option.
+uint32_t confirmSeconds(const Invocation& invocation) {
+    const std::string* text = fieldValue(invocation.options, "--confirm");
+    if (text == nullptr) return 0;
+    uint32_t seconds = 0;
+    if (parseGivenNumber(*text, seconds) && seconds >= 1 && seconds <= CONFIRM_SECONDS_MAX) return seconds;
+    throw misuse(fmt::format("--confirm takes a number of seconds from 1 to {}", CONFIRM_SECONDS_MAX));
+}
+
 Exit runApply(Session& session, const Invocation& invocation) {
+    const uint32_t seconds = confirmSeconds(invocation);
     const bool mayBeEmpty = fieldValue(invocation.options, "--empty") != nullptr;
     const Configuration wanted = readWanted(session, invocation.arguments.front(), mayBeEmpty);
     const Configuration running = readRunning(session);
@@ -157,12 +173,19 @@ Exit runApply(Session& session, const Invocation& invocation) {
         return dryRun ? Exit::done : sweepAfter(session);
     }
     std::fflush(stdout);
+    Guardian guardian;
+    if (seconds != 0) guardian = startGuardian(session, running, seconds);
     Progress progress;
     try {
         runPlan(session, plan, progress);
     } catch (const CommandEnds& end) {
+        endWork(guardian);
         tellEnd(end);
         throw CommandEnds{end.exit, outcomeText(steps, progress)};
+    }
+    endWork(guardian);
+    if (seconds != 0) {
+        complain(fmt::format("taken back in {} seconds unless `portisolatectl confirm` follows", seconds));
     }
     if (progress.refused > 0) {
         complain(outcomeText(steps, progress));
@@ -170,6 +193,14 @@ Exit runApply(Session& session, const Invocation& invocation) {
         return Exit::refused;
     }
     if (!session.json) printLine(changesText(progress.changed) + " made");
+    if (seconds == 0) return sweepAfter(session);
+    tellShortfalls(session);
+    return Exit::done;
+}
+
+Exit runConfirm(Session& session, const Invocation&) {
+    confirmChange(session);
+    if (!session.json) printLine("confirmed");
     return sweepAfter(session);
 }
 
@@ -186,12 +217,16 @@ constexpr Command APPLY_COMMANDS[] = {
      .run = runSave,
      .details = SAVE_DETAILS},
     {.object = "apply",
-     .signature = "FILE [--dry-run] [--empty]",
+     .signature = "FILE [--dry-run] [--empty] [--confirm SECONDS]",
      .help = "make the running configuration equal to a file",
      .example = "apply isolation.conf --dry-run",
      .run = runApply,
      .details = APPLY_DETAILS,
      .json = "an array of {change, line}; change is remove or add"},
+    {.object = "confirm",
+     .help = "keep the change that `apply --confirm` made",
+     .example = "confirm",
+     .run = runConfirm},
 };
 
 }  // namespace
