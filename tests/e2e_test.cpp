@@ -146,6 +146,66 @@ TEST_F(EndToEnd, CommandsEndWithAStatusAndWords) {
     EXPECT_EQ(ctlOutput("group list --json"), "[]\n");
 }
 
+TEST_F(EndToEnd, TheBoardSaysWhatItDoesNotDo) {
+    // Lines and how their answers begin, in an order that counts.
+    const char* const cases[][2] = {
+        {"unplug ge1/1", "ok"},
+        {"unplug ge1/1", "error: ge1/1 is unplugged already"},
+        {"forward ge1/2 ge1/1", "ok\nno ge1/1 is not plugged"},
+        {"forward ge1/2 nobody", "error: no such interface: nobody"},
+        {"forward noone ge1/2", "error: no such interface: noone"},
+        {"forward ge1/2 ge1/1 10 11", "error: usage: forward"},
+        {"plug ge1/1", "ok"},
+        {"plug ge1/1", "error: ge1/1 is plugged already"},
+        {"join lag1 ge1/3", "error: the port is in a trunk already"},
+        {"join ge1/2 ge1/1", "error: the first interface is not a trunk"},
+        {"join lag2 ge1/1 x", "error: usage: join"},
+        {"leave lag2 ge1/1", "error: ge1/1 is not a member of lag2"},
+        {"vlan-del 77", "error: this VLAN has no interface"},
+        {"vlan-add 77 x v77", "error: usage: vlan-add"},
+        {"vlan-add x 77 v77", "error: usage: vlan-add"},
+        {"vlan-add 77 377 v77", "ok"},
+        {"vlan-add 78 377 v78", "error: this number is in use"},
+        {"vlan-del 77 1", "error: usage: vlan-del"},
+        {"vlan-del 77", "ok"},
+        {"vlan-del 77", "error: this VLAN has no interface"},
+        {"vlan-add 77 377 v77", "ok"},
+        {"vlan-add 77 377 v77", "error: this number is in use"},
+        {"card-pull 2", "ok"},
+        {"card-pull 2", "error: the card is pulled already"},
+        {"card-push 2", "ok"},
+        {"card-push 2", "error: no card was pulled from this slot"},
+        {"publish reset x", "error: usage: publish"},
+        {"publish mode-refresh x", "error: usage: publish"},
+        {"publish serial-sync x", "error: usage: publish"},
+        {"publish card-up x", "error: usage: publish"},
+        {"publish dellink nobody", "error: no such interface: nobody"},
+        {"publish newlink ge1/1 sideways", "error: usage: publish"},
+        {"publish newlink lag1 member-add", "error: usage: publish"},
+        {"publish raw x 00", "error: usage: publish"},
+        {"publish nonsense ge1/1", "error: usage: publish"},
+        {"settle now", "error: usage: settle"},
+        {"fault daxIfSyncApi 0 5", "error: calls are counted from 1"},
+        {"fault daxIfSyncApi every 5 if nobody", "error: no such interface: nobody"},
+        {"fault daxIfSyncApi 1 5 if ge1/1 command 44", "ok"},
+        {"fault list", "ok\ndaxIfSyncApi 1 status=0x00000005 if=1 command=0x2c seen=0\n"},
+        {"matrix 5000", "error: usage: matrix"},
+        {"hardware x", "error: usage: hardware"},
+        {"plane grow", "error: usage: plane"},
+        {"plane restore", "ok\n0\n"},
+        {"role boss", "error: usage: role"},
+        {"peer disagrees", "error: usage: peer"},
+    };
+    start();
+    for (const auto& [line, begins] : cases) {
+        const std::string answer = askLine(BOARD_SOCKET_PATH, line);
+        EXPECT_TRUE(answer.starts_with(begins)) << line << ": " << answer;
+    }
+    for (const auto& [option, status] : {std::pair("--help", 0), {"--version", 0}, {"--no-such", 2}}) {
+        EXPECT_EQ(outcomeOf(spawn(DAEMON_PROGRAM, {option}, "other"), "other").status, status) << option;
+    }
+}
+
 TEST_F(EndToEnd, JournalTellsEveryCallInItsFileAndItsStream) {
     board += "\njournal /tmp/journal\n";
     start();

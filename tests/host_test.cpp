@@ -109,7 +109,8 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
         "interface 3 c\ninterface x c slot 1\ninterface 0 c slot 1\ninterface 1 c slot 1\n"
         "interface 3 a slot 1\ninterface 3 c slot 1 kind moon\ninterface 3 c slot 1 more\n"
         "interface 4294967296 c slot 1\ntrunk 9 t members nobody\ntrunk 9 t members a a\n"
-        "trunk 9 t members lag\ntrunk 9 t members b\nvlan 0 20 v\nvlan 4096 20 v\nvlan 10 21 w\nvlan 11 20";
+        "trunk 9 t members lag\ntrunk 9 t members b\ntrunk 1 t\ntrunk 9 lag\nvlan 0 20 v\nvlan 4096 20 "
+        "v\nvlan 10 21 w\nvlan 11 20";
     forEachLine(BAD, [](uint32_t, std::string_view line) {
         Board board;
         readBoard(std::string(GOOD) + std::string(line), "test.conf", planeKinds(), board);
