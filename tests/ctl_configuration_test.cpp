@@ -97,7 +97,8 @@ TEST_F(Config, WrittenLinesMeanTheSameAgain) {
     for (const uint32_t one : {71u, 72u, 73u}) session.interfaces.push_back({.number = one, .name = "#"});
     session.interfaces.push_back({.number = 74, .name = "2-4"});  // looks like a range of numbers
     const std::string text =
-        "mode 2\ngroup 5 ge1/1 3 0x3 lag1-2\ncreated group 6 71-73 2-4\nvlan-group 7 vlan 10 ge1/1 lag1-2\n"
+        "mode 2\ngroup 5 ge1/1 3 0x3 lag1-2-2\ncreated group 6 71-73 2-4-4\nvlan-group 7 vlan 10 ge1/1 "
+        "lag1-2-2\n"
         "pair 3 to 71-73\npon off 1 30-33 4095\n";
     std::string again;
     for (const std::string& line : configLines(session, resolve(text))) again += line + "\n";

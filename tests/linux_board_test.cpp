@@ -9,10 +9,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <random>
 #include <thread>
 
+#include "common/config_file.h"
+#include "common/files.h"
 #include "common/text.h"
 #include "host/board/board_file.h"
 #include "host/linux/kernel_links.h"
@@ -247,6 +251,30 @@ struct BridgeBoard {
     void follow(const std::string& links) { followLinks(linuxBoard, linksOf(links)); }
 };
 
+// The saved configuration of the root that the boards of a test share.
+struct SavedFile {
+    const std::string path = rootedPath(SAVED_FILE);
+    explicit SavedFile(const std::string& text) {
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        std::ofstream(path) << text;
+    }
+    SavedFile(const SavedFile&) = delete;
+    ~SavedFile() { std::filesystem::remove(path); }
+};
+
+// Who is there, whatever the numbers: names, those of members behind that of their trunk.
+std::string namesPresent(const Board& board) {
+    std::set<std::string> names;
+    for (const auto& [number, interface] : board.interfaces) {
+        const auto trunk = board.interfaces.find(interface.trunk);
+        if (!interface.present || interface.kind == IfKind::vlan) continue;
+        names.insert((trunk == board.interfaces.end() ? "" : trunk->second.name + ":") + interface.name);
+    }
+    std::string text;
+    for (const std::string& name : names) text += " " + name;
+    return text;
+}
+
 struct Step {
     const char* what;
     const char* links;
@@ -257,6 +285,7 @@ struct Step {
 void expectSteps(const char* listed, std::initializer_list<Step> steps) {
     BridgeBoard bridge(listed);
     startHearing();
+    followSaved(bridge.linuxBoard);
     bridge.linuxBoard.publishes = true;
     for (const Step& step : steps) {
         gHeard.clear();
@@ -316,6 +345,31 @@ TEST(LinuxBoard, KeepsWhatIsListedUnderItsNumberAndTellsOnlyItsReturn) {
             {"VLAN device by its id", "9 any kind vlan lower 1 vid 10;", " +30", " 11left 12b 30v10"},
             {"VLAN device not listed", "10 v11 kind vlan lower 1 vid 11;", "", " 11left 12b 30v10"},
         });
+}
+
+TEST(LinuxBoard, KeepsWhatIsSavedUnderItsNumberWhetherItIsThereOrNot) {
+    const SavedFile file("group 5 a b\npair 7 to a\nbad line b\n");
+    expectSteps("", {
+                        {"start", "1 br0 kind bridge; 2 c master 1;", " +2", " 2c"},
+                        {"saved", "3 a master 1;", " +2000000002", " 2c 2000000002a"},
+                        {"taken out", "3 a;", "", " 2c"},
+                        {"back", "3 a master 1;", " +2000000002", " 2c 2000000002a"},
+                        {"deleted and made anew", "3 gone; 4 a master 1;", " +2000000002", " 2c 2000000002a"},
+                        {"number for a name", "7 d master 1; 8 7 master 1;", " +7 +2000000001",
+                         " 2c 7d 20000000017 2000000002a"},
+                        {"renamed", "4 x master 1;", "", " 2c 7d 20000000017 2000000002x"},
+                        {"another of the name", "9 a master 1;", " +2000000004",
+                         " 2c 7d 20000000017 2000000002x 2000000004a"},
+                        {"not saved", "4 gone; 2 c;", " -2 -2000000002", " 7d 20000000017 2000000004a"},
+                        {"takes the name of one that goes", "9 gone; 7 a master 1;", " -7 +2000000004",
+                         " 20000000017 2000000004a"},
+                        {"bond", "10 b kind bond master 1; 11 m master 10;",
+                         " +2000000003 +11 11> 2000000003+11", " 11m 20000000017 2000000003b+11 2000000004a"},
+                        {"bond made anew", "10 gone; 12 b kind bond master 1; 11 m master 12;",
+                         " 2000000003-11 +2000000003 11> 2000000003+11",
+                         " 11m 20000000017 2000000003b+11 2000000004a"},
+                        {"bridge gone", "1 gone;", " 2000000003-11 -11", ""},
+                    });
 }
 
 TEST(LinuxBoard, NotesWhatGoesPastTheKernel) {
@@ -391,6 +445,27 @@ TEST(LinuxBoard, ComesToTheSamePictureOnEveryWay) {
                 for (auto& [number, interface] : board->interfaces) std::ranges::sort(interface.members);
             }
             ASSERT_EQ(present(single.board), present(dumped.board)) << listed << round;
+        }
+    }
+}
+
+// Which names are saved decides on numbers, never on who is there.
+TEST(LinuxBoard, ShowsWhoIsThereWhateverIsSaved) {
+    std::mt19937 random(1);
+    for (int round = 0; round < 300; ++round) {
+        BridgeBoard plain, kept;
+        followSaved((SavedFile("group 1 n1 n3 n5\n"), kept.linuxBoard));
+        KernelLinks links;
+        for (int change = 0; change < 40; ++change) {
+            const auto [index, link] = randomChange(random, links);
+            links.erase(index);
+            if (link) links.emplace(index, *link);
+            if (change % 3 == 1) continue;
+            for (BridgeBoard* board : {&plain, &kept}) {
+                followLinks(board->linuxBoard, linkDifferences(board->linuxBoard.links, links));
+            }
+            present(kept.board);
+            ASSERT_EQ(namesPresent(kept.board), namesPresent(plain.board)) << round << " " << change;
         }
     }
 }

@@ -158,6 +158,53 @@ TEST_F(LinuxPlaneTest, LeaksNothingWhenItIsKilled) {
     EXPECT_EQ(notHeld(), Texts{});
 }
 
+// Numbered frames to everybody, without a pause, through all of it.
+TEST_F(LinuxPlaneTest, HoldsWhatIsSavedFromBeforeTheNetwork) {
+    build("plane linux\nbridge br0\n", {"p1", "p2", "p3", "5"});
+    for (const char* said : {"group add 5 p1 p2", "pair add 5 p1", "save"}) ctlOutput(said);
+    const std::string isolated = "5>p1 p1>p2 p2>p1";
+    {
+        const Stream stream(network, "p1", "p3");
+        for (const int signal : {SIGTERM, SIGKILL}) {
+            EXPECT_TRUE(stream.flows());
+            stop(signal);
+            EXPECT_TRUE(stream.flows());
+            restart();
+            ctlOutput("keep --once");
+            EXPECT_TRUE(stream.flows());
+        }
+    }
+    EXPECT_EQ(heardOfStreams(network, "p2"), 0U);
+
+    // As after a boot: no table, and no bridge until the daemon is up. It is not needed when the ports come.
+    stop();
+    for (const char* port : {"p1", "p2", "p3", "5", "w"}) deleteHost(network, port);
+    ASSERT_EQ(sh("nft flush ruleset && ip link del br0"), "");
+    restart();
+    ctlOutput("keep --once");
+    tell(SIGSTOP);
+    ASSERT_EQ(buildSwitch(network, {}), "");
+    for (const char* port : {"p1", "p2", "p3", "5"}) ASSERT_EQ(addEnd(network, port, port), "");
+    for (const auto& [from, to] : {std::pair("p1", "p2"), {"5", "p1"}}) {
+        const Stream stream(network, from, "p3");
+        for (const char* port : {"p1", "p2", "p3", "5"}) {
+            ASSERT_EQ(sh(std::string("ip link set ") + port + " master br0"), "");
+        }
+        EXPECT_TRUE(stream.flows());
+        EXPECT_EQ(heardOfStreams(network, to), 0U);
+        for (const char* port : {"p1", "p2"}) {
+            ASSERT_EQ(sh(std::string("ip link set ") + port + " nomaster"), "");
+        }
+    }
+    tell(SIGCONT);
+    for (const char* port : {"p1", "p2"}) {
+        ASSERT_EQ(sh(std::string("ip link set ") + port + " master br0"), "");
+    }
+    boardAnswer("settle");
+    EXPECT_EQ(blocked(network), isolated);
+    EXPECT_EQ(notHeld(), Texts{});
+}
+
 TEST_F(LinuxPlaneTest, CountsWhatItDropsAndTellsWhenItsTableIsTakenAway) {
     build(UNLISTED, {"p1", "p2"});
     ctlOutput("group add 5 p1 p2");

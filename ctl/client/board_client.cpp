@@ -1,6 +1,9 @@
 #include "ctl/client/board_client.h"
 
+#include <poll.h>
+
 #include <algorithm>
+#include <climits>
 
 #include "ctl/text/args.h"
 #include "ctl/text/fields.h"
@@ -17,14 +20,6 @@ bool sendLine(Stream& stream, const std::string& path, const std::string& reques
     const std::string line = request + "\n";
     return streamConnect(stream, path, timeoutMs) && streamSend(stream, line.data(), line.size(), timeoutMs);
 }
-
-// Lines of a stream, as they come in.
-struct LineReader {
-    Stream& stream;
-    std::string pending;
-    size_t total = 0;
-    bool ended = false;
-};
 
 // False at the end of the stream and on failure; stream.failure tells them apart.
 bool readLine(LineReader& reader, std::string& line, int64_t deadline, bool endless) {
@@ -79,7 +74,10 @@ bool setField(BoardInterface& interface, const Field& field) {
     if (field.name == "name") interface.name = value;
     if (field.name == "kind") interface.kind = value;
     if (field.name == "trunk") interface.trunk = none ? "" : value;
-    if (field.name == "present") interface.present = value == "yes";
+    if (field.name == "present") {
+        interface.present = value == "yes";
+        interface.gone = value == "gone";
+    }
     if (field.name == "protocol") interface.protocol = value == "on";
     if (field.name == "device") interface.device = none ? "" : value;
     if (field.name == "access") interface.access = value == "yes";
@@ -89,27 +87,40 @@ bool setField(BoardInterface& interface, const Field& field) {
 
 }  // namespace
 
+LineAnswer boardStream(LineReader& reader, const std::string& root, const std::string& request,
+                       int64_t timeoutMs) {
+    if (!sendLine(reader.stream, root + BOARD_SOCKET_PATH, request, timeoutMs)) return failed(reader.stream);
+    std::string line;
+    if (!readLine(reader, line, deadlineAfter(timeoutMs), true)) return failed(reader.stream);
+    if (line == "ok") return {};
+    streamClose(reader.stream);
+    if (!line.starts_with(ERROR_PREFIX)) return {LineResult::failed, "the answer is malformed"};
+    return {LineResult::refused, line.substr(ERROR_PREFIX.size())};
+}
+
+Taken takeLine(LineReader& reader, std::string& line, int64_t waitMs) {
+    const bool waits = reader.pending.find('\n') == std::string::npos && !reader.ended;
+    pollfd entry{reader.stream.fd, POLLIN, 0};
+    const auto wait = static_cast<int>(std::clamp<int64_t>(waitMs, -1, INT_MAX));
+    if (waits && poll(&entry, 1, wait) == 0) return Taken::none;
+    return readLine(reader, line, DEADLINE_NEVER, true) ? Taken::line : Taken::end;
+}
+
 LineAnswer boardRequest(const std::string& root, const std::string& request, int64_t timeoutMs, bool endless,
                         const LineSink& sink) {
-    Stream stream;
-    if (!sendLine(stream, root + BOARD_SOCKET_PATH, request, timeoutMs)) return failed(stream);
-    LineReader reader{stream, {}};
-    std::string line;
     const int64_t deadline = deadlineAfter(timeoutMs);
-    if (!readLine(reader, line, deadline, endless)) return failed(stream);
-    if (line != "ok") {
-        streamClose(stream);
-        if (!line.starts_with(ERROR_PREFIX)) return {LineResult::failed, "the answer is malformed"};
-        return {LineResult::refused, line.substr(ERROR_PREFIX.size())};
-    }
+    LineReader reader;
+    const LineAnswer asked = boardStream(reader, root, request, timeoutMs);
+    if (asked.result != LineResult::done) return asked;
+    std::string line;
     while (readLine(reader, line, endless ? DEADLINE_NEVER : deadline, endless)) {
         if (!sink(line)) {
-            streamClose(stream);
+            streamClose(reader.stream);
             return {};
         }
     }
-    if (!reader.ended) return failed(stream);
-    streamClose(stream);
+    if (!reader.ended) return failed(reader.stream);
+    streamClose(reader.stream);
     return {};
 }
 

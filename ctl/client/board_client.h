@@ -17,6 +17,7 @@ struct BoardInterface {
     std::string kind{};
     uint32_t slot = 0;
     bool present = false;
+    bool gone = false;    // for good: only rows are left of it
     std::string trunk{};  // empty: in none
     uint32_t ability = 0;
     bool protocol = false;
@@ -44,6 +45,21 @@ using LineSink = std::function<bool(std::string_view)>;
 // without limit.
 LineAnswer boardRequest(const std::string& root, const std::string& request, int64_t timeoutMs, bool endless,
                         const LineSink& sink);
+
+// A stream of lines that goes on for ever.
+struct LineReader {
+    Stream stream{};
+    std::string pending{};
+    size_t total = 0;
+    bool ended = false;
+};
+enum class Taken : uint8_t { line, none, end };
+
+// Asks for the stream; its lines are there to be taken when the answer is `done`.
+LineAnswer boardStream(LineReader& reader, const std::string& root, const std::string& request,
+                       int64_t timeoutMs);
+// The next line, for which it waits `waitMs` milliseconds, or for ever when that is negative.
+Taken takeLine(LineReader& reader, std::string& line, int64_t waitMs);
 
 // Runs an exported print function of the daemon; its printout is handed back byte for byte.
 LineAnswer shellRequest(const std::string& root, const std::string& function, int64_t timeoutMs);

@@ -60,6 +60,12 @@ const std::vector<BoardInterface>& boardInterfaces(Session& session) {
     return session.interfaces;
 }
 
+void forgetInterfaces(Session& session) {
+    session.interfacesAsked = false;
+    session.interfacesFailure.clear();
+    session.interfaces.clear();
+}
+
 const BoardInterface* findInterface(Session& session, uint32_t number) {
     for (const BoardInterface& interface : boardInterfaces(session)) {
         if (interface.number == number) return &interface;

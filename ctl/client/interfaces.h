@@ -21,6 +21,8 @@
 
 // The interfaces of the board; none, with session.interfacesFailure set, where it cannot be asked.
 const std::vector<BoardInterface>& boardInterfaces(Session& session);
+// They are asked for anew the next time.
+void forgetInterfaces(Session& session);
 // Null where the board does not have it or cannot be asked.
 const BoardInterface* findInterface(Session& session, uint32_t number);
 

@@ -89,6 +89,11 @@ void followBoard(Session& session, const std::string& verb, std::optional<uint32
     if (!count || seen < *count) throw boardUnreachable(session, "the stream ended");
 }
 
+void openLines(Session& session, LineReader& reader, const std::string& verb) {
+    requireAnswer(session, boardStream(reader, session.root, verb, session.timeoutMs), verb,
+                  BOARD_SOCKET_PATH);
+}
+
 std::string askShell(Session& session, const std::string& function, const std::string& asked) {
     const LineAnswer answer = shellRequest(session.root, function, session.timeoutMs);
     requireAnswer(session, answer, asked, SHELL_SOCKET_PATH);

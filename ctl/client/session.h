@@ -59,6 +59,8 @@ std::vector<std::string> askBoard(Session& session, const std::string& request,
 // for ever without one. `print` answers whether it printed the line.
 void followBoard(Session& session, const std::string& verb, std::optional<uint32_t> count,
                  const LineSink& print);
+// Asks for the board's stream of this name; ends the command when it does not come.
+void openLines(Session& session, LineReader& reader, const std::string& verb);
 // The printout of one of the daemon's print functions; `asked` names it in a failure.
 std::string askShell(Session& session, const std::string& function, const std::string& asked);
 // For `throw`: the board cannot be reached for the reason `why`.

@@ -46,7 +46,6 @@ constexpr char APPLY_DETAILS[] =
     "  `portisolatectl confirm` follows, also when this command or its connection is lost by then: for\n"
     "  changes that may cut off the one who makes them. Nothing is swept before the confirmation.";
 
-constexpr char SAVED_FILE[] = "/etc/portisolate/isolation.conf";
 constexpr char SAVE_DETAILS[] =
     "  Without a FILE it is /etc/portisolate/isolation.conf. It is written whole or not at all; what it was\n"
     "  before is kept in FILE.former. `portisolatectl apply FILE` makes it run again.";

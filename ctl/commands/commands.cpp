@@ -5,6 +5,7 @@
 #include "ctl/commands/board_commands.h"
 #include "ctl/commands/complete.h"
 #include "ctl/commands/help.h"
+#include "ctl/commands/keep.h"
 #include "ctl/commands/matrix.h"
 #include "ctl/commands/monitor.h"
 #include "ctl/commands/peer_commands.h"
@@ -62,8 +63,8 @@ const std::vector<Command>& commandTable() {
         std::vector<Command> all;
         for (const Commands& family :
              {rowCommands(), valueCommands(), showCommands(), statusCommands(), matrixCommands(),
-              whyCommands(), applyCommands(), monitorCommands(), planeCommands(), boardCommands(),
-              peerCommands(), Commands(COMPLETE_COMMANDS), rawCommands()}) {
+              whyCommands(), applyCommands(), keepCommands(), monitorCommands(), planeCommands(),
+              boardCommands(), peerCommands(), Commands(COMPLETE_COMMANDS), rawCommands()}) {
             all.insert(all.end(), family.begin(), family.end());
         }
         return all;

@@ -77,7 +77,7 @@ void runSteps(Session& session, const std::vector<Step>& steps, const StepFilter
     for (const Step& step : steps) {
         if (isWanted && !isWanted(step)) continue;
         try {
-            ++(runStep(session, step, true) == 0 ? progress.changed : progress.refused);
+            ++(runStep(session, step, !progress.quiet) == 0 ? progress.changed : progress.refused);
         } catch (const CommandEnds& end) {
             tellEnd(end);
             throw CommandEnds{end.exit, "the daemon was lost at " + stepText(session, step)};

@@ -1,7 +1,8 @@
 // Carries out a plan (ctl/configuration/config_plan.h), and says what it changes.
 //
-// A refusal is printed and the rest is done. The early steps are tried in silence and again after the
-// removals. Losing the daemon ends the command; what was done stays, and both are said.
+// A refusal is printed, unless the progress is quiet, and the rest is done. The early steps are tried in
+// silence and again after the removals. Losing the daemon ends the command; what was done stays, and both are
+// said.
 #pragma once
 
 #include <functional>
@@ -14,6 +15,7 @@
 struct Progress {
     size_t changed = 0;
     size_t refused = 0;
+    bool quiet = false;  // refusals are not printed
 };
 
 // Whether a step is to be carried out after all, asked right before it. Not asked for the early ones.

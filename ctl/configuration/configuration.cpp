@@ -123,21 +123,26 @@ void sortMistakes(ConfigFile& file) {
                      });
 }
 
-// The name of an interface where reading it gives the interface again, else its number.
+// "ge1/1-4" for names from one to the other, which count up.
+std::string rangeText(const std::string& first, const std::string& last) {
+    return first + "-" + last.substr(last.find_last_not_of("0123456789") + 1);
+}
+
+// The name of an interface where reading it gives the interface again, else its number. A name that looks
+// like a range is written as the range that holds it alone: it is read so also while the board does not have
+// it.
 std::string writtenName(Session& session, uint32_t number) {
     std::string name = interfaceName(session, number);
     const bool comment = name.starts_with('#');
     const auto isRead = [&](const std::string& text) {
         return findInterfaces(session, text).numbers == std::vector<uint32_t>{number};
     };
-    if (!comment && isRead(name)) return name;
+    const std::string alone = expandRange(name).empty() ? name : rangeText(name, name);
+    for (const std::string& text : {alone, name}) {
+        if (!comment && isRead(text)) return text;
+    }
     const std::string decimal = std::to_string(number);
     return isRead(decimal) ? decimal : fmt::format("{:#x}", number);
-}
-
-// "ge1/1-4" for names from one to the other, which count up.
-std::string rangeText(const std::string& first, const std::string& last) {
-    return first + "-" + last.substr(last.find_last_not_of("0123456789") + 1);
 }
 
 // `names` with those that count up as ranges, where reading the range gives them again.

@@ -1,5 +1,5 @@
 // A configuration as a whole: what the daemon runs with, or what a file wants. Both are read into the same
-// record, so that they can be compared, and both are written in the words of ctl/configuration/config_file.h.
+// record, so that they can be compared, and both are written in the words of common/config_file.h.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "common/config_file.h"
 #include "ctl/client/rows.h"
-#include "ctl/configuration/config_file.h"
 
 struct ConfigRow {
     ConfigKind kind = ConfigKind::group;  // of a family of rows; their order is the order of adding

@@ -1,6 +1,5 @@
-// The words of a command line and of a configuration: numbers, ranges and abbreviations. The parse functions
-// are pure and answer false for what is not theirs; the others end the command over a word that they cannot
-// read.
+// The words of a command line: numbers, lists and abbreviations. The parse functions are pure and answer
+// false for what is not theirs; the others end the command over a word that they cannot read.
 #pragma once
 
 #include <cstdint>
@@ -8,21 +7,13 @@
 #include <string_view>
 #include <vector>
 
+#include "common/words.h"
 #include "ctl/text/fields.h"
 
-// As parseNumber, but without leading zeros: an operator may mean them to be octal.
-bool parseGivenNumber(std::string_view text, uint32_t& number);
 // Seconds with an optional fraction, more than 0 and at most a day, in milliseconds.
 bool parseSeconds(std::string_view text, int64_t& milliseconds);
 // "5,1,0x10"
 bool parseWords(std::string_view text, std::vector<uint32_t>& words);
-
-// The texts that "ge1/1-4" or "10-20" stands for: the last number counted up, with its leading zeros. Empty
-// when `text` is not a range, runs downwards or holds more than RANGE_MAX.
-inline constexpr uint32_t RANGE_MAX = 4096;
-std::vector<std::string> expandRange(std::string_view text);
-// The same, but `text` itself where it is not a range.
-std::vector<std::string> expandWord(const std::string& text);
 
 // A number of the command line; `what` names it in the sentence that ends the command.
 uint32_t numberArgument(const char* what, const std::string& text);
@@ -39,6 +30,3 @@ uint32_t vlanOption(const std::vector<Field>& options);
 // code of our own: parsers of command lines abbreviate options, but not objects and verbs.
 size_t pickName(const std::vector<std::string>& names, std::string_view text, const char* what,
                 const std::string& where = "");
-
-// Those of `names` that `text` may have been meant to be, best first, three at most.
-std::vector<std::string> nearNames(const std::vector<std::string>& names, std::string_view text);

@@ -53,25 +53,8 @@ std::string toned(Tone tone, std::string_view text) {
     return toneSequence(tone) + std::string(text) + "\033[0m";
 }
 
-size_t textWidth(std::string_view text) {
-    const auto starts = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; };
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), starts));
-}
-
 std::string padded(std::string_view text, size_t width) {
     std::string filled(text);
     filled.append(width - std::min(width, textWidth(text)), ' ');
     return filled;
-}
-
-std::string joinWords(const std::vector<std::string>& words, const char* between) {
-    std::string text;
-    for (size_t at = 0; at < words.size(); ++at) text += (at == 0 ? "" : between) + words[at];
-    return text;
-}
-
-std::string joinChoices(const std::vector<std::string>& words, const char* conjunction) {
-    if (words.size() < 2) return joinWords(words, "");
-    const std::vector<std::string> front(words.begin(), words.end() - 1);
-    return joinWords(front, ", ") + " " + conjunction + " " + words.back();
 }

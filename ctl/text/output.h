@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/words.h"
+
 // "portisolatectl: SENTENCE" on standard error.
 void complain(const std::string& sentence);
 // One line on standard output, as it is.
@@ -17,10 +19,5 @@ enum class Tone : uint8_t { plain, heading, good, warning, bad, faint };
 // `text` in the colour of `tone`, unchanged where standard output takes no colour.
 std::string toned(Tone tone, std::string_view text);
 
-// Columns that a text takes on a terminal, and the text filled up with blanks to so many.
-size_t textWidth(std::string_view text);
+// The text filled up with blanks to so many columns.
 std::string padded(std::string_view text, size_t width);
-
-std::string joinWords(const std::vector<std::string>& words, const char* between);
-// "a, b or c".
-std::string joinChoices(const std::vector<std::string>& words, const char* conjunction);

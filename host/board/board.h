@@ -49,6 +49,7 @@ struct Interface {
     std::string switchId;  // of the chip that forwards between its ports by itself; empty: none
     bool access = false;   // marked as held by the PON isolation of a VLAN, as PON ports are
     bool present = true;
+    bool gone = false;              // for good: only what is left of it in the tables is still answered for
     bool protocol = false;          // the isolation protocol is enabled on it
     uint32_t trunk = 0;             // the trunk that it is a member of, 0: none
     uint32_t formerTrunk = 0;       // the trunk to join again when it is plugged back

@@ -44,6 +44,12 @@ std::string settleVerb(Board& board, const Words& words, std::string&) {
     return followed ? settle() : "the kernel's events were not handled in time";
 }
 
+std::string savedVerb(Board& board, const Words& words, std::string&) {
+    if (words.size() != 1) return WRONG_USE;
+    if (board.follower != nullptr) board.follower->readSaved();
+    return {};
+}
+
 std::string setFault(Board& board, const Words& words) {
     FaultRule rule;
     uint32_t number = 0;
@@ -126,6 +132,7 @@ constexpr Verb VERBS[] = {
      "| mode-refresh | serial-sync | card-up SLOT | raw GROUP HEX",
      "publish an event without changing the board", publishVerb},
     {"settle", "", "wait until all events are handled", settleVerb},
+    {"saved", "", "know the ports that the saved configuration names, present or not", savedVerb},
     {"fault", "CALL NTH|every STATUS [if IF] [command NUMBER] | list | clear",
      "make a call of the hardware layer fail", faultVerb},
     {"forward", "A B [VID]", "whether traffic from A reaches B", forwardVerb},

@@ -43,7 +43,10 @@ std::string listVerb(Board& board, const Words& words, std::string& result) {
         const bool protocol = vlan ? board.protocolVlans.contains(interface.vid) : interface.protocol;
         result += fmt::format("number={} name={} kind={} slot={} present={} trunk={}", number, interface.name,
                               kindName(interface.kind), slotOf(board, interface),
-                              interface.present ? "yes" : "no", nameOf(board, interface.trunk));
+                              interface.present ? "yes"
+                              : interface.gone  ? "gone"
+                                                : "no",
+                              nameOf(board, interface.trunk));
         result += fmt::format(" ability={} protocol={} members={} vlan={}", interface.ability,
                               protocol ? "on" : "off", members.empty() ? "-" : members,
                               vlan ? std::to_string(interface.vid) : "-");

@@ -17,6 +17,8 @@ struct PortFollower {
     void (*start)(Board& board);
     // Starts the task that follows the ports from then on.
     void (*watch)();
+    // Takes over which ports the saved configuration names; without the board's lock.
+    void (*readSaved)();
     // True once every change of the ports up to now has been published; false after `timeout` milliseconds.
     bool (*settle)(uint32_t timeout);
 };

@@ -10,7 +10,10 @@ uint32_t numberIn(const Map& numbers, const Key& key) {
 
 // 0 when the device is no interface of this board.
 uint32_t numberOf(const LinuxBoard& linuxBoard, uint32_t index, const std::string& device) {
-    return linuxBoard.listed ? numberIn(linuxBoard.devices, device) : index;
+    if (linuxBoard.listed) return numberIn(linuxBoard.devices, device);
+    const uint32_t kept = numberIn(linuxBoard.kept, device);
+    const uint32_t returned = numberIn(linuxBoard.returned, index);
+    return kept != 0 ? kept : returned != 0 ? returned : index;
 }
 
 uint32_t trunkNumber(const LinuxBoard& linuxBoard, uint32_t index, const std::string& device) {
@@ -26,6 +29,7 @@ bool fillPlace(const LinuxBoard& linuxBoard, uint32_t index, const KernelLink& l
         port.vid = link.vlanId;
         const uint32_t described = numberIn(linuxBoard.vlans, link.vlanId);
         port.number = described != 0 || linuxBoard.listed ? described : index;
+        if (linuxBoard.kept.contains(link.name)) port.number = 0;  // the name is a port's
         return true;
     }
     port.number = numberOf(linuxBoard, index, link.name);

@@ -29,8 +29,14 @@ struct LinuxBoard {
     std::map<uint32_t, uint32_t> descriptions = {};
     KernelLinks links = {};
     uint32_t bridge = 0;                 // the kernel's index; 0: there is none
-    std::deque<uint32_t> vanished = {};  // numbers of those that are gone but kept, the oldest first
-    bool publishes = false;              // changes are published; the daemon reads its route socket
+    std::deque<uint32_t> vanished = {};  // numbers of those that are gone for good, the oldest first
+    // Where no ports are listed, those that the saved configuration names are known all the same
+    // (host/linux/kept_ports.h).
+    std::set<std::string> saved = {};            // by the kernel's name
+    std::string savedVersion = {};               // of the file that they were read from
+    std::map<std::string, uint32_t> kept = {};   // numbers of those that are absent
+    std::map<uint32_t, uint32_t> returned = {};  // numbers of those that came back, by the kernel's index
+    bool publishes = false;                      // changes are published; the daemon reads its route socket
 };
 
 // A device of the kernel as an interface of the board.

@@ -129,6 +129,7 @@ void start(Board& board) {
     }
     if (!problem.empty()) reportRemark(problem);
     gFollowed = reread(*gLinux);
+    followSaved(*gLinux);
     if (gFollowed) reportLinuxBoard(*gLinux);
 }
 
@@ -142,6 +143,10 @@ void watch() {
     }
 }
 
+void readSaved() {
+    if (gLinux != nullptr) followSaved(*gLinux);
+}
+
 bool settle(uint32_t timeout) {
     if (gLinux == nullptr) return true;
     std::unique_lock guard(gLock);
@@ -151,4 +156,5 @@ bool settle(uint32_t timeout) {
 
 }  // namespace
 
-const PortFollower BRIDGE_FOLLOWER = {.start = start, .watch = watch, .settle = settle};
+const PortFollower BRIDGE_FOLLOWER = {
+    .start = start, .watch = watch, .readSaved = readSaved, .settle = settle};

@@ -3,7 +3,9 @@
 #include <mutex>
 #include <set>
 
+#include "common/config_file.h"
 #include "host/board/board_events.h"
+#include "host/linux/kept_ports.h"
 #include "host/linux/linux_plane.h"
 #include "host/services/logging.h"
 #include "platform/route_messages.h"
@@ -38,7 +40,7 @@ void forget(LinuxBoard& linuxBoard, uint32_t number) {
 
 bool isForgettable(const LinuxBoard& linuxBoard, const Interface* interface) {
     return interface != nullptr && !interface->present &&
-           !linuxBoard.descriptions.contains(interface->number);
+           !linuxBoard.descriptions.contains(interface->number) && !isKept(linuxBoard, *interface);
 }
 
 // An interface that is gone gives its name to one that is there.
@@ -105,12 +107,13 @@ Interface* addFound(LinuxBoard& linuxBoard, const BridgePort& port) {
     return nullptr;
 }
 
-void appear(LinuxBoard& linuxBoard, const BridgePort& port) {
+void appear(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
     Board& board = linuxBoard.board;
     Interface* interface = nullptr;
     {
         std::lock_guard guard(board.lock);
-        interface = port.described ? entryOf(linuxBoard, port) : addFound(linuxBoard, port);
+        interface = port.described ? entryOf(linuxBoard, port) : takeKept(linuxBoard, index, port);
+        if (interface == nullptr && !port.described) interface = addFound(linuxBoard, port);
         if (interface == nullptr) return;
         interface->present = true;
         setSwitch(board, *interface, port);
@@ -124,28 +127,52 @@ void forgetOldest(LinuxBoard& linuxBoard) {
     while (linuxBoard.vanished.size() > VANISHED_MAX) forget(linuxBoard, linuxBoard.vanished.front());
 }
 
-void vanish(LinuxBoard& linuxBoard, const BridgePort& port) {
+// An interface that is gone and stays known.
+void keep(LinuxBoard& linuxBoard, const Interface& interface) {
+    if (!linuxBoard.descriptions.contains(interface.number)) {
+        linuxBoard.kept.emplace(interface.name, interface.number);
+    }
+    hostReport("{} has left the bridge {}; what isolates it holds as soon as it is back", deviceOf(interface),
+               linuxBoard.board.bridge);
+}
+
+void loseForGood(LinuxBoard& linuxBoard, Interface& interface) {
+    {
+        std::lock_guard guard(linuxBoard.board.lock);
+        interface.gone = true;
+    }
+    linuxBoard.vanished.push_back(interface.number);
+    if (!linuxBoard.publishes) return;
+    hostReport(
+        "{} has left the bridge {} for good: it is taken out of its groups and pairs, since {} does not "
+        "name it",
+        interface.name, linuxBoard.board.bridge, SAVED_FILE);
+    reportProblem(publishDelLink(interface));
+}
+
+// True when its name stays known to the board.
+bool vanish(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
     Board& board = linuxBoard.board;
     Interface* interface = nullptr;
+    bool stays = port.described;
     {
         std::lock_guard guard(board.lock);
         interface = entryOf(linuxBoard, port);
-        if (interface == nullptr || !interface->present) return;
+        if (interface == nullptr || !interface->present) return false;
         interface->present = false;
         BridgePort gone = port;
         gone.switchId.clear();
         gone.xdp = false;
         setSwitch(board, *interface, gone);
         noteXdp(board, gone);
-        if (!port.described) linuxBoard.vanished.push_back(port.number);
+        linuxBoard.returned.erase(index);
+        stays = stays || (port.kind != IfKind::vlan && linuxBoard.saved.contains(interface->name));
+        if (stays) keep(linuxBoard, *interface);
     }
-    if (port.described) {
-        hostReport("{} has left the bridge {}; what isolates it holds as soon as it is back", port.device,
-                   board.bridge);
-        return;
-    }
-    if (linuxBoard.publishes) reportProblem(publishDelLink(*interface));
+    if (stays) return true;
+    loseForGood(linuxBoard, *interface);
     forgetOldest(linuxBoard);
+    return false;
 }
 
 void rename(LinuxBoard& linuxBoard, const BridgePort& port) {
@@ -212,27 +239,48 @@ void join(LinuxBoard& linuxBoard, const BridgePort& port, const std::string& tru
     }
 }
 
+// Whether the port is in the same trunk there.
+bool staysIn(const BridgePorts& ports, uint32_t index, const BridgePort& port) {
+    const BridgePort* other = sameIn(ports, index, port);
+    return port.trunk == 0 || (other != nullptr && other->trunk == port.trunk);
+}
+
+// What carryOut works with.
+struct Move {
+    const BridgePorts& before;
+    BridgePorts after;
+    std::set<uint32_t> left;  // those that have left their trunk
+};
+
+// True when the names of some of those that are gone stay known.
+bool takeOut(LinuxBoard& linuxBoard, Move& move) {
+    bool kept = false;
+    for (const auto& [index, port] : move.before) {
+        if (staysIn(move.after, index, port)) continue;
+        leave(linuxBoard, port);
+        move.left.insert(index);
+    }
+    for (const auto& [index, port] : move.before) {
+        if (sameIn(move.after, index, port) == nullptr && vanish(linuxBoard, index, port)) kept = true;
+    }
+    return kept;
+}
+
 // A trunk is there before its members join it, and until the last has left.
-void carryOut(LinuxBoard& linuxBoard, const BridgePorts& before, const BridgePorts& after) {
-    const auto stays = [](const BridgePorts& ports, uint32_t index, const BridgePort& port) {
-        const BridgePort* other = sameIn(ports, index, port);
-        return port.trunk == 0 || (other != nullptr && other->trunk == port.trunk);
-    };
-    for (const auto& [index, port] : before) {
-        if (!stays(after, index, port)) leave(linuxBoard, port);
-    }
-    for (const auto& [index, port] : before) {
-        if (sameIn(after, index, port) == nullptr) vanish(linuxBoard, port);
-    }
-    for (const auto& [index, port] : after) {
+void carryOut(LinuxBoard& linuxBoard, const BridgePorts& before, const std::set<uint32_t>& concerned) {
+    Move move = {before, portsAmong(linuxBoard, concerned), {}};
+    // Who bears a name that was kept is the one that it was kept for.
+    while (takeOut(linuxBoard, move)) move.after = portsAmong(linuxBoard, concerned);
+    for (const auto& [index, port] : move.after) {
         if (sameIn(before, index, port) != nullptr) rename(linuxBoard, port);
     }
-    for (const auto& [index, port] : after) {
-        if (sameIn(before, index, port) == nullptr) appear(linuxBoard, port);
+    for (const auto& [index, port] : move.after) {
+        if (sameIn(before, index, port) == nullptr) appear(linuxBoard, index, port);
     }
-    for (const auto& [index, port] : after) {
+    for (const auto& [index, port] : move.after) {
         const KernelLink* trunk = linkAt(linuxBoard.links, linuxBoard.links.at(index).master);
-        if (!stays(before, index, port) && trunk != nullptr) join(linuxBoard, port, trunk->name);
+        const bool stayed = staysIn(before, index, port) && !move.left.contains(index);
+        if (!stayed && port.trunk != 0 && trunk != nullptr) join(linuxBoard, port, trunk->name);
     }
 }
 
@@ -254,10 +302,12 @@ void reportBridge(LinuxBoard& linuxBoard) {
 void reportAbsent(LinuxBoard& linuxBoard) {
     Board& board = linuxBoard.board;
     std::lock_guard guard(board.lock);
-    for (const auto& [device, number] : linuxBoard.devices) {
-        if (board.interfaces.at(number).present) continue;
-        hostReport("{} is not in the bridge {}; what isolates it holds as soon as it is", device,
-                   board.bridge);
+    for (const auto* known : {&linuxBoard.devices, &linuxBoard.kept}) {
+        for (const auto& [device, number] : *known) {
+            if (board.interfaces.at(number).present) continue;
+            hostReport("{} is not in the bridge {}; what isolates it holds as soon as it is", device,
+                       board.bridge);
+        }
     }
 }
 
@@ -292,9 +342,21 @@ void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes) {
     const BridgePorts before = portsAmong(linuxBoard, concerned);
     bool bridgeChanges = news.contains(linuxBoard.bridge);
     takeOver(linuxBoard, news);
-    carryOut(linuxBoard, before, portsAmong(linuxBoard, concerned));
+    readSavedNames(linuxBoard);
+    carryOut(linuxBoard, before, concerned);
+    enterSavedNames(linuxBoard);
     bridgeChanges = bridgeChanges || news.contains(linuxBoard.bridge);
     if (linuxBoard.publishes && bridgeChanges) reportBridge(linuxBoard);
+}
+
+void followSaved(LinuxBoard& linuxBoard) {
+    const auto change = lockChange();
+    readSavedNames(linuxBoard);
+    for (const uint32_t number : dropUnsavedNames(linuxBoard)) {
+        loseForGood(linuxBoard, linuxBoard.board.interfaces.at(number));
+    }
+    forgetOldest(linuxBoard);
+    enterSavedNames(linuxBoard);
 }
 
 void reportLinuxBoard(LinuxBoard& linuxBoard) {

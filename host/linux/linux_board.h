@@ -3,8 +3,9 @@
 // interfaces: then those are all, under the numbers and names given.
 //
 // A listed interface is known whether it is there or not: its isolation stays programmed by the device's
-// name, so nothing is published when it goes. One that is not listed goes for good; its record is kept for a
-// while, since the daemon asks about it while it cleans up.
+// name, so nothing is published when it goes. So is one that the saved configuration names
+// (host/linux/kept_ports.h). Any other goes for good; its record is kept for a while, since the daemon asks
+// about it while it cleans up.
 //
 // Thread-safety
 // -------------
@@ -22,6 +23,8 @@ inline constexpr size_t VANISHED_MAX = 1024;  // records kept of interfaces that
 
 // For a board that has been read and is nobody else's yet. Nothing of what is described is there at first.
 LinuxBoard linuxBoardOf(Board& board);
+// Takes over which ports the saved configuration names, where it has changed.
+void followSaved(LinuxBoard& linuxBoard);
 // Takes over what has become of the kernel's devices, and publishes it.
 void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes);
 

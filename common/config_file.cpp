@@ -1,4 +1,4 @@
-#include "ctl/configuration/config_file.h"
+#include "common/config_file.h"
 
 #include <fmt/format.h>
 
@@ -6,8 +6,7 @@
 #include <set>
 #include <span>
 
-#include "ctl/text/args.h"
-#include "ctl/text/output.h"
+#include "common/words.h"
 #include "wire/records.h"
 
 namespace {
@@ -216,4 +215,18 @@ ConfigFile parseConfig(std::string_view text) {
         readLine(reader);
     }
     return file;
+}
+
+std::set<std::string> namesIn(const ConfigFile& file) {
+    std::set<std::string> names;
+    const auto add = [&names](const ConfigWord& word) {
+        for (const std::string& name : expandWord(word.text)) {
+            if (names.size() < CONFIG_NAMES_MAX) names.insert(name);
+        }
+    };
+    for (const ConfigLine& line : file.lines) {
+        if (line.kind == ConfigKind::pair) add(line.source);
+        for (const ConfigWord& member : line.members) add(member);
+    }
+    return names;
 }

@@ -12,10 +12,13 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+// The configuration that is brought into force at every start.
+inline constexpr char SAVED_FILE[] = "/etc/portisolate/isolation.conf";
 inline constexpr size_t CONFIG_TEXT_MAX = 4 << 20;  // bytes
 
 // Both count from 1; columns are characters.
@@ -53,3 +56,6 @@ struct ConfigFile {
 };
 
 ConfigFile parseConfig(std::string_view text);
+// The interfaces that its rows name, ranges expanded; more than CONFIG_NAMES_MAX are left out.
+inline constexpr size_t CONFIG_NAMES_MAX = 1 << 16;
+std::set<std::string> namesIn(const ConfigFile& file);
