@@ -15,7 +15,8 @@ Installs missing packages, builds, and runs all tests. The options add to this:
   --fuzz      every fuzz target for a minute
   --lint      format and static analysis; builds the benchmarks, too
   --demo      the demonstrations
-  --kernel    bonds, teams and VLANs of a bridge, under Debian's own kernel in a virtual machine
+  --kernel    bonds, teams and VLANs of a bridge, under Debian's own kernel in a virtual machine, and under that of the
+              release after Debian 12, which has tables of one's own
   --all       all of the above
   --mutants N plants N small faults, one at a time, and shows those that no test notices
 TEXT
@@ -161,8 +162,10 @@ if [ $lint = yes ]; then
 fi
 if [ $kernel = yes ]; then
     say "under Debian's own kernel"
-    check "bridges, bonds, teams and VLANs" env PORTISOLATE_TESTS_UNSKIPPED=1 \
-        "$top/scripts/kernel_vm.sh" "$top/build-test/tests/linux_test"
+    for suite in "" trixie; do
+        check "bridges, bonds, teams and VLANs${suite:+ under the kernel of $suite}" env PORTISOLATE_TESTS_UNSKIPPED=1 \
+            "$top/scripts/kernel_vm.sh" ${suite:+-k "$suite"} "$top/build-test/tests/linux_test"
+    done
 fi
 if [ $demo = yes ]; then
     say "demonstrations"

@@ -2,8 +2,9 @@
 # Runs a command under Debian's own kernel in a virtual machine. It has what the kernel of this machine may lack:
 # bonds, teams, VLAN devices and VLAN filtering. The machine is emulated, so it needs no support by the processor, but
 # it is slow: build first, and run only the test there.
-# usage: scripts/kernel_vm.sh COMMAND [ARGUMENT]...
+# usage: scripts/kernel_vm.sh [-k SUITE] COMMAND [ARGUMENT]...
 #
+# -k takes the kernel of another release of Debian than this one, such as trixie, from the same archive.
 # The command runs as root in the project's folder. It sees the files of this machine; whatever it writes is lost. Its
 # output is shown, and its exit status is that of this script. KERNEL_VM_SECONDS is the time limit (900).
 # Needs qemu-system-x86, busybox-static, cpio and kmod. The package of the kernel is downloaded once, by apt, into
@@ -11,27 +12,46 @@
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/build.sh"
-[ $# -gt 0 ] || { sed -n '2,6s/^# //p' "$0" >&2; exit 2; }
+suite=
+if [ "${1-}" = -k ]; then suite=${2-} && shift 2; fi
+[ $# -gt 0 ] || { sed -n '2,7s/^# //p' "$0" >&2; exit 2; }
 [ "$(uname -m)" = x86_64 ] || { echo "kernel_vm.sh: runs on amd64 only" >&2; exit 1; }
 need_packages "${KERNEL_VM_PACKAGES[@]}"
 
 cache=${XDG_CACHE_HOME:+$XDG_CACHE_HOME/portisolate-kernel}
-cache=${cache:-$top/build-kernel}
+cache=${cache:-$top/build-kernel}${suite:+/$suite}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# What the first steps need before the root is mounted; everything else is loaded on demand.
+# What the first steps need before the root is mounted, where the kernel has it as a module; everything else is loaded
+# on demand.
 BOOT_MODULES=(virtio_ring virtio virtio_pci_modern_dev virtio_pci_legacy_dev virtio_pci netfs fscache 9pnet 9pnet_virtio
     9p overlay)
 
+# Another release gets package lists of its own, from the archive that this machine uses.
+apt_options=()
+use_suite() {
+    local archive lists=$work/apt/lists
+    archive=$(awk '/^URIs:/ { print $2; exit } /^deb / { print $2; exit }' \
+        /etc/apt/sources.list.d/*.sources /etc/apt/sources.list 2>/dev/null) || true
+    mkdir -p "$lists/partial" "$work/apt/archives/partial"
+    printf 'deb %s %s main\n' "${archive:?apt knows no archive}" "$suite" >"$work/apt/sources.list"
+    apt_options=(-o Dir::Etc::SourceList="$work/apt/sources.list" -o Dir::Etc::SourceParts=- -o Dir::State::Lists="$lists"
+        -o Dir::Cache="$work/apt" -o APT::Sandbox::User=root)
+    apt-get "${apt_options[@]}" update -q >/dev/null
+}
+
 fetch_kernel() {
     local package
-    package=$(apt-cache depends linux-image-amd64 2>/dev/null | grep -oE 'linux-image-[0-9][^ ]*' | head -n 1)
+    [ -z "$suite" ] || use_suite
+    package=$(apt-cache "${apt_options[@]}" depends linux-image-amd64 2>/dev/null |
+        grep -oE 'linux-image-[0-9][^ ]*' | head -n 1)
     say "downloading ${package:?apt knows no kernel}"
     mkdir "$work/package"
-    (cd "$work/package" && apt-get download "$package" >/dev/null 2>&1)
+    (cd "$work/package" && apt-get "${apt_options[@]}" download "$package" >/dev/null 2>&1)
     rm -rf "$cache/kernel.new" "$cache/kernel"
     dpkg -x "$work/package"/*.deb "$cache/kernel.new"
+    [ -d "$cache/kernel.new/lib" ] || ln -s usr/lib "$cache/kernel.new/lib"
     depmod -b "$cache/kernel.new" "$(basename "$cache"/kernel.new/lib/modules/*)"
     mv "$cache/kernel.new" "$cache/kernel"
 }
@@ -39,11 +59,12 @@ fetch_kernel() {
 # The root of the virtual machine is the root of this one with a layer in memory above it. The project's folder is
 # mounted separately, since it may be in a folder that is empty there, such as /tmp.
 make_initrd() {
-    local module
+    local module found
     mkdir -p "$work/initrd/bin" "$work/initrd/modules"
     cp "$(command -v busybox)" "$work/initrd/bin/busybox"
     for module in "${BOOT_MODULES[@]}"; do
-        cp "$(find "$cache/kernel/lib/modules" -name "$module.ko*" | head -n 1)" "$work/initrd/modules/"
+        found=$(find "$cache/kernel/lib/modules/" -name "$module.ko*" | head -n 1)
+        [ -z "$found" ] || cp "$found" "$work/initrd/modules/"
     done
     cat >"$work/initrd/init" <<INIT
 #!/bin/busybox sh
@@ -53,7 +74,7 @@ mkdir -p /proc /sys /dev /root /lower /upper
 mount -t proc proc /proc
 mount -t sysfs sys /sys
 mount -t devtmpfs dev /dev
-for module in ${BOOT_MODULES[*]}; do insmod /modules/\$module.ko*; done
+for module in ${BOOT_MODULES[*]}; do [ ! -e /modules/\$module.ko* ] || insmod /modules/\$module.ko*; done
 options=trans=virtio,version=9p2000.L,msize=262144
 mount -t 9p -o \$options,ro,cache=loose root /lower
 mount -t tmpfs upper /upper

@@ -376,8 +376,8 @@ TEST_F(Ctl, PlaneIsToldByWhatDiffers) {
          "`portisolatectl plane sweep` removes what is left over, once all that is wanted is configured "
          "again\n",
          Exit::refused},
-        {{"plane name=linux state=gone"},
-         "plane linux: gone\nno entries\n"
+        {{"plane name=linux state=gone heal=watch healed=3"},
+         "plane linux: gone, healed 3 times\nno entries\n"
          "`portisolatectl plane restore` puts back what is missing\n",
          Exit::refused},
     };

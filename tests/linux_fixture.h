@@ -1,8 +1,10 @@
 // The daemon beside a switch that the kernel makes, both the test's own.
 #pragma once
 
+#include <atomic>
 #include <cstdlib>
 #include <regex>
+#include <thread>
 
 #include "e2e.h"
 #include "linux_switch.h"
@@ -56,5 +58,29 @@ struct LinuxPlaneTest : EndToEnd {
     Texts notHeld() const {
         EXPECT_FALSE(linesWith("plane show", "^entry ").empty());
         return linesWith("plane show", "^entry (?!.* state=held )");
+    }
+};
+
+// Frames from one host to all others, until the end.
+struct Stream {
+    LinuxSwitch& network;
+    std::atomic<bool> ends = false;
+    std::atomic<uint32_t> heard = 0;  // by the host that may hear it
+    std::thread sender;
+
+    Stream(LinuxSwitch& on, const std::string& from, const std::string& to) : network(on) {
+        sender = std::thread([this, from, to] {
+            while (!ends) {
+                sendStream(network, from);
+                heard += heardOfStreams(network, to);
+            }
+        });
+    }
+    ~Stream() {
+        ends = true;
+        sender.join();
+    }
+    bool flows() const {
+        return eventually([this, before = uint32_t{heard}] { return heard - before > 200; });
     }
 };

@@ -86,6 +86,12 @@ std::optional<PlaneReport> parsePlane(Session& session, const std::vector<std::s
             const std::string* state = fieldValue(fields, "state");
             report.name = name != nullptr ? *name : "";
             report.state = state != nullptr ? *state : "";
+            const std::string* heal = fieldValue(fields, "heal");
+            const std::string* healed = fieldValue(fields, "healed");
+            report.heal = heal != nullptr ? *heal : "";
+            std::optional<uint64_t> times;
+            if (healed != nullptr && !parseCount(*healed, times)) return std::nullopt;
+            report.healed = times.value_or(0);
         } else if (words.empty() || words[0] != "entry" ||
                    !parseEntry(session, report.name, fields, report.entries.emplace_back())) {
             return std::nullopt;

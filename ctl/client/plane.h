@@ -26,6 +26,8 @@ inline constexpr char PLANE_CHANGED[] = "changed";  // by somebody else
 struct PlaneReport {
     std::string name;
     std::string state;  // one of the above, or what else the board says
+    std::string heal;   // own, watch or off; empty: nobody else can change the plane
+    uint64_t healed = 0;
     std::vector<std::string> notes;
     std::vector<PlaneEntry> entries;
     // Sentences about what is isolated in fewer VLANs than was asked for; for who compares it with the tables

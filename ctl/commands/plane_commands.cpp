@@ -66,7 +66,10 @@ Listing entryListing(const PlaneReport& report) {
 
 void printState(const PlaneReport& report) {
     const Tone tone = report.state == PLANE_READY ? Tone::good : Tone::bad;
-    printLine("plane " + safeText(report.name) + ": " + toned(tone, safeText(report.state)));
+    const std::string healed = report.healed == 0   ? ""
+                               : report.healed == 1 ? ", healed once"
+                                                    : fmt::format(", healed {} times", report.healed);
+    printLine("plane " + safeText(report.name) + ": " + toned(tone, safeText(report.state)) + healed);
     for (const std::string& note : report.notes) {
         printLine("note: " + toned(Tone::warning, safeText(note)));
     }
@@ -103,7 +106,9 @@ void printJson(const PlaneReport& report) {
     printLine(jsonLines(
         "{",
         {jsonField("plane", jsonText(report.name)), jsonField("state", jsonText(report.state)),
-         jsonField("notes", jsonText(report.notes)), jsonField("shortfalls", jsonText(report.shortfalls)),
+         jsonField("heal", report.heal.empty() ? "null" : jsonText(report.heal)),
+         jsonField("healed", jsonText(report.healed)), jsonField("notes", jsonText(report.notes)),
+         jsonField("shortfalls", jsonText(report.shortfalls)),
          jsonField("entries", jsonRows(listingJson(entryListing(report))))},
         "}"));
 }
@@ -147,8 +152,9 @@ constexpr Command PLANE_COMMANDS[] = {
      .example = "plane show",
      .run = runShow,
      .details = PLANE_DETAILS,
-     .json = "{plane, state, notes, shortfalls, entries}: state is ready, gone, changed or failed; entries "
-             "are {kind, "
+     .json = "{plane, state, heal, healed, notes, shortfalls, entries}: state is ready, gone, changed or "
+             "failed; heal is own, watch or off, or null for a plane that nobody else can change; healed "
+             "counts; entries are {kind, "
              "from, to, vlan, state, packets, bytes}, kind two-way, one-way, pon or pon-off, state held, "
              "left-over or missing; null stands for no port, all VLANs, nothing counted"},
     {.object = "plane",

@@ -22,6 +22,7 @@
 
 #include "host/board/plane_kind.h"
 #include "host/planes/frame_mark.h"
+#include "host/planes/healing.h"
 #include "host/planes/plane.h"
 #include "platform/hardware.h"
 #include "wire/records.h"
@@ -68,6 +69,7 @@ struct Board {
     std::string bridge;                       // whose ports are the interfaces; empty: they are simulated
     std::set<std::string> accessDevices;      // marked as access, described or not
     uint32_t frameMark = FRAME_MARK_DEFAULT;  // the bits of a frame's mark that a plane may use
+    Healing healing = Healing::on;            // what becomes of a plane that others change
 
     std::map<uint32_t, Interface>
         interfaces;  // by number; entries are never removed, so their addresses last

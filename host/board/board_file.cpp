@@ -104,6 +104,14 @@ std::string readFrameMark(Words& words, Description& description) {
     return {};
 }
 
+std::string readHeal(Words& words, Description& description) {
+    constexpr std::string_view MODES[] = {"on", "watch", "off"};
+    const auto* const mode = std::find(std::begin(MODES), std::end(MODES), words.back());
+    if (words.size() != 2 || mode == std::end(MODES)) return "expected: heal on|watch|off";
+    description.board.healing = static_cast<Healing>(mode - std::begin(MODES));
+    return {};
+}
+
 std::string readJournal(Words& words, Description& description) {
     if (words.size() != 2) return "expected: journal FILE";
     description.board.journalFile = words[1].starts_with('/') ? words[1] : "/" + words[1];
@@ -189,6 +197,7 @@ constexpr Statement STATEMENTS[] = {
     {"access", readAccess},
     {"journal", readJournal},
     {"frame-mark", readFrameMark},
+    {"heal", readHeal},
     {"interface", readInterface},
     {"trunk", readTrunk},
     {"vlan", readVlan},

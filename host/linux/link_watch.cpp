@@ -15,13 +15,14 @@
 #include "common/files.h"
 #include "host/linux/linux_board.h"
 #include "host/linux/linux_plane.h"
+#include "host/linux/table_watch.h"
 #include "host/services/fault_report.h"
 #include "host/services/logging.h"
 
 namespace {
 
 constexpr char WATCH_TASK[] = "linkwatcher";
-constexpr int TABLE_INTERVAL = 1000;  // milliseconds between two looks at the kernel's table
+constexpr int REREAD_INTERVAL = 1000;  // milliseconds between two attempts to list the devices
 
 LinuxBoard* gLinux = nullptr;  // set before its task starts, lives as long as the process
 // Of the task, and of the start before there is the task.
@@ -107,13 +108,11 @@ void watchLinks(LinuxBoard* linuxBoard) {
     linuxBoard->publishes = true;
     for (;;) {
         if (gFollowed) {
-            followUntil(*linuxBoard, monotonicMs() + TABLE_INTERVAL);
+            followUntil(*linuxBoard, monotonicMs() + REREAD_INTERVAL);
         } else {
-            poll(nullptr, 0, TABLE_INTERVAL);
+            poll(nullptr, 0, REREAD_INTERVAL);
             gFollowed = reread(*linuxBoard);
         }
-        std::lock_guard guard(linuxBoard->board.lock);
-        watchLinuxTable(linuxBoard->board.plane);
     }
 }
 
@@ -122,9 +121,10 @@ void start(Board& board) {
     {
         std::lock_guard guard(board.lock);
         if (board.bridge.empty()) return;
-        problem = startLinuxPlane(
-            board.plane,
-            {.access = board.accessDevices, .frameMark = board.frameMark, .vlans = vlansOf(board.bridge)});
+        problem = startLinuxPlane(board.plane, {.access = board.accessDevices,
+                                                .frameMark = board.frameMark,
+                                                .vlans = vlansOf(board.bridge),
+                                                .healing = board.healing});
         gLinux = new LinuxBoard(linuxBoardOf(board));
     }
     if (!problem.empty()) reportRemark(problem);
@@ -137,8 +137,11 @@ void watch() {
     if (gLinux == nullptr) return;
     try {
         std::thread(watchLinks, gLinux).detach();
+        std::thread(watchTable, &gLinux->board).detach();
     } catch (const std::system_error& problem) {
-        hostReport("the daemon does not start: no task to follow the bridge's ports: {}", problem.what());
+        hostReport(
+            "the daemon does not start: no task to follow the bridge's ports and the filter's table: {}",
+            problem.what());
         refuseStart();
     }
 }

@@ -1,6 +1,6 @@
 // The task that follows the kernel: it takes the messages of route netlink about the network devices, carries
-// them over to the board (host/linux/linux_board.h), and looks about once a second whether the plane's table
-// is whole. When messages were lost, everything is read anew and compared, so that no change is.
+// them over to the board (host/linux/linux_board.h). When messages were lost, everything is read anew and
+// compared, so that no change is.
 //
 // Thread-safety
 // -------------

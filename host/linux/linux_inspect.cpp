@@ -9,6 +9,7 @@
 
 #include "common/text.h"
 #include "host/linux/linux_reconcile.h"
+#include "host/linux/nft_filter.h"
 #include "host/services/logging.h"
 
 namespace {
@@ -135,7 +136,10 @@ void linuxInspect(void* state, std::string& text) {
     const int problem = plane.failure != 0 ? plane.failure : refresh(plane);
     constexpr const char* CONDITIONS[] = {"ready", "gone", "changed", "changed"};
     const char* condition = problem != 0 ? "failed" : CONDITIONS[static_cast<size_t>(plane.damage)];
-    text += fmt::format("plane name=linux state={}\n", condition);
+    constexpr const char* MODES[] = {"watch", "watch", "off"};
+    const char* mode = plane.filter.owns ? "own" : MODES[static_cast<size_t>(plane.healing.mode)];
+    text +=
+        fmt::format("plane name=linux state={} heal={} healed={}\n", condition, mode, plane.healing.count);
     if (plane.failure != 0) {
         text += fmt::format("note {}\n", plane.failureText);
     } else if (problem != 0) {
@@ -147,8 +151,13 @@ void linuxInspect(void* state, std::string& text) {
     if (problem == 0) inspectElements(plane, text);
 }
 
-std::string linuxFailure(int problem) {
+std::string linuxFailure(LinuxPlane& plane) {
     constexpr char CONSEQUENCE[] = "every isolation will be refused";
+    const int problem = plane.failure;
+    if (problem == EPERM && plane.filter.socket != nullptr && probeOwner(plane.filter)) {
+        return fmt::format("the kernel's filter table {} belongs to another program, which has to end: {}",
+                           FILTER_TABLE, CONSEQUENCE);
+    }
     if (problem == EPERM || problem == EACCES) {
         return fmt::format(
             "no permission to change the kernel's packet filter, the capability "

@@ -15,8 +15,8 @@ void linuxList(void* state, std::string& text);
 PlaneCounters linuxCounters(void* state);
 void linuxInspect(void* state, std::string& text);
 
-// Why a plane could not be started, as a sentence, from the errno value.
-std::string linuxFailure(int problem);
+// Why a plane could not be started, as a sentence.
+std::string linuxFailure(LinuxPlane& plane);
 // Reports what is left over from an earlier run, and notes what this kernel cannot do. To be called once the
 // plane has started.
 void reportStart(LinuxPlane& plane);

@@ -241,10 +241,11 @@ std::string startLinuxPlane(const Plane& handle, const LinuxPlaneStart& start) {
     plane.layout.filters = start.vlans.filters;
     plane.layout.tagProtocol = start.vlans.tagProtocol;
     plane.access = start.access;
+    plane.healing.mode = start.healing;
     plane.failure = openFilter(plane.filter);
     if (plane.failure == 0) plane.failure = layFirst(plane);
     if (plane.failure == 0) plane.failure = reconcile(plane);
-    plane.failureText = plane.failure == 0 ? "" : linuxFailure(plane.failure);
+    plane.failureText = plane.failure == 0 ? "" : linuxFailure(plane);
     if (plane.failure == 0) reportStart(plane);
     return plane.failureText;
 }
@@ -269,9 +270,16 @@ void setLinuxVlans(const Plane& handle, const BridgeVlans& vlans) {
     }
 }
 
-void watchLinuxTable(const Plane& handle) {
+void watchLinuxTable(const Plane& handle, const std::string& by) {
     LinuxPlane& plane = linuxPlane(handle.state);
+    plane.healing.by = by;
     if (plane.failure == 0 && refreshIfChanged(plane) == 0) trimTable(plane);
+}
+
+uint32_t watchedPort(const Plane& handle) {
+    const LinuxPlane& plane = linuxPlane(handle.state);
+    const bool watches = plane.failure == 0 && plane.healing.mode != Healing::off && !plane.filter.owns;
+    return watches ? portOf(plane.filter) : 0;
 }
 
 void setLinuxNote(const Plane& handle, const std::string& key, const std::string& sentence) {

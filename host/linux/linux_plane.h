@@ -23,6 +23,7 @@
 #include <string>
 
 #include "host/planes/frame_mark.h"
+#include "host/planes/healing.h"
 #include "host/planes/plane.h"
 
 // The kernel is not touched yet: until startLinuxPlane the plane refuses every command.
@@ -38,6 +39,7 @@ struct LinuxPlaneStart {
     std::set<std::string> access = {};  // devices that the PON isolation of VLANs keeps apart
     uint32_t frameMark = FRAME_MARK_DEFAULT;
     BridgeVlans vlans = {};
+    Healing healing = Healing::on;
 };
 
 // Lays the table, keeping what stands in one that is there. Returns what went wrong, as a sentence; the plane
@@ -51,9 +53,13 @@ int32_t renameLinuxPort(const Plane& plane, uint32_t ifUnit, const std::string& 
 // The bridge is another, or has changed. A change that cannot be made is reported.
 void setLinuxVlans(const Plane& plane, const BridgeVlans& vlans);
 
-// Looks whether the table is still whole, and reports once when it is not, and once when it is again; takes
-// away rules that are not in use any more. Cheap while nothing has changed; to be called about once a second.
-void watchLinuxTable(const Plane& plane);
+// Looks whether the table is still whole; heals it, or reports once when it is not, and once when it is
+// again; takes away rules that are not in use any more. Cheap while nothing has changed; to be called about
+// once a second, and as soon as others are known to have touched it. `by` says who, where it is known.
+void watchLinuxTable(const Plane& plane, const std::string& by = "");
+// The port by which the kernel knows the plane's transactions, of a plane that heals what others may do; 0
+// when others cannot do anything, or nothing is healed.
+uint32_t watchedPort(const Plane& plane);
 
 // A sentence for the operator that stands in every inspection, until an empty one withdraws it by the same
 // key.

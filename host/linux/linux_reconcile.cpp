@@ -1,76 +1,14 @@
 #include "host/linux/linux_reconcile.h"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
-
 #include <algorithm>
 
-#include "host/services/logging.h"
+#include "host/linux/linux_damage.h"
 
 namespace {
 
-constexpr size_t DIFFERENCES_TOLD = 4;
 constexpr size_t ELEMENT_ROOM = 128;  // bytes of a transaction, at most
 constexpr int COMMIT_TRIES = 3;       // while others change the table
-// Where an element of each kind stands.
-constexpr const char* KIND_SETS[] = {"pairs", "vlan_pairs", "pairs",      "access", "open_vlans",
-                                     "pairs", "pairs",      "vlan_ports", "tags",   "pairs"};
-
-std::string damageWords(const LinuxPlane& plane) {
-    if (plane.damage == TableDamage::none) return {};
-    const std::vector<std::string>& parts = plane.differences;
-    if (plane.damage == TableDamage::gone) {
-        return parts.front().substr(tablePart().size() + 1) + " from outside";
-    }
-    std::vector<std::string> words(
-        parts.begin(), parts.begin() + static_cast<std::ptrdiff_t>(std::min(parts.size(), DIFFERENCES_TOLD)));
-    if (words.size() < parts.size()) words.push_back(fmt::format("{} more", parts.size() - words.size()));
-    if (!plane.lost.empty()) {
-        const FilterElement& first = *plane.lost.begin();
-        words.push_back(fmt::format("{} elements were deleted, one of them from set {}", plane.lost.size(),
-                                    KIND_SETS[static_cast<size_t>(first.kind)]));
-    }
-    return fmt::format("was changed from outside ({})", fmt::join(words, ", "));
-}
-
-// Reports when the damage comes or goes.
-void judgeTable(LinuxPlane& plane) {
-    const bool whole = plane.differences.empty();
-    const bool gone = !whole && plane.differences.front().starts_with(tablePart());
-    const TableDamage former = plane.damage;
-    plane.damage = gone                 ? TableDamage::gone
-                   : !whole             ? TableDamage::parts
-                   : plane.lost.empty() ? TableDamage::none
-                                        : TableDamage::elements;
-    std::string text = damageWords(plane);
-    if (plane.damage == TableDamage::none && former != TableDamage::none) {
-        hostReport("the kernel's filter table {} is whole again", FILTER_TABLE);
-    } else if (plane.damage != TableDamage::none && text != plane.damageText) {
-        hostReport(
-            "the kernel's filter table {} {}: what it isolated may be open until `portisolatectl plane "
-            "restore`",
-            FILTER_TABLE, text);
-    }
-    plane.damageText = std::move(text);
-}
-
-// What is gone without a command of ours, and what has come.
-void compareElements(LinuxPlane& plane, const FilterElements& former) {
-    for (const auto& [element, counter] : former) {
-        if (!plane.held.contains(element) && plane.wanted.contains(element)) plane.lost.insert(element);
-    }
-    std::erase_if(plane.lost, [&](const FilterElement& element) {
-        return plane.held.contains(element) || !plane.wanted.contains(element);
-    });
-    const auto strange = std::count_if(plane.held.begin(), plane.held.end(), [&](const auto& held) {
-        return !former.contains(held.first) && !plane.wanted.contains(held.first);
-    });
-    if (strange == 0 || plane.laid.empty() || plane.generation == 0) return;
-    hostReport(
-        "{} elements were added to the kernel's filter table {} from outside: `portisolatectl plane "
-        "sweep` removes them",
-        strange, FILTER_TABLE);
-}
+constexpr int HEALING_TRIES = 3;
 
 // Everything that was asked for, from the records.
 Wanted allWanted(const LinuxPlane& plane) {
@@ -105,11 +43,12 @@ void takeOver(LinuxPlane& plane, const FilterChange& change) {
     if (plane.lost.empty()) return;
     compareElements(plane, plane.held);
     judgeTable(plane);
+    tellDamage(plane);
 }
 
-int layWith(LinuxPlane& plane, const FilterLayout& layout, const RawChange& change, bool marksMove) {
+int layWith(LinuxPlane& plane, const FilterLayout& layout, const RawChange& change, LayMode mode) {
     LaidTable laid;
-    const int problem = layTable(plane.filter, layout, change, marksMove, laid);
+    const int problem = layTable(plane.filter, layout, change, mode, laid);
     if (problem != 0) return problem;
     plane.layout = layout;
     plane.laid = std::move(laid.content);
@@ -126,20 +65,93 @@ int commitRaw(LinuxPlane& plane, const RawChange& raw) {
         needed.ports |= element.set == FilterSet::vlanPorts;
         needed.access |= element.set == FilterSet::access;
     }
-    if (needed != plane.layout) return layWith(plane, needed, raw, false);
+    if (needed != plane.layout) return layWith(plane, needed, raw, LayMode::keep);
     const int problem = changeElements(plane.filter, raw);
     if (problem == 0 && raw.news) ++plane.generation;
     return problem;
 }
 
+LayMode layMode(const LinuxPlane& plane) {
+    if (plane.exchanges) return LayMode::exchange;
+    return plane.marksMoved ? LayMode::marksMove : LayMode::keep;
+}
+
 // `anew`: the elements, too.
 int layAll(LinuxPlane& plane, const FilterLayout& layout, bool anew) {
-    FilterChange all;
-    for (const auto& [element, counter] : plane.held) {
-        if (anew) all.add.push_back(element);
-    }
-    const int problem = layWith(plane, layout, rawChange(plane.filter, {}, all), plane.marksMoved);
+    const LayMode mode = layMode(plane);
+    const bool whole = anew || mode != LayMode::keep;
+    const RawChange change = whole ? rawWhole(plane.filter, plane.held) : RawChange{};
+    const int problem = layWith(plane, layout, change, mode);
     return problem != 0 ? problem : refresh(plane);
+}
+
+int readKernel(LinuxPlane& plane) {
+    uint32_t generation = 0;
+    TableContent found;
+    FilterElements held;
+    int problem = readGeneration(plane.filter, generation);
+    if (problem == 0) problem = readContent(plane.filter, found, plane.pon);
+    if (problem == 0) problem = readElements(plane.filter, held, plane.marksMoved);
+    if (problem != 0) return problem;
+    plane.held.swap(held);
+    countHeld(plane);
+    plane.exchanges = standsOtherwise(plane.filter, found);
+    plane.differences = contentDifferences(plane.laid, found);
+    if (plane.marksMoved) plane.differences.push_back(setPart("tags") + " was changed");
+    compareElements(plane, held);
+    plane.generation = generation;
+    judgeTable(plane);
+    return 0;
+}
+
+bool fits(const LinuxPlane& plane, size_t elements) {
+    return elements < plane.filter.capacity / ELEMENT_ROOM;
+}
+
+// A set that is not as it was laid goes with its elements.
+bool setsDiffer(const LinuxPlane& plane) {
+    return std::any_of(plane.differences.begin(), plane.differences.end(),
+                       [](const std::string& part) { return part.starts_with(setPart("")); });
+}
+
+// Everything that others have taken, and nothing of what they have put there to open something, in one
+// transaction if a socket takes so much.
+int putBack(LinuxPlane& plane) {
+    const FilterChange change = {.add = {plane.lost.begin(), plane.lost.end()}, .del = plane.intruders};
+    const bool parts = !plane.differences.empty();
+    const bool whole = layMode(plane) != LayMode::keep || setsDiffer(plane);
+    if (parts && whole) {
+        FilterElements all = plane.held;
+        for (const FilterElement& element : change.del) all.erase(element);
+        for (const FilterElement& element : change.add) all.try_emplace(element);
+        return layWith(plane, plane.layout, rawWhole(plane.filter, all), LayMode::exchange);
+    }
+    const bool atOnce = fits(plane, change.add.size());
+    const RawChange raw = atOnce ? rawChange(plane.filter, plane.held, change) : RawChange{};
+    int problem = parts ? layWith(plane, plane.layout, raw, LayMode::keep) : 0;
+    if (problem == 0 && !parts && atOnce) problem = changeElements(plane.filter, raw);
+    uint64_t changed = 0;
+    if (problem == 0 && !atOnce) problem = commitElements(plane, true, change.add, changed);
+    return problem;
+}
+
+// Puts back what others took as long as they let it be.
+int heal(LinuxPlane& plane) {
+    const Damage before = damageOf(plane);
+    int problem = 0;
+    plane.healing.busy = true;
+    for (int i = 0; i < HEALING_TRIES && problem == 0 && plane.damage != TableDamage::none; ++i) {
+        problem = putBack(plane);
+        for (const FilterElement& element : plane.intruders) plane.held.erase(element);
+        if (problem == 0) problem = readKernel(plane);
+    }
+    plane.healing.busy = false;
+    if (plane.damage == TableDamage::none) {
+        tellHealed(plane, before);
+    } else {
+        tellDamage(plane);
+    }
+    return problem;
 }
 
 FilterLayout layoutInUse(const LinuxPlane& plane) {
@@ -169,20 +181,12 @@ void unwant(LinuxPlane& plane, const FilterElement& element, FilterChange& chang
 }
 
 int refresh(LinuxPlane& plane) {
-    uint32_t generation = 0;
-    TableContent found;
-    FilterElements held;
-    int problem = readGeneration(plane.filter, generation);
-    if (problem == 0) problem = readContent(plane.filter, found, plane.pon);
-    if (problem == 0) problem = readElements(plane.filter, held, plane.marksMoved);
+    const int problem = readKernel(plane);
     if (problem != 0) return problem;
-    plane.held.swap(held);
-    countHeld(plane);
-    plane.differences = contentDifferences(plane.laid, found);
-    if (plane.marksMoved) plane.differences.push_back(setPart("tags") + " was changed");
-    compareElements(plane, held);
-    plane.generation = generation;
-    judgeTable(plane);
+    const HealingState& healing = plane.healing;
+    const bool heals = healing.mode != Healing::off && !healing.busy && !plane.laid.empty();
+    if (heals && plane.damage != TableDamage::none) return heal(plane);
+    tellDamage(plane);
     return 0;
 }
 
@@ -212,17 +216,23 @@ int commitChange(LinuxPlane& plane, const FilterChange& change) {
 int layFirst(LinuxPlane& plane) {
     TableContent standing;
     probePvid(plane.filter);
+    plane.filter.owns = plane.healing.mode == Healing::on && probeOwner(plane.filter);
     int problem = readContent(plane.filter, standing, plane.pon);
     if (problem == 0) problem = readElements(plane.filter, plane.held, plane.marksMoved);
     const bool former = isFormerLayout(standing);
+    plane.exchanges = standsOtherwise(plane.filter, standing);
     if (problem == 0 && former) problem = readFormerElements(plane.filter, plane.held);
     if (problem != 0) return problem;
     countHeld(plane);
-    return layAll(plane, layoutInUse(plane), former || plane.marksMoved);
+    // A table that is too large for one transaction stays of the kind that it is.
+    if (plane.exchanges && plane.filter.owns && !fits(plane, plane.held.size())) {
+        plane.filter.owns = plane.exchanges = false;
+    }
+    return layAll(plane, layoutInUse(plane), former);
 }
 
 int layLayout(LinuxPlane& plane, const FilterLayout& layout) {
-    return layAll(plane, layout, plane.marksMoved);
+    return layAll(plane, layout, false);
 }
 
 void trimTable(LinuxPlane& plane) {

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <deque>
 #include <map>
 #include <set>
 #include <string>
@@ -19,6 +20,7 @@
 
 #include "host/linux/kernel_links.h"
 #include "host/linux/nft_filter.h"
+#include "host/planes/healing.h"
 #include "host/planes/plane_entries.h"
 
 // How often each element is needed.
@@ -26,6 +28,16 @@ using Wanted = std::unordered_map<FilterElement, uint32_t, FilterElementHash>;
 
 // `gone`: nothing of the table is in force. `parts`: nobody knows what is. `elements`: what is held is.
 enum class TableDamage : uint8_t { none, gone, parts, elements };
+
+struct HealingState {
+    Healing mode = Healing::off;
+    bool busy = false;
+    uint64_t count = 0;
+    std::deque<int64_t> recent;  // when the last few were, in milliseconds
+    bool spell = false;          // they follow one another too fast to be told one by one
+    uint64_t untold = 0;
+    std::string by;  // who was at it last, where it is known
+};
 
 struct LinuxPlane {
     Filter filter;
@@ -49,6 +61,7 @@ struct LinuxPlane {
     std::array<size_t, static_cast<size_t>(FilterKind::strange) + 1> heldOf = {};  // how many, by kind
     uint32_t generation = 0;
     bool marksMoved = false;  // what names VLANs stands under another frame mark
+    bool exchanges = false;   // a table of another kind stands there
     FilterLayout layout;
     TableContent laid;
     FilterCounter pon = {};  // what the rules of the table count
@@ -58,6 +71,8 @@ struct LinuxPlane {
     std::string damageText;                                     // in words that follow the table's name
     std::vector<std::string> differences;                       // of its parts
     std::unordered_set<FilterElement, FilterElementHash> lost;  // elements that are wanted
+    std::vector<FilterElement> intruders;                       // elements that open something
+    HealingState healing;
 
     uint64_t accepted = 0;
     uint64_t refused = 0;

@@ -16,6 +16,7 @@
 namespace {
 
 constexpr char RULE_PART[] = "rule ";
+constexpr char DORMANT[] = "dormant";
 
 template <typename Take>
 int handOn(const nlattr* attribute, void* take) {
@@ -156,7 +157,8 @@ std::string setPart(std::string_view set) {
 }
 
 std::string tableText(uint32_t flags) {
-    return (flags & NFT_TABLE_F_DORMANT) != 0 ? "dormant" : "in force";
+    if ((flags & NFT_TABLE_F_DORMANT) != 0) return DORMANT;
+    return (flags & TABLE_PERSISTS) != 0 ? "persistent" : "in force";
 }
 
 std::string chainText(uint32_t hook, int32_t priority, uint32_t policy) {
@@ -203,11 +205,13 @@ std::vector<std::string> contentDifferences(const TableContent& laid, const Tabl
         const auto now = found.find(part);
         if (now == found.end()) {
             differences.push_back(part + " was deleted");
+        } else if (now->second == DORMANT) {
+            differences.push_back(part + " was switched off");
         } else if (now->second != text) {
-            differences.push_back(part + (part == tablePart() ? " was switched off" : " was changed"));
+            differences.push_back((part == tablePart() ? "its flags were" : part + " was") + " changed");
         }
     };
-    compare(tablePart(), tableText(0));
+    compare(tablePart(), laid.empty() ? tableText(0) : laid.at(tablePart()));
     if (found.empty()) return differences;
     for (const auto& [part, text] : laid) {
         if (part != tablePart()) compare(part, text);

@@ -28,6 +28,8 @@ std::string tablePart();
 std::string chainPart(std::string_view chain);
 std::string setPart(std::string_view set);
 // What the parts are made of, for one who lays them. The chain is one of the type `filter` with this hook.
+// The flag of a table that outlives its owner, which the kernel knows since 6.9.
+inline constexpr uint32_t TABLE_PERSISTS = 4;
 std::string tableText(uint32_t flags);
 inline constexpr char NO_HOOK[] = "no hook";
 std::string chainText(uint32_t hook, int32_t priority, uint32_t policy);
@@ -37,5 +39,5 @@ std::string setText(uint32_t flags, uint32_t keyType, uint32_t keyLength, uint32
 int readContent(Filter& filter, TableContent& content, FilterCounter& counted);
 
 // How `found` differs from what was laid, each as a part with a verb: "set bi was deleted". Empty: not at
-// all.
+// all. Where nothing of the table is in force, the first begins with its part.
 std::vector<std::string> contentDifferences(const TableContent& laid, const TableContent& found);

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr char PROBE_CHAIN[] = "probe";
+constexpr char PROBE_TABLE[] = "portisolate_probe";
 constexpr uint32_t LAY_TRIES = 10;  // while others change the filter at the same time
 
 // What the filter's own command notes of a set, to print its keys: the byte orders, and for a map of VLANs
@@ -27,19 +28,23 @@ constexpr uint32_t PAYLOAD_VLAN = 16;
 constexpr uint32_t PAYLOAD_VLAN_ID = 4;
 constexpr uint32_t PAYLOAD_VLAN_BITS = 12;
 
-void appendTable(Batch& batch) {
+uint32_t flagsOf(const Filter& filter) {
+    return filter.owns ? NFT_TABLE_F_OWNER | TABLE_PERSISTS : 0;
+}
+
+void appendTable(Batch& batch, const char* name, uint32_t flags) {
     nftnl_table* table = nftnl_table_alloc();
-    nftnl_table_set_str(table, NFTNL_TABLE_NAME, FILTER_TABLE);
-    nftnl_table_set_u32(table, NFTNL_TABLE_FLAGS, 0);
+    nftnl_table_set_str(table, NFTNL_TABLE_NAME, name);
+    nftnl_table_set_u32(table, NFTNL_TABLE_FLAGS, flags);
     nlmsghdr* header = appendMessage(batch, NFT_MSG_NEWTABLE, NLM_F_CREATE);
     nftnl_table_nlmsg_build_payload(header, table);
     closeMessage(batch, header);
     nftnl_table_free(table);
 }
 
-void appendChain(Batch& batch, const ChainShape& shape) {
+void appendChain(Batch& batch, const ChainShape& shape, const char* table = FILTER_TABLE) {
     nftnl_chain* chain = nftnl_chain_alloc();
-    nftnl_chain_set_str(chain, NFTNL_CHAIN_TABLE, FILTER_TABLE);
+    nftnl_chain_set_str(chain, NFTNL_CHAIN_TABLE, table);
     nftnl_chain_set_str(chain, NFTNL_CHAIN_NAME, shape.name);
     if (shape.hooked) {
         nftnl_chain_set_str(chain, NFTNL_CHAIN_TYPE, "filter");
@@ -111,7 +116,7 @@ void appendSet(Batch& batch, uint32_t id) {
 
 // What the table is made of but for its rules.
 TableContent bareContent(const FilterLayout& layout) {
-    TableContent content = {{tablePart(), tableText(0)}};
+    TableContent content;
     for (const ChainShape& chain : chainsOf(layout)) {
         content[chainPart(chain.name)] =
             chain.hooked ? chainText(chain.hook, chain.priority, NF_ACCEPT) : NO_HOOK;
@@ -154,18 +159,20 @@ void appendRemovals(Batch& batch, const TableContent& standing, const TableConte
 struct Laying {
     FilterLayout layout;
     const RawChange* change;
-    bool marksMove;
+    LayMode mode;
 };
 
 int layOnce(Filter& filter, const TableContent& standing, const Laying& laying) {
     TableContent kept = bareContent(laying.layout);
     for (const FilterSet set :
          {FilterSet::vlanPairs, FilterSet::openVlans, FilterSet::tags, FilterSet::pvids}) {
-        if (laying.marksMove) kept.erase(setPart(shapeOf(set).name));
+        if (laying.mode == LayMode::marksMove) kept.erase(setPart(shapeOf(set).name));
     }
     Batch batch = beginBatch(filter);
-    appendTable(batch);
-    appendRemovals(batch, standing, kept);
+    const bool exchanged = laying.mode == LayMode::exchange && !standing.empty();
+    if (exchanged) appendRemoval(batch, NFT_MSG_DELTABLE, NFTA_TABLE_NAME, 0, "");
+    appendTable(batch, FILTER_TABLE, flagsOf(filter));
+    if (!exchanged) appendRemovals(batch, standing, kept);
     for (const ChainShape& chain : chainsOf(laying.layout)) appendChain(batch, chain);
     for (uint32_t id = 0; id < FILTER_SET_COUNT; ++id) appendSet(batch, id);
     appendElements(batch, *laying.change);
@@ -175,10 +182,15 @@ int layOnce(Filter& filter, const TableContent& standing, const Laying& laying) 
 
 }  // namespace
 
-int layTable(Filter& filter, const FilterLayout& layout, const RawChange& change, bool marksMove,
+bool standsOtherwise(const Filter& filter, const TableContent& standing) {
+    const auto table = standing.find(tablePart());
+    return table != standing.end() && table->second != tableText(flagsOf(filter));
+}
+
+int layTable(Filter& filter, const FilterLayout& layout, const RawChange& change, LayMode mode,
              LaidTable& laid) {
     const RawChange none;
-    Laying laying = {layout, &change, marksMove};
+    Laying laying = {layout, &change, mode};
     // What is read back is what was laid when nobody else has changed the filter in between.
     for (uint32_t i = 0; i < LAY_TRIES; ++i) {
         FilterCounter counted = {};
@@ -189,17 +201,23 @@ int layTable(Filter& filter, const FilterLayout& layout, const RawChange& change
         if (problem == 0) problem = readGeneration(filter, laid.after);
         if (problem != 0) return problem;
         if (laid.after == laid.before + 1) return 0;
-        laying = {layout, &none, false};
+        laying = {layout, &none, LayMode::keep};
     }
     return EBUSY;
 }
 
 void probePvid(Filter& filter) {
     Batch batch = beginBatch(filter);
-    appendTable(batch);
-    appendChain(batch, {PROBE_CHAIN, false, 0, 0});
-    appendPvidProbe(batch, PROBE_CHAIN);
+    appendTable(batch, PROBE_TABLE, 0);
+    appendChain(batch, {PROBE_CHAIN, false, 0, 0}, PROBE_TABLE);
+    appendPvidProbe(batch, PROBE_TABLE, PROBE_CHAIN);
     filter.seesPvid = abandonBatch(batch) == 0;
+}
+
+bool probeOwner(Filter& filter) {
+    Batch batch = beginBatch(filter);
+    appendTable(batch, PROBE_TABLE, NFT_TABLE_F_OWNER | TABLE_PERSISTS);
+    return abandonBatch(batch) == 0;
 }
 
 int changeElements(Filter& filter, const RawChange& change) {

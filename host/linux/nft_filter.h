@@ -22,16 +22,23 @@ struct LaidTable {
     uint32_t after = 0;
 };
 
-// Lays the table and makes the change of elements in one transaction: what else stands in its sets stays, its
-// rules are replaced in one step, and what does not belong to it goes. `marksMove`: what names VLANs by marks
-// is made anew, and stands in the change.
-int layTable(Filter& filter, const FilterLayout& layout, const RawChange& change, bool marksMove,
+// What becomes of the elements that stand there: they stay, or those that name VLANs by marks, or all of
+// them, are made anew and have to stand in the change. The table itself is another one after an exchange.
+enum class LayMode : uint8_t { keep, marksMove, exchange };
+
+// Lays the table and makes the change of elements in one transaction: its rules are replaced in one step, and
+// what does not belong to it goes.
+int layTable(Filter& filter, const FilterLayout& layout, const RawChange& change, LayMode mode,
              LaidTable& laid);
+// Whether what stands is a table of another kind, owned or not, which only an exchange turns into ours.
+bool standsOtherwise(const Filter& filter, const TableContent& standing);
 // A change of elements in one transaction: all or nothing.
 int changeElements(Filter& filter, const RawChange& change);
 
 // Finds out whether this kernel knows the VLAN in which an untagged frame came in; changes nothing there.
 void probePvid(Filter& filter);
+// Whether this kernel has tables that are one socket's alone and outlive it; changes nothing there.
+bool probeOwner(Filter& filter);
 
 // Whether what stands is of the layout that came before this one.
 bool isFormerLayout(const TableContent& standing);

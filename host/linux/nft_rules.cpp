@@ -35,8 +35,8 @@ struct Rule {
     Batch& batch;
     nftnl_rule* rule = nftnl_rule_alloc();
 
-    Rule(Batch& of, const char* chain) : batch(of) {
-        nftnl_rule_set_str(rule, NFTNL_RULE_TABLE, FILTER_TABLE);
+    Rule(Batch& of, const char* chain, const char* table = FILTER_TABLE) : batch(of) {
+        nftnl_rule_set_str(rule, NFTNL_RULE_TABLE, table);
         nftnl_rule_set_str(rule, NFTNL_RULE_CHAIN, chain);
     }
     Rule(const Rule&) = delete;
@@ -269,8 +269,8 @@ std::vector<ChainShape> chainsOf(const FilterLayout& layout) {
     return chains;
 }
 
-void appendPvidProbe(Batch& batch, const char* chain) {
-    const Rule rule(batch, chain);
+void appendPvidProbe(Batch& batch, const char* table, const char* chain) {
+    const Rule rule(batch, chain, table);
     loadMeta(rule, NFT_META_BRI_IIFPVID, VLAN);
 }
 

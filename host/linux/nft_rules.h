@@ -32,6 +32,6 @@ inline constexpr char FORWARD_CHAIN[] = "forward";
 // The chains of a layout, those first that others refer to.
 std::vector<ChainShape> chainsOf(const FilterLayout& layout);
 // Appends a rule that the kernel takes if it knows the VLAN of untagged frames.
-void appendPvidProbe(Batch& batch, const char* chain);
+void appendPvidProbe(Batch& batch, const char* table, const char* chain);
 // Appends the rules of all chains of the layout.
 void appendRules(Batch& batch, const FilterLayout& layout);

@@ -130,6 +130,12 @@ nftnl_set_elem* makeElement(const RawElement& raw, bool whole) {
     if (whole && shape.dataType == NFT_TYPE_MARK) {
         nftnl_set_elem_set(made, NFTNL_SET_ELEM_DATA, &raw.mark, sizeof(raw.mark));
     }
+    if (whole && raw.counter.packets != 0) {
+        nftnl_expr* counter = nftnl_expr_alloc("counter");
+        nftnl_expr_set_u64(counter, NFTNL_EXPR_CTR_PACKETS, raw.counter.packets);
+        nftnl_expr_set_u64(counter, NFTNL_EXPR_CTR_BYTES, raw.counter.bytes);
+        nftnl_set_elem_add_expr(made, counter);
+    }
     return made;
 }
 
@@ -337,6 +343,26 @@ RawChange rawChange(const Filter& filter, const FilterElements& held, const Filt
     return raw;
 }
 
+RawChange rawWhole(const Filter& filter, const FilterElements& elements) {
+    FilterChange all;
+    for (const auto& [element, counter] : elements) all.add.push_back(element);
+    RawChange raw = rawChange(filter, {}, all);
+    for (RawElement& one : raw.add) {
+        if (!shapeOf(one.set).counts) continue;
+        const bool pair = one.set == FilterSet::pairs;
+        for (const FilterKind kind : {FilterKind::twoWay, FilterKind::oneWay, FilterKind::twoWayVlan}) {
+            FilterElement element = devicesOf(kind, one.key.data(), true);
+            if (pair == (kind == FilterKind::twoWayVlan)) continue;
+            if (!pair)
+                element.vid =
+                    vlanOfMark(filter.markMask, valueAt<uint32_t>(one.key.data() + TWO_DEVICES_SIZE));
+            const auto held = elements.find(element);
+            if (held != elements.end() && held->second.packets != 0) one.counter = held->second;
+        }
+    }
+    return raw;
+}
+
 void appendElements(Batch& batch, const RawChange& change) {
     appendAll(batch, NFT_MSG_DELSETELEM, change.del);
     appendAll(batch, NFT_MSG_NEWSETELEM, change.add);
@@ -347,9 +373,7 @@ int readElements(Filter& filter, FilterElements& elements, bool& moved) {
     uint32_t mask = 0;
     int problem = readMask(filter, elements, mask);
     moved = mask != filter.markMask;
-    const auto vlanOf = [&](const char* at) {
-        return static_cast<uint16_t>((valueAt<uint32_t>(at) & mask) >> std::countr_zero(mask));
-    };
+    const auto vlanOf = [&](const char* at) { return vlanOfMark(mask, valueAt<uint32_t>(at)); };
     if (problem == 0) problem = readPairs(filter, elements);
     if (problem == 0) {
         problem = readSet(filter, FilterSet::vlanPairs, [&](const FoundElement& found) {

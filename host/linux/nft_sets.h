@@ -119,6 +119,7 @@ struct RawElement {
     FilterSet set;
     uint8_t needs;  // of a pair
     uint32_t mark;  // of a VLAN
+    FilterCounter counter;
 };
 
 struct RawChange {
@@ -130,6 +131,8 @@ struct RawChange {
 // What a change of needs is to the kernel that holds `held`. What is not there is not deleted; what is there
 // already is added again, so that it holds where somebody else has taken it away unseen.
 RawChange rawChange(const Filter& filter, const FilterElements& held, const FilterChange& change);
+// All of these, to a kernel that holds nothing, with what they have counted.
+RawChange rawWhole(const Filter& filter, const FilterElements& elements);
 void appendElements(Batch& batch, const RawChange& change);
 
 // The needs that the elements of all sets meet; `elements` is replaced. A set that is not there has none.

@@ -134,6 +134,10 @@ int ask(Filter& filter, int type, uint16_t flags, const FilterRequest& request) 
     return EINTR;
 }
 
+uint32_t portOf(const Filter& filter) {
+    return mnl_socket_get_portid(filter.socket);
+}
+
 int readGeneration(Filter& filter, uint32_t& generation) {
     return ask(filter, NFT_MSG_GETGEN, 0, {.read = [&](const nlmsghdr* header) {
                    nftnl_gen* gen = nftnl_gen_alloc();

@@ -28,6 +28,7 @@ struct Filter {
     mnl_socket* socket = nullptr;
     uint32_t sequence = 0;
     bool seesPvid = false;  // the kernel knows the VLAN of an untagged frame
+    bool owns = false;      // the table is this socket's alone, and outlives it
     uint32_t markMask = FRAME_MARK_DEFAULT;
     size_t capacity = 0;        // bytes of a transaction that the socket takes
     std::vector<char> message;  // room for one transaction
@@ -66,6 +67,9 @@ struct FilterRequest {
 // Sends one request outside a transaction and hands its answers on; a dump that a change interrupted is begun
 // again.
 int ask(Filter& filter, int type, uint16_t flags, const FilterRequest& request);
+
+// By which the kernel knows who has made a transaction.
+uint32_t portOf(const Filter& filter);
 
 // The number of the filter's last transaction, by any process: it counts up by one.
 int readGeneration(Filter& filter, uint32_t& generation);

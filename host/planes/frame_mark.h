@@ -15,6 +15,9 @@ inline bool isFrameMark(uint32_t mask) {
 inline uint32_t markOfVlan(uint32_t mask, uint16_t vid) {
     return static_cast<uint32_t>(vid) << std::countr_zero(mask);
 }
+inline uint16_t vlanOfMark(uint32_t mask, uint32_t mark) {
+    return static_cast<uint16_t>((mark & mask) >> std::countr_zero(mask));
+}
 inline uint32_t markOfOthers(uint32_t mask) {
     return mask & ~(mask >> 1);
 }
