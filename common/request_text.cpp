@@ -59,9 +59,13 @@ std::optional<Asked> takeApart(std::string_view frame) {
     return asked;
 }
 
+RowScope scopeOf(const RowFamily& family, const Asked& asked) {
+    return {.number = wordAt(asked.index, family.scope),
+            .vlan = familyHasVlans(family) ? wordAt(asked.index, family.vlan) : 0};
+}
+
 std::string rowRequestText(const InterfaceNamer& nameOf, const RowFamily& family, const Asked& asked) {
-    const RowScope scope = {.number = wordAt(asked.index, family.scope),
-                            .vlan = familyHasVlans(family) ? wordAt(asked.index, family.vlan) : 0};
+    const RowScope scope = scopeOf(family, asked);
     const std::string row = rowText(nameOf, family, scope, wordAt(asked.index, family.member));
     const bool word = asked.value.size() == WORD_SIZE;
     switch (asked.kind) {
@@ -114,4 +118,17 @@ bool requestSets(std::string_view frame) {
     if (!asked || asked->kind != OpKind::set) return false;
     const bool word = asked->value.size() == WORD_SIZE;
     return familyOf(asked->opcode) == nullptr || !word || wordAt(asked->value, 0) != ROW_PROBE;
+}
+
+std::optional<Withdrawal> withdrawnBy(std::string_view frame) {
+    const std::optional<Asked> asked = takeApart(frame);
+    if (!asked || asked->kind != OpKind::set || asked->value.size() != WORD_SIZE) return {};
+    const uint32_t value = wordAt(asked->value, 0);
+    const RowFamily* family = familyOf(asked->opcode);
+    if (family != nullptr && value == ROW_DESTROY) {
+        return Withdrawal{family, scopeOf(*family, *asked), wordAt(asked->index, family->member)};
+    }
+    const bool vlan = family == nullptr && !asked->index.empty();
+    if (!vlan || value != PON_ISOLATION_ON) return {};
+    return Withdrawal{.vlan = wordAt(asked->index, 0)};
 }

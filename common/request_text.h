@@ -1,6 +1,8 @@
-// A request of the command socket in words.
+// A request of the command socket: in words, and what it takes away.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,3 +12,13 @@
 std::string requestText(const InterfaceNamer& nameOf, std::string_view frame);
 // Whether it sets something. A probe does not, nor does what cannot be read.
 bool requestSets(std::string_view frame);
+
+// What is to run no more once such a request was carried out: a row, or the PON isolation of a VLAN switched
+// off.
+struct Withdrawal {
+    const RowFamily* family = nullptr;  // null: it is the VLAN
+    RowScope scope{};
+    uint32_t member = 0;
+    uint32_t vlan = 0;
+};
+std::optional<Withdrawal> withdrawnBy(std::string_view frame);

@@ -110,7 +110,7 @@ LineAnswer boardRequest(const std::string& root, const std::string& request, int
                         const LineSink& sink) {
     const int64_t deadline = deadlineAfter(timeoutMs);
     LineReader reader;
-    const LineAnswer asked = boardStream(reader, root, request, timeoutMs);
+    LineAnswer asked = boardStream(reader, root, request, timeoutMs);
     if (asked.result != LineResult::done) return asked;
     std::string line;
     while (readLine(reader, line, endless ? DEADLINE_NEVER : deadline, endless)) {

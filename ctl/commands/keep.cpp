@@ -9,13 +9,13 @@
 
 #include "common/files.h"
 #include "common/manager.h"
+#include "common/request_text.h"
 #include "ctl/client/happening.h"
 #include "ctl/client/interfaces.h"
 #include "ctl/client/plane.h"
 #include "ctl/commands/plan_run.h"
 #include "ctl/configuration/saved.h"
 #include "ctl/text/output.h"
-#include "wire/operations.h"
 
 namespace {
 
@@ -39,17 +39,12 @@ constexpr int64_t NEVER = INT64_MAX;
 struct Keeper {
     Session& session;
     bool first = true;                // no look yet since the daemon started
-    Configuration lacks{};            // at the last look
-    Configuration released{};         // by an operator
+    Configuration withdrawn{};        // by an operator, of what is saved
     std::vector<std::string> told{};  // to be pending
     bool swept = false;
     int64_t pause = 0;  // before what was refused is tried again
     int64_t retry = NEVER;
 };
-
-Configuration sharedBy(const Configuration& left, const Configuration& right) {
-    return without(left, without(left, right));
-}
 
 // Rows of ports that have gone for good would fall on the next port of that name.
 void removeGone(Session& session, Configuration& running) {
@@ -68,15 +63,14 @@ void removeGone(Session& session, Configuration& running) {
     });
 }
 
-// What is to be asked for, once it is known what an operator has released since the last look.
-Configuration wantedNow(Keeper& keeper, const Configuration& lacks, bool byEvent) {
-    if (keeper.first) keeper.released = {};
-    if (!keeper.first && !byEvent) {
-        keeper.released = joined(keeper.released, without(lacks, keeper.lacks));
-    }
-    keeper.released = sharedBy(keeper.released, lacks);
-    Configuration wanted = without(lacks, keeper.released);
-    wanted.mode = lacks.mode;
+// An operator's will holds until the daemon starts again, or what was withdrawn runs again.
+Configuration wantedNow(Keeper& keeper, const Configuration& lacks) {
+    Configuration& withdrawn = keeper.withdrawn;
+    std::erase_if(withdrawn.rows, [&](const auto& entry) { return !lacks.rows.contains(entry.first); });
+    std::erase_if(withdrawn.ponOff, [&](uint32_t vlan) { return !lacks.ponOff.contains(vlan); });
+    Configuration wanted = lacks;
+    std::erase_if(wanted.rows, [&](const auto& entry) { return withdrawn.rows.contains(entry.first); });
+    std::erase_if(wanted.ponOff, [&](uint32_t vlan) { return withdrawn.ponOff.contains(vlan); });
     return wanted;
 }
 
@@ -103,7 +97,7 @@ void planRetry(Keeper& keeper, bool refused) {
 }
 
 // Looks once, and asks for what is lacking. True when nothing is pending.
-bool look(Keeper& keeper, bool byEvent) {
+bool look(Keeper& keeper) {
     Session& session = keeper.session;
     askBoard(session, "saved");
     forgetInterfaces(session);
@@ -111,7 +105,7 @@ bool look(Keeper& keeper, bool byEvent) {
     Configuration running = readRunning(session);
     removeGone(session, running);
     const Configuration lacks = lacking(saved.wanted, running);
-    const Plan plan = planChanges(running, joined(running, wantedNow(keeper, lacks, byEvent)));
+    const Plan plan = planChanges(running, joined(running, wantedNow(keeper, lacks)));
     Progress progress;
     progress.quiet = !keeper.first && pendingLines(session, saved, running) == keeper.told;
     runPlan(session, plan, progress);
@@ -120,50 +114,52 @@ bool look(Keeper& keeper, bool byEvent) {
     tellPending(keeper, saved, pending);
     if (saved.there && pending.empty()) sweepOnce(keeper);
     planRetry(keeper, progress.refused != 0);
-    keeper.lacks = lacking(saved.wanted, running);
     keeper.first = false;
     return pending.empty();
 }
 
-// What a line of the monitor may have changed of the rows.
-struct Change {
-    bool event = false;
-    bool request = false;
-};
-
-Change changeIn(Session& session, std::string_view line) {
-    const std::optional<Happening> happening = readHappening(session, line);
-    if (!happening) return {};
-    if (happening->kind == "dropped") return {true, true};
-    if (happening->kind != "request") return {happening->kind == "event", false};
+void noteWithdrawal(Keeper& keeper, const Happening& request) {
     std::string frame;
-    parseHex(happeningText(*happening, "frame"), frame);
-    const uint32_t opcode = frame.size() < WORD_SIZE ? OP_COUNT : wordAt(frame, 0);
-    return {false, opcode < OP_COUNT && PORT_ISOLATE_OP_SHAPES[opcode].kind == OpKind::set};
+    parseHex(happeningText(request, "frame"), frame);
+    const std::optional<Withdrawal> withdrawn = withdrawnBy(frame);
+    if (!withdrawn || happeningText(request, "status") != "0") return;
+    if (withdrawn->family == nullptr) {
+        keeper.withdrawn.ponOff.insert(withdrawn->vlan);
+        return;
+    }
+    for (const ConfigKind kind : {ConfigKind::group, ConfigKind::vlanGroup, ConfigKind::pair}) {
+        if (&rowFamily(kind) != withdrawn->family) continue;
+        const ConfigRow row{kind, withdrawn->scope, withdrawn->member};
+        keeper.withdrawn.rows[row] = true;
+    }
+}
+
+// Whether the board may have changed by what the line tells.
+bool tellsChange(Keeper& keeper, std::string_view line) {
+    const std::optional<Happening> happening = readHappening(keeper.session, line);
+    if (happening && happening->kind == "request") noteWithdrawal(keeper, *happening);
+    return happening && (happening->kind == "event" || happening->kind == "dropped");
 }
 
 // Follows the daemon until it is gone.
 void follow(Keeper& keeper, LineReader& lines) {
     keeper.first = true;
     keeper.swept = false;
-    look(keeper, true);
+    keeper.withdrawn = {};
+    look(keeper);
     tellManager("READY=1");
-    Change change;
-    int64_t latest = NEVER;
+    int64_t latest = NEVER;  // for the next look; a change is waiting for it, unless it is never
     for (std::string line;;) {
-        const bool changed = change.event || change.request;
-        const int64_t due = changed ? std::min(latest, deadlineAfter(QUIET)) : keeper.retry;
+        const int64_t due = latest == NEVER ? keeper.retry : std::min(latest, deadlineAfter(QUIET));
         const int64_t wait = due == NEVER ? -1 : std::max<int64_t>(due - monotonicMs(), 0);
         const Taken taken = takeLine(lines, line, wait);
         if (taken == Taken::end) throw boardUnreachable(keeper.session, "the stream ended");
         if (taken == Taken::line) {
-            const Change more = changeIn(keeper.session, line);
-            change = {change.event || more.event, change.request || more.request};
-            if (!changed && (change.event || change.request)) latest = deadlineAfter(LOOK_LATEST);
-            if (monotonicMs() < latest) continue;
+            const bool changed = tellsChange(keeper, line);
+            if (changed && latest == NEVER) latest = deadlineAfter(LOOK_LATEST);
+            if (monotonicMs() < std::min(latest, keeper.retry)) continue;
         }
-        look(keeper, change.event);
-        change = {};
+        look(keeper);
         latest = NEVER;
     }
 }
@@ -190,7 +186,7 @@ void follow(Keeper& keeper, LineReader& lines) {
 Exit runKeep(Session& session, const Invocation& invocation) {
     Keeper keeper{.session = session};
     if (fieldValue(invocation.options, "--once") == nullptr) stay(keeper);
-    return look(keeper, true) ? Exit::done : Exit::refused;
+    return look(keeper) ? Exit::done : Exit::refused;
 }
 
 constexpr Command KEEP_COMMANDS[] = {

@@ -5,8 +5,8 @@
 // pending, what an earlier run of the daemon left over in the forwarding plane is swept, once.
 //
 // The resident keeper looks again whenever an event has changed the board, when the daemon has started anew,
-// and after a refusal from time to time. What an operator releases by a request stays released until the
-// daemon starts again or it is asked for again.
+// and after a refusal from time to time. What an operator withdraws by a request stays so until the daemon
+// starts again or it is asked for again.
 #pragma once
 
 #include "ctl/commands/command.h"

@@ -27,8 +27,9 @@ Saved readSaved(Session& session) {
         throw CommandEnds{Exit::refused, path + ": " + problem + UNTOUCHED};
     }
     ConfigFile file = parseConfig(text);
-    if (file.lines.empty())
+    if (file.lines.empty()) {
         throw CommandEnds{Exit::refused, path + " has no line that can be read" + UNTOUCHED};
+    }
     Saved saved = {.there = true, .wanted = resolveConfig(session, file), .mistakes = {}};
     for (const Mistake& mistake : file.mistakes) {
         saved.mistakes.push_back(

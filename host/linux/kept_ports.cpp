@@ -37,8 +37,8 @@ void readSavedNames(LinuxBoard& linuxBoard) {
     std::string text;
     std::string problem;
     if (!readRegularFile(path, text, problem)) {
-        if (!problem.empty())
-            hostReport("{}: {}: its ports are not known while they are absent", path, problem);
+        if (problem.empty()) return;
+        hostReport("{}: {}: its ports are not known while they are absent", path, problem);
         return;
     }
     linuxBoard.savedVersion = version;
