@@ -2,9 +2,11 @@
 # Runs a command under Debian's own kernel in a virtual machine. It has what the kernel of this machine may lack:
 # bonds, teams, VLAN devices and VLAN filtering. The machine is emulated, so it needs no support by the processor, but
 # it is slow: build first, and run only the test there.
-# usage: scripts/kernel_vm.sh [-k SUITE] COMMAND [ARGUMENT]...
+# usage: scripts/kernel_vm.sh [-k SUITE] [-b PREPARATION] COMMAND [ARGUMENT]...
 #
 # -k takes the kernel of another release of Debian than this one, such as trixie, from the same archive.
+# -b boots with systemd, after PREPARATION, a shell command, has run in its place; COMMAND is then a service, the last of
+# multi-user.target.
 # The command runs as root in the project's folder. It sees the files of this machine; whatever it writes is lost. Its
 # output is shown, and its exit status is that of this script. KERNEL_VM_SECONDS is the time limit (900).
 # Needs qemu-system-x86, busybox-static, cpio and kmod. The package of the kernel is downloaded once, by apt, into
@@ -12,9 +14,16 @@
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 . "$top/scripts/build.sh"
-suite=
-if [ "${1-}" = -k ]; then suite=${2-} && shift 2; fi
-[ $# -gt 0 ] || { sed -n '2,7s/^# //p' "$0" >&2; exit 2; }
+suite='' preparation=''
+while getopts k:b: option; do
+    case $option in
+        k) suite=$OPTARG ;;
+        b) preparation=$OPTARG ;;
+        *) exit 2 ;;
+    esac
+done
+shift $((OPTIND - 1))
+[ $# -gt 0 ] || { sed -n '2,10s/^# //p' "$0" >&2; exit 2; }
 [ "$(uname -m)" = x86_64 ] || { echo "kernel_vm.sh: runs on amd64 only" >&2; exit 1; }
 need_packages "${KERNEL_VM_PACKAGES[@]}"
 
@@ -103,10 +112,30 @@ write_main() {
         done
         printf 'mkdir -p /dev/pts /dev/shm; mount -t devpts devpts /dev/pts; mount -t tmpfs shm /dev/shm\n'
         printf 'ip link set lo up\n'
-        printf '(%s) </dev/null >/run/result/output 2>&1\n' "$(printf '%q ' "$@")"
+        [ -z "$preparation" ] || write_boot
+        printf '(%s) </dev/null >>/run/result/output 2>&1\n' "$(printf '%q ' "$@")"
         printf 'echo $? >/run/result/status\nsync\necho o >/proc/sysrq-trigger\nwhile :; do sleep 1; done\n'
     } >"$work/result/main"
     : >"$work/result/output"
+}
+
+# What follows of the script then runs as a service.
+write_boot() {
+    cat <<BOOT
+if [ \$\$ = 1 ]; then
+    ($preparation) </dev/null >/run/result/output 2>&1
+    cat >/etc/systemd/system/last.service <<'UNIT'
+[Unit]
+After=multi-user.target
+[Service]
+ExecStart=/bin/bash /run/result/main
+UNIT
+    mkdir -p /etc/systemd/system/multi-user.target.wants
+    ln -s ../last.service /etc/systemd/system/multi-user.target.wants/
+    ln -sf /lib/systemd/system/multi-user.target /etc/systemd/system/default.target
+    exec /lib/systemd/systemd
+fi
+BOOT
 }
 
 shared() { printf 'local,path=%s,mount_tag=%s,security_model=none%s' "$1" "$2" "${3:-}"; }
