@@ -24,9 +24,8 @@ dpkg-deb -e "$work"/out/*.deb "$work/control"
 
 (cd "$work/tree" && find . -type f ! -path '*/doc/*' | sort) >"$work/files"
 diff - "$work/files" <<'END' || fail 'the package does not hold what it should'
-./etc/portisolate/board.conf
-./etc/portisolate/portisolate.conf
 ./usr/bin/portisolatectl
+./usr/lib/systemd/system/portisolate-keep.service
 ./usr/lib/systemd/system/portisolate.service
 ./usr/sbin/portisolate
 ./usr/share/bash-completion/completions/portisolatectl
@@ -37,8 +36,7 @@ diff - "$work/files" <<'END' || fail 'the package does not hold what it should'
 ./usr/share/man/man8/portisolatectl.8.gz
 ./usr/share/zsh/vendor-completions/_portisolatectl
 END
-ls "$work"/tree/usr/share/doc/portisolate/examples/linux/{board,portisolate}.conf >/dev/null || fail 'examples'
-(cd "$work/tree" && find etc -type f | sed 's|^|/|' | sort) | diff - "$work/control/conffiles" || fail 'conffiles'
+ls "$work"/tree/usr/share/doc/portisolate/examples/{demo,linux}/{board,portisolate}.conf >/dev/null || fail 'examples'
 for script in postinst prerm postrm; do sh -n "$work/control/$script"; done
 grep -q '^ExecStart=/usr/sbin/portisolate$' "$work/tree/usr/lib/systemd/system/portisolate.service" || fail 'unit'
 
@@ -53,8 +51,10 @@ else
     where_there_is lintian --fail-on error,warning --suppress-tags no-copyright-file "$work"/out/*.deb
 fi
 
-# The daemon as packaged, on the configuration as packaged.
+# The daemon as packaged, on the example as packaged.
 export PORTISOLATE_ROOT=$work/tree
+mkdir -p "$work/tree/etc/portisolate"
+cp "$work"/tree/usr/share/doc/portisolate/examples/demo/*.conf "$work/tree/etc/portisolate/"
 PATH=$work/tree/usr/bin:$PATH
 mkdir "$work/tree/tmp"
 "$work/tree/usr/sbin/portisolate" 2>"$work/daemon.log" &
@@ -80,7 +80,7 @@ cmake --install "$build" --prefix "$work/own" >/dev/null
 echo '# mine' >"$work/own/etc/portisolate/board.conf"
 cmake --install "$build" --prefix "$work/own" >/dev/null
 grep -q mine "$work/own/etc/portisolate/board.conf" || fail 'a configuration was overwritten'
-where_there_is systemd-analyze verify --man=no "$work/own/lib/systemd/system/portisolate.service"
+where_there_is systemd-analyze verify --man=no "$work"/own/lib/systemd/system/portisolate{,-keep}.service
 gunzip "$work"/own/share/man/man?/*.gz
 where_there_is mandoc -Tlint -Wwarning "$work"/own/share/man/man?/*
 echo 'packaged, unpacked and used'
