@@ -103,14 +103,14 @@ void printTotals(const PlaneReport& report) {
 }
 
 void printJson(const PlaneReport& report) {
-    printLine(jsonLines(
-        "{",
-        {jsonField("plane", jsonText(report.name)), jsonField("state", jsonText(report.state)),
-         jsonField("heal", report.heal.empty() ? "null" : jsonText(report.heal)),
-         jsonField("healed", jsonText(report.healed)), jsonField("notes", jsonText(report.notes)),
-         jsonField("shortfalls", jsonText(report.shortfalls)),
-         jsonField("entries", jsonRows(listingJson(entryListing(report))))},
-        "}"));
+    printLine(
+        jsonLines("{",
+                  {jsonField("plane", jsonText(report.name)), jsonField("state", jsonText(report.state)),
+                   jsonField("heal", report.heal.empty() ? "null" : jsonText(report.heal)),
+                   jsonField("healed", jsonText(report.healed)), jsonField("notes", jsonText(report.notes)),
+                   jsonField("shortfalls", jsonText(report.shortfalls)),
+                   jsonField("entries", jsonRows(listingJson(entryListing(report))))},
+                  "}"));
 }
 
 // What `sweep` or `restore` has done.
