@@ -4,6 +4,8 @@
 #include <libmnl/libmnl.h>
 #include <net/if.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <random>
 #include <utility>
@@ -24,6 +26,20 @@ int mnl_socket_close(mnl_socket* closed) {
         reinterpret_cast<decltype(&mnl_socket_close)>(dlsym(RTLD_NEXT, "mnl_socket_close"));
     if (gAfterDump) std::exchange(gAfterDump, nullptr)();
     return close(closed);
+}
+
+// What the kernel is said to have no memory for, and how much was sent to it.
+static std::function<bool(std::string_view)> gRefused;
+static uint32_t gSent = 0;
+
+ssize_t mnl_socket_sendto(const mnl_socket* socket, const void* buffer, size_t length) {
+    static const auto send =
+        reinterpret_cast<decltype(&mnl_socket_sendto)>(dlsym(RTLD_NEXT, "mnl_socket_sendto"));
+    ++gSent;
+    if (!gRefused || !gRefused({static_cast<const char*>(buffer), length}))
+        return send(socket, buffer, length);
+    errno = ENOMEM;
+    return -1;
 }
 
 namespace {
@@ -114,6 +130,7 @@ TEST(LinuxFilter, IsolatesAsTheSimulatedPlaneDoes) {
     std::mt19937 random(7);
     for (int step = 0; step < 400; ++step) {
         const uint32_t dice = static_cast<uint32_t>(random());
+        if (step % 4 == 0) planes.real.begin(planes.real.state);
         command(planes.sim, dice);
         command(planes.real, dice);
         // A port without PON isolation takes another name now and then.
@@ -123,12 +140,69 @@ TEST(LinuxFilter, IsolatesAsTheSimulatedPlaneDoes) {
             name = name.size() > 8 ? name.substr(0, 1) : name + "+";
             EXPECT_EQ(renameLinuxPort(planes.real, port, name), 0);
         }
+        if (step % 4 != 3) continue;
+        planes.real.end(planes.real.state);
         ASSERT_EQ(disagreement(planes), "") << step;
         ASSERT_EQ(notHeld(planes.real), "") << step;
     }
     // A trunk and its member are one port of the bridge, whose reflected frames are not held.
     planes.real.addOneWay(planes.real.state, portOf(TRUNK), portOf(PORTS), {});
     EXPECT_TRUE(passes(planes.real, TRUNK, TRUNK, 0));
+}
+
+// Commands of a turn are answered before the kernel has heard of all of them.
+TEST(LinuxFilter, TellsWhatTheKernelRefusesBehindTheAnswers) {
+    if (const std::string problem = enterNetwork(); !problem.empty()) SKIP_FOR(problem);
+    TwoPlanes planes;
+    const Plane& plane = planes.real;
+    ASSERT_EQ(startLinuxPlane(plane, {}), "");
+    const auto names = [](std::string_view text, uint32_t port) {
+        return text.find(gDevices[port] + std::string(8, '\0')) != std::string_view::npos;
+    };
+    const auto turn = [&](bool add) {
+        plane.begin(plane.state);
+        const uint32_t before = gSent;
+        for (const uint32_t port : {2U, 3U, 4U}) {
+            EXPECT_EQ(add ? plane.addTwoWay(plane.state, portOf(1), portOf(port), {})
+                          : plane.deleteTwoWay(plane.state, 1, port),
+                      0);
+        }
+        plane.end(plane.state);
+        return gSent - before;
+    };
+    const auto entries = [&](const std::string& state) {
+        std::string text;
+        plane.inspect(plane.state, text);
+        return std::ranges::count_if(split(text, '\n'), [&](const std::string& line) {
+            return line.find(" state=" + state) != std::string::npos;
+        });
+    };
+    turn(true);
+    EXPECT_EQ(turn(false), 2U);
+    EXPECT_EQ(turn(true), 2U);
+    turn(false);
+    plane.begin(plane.state);
+    gRefused = [](auto) { return true; };
+    EXPECT_EQ(plane.addTwoWay(plane.state, portOf(1), portOf(2), {}), ENOMEM);
+    plane.end(plane.state);
+    gRefused = [&](std::string_view text) { return names(text, 3) && names(text, 4); };
+    turn(true);
+    EXPECT_EQ(entries("held"), 6);
+    gRefused = [&](std::string_view text) { return names(text, 4); };
+    turn(false);
+    EXPECT_EQ(entries("left-over"), 2);
+    EXPECT_FALSE(passes(plane, 1, 4, 0));
+    gRefused = nullptr;
+    uint64_t changed = 0;
+    EXPECT_EQ(plane.sweep(plane.state, changed), 0);
+    EXPECT_EQ(changed, 2U);
+    gRefused = [&](std::string_view text) { return names(text, 4); };
+    turn(true);
+    EXPECT_EQ(entries("missing"), 2);
+    EXPECT_TRUE(passes(plane, 1, 4, 0));
+    gRefused = nullptr;
+    EXPECT_EQ(plane.restore(plane.state, changed), 0);
+    EXPECT_EQ(entries("held"), 6);
 }
 
 // What happens right after the devices were listed waits in the subscription.

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "common/bytes.h"
+#include "host/board/plane_turn.h"
 #include "wire/records.h"
 #include "wire/status.h"
 
@@ -60,6 +61,7 @@ int32_t isolate(Board& board, const Interface& src, const AttrSetRecord* record)
     if (dst == nullptr) return STATUS_NOT_FOUND;
 
     const Plane& plane = board.plane;
+    joinTurn(board);
     if (!command->add) {
         const auto remove = command->twoWay ? plane.deleteTwoWay : plane.deleteOneWay;
         return remove(plane.state, src.number, data.dstIfUnit);
@@ -77,5 +79,6 @@ int32_t setPonIsolation(Board& board, uint32_t vid, const DataDesc* data) {
     }
     const uint8_t state = static_cast<const PonIsolateCmdData*>(data->data)->state;
     if (state != PON_ISOLATION_ON && state != PON_ISOLATION_OFF) return STATUS_BAD_LENGTH;
+    joinTurn(board);
     return board.plane.setPon(board.plane.state, vid, state == PON_ISOLATION_ON, presentSlots(board));
 }

@@ -9,6 +9,7 @@
 
 #include "common/text.h"
 #include "host/linux/linux_reconcile.h"
+#include "host/linux/linux_turn.h"
 #include "host/linux/nft_filter.h"
 #include "host/services/logging.h"
 
@@ -107,6 +108,7 @@ void inspectElements(const LinuxPlane& plane, std::string& text) {
 bool linuxForwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t vid,
                    std::string& reason) {
     LinuxPlane& plane = linuxPlane(state);
+    flushTurn(plane);
     if (plane.failure != 0 || refreshIfChanged(plane) != 0 || isUncertain(plane)) return true;
     const std::string cause = causeOf(plane, src, dst, vid);
     if (cause.empty()) return true;
@@ -133,6 +135,7 @@ PlaneCounters linuxCounters(void* state) {
 
 void linuxInspect(void* state, std::string& text) {
     LinuxPlane& plane = linuxPlane(state);
+    flushTurn(plane);
     const int problem = plane.failure != 0 ? plane.failure : refresh(plane);
     constexpr const char* CONDITIONS[] = {"ready", "gone", "changed", "changed"};
     const char* condition = problem != 0 ? "failed" : CONDITIONS[static_cast<size_t>(plane.damage)];

@@ -7,6 +7,7 @@
 #include "host/linux/linux_inspect.h"
 #include "host/linux/linux_reconcile.h"
 #include "host/linux/linux_state.h"
+#include "host/linux/linux_turn.h"
 #include "host/services/logging.h"
 #include "wire/status.h"
 
@@ -45,7 +46,7 @@ int32_t exchange(LinuxPlane& plane, const std::vector<FilterElement>& now,
     FilterChange change;
     for (const FilterElement& element : now) want(plane, element, change);
     for (const FilterElement& element : before) unwant(plane, element, change);
-    return commitChange(plane, change);
+    return commitInTurn(plane, change);
 }
 
 std::vector<FilterElement> entryElements(const LinuxPlane& plane, bool twoWay, PortPair pair,
@@ -56,14 +57,15 @@ std::vector<FilterElement> entryElements(const LinuxPlane& plane, bool twoWay, P
 // What the entries of an interface make up.
 std::vector<FilterElement> elementsOf(const LinuxPlane& plane, uint32_t ifUnit) {
     std::vector<FilterElement> elements;
-    for (const bool twoWay : {true, false}) {
-        const auto& pairs = twoWay ? plane.twoWayOf : plane.oneWayOf;
-        const auto own = pairs.find(ifUnit);
-        if (own == pairs.end()) continue;
-        for (const PortPair pair : own->second) {
-            const auto made =
-                entryElements(plane, twoWay, pair, (twoWay ? plane.twoWay : plane.oneWay).at(pair));
-            elements.insert(elements.end(), made.begin(), made.end());
+    for (const auto& [other, device] : plane.devices) {
+        for (const PortPair pair : {pairOf(ifUnit, other), pairOf(other, ifUnit)}) {
+            for (const bool twoWay : {true, false}) {
+                const PlaneEntries& entries = twoWay ? plane.twoWay : plane.oneWay;
+                const auto entry = entries.find(pair);
+                if (entry == entries.end()) continue;
+                const auto made = entryElements(plane, twoWay, pair, entry->second);
+                elements.insert(elements.end(), made.begin(), made.end());
+            }
         }
     }
     return elements;
@@ -72,18 +74,19 @@ std::vector<FilterElement> elementsOf(const LinuxPlane& plane, uint32_t ifUnit) 
 // The device of an interface that is, or may be, part of entries. What belongs to it moves, in one
 // transaction, and nothing else.
 int32_t setDevice(LinuxPlane& plane, uint32_t ifUnit, const std::string& device) {
-    const auto [known, added] = plane.devices.try_emplace(ifUnit, device);
-    if (added || known->second == device) return 0;
+    const auto [known, added] = plane.devices.try_emplace(ifUnit, PlaneDevice{device});
+    if (added || known->second.name == device) return 0;
     const std::vector<FilterElement> before = elementsOf(plane, ifUnit);
-    known->second = device;
+    known->second.name = device;
     return exchange(plane, elementsOf(plane, ifUnit), before);
 }
 
-void noteEntry(LinuxPlane& plane, bool twoWay, PortPair pair, bool there) {
-    auto& pairs = twoWay ? plane.twoWayOf : plane.oneWayOf;
+// A device without entries need not be known.
+void countEntry(LinuxPlane& plane, PortPair pair, int32_t more) {
     for (const uint32_t ifUnit : {sourceOf(pair), targetOf(pair)}) {
-        if (there) pairs[ifUnit].insert(pair);
-        if (!there && pairs[ifUnit].erase(pair) != 0 && pairs[ifUnit].empty()) pairs.erase(ifUnit);
+        const auto device = plane.devices.find(ifUnit);
+        device->second.entries += static_cast<uint32_t>(more);
+        if (device->second.entries == 0) plane.devices.erase(device);
     }
 }
 
@@ -103,10 +106,11 @@ int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const Pla
     const int32_t problem = exchange(plane, now, before);
     // The daemon keeps a one-way pair whose isolation was refused: it stays asked for, and is missing.
     if (problem == 0 || !twoWay) {
+        countEntry(plane, pair, former == entries.end() ? 1 : 0);
         entries[pair] = isolation;
-        noteEntry(plane, twoWay, pair, true);
         return problem;
     }
+    countEntry(plane, pair, 0);
     FilterChange undone;
     for (const FilterElement& element : before) want(plane, element, undone);
     for (const FilterElement& element : now) unwant(plane, element, undone);
@@ -122,9 +126,9 @@ int32_t deleteEntry(LinuxPlane& plane, PlaneEntries& entries, PlaneEntries::cons
     for (const FilterElement& element : entryElements(plane, twoWay, entry->first, entry->second)) {
         unwant(plane, element, change);
     }
-    noteEntry(plane, twoWay, entry->first, false);
+    countEntry(plane, entry->first, -1);
     entries.erase(entry);
-    return commitChange(plane, change);
+    return commitInTurn(plane, change);
 }
 
 int32_t addTwoWay(void* state, const PlanePort& src, const PlanePort& dst, const PlaneIsolation& isolation) {
@@ -162,7 +166,7 @@ int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>
             if (former) change.add.push_back(element);
             if (!former) want(plane, element, change);
         }
-        const int problem = commitChange(plane, change);
+        const int32_t problem = commitInTurn(plane, change);
         if (problem == 0) plane.ponOff.insert(number);
         FilterChange undone;
         for (const FilterElement& element : elements) {
@@ -175,7 +179,7 @@ int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>
     } else if (plane.held.contains(elements.front())) {
         change.del.push_back(elements.front());
     }
-    return counted(plane, commitChange(plane, change));
+    return counted(plane, commitInTurn(plane, change));
 }
 
 void freshCard(void*, uint32_t) {}
@@ -183,7 +187,8 @@ void freshCard(void*, uint32_t) {}
 int32_t sweep(void* state, uint64_t& changed) {
     LinuxPlane& plane = linuxPlane(state);
     changed = 0;
-    const int problem = plane.failure != 0 ? plane.failure : refresh(plane);
+    flushTurn(plane);
+    const int problem = plane.failure != 0 ? plane.failure : refreshIfChanged(plane);
     if (problem != 0) return problem;
     std::vector<FilterElement> leftOver;
     for (const auto& [element, counter] : plane.held) {
@@ -195,6 +200,7 @@ int32_t sweep(void* state, uint64_t& changed) {
 int32_t restore(void* state, uint64_t& changed) {
     LinuxPlane& plane = linuxPlane(state);
     changed = 0;
+    flushTurn(plane);
     int problem = plane.failure != 0 ? plane.failure : refresh(plane);
     const size_t parts = plane.differences.size();
     if (problem == 0 && parts != 0) problem = layLayout(plane, plane.layout);
@@ -205,6 +211,14 @@ int32_t restore(void* state, uint64_t& changed) {
         if (!plane.held.contains(element)) missing.push_back(element);
     }
     return commitElements(plane, true, missing, changed);
+}
+
+void begin(void* state) {
+    beginTurn(linuxPlane(state));
+}
+
+void end(void* state) {
+    closeTurn(linuxPlane(state));
 }
 
 void destroy(void* state) {
@@ -220,6 +234,8 @@ Plane createLinuxPlane() {
         .name = "linux",
         .state = new LinuxPlane,
         .destroy = destroy,
+        .begin = begin,
+        .end = end,
         .addTwoWay = addTwoWay,
         .deleteTwoWay = deleteTwoWay,
         .addOneWay = addOneWay,
@@ -252,7 +268,10 @@ std::string startLinuxPlane(const Plane& handle, const LinuxPlaneStart& start) {
 
 int32_t renameLinuxPort(const Plane& handle, uint32_t ifUnit, const std::string& device) {
     LinuxPlane& plane = linuxPlane(handle.state);
-    return plane.devices.contains(ifUnit) ? setDevice(plane, ifUnit, device) : 0;
+    if (!plane.devices.contains(ifUnit)) return 0;
+    const int32_t problem = setDevice(plane, ifUnit, device);
+    flushTurn(plane);
+    return problem;
 }
 
 void setLinuxVlans(const Plane& handle, const BridgeVlans& vlans) {

@@ -35,10 +35,11 @@ void takeOver(LinuxPlane& plane, const FilterChange& change) {
     }
     for (const FilterElement& element : change.add) {
         plane.heldOf[static_cast<size_t>(element.kind)] += plane.held.try_emplace(element).second ? 1 : 0;
+        size_t& strangers = plane.heldOf[static_cast<size_t>(FilterKind::strange)];
+        if (strangers == 0 || !isVerdictKind(element.kind)) continue;
         FilterElement strange = element;
         strange.kind = FilterKind::strange;
-        if (!isVerdictKind(element.kind)) continue;
-        plane.heldOf[static_cast<size_t>(strange.kind)] -= plane.held.erase(strange);
+        strangers -= plane.held.erase(strange);
     }
     if (plane.lost.empty()) return;
     compareElements(plane, plane.held);
@@ -93,7 +94,7 @@ int readKernel(LinuxPlane& plane) {
     if (problem == 0) problem = readContent(plane.filter, found, plane.pon);
     if (problem == 0) problem = readElements(plane.filter, held, plane.marksMoved);
     if (problem != 0) return problem;
-    plane.held.swap(held);
+    std::swap(plane.held, held);
     countHeld(plane);
     plane.exchanges = standsOtherwise(plane.filter, found);
     plane.differences = contentDifferences(plane.laid, found);
@@ -127,7 +128,7 @@ int putBack(LinuxPlane& plane) {
         return layWith(plane, plane.layout, rawWhole(plane.filter, all), LayMode::exchange);
     }
     const bool atOnce = fits(plane, change.add.size());
-    const RawChange raw = atOnce ? rawChange(plane.filter, plane.held, change) : RawChange{};
+    const RawChange raw = atOnce ? rawChange(plane.filter, plane.held, plane.heldOf, change) : RawChange{};
     int problem = parts ? layWith(plane, plane.layout, raw, LayMode::keep) : 0;
     if (problem == 0 && !parts && atOnce) problem = changeElements(plane.filter, raw);
     uint64_t changed = 0;
@@ -197,16 +198,19 @@ int refreshIfChanged(LinuxPlane& plane) {
     return refresh(plane);
 }
 
+int commitOnce(LinuxPlane& plane, const FilterChange& change) {
+    const RawChange raw = rawChange(plane.filter, plane.held, plane.heldOf, change);
+    const int problem = raw.add.empty() && raw.del.empty() ? 0 : commitRaw(plane, raw);
+    if (problem == 0) takeOver(plane, change);
+    return problem;
+}
+
 int commitChange(LinuxPlane& plane, const FilterChange& change) {
     int problem = plane.failure;
     for (int i = 0; i < COMMIT_TRIES && plane.failure == 0; ++i) {
-        const RawChange raw = rawChange(plane.filter, plane.held, change);
-        problem = raw.add.empty() && raw.del.empty() ? 0 : commitRaw(plane, raw);
-        if (problem == 0) {
-            takeOver(plane, change);
-            return 0;
-        }
-        // When it was refused for what others have done, it is made again for what stands there now.
+        problem = commitOnce(plane, change);
+        if (problem == 0) return 0;
+        // It is made again for what stands there now.
         const uint32_t before = plane.generation;
         if (refresh(plane) != 0 || plane.generation == before) return problem;
     }

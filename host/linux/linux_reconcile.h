@@ -23,7 +23,9 @@ void unwant(LinuxPlane& plane, const FilterElement& element, FilterChange& chang
 int refresh(LinuxPlane& plane);
 int refreshIfChanged(LinuxPlane& plane);
 
-// One transaction: all of it or nothing. What others have taken away meanwhile is not missed.
+// One transaction: all of it or nothing.
+int commitOnce(LinuxPlane& plane, const FilterChange& change);
+// The same, tried again when it was refused for what others have done meanwhile.
 int commitChange(LinuxPlane& plane, const FilterChange& change);
 // Adds, or deletes, any number of elements in transactions of a size that a socket takes; `changed` counts
 // those that were committed.

@@ -23,17 +23,18 @@ std::string_view deviceText(const std::array<char, FILTER_DEVICE_SIZE>& device) 
 }
 
 std::vector<FilterElement> twoWayElements(const LinuxPlane& plane, PortPair pair, uint16_t vid) {
-    const std::string& src = plane.devices.at(sourceOf(pair));
-    const std::string& dst = plane.devices.at(targetOf(pair));
+    const std::string& src = plane.devices.at(sourceOf(pair)).name;
+    const std::string& dst = plane.devices.at(targetOf(pair)).name;
     std::vector<FilterElement> elements;
+    elements.reserve(2);
     appendDirection(src, dst, vid, elements);
     appendDirection(dst, src, vid, elements);
     return elements;
 }
 
 std::vector<FilterElement> oneWayElements(const LinuxPlane& plane, PortPair pair) {
-    const std::string& src = plane.devices.at(sourceOf(pair));
-    const std::string& dst = plane.devices.at(targetOf(pair));
+    const std::string& src = plane.devices.at(sourceOf(pair)).name;
+    const std::string& dst = plane.devices.at(targetOf(pair)).name;
     if (src == dst) return {};
     return {filterElement(FilterKind::oneWay, src, dst, 0)};
 }

@@ -7,7 +7,6 @@
 // The board's lock is held for all of it.
 #pragma once
 
-#include <array>
 #include <cerrno>
 #include <deque>
 #include <map>
@@ -24,7 +23,10 @@
 #include "host/planes/plane_entries.h"
 
 // How often each element is needed.
-using Wanted = std::unordered_map<FilterElement, uint32_t, FilterElementHash>;
+using Wanted = SpreadMap<FilterElement, uint32_t, FilterElementHash>;
+
+// Whether commands are being gathered; `begun`: from the next one on.
+enum class PlaneTurn : uint8_t { none, begun, gathers };
 
 // `gone`: nothing of the table is in force. `parts`: nobody knows what is. `elements`: what is held is.
 enum class TableDamage : uint8_t { none, gone, parts, elements };
@@ -39,6 +41,12 @@ struct HealingState {
     std::string by;  // who was at it last, where it is known
 };
 
+// The kernel's name of an interface, and of how many entries it is a part.
+struct PlaneDevice {
+    std::string name;
+    uint32_t entries = 0;
+};
+
 struct LinuxPlane {
     Filter filter;
     int failure = ENOTCONN;  // 0 once the table was laid; else why it could not be
@@ -48,17 +56,18 @@ struct LinuxPlane {
     // What was asked for, and the elements that make it up, each with how often it is needed.
     PlaneEntries twoWay;
     PlaneEntries oneWay;
-    std::unordered_map<uint32_t, std::set<PortPair>> twoWayOf;  // by interface
-    std::unordered_map<uint32_t, std::set<PortPair>> oneWayOf;
-    std::unordered_map<uint32_t, std::string> devices;
+    std::unordered_map<uint32_t, PlaneDevice> devices;  // by interface
     std::set<std::string> access;
     std::set<uint16_t> ponOff;
     Wanted wanted;
 
+    PlaneTurn turn = PlaneTurn::none;
+    std::unordered_set<FilterElement, FilterElementHash> gathered;  // the kernel has not heard of these yet
+
     // What the kernel held when the filter was at this generation. A later one means that somebody else has
     // changed the filter, this table or another.
     FilterElements held;
-    std::array<size_t, static_cast<size_t>(FilterKind::strange) + 1> heldOf = {};  // how many, by kind
+    KindCounts heldOf = {};
     uint32_t generation = 0;
     bool marksMoved = false;  // what names VLANs stands under another frame mark
     bool exchanges = false;   // a table of another kind stands there

@@ -11,6 +11,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <unordered_map>
 
 namespace {
 
@@ -48,11 +49,11 @@ FilterElement pairElement(FilterKind kind, const FilterElement& pair) {
     return element;
 }
 
-// All that needs the pair of this element.
-uint8_t needsHeld(const FilterElements& held, const FilterElement& pair) {
+// All that needs the pair of this element. `any`: kinds of which there is one.
+uint8_t needsHeld(const FilterElements& held, const FilterElement& pair, uint8_t any = UINT8_MAX) {
     uint8_t needs = 0;
     for (const auto& one : PAIR_NEEDS) {
-        if (held.contains(pairElement(one.kind, pair))) needs |= one.need;
+        if ((any & one.need) != 0 && held.contains(pairElement(one.kind, pair))) needs |= one.need;
     }
     return needs;
 }
@@ -303,8 +304,13 @@ bool isVerdictKind(FilterKind kind) {
     return needOf(kind) != 0;
 }
 
-RawChange rawChange(const Filter& filter, const FilterElements& held, const FilterChange& change) {
+RawChange rawChange(const Filter& filter, const FilterElements& held, const KindCounts& heldOf,
+                    const FilterChange& change) {
     RawChange raw;
+    uint8_t any = 0;
+    for (const auto& one : PAIR_NEEDS) {
+        if (heldOf[static_cast<size_t>(one.kind)] != 0) any |= one.need;
+    }
     struct Needs {
         uint8_t before, after;
         bool added;
@@ -312,7 +318,7 @@ RawChange rawChange(const Filter& filter, const FilterElements& held, const Filt
     std::unordered_map<FilterElement, Needs, FilterElementHash> pairs;
     const auto needsIn = [&](const FilterElement& element) -> Needs& {
         const auto [pair, made] = pairs.try_emplace(pairElement(FilterKind::within, element));
-        if (made) pair->second.before = pair->second.after = needsHeld(held, element);
+        if (made) pair->second.before = pair->second.after = needsHeld(held, element, any);
         return pair->second;
     };
     for (const FilterElement& element : change.del) {
@@ -346,7 +352,7 @@ RawChange rawChange(const Filter& filter, const FilterElements& held, const Filt
 RawChange rawWhole(const Filter& filter, const FilterElements& elements) {
     FilterChange all;
     for (const auto& [element, counter] : elements) all.add.push_back(element);
-    RawChange raw = rawChange(filter, {}, all);
+    RawChange raw = rawChange(filter, {}, {}, all);
     for (RawElement& one : raw.add) {
         if (!shapeOf(one.set).counts) continue;
         const bool pair = one.set == FilterSet::pairs;

@@ -14,12 +14,12 @@
 #include <iterator>
 #include <string_view>
 #include <type_traits>
-#include <unordered_map>
 #include <vector>
 
 #include "host/linux/nft_content.h"
 #include "host/linux/nft_transaction.h"
 #include "host/planes/frame_mark.h"
+#include "host/planes/spread_map.h"
 
 inline constexpr size_t FILTER_DEVICE_SIZE = 16;  // bytes of a device's name, zeros behind it
 
@@ -63,7 +63,10 @@ struct FilterElementHash {
 
 // With what each has counted: only what is asked for counts, and of a pair that is needed both ways and one
 // way the former.
-using FilterElements = std::unordered_map<FilterElement, FilterCounter, FilterElementHash>;
+using FilterElements = SpreadMap<FilterElement, FilterCounter, FilterElementHash>;
+
+// How many there are of each kind.
+using KindCounts = std::array<size_t, static_cast<size_t>(FilterKind::strange) + 1>;
 
 enum class FilterSet : uint8_t { pairs, vlanPairs, vlanPorts, access, openVlans, tags, pvids };
 
@@ -128,9 +131,11 @@ struct RawChange {
     bool news = false;  // it is a transaction to the kernel, which takes what is there already for nothing
 };
 
-// What a change of needs is to the kernel that holds `held`. What is not there is not deleted; what is there
-// already is added again, so that it holds where somebody else has taken it away unseen.
-RawChange rawChange(const Filter& filter, const FilterElements& held, const FilterChange& change);
+// What a change of needs is to the kernel that holds `held`, of each kind as many as `heldOf` says. What is
+// not there is not deleted; what is there already is added again, so that it holds where somebody else has
+// taken it away unseen.
+RawChange rawChange(const Filter& filter, const FilterElements& held, const KindCounts& heldOf,
+                    const FilterChange& change);
 // All of these, to a kernel that holds nothing, with what they have counted.
 RawChange rawWhole(const Filter& filter, const FilterElements& elements);
 void appendElements(Batch& batch, const RawChange& change);

@@ -49,6 +49,10 @@ struct Plane {
     const char* name;
     void* state;                   // the plane's own, for its functions
     void (*destroy)(void* state);  // the last call
+    // The commands between the two belong together: a plane may put them in force as late as `end`, which
+    // reports what could not be, and shows it as missing or left over.
+    void (*begin)(void* state);
+    void (*end)(void* state);
     // Two-way isolations are held by the two ports in the order of the add. An add of ports that are held
     // already replaces the entry. A delete takes the entry of exactly its ports, else that of the ports in
     // reverse.

@@ -3,14 +3,14 @@
 
 #include <cstdint>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "host/planes/plane.h"
+#include "host/planes/spread_map.h"
 
 using PortPair = uint64_t;  // source in the upper half
 // Two-way isolations by the two ports in the order of the add, one-way ones by source and target.
-using PlaneEntries = std::unordered_map<PortPair, PlaneIsolation>;
+using PlaneEntries = SpreadMap<PortPair, PlaneIsolation>;
 
 inline PortPair pairOf(uint32_t src, uint32_t dst) {
     return static_cast<uint64_t>(src) << 32 | dst;

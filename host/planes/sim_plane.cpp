@@ -25,6 +25,8 @@ void destroy(void* state) {
     delete static_cast<SimPlane*>(state);
 }
 
+void atOnce(void*) {}
+
 int32_t counted(SimPlane& plane, bool accepted) {
     ++(accepted ? plane.accepted : plane.refused);
     return accepted ? 0 : STATUS_NOT_FOUND;
@@ -168,6 +170,8 @@ Plane createSimPlane() {
         .name = "sim",
         .state = new SimPlane,
         .destroy = destroy,
+        .begin = atOnce,
+        .end = atOnce,
         .addTwoWay = addTwoWay,
         .deleteTwoWay = deleteTwoWay,
         .addOneWay = addOneWay,

@@ -13,12 +13,16 @@
 #include <string>
 
 #include "host/services/fault_report.h"
+#include "host/services/turns.h"
 #include "platform/services.h"
 
 namespace {
 
 constexpr size_t STACK_RESERVE = 256 * 1024;
 constexpr size_t TASK_NAME_MAX = 15;
+
+void (*gTurnsEnd)() = nullptr;
+thread_local bool tInTurn = false;
 
 struct BinarySem {
     std::mutex lock;  // guards what follows
@@ -56,6 +60,14 @@ void* runTask(void* argument) {
 
 }  // namespace
 
+bool inTurn() {
+    return tInTurn;
+}
+
+void atTurnsEnd(void (*work)()) {
+    gTurnsEnd = work;
+}
+
 SilSem silCreateBSem(uint32_t, uint32_t available) {
     auto* sem = new (std::nothrow) BinarySem;
     if (sem != nullptr && available == 0) sem->nextTicket = 1;
@@ -74,11 +86,14 @@ int32_t silTakeSem(SilSem handle, int32_t wait) {
     const uint64_t ticket = sem.nextTicket++;
     sem.turn.wait(guard, [&] { return sem.serving == ticket; });
     sem.holder = pthread_self();
+    tInTurn = true;
     return 0;
 }
 
 int32_t silGiveSem(SilSem handle) {
     if (handle == nullptr) return -1;
+    if (tInTurn && gTurnsEnd != nullptr) gTurnsEnd();
+    tInTurn = false;
     auto& sem = *static_cast<BinarySem*>(handle);
     std::lock_guard guard(sem.lock);
 #ifndef NDEBUG

@@ -8,10 +8,12 @@
 #include "host/board/board_control.h"
 #include "host/board/journal.h"
 #include "host/board/peer_link.h"
+#include "host/board/plane_turn.h"
 #include "host/board/this_board.h"
 #include "host/services/logging.h"
 #include "host/services/options.h"
 #include "host/services/privileges.h"
+#include "host/services/turns.h"
 #include "host/sockets/listening.h"
 #include "host/sockets/run_folder.h"
 #include "host/sockets/shell.h"
@@ -74,6 +76,7 @@ int32_t procShellInit(const char*, uint32_t, uint32_t) {
     if (control < 0) refuseStart();
     readConfiguration(arguments);
     adoptPorts();
+    atTurnsEnd(endTurn);
     reserveMemory();
     if (startProcessShell(shell) != 0 || startBoardControl(control) != 0) refuseStart();
     openBoardJournal();
