@@ -5,6 +5,7 @@
 
 #include <chrono>
 
+#include "common/local_socket.h"
 #include "dice.h"
 #include "e2e.h"
 #include "platform/route_messages.h"
@@ -275,3 +276,24 @@ TEST_F(Hostile, RequestsEventsAndPrintoutsAtOnceAreAllAnswered) {
 }
 
 }  // namespace
+
+// Anybody may be the first to make a socket of that name in /tmp.
+TEST_F(EndToEnd, AServerOfAnotherUserIsNotBelieved) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can serve as another user";
+    constexpr uid_t OTHER = 65534;
+    sockaddr_un address = {};
+    ASSERT_TRUE(fillLocalAddress(root + COMMAND_SOCKET_PATH, address));
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(seteuid(OTHER), 0);
+    EXPECT_EQ(listen(listener, 8), 0);
+    ASSERT_EQ(seteuid(0), 0);
+    const Outcome refused = ctl("group list");
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_NE(refused.err.find("served by user 65534"), std::string::npos) << refused.err;
+    // The daemon's user is the one whose folder its other sockets are in.
+    std::filesystem::create_directories(root + RUN_FOLDER);
+    ASSERT_EQ(chown((root + RUN_FOLDER).c_str(), OTHER, OTHER), 0);
+    EXPECT_NE(ctl("--timeout 0.1 group list").err.find("no answer in time"), std::string::npos);
+    close(listener);
+}

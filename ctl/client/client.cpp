@@ -1,5 +1,10 @@
 #include "ctl/client/client.h"
 
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "wire/framing.h"
 #include "wire/status.h"
 
@@ -16,6 +21,28 @@ bool takeBlock(std::string_view& rest, std::string& block) {
     block.assign(rest.substr(0, length));
     rest.remove_prefix(length);
     return true;
+}
+
+// Anybody may make a socket of this name in /tmp. The folder of the daemon's other sockets is its user's, and
+// nobody but root could make it.
+bool isDaemons(Stream& stream, const std::string& root) {
+    ucred server = {};
+    socklen_t length = sizeof(server);
+    struct stat folder = {};
+    if (getsockopt(stream.fd, SOL_SOCKET, SO_PEERCRED, &server, &length) != 0) return true;
+    const bool daemons = stat((root + RUN_FOLDER).c_str(), &folder) == 0 && server.uid == folder.st_uid;
+    if (daemons || server.uid == 0 || server.uid == geteuid()) return true;
+    streamClose(stream);
+    stream.failure = fmt::format(
+        "it is served by user {}, who is neither root nor the daemon's user: remove it and restart the "
+        "daemon",
+        server.uid);
+    return false;
+}
+
+bool connectToDaemon(Stream& stream, const std::string& root, int64_t timeoutMs) {
+    if (stream.fd >= 0) return true;
+    return streamConnect(stream, root + COMMAND_SOCKET_PATH, timeoutMs) && isDaemons(stream, root);
 }
 
 }  // namespace
@@ -50,7 +77,7 @@ std::optional<Reply> decodeReply(std::string_view body) {
 
 std::optional<Reply> commandExchange(Stream& stream, const std::string& root, const Request& request,
                                      int64_t timeoutMs) {
-    if (stream.fd < 0 && !streamConnect(stream, root + COMMAND_SOCKET_PATH, timeoutMs)) return {};
+    if (!connectToDaemon(stream, root, timeoutMs)) return {};
     const std::string frame = encodeRequest(request);
     if (!streamSend(stream, frame.data(), frame.size(), timeoutMs)) return {};
     const int64_t deadline = deadlineAfter(timeoutMs);

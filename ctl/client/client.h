@@ -32,7 +32,7 @@ std::string encodeRequest(const Request& request);
 std::optional<Reply> decodeReply(std::string_view body);
 
 // Sends one request and waits for its reply, connecting to the command socket below `root` first where
-// needed. Nothing, with stream.failure set,
-// when the daemon cannot be reached, does not answer in time or breaks the format.
+// needed. Nothing, with stream.failure set, when the daemon cannot be reached, is served by a user who is not
+// the daemon's, does not answer in time or breaks the format.
 std::optional<Reply> commandExchange(Stream& stream, const std::string& root, const Request& request,
                                      int64_t timeoutMs);
