@@ -46,7 +46,7 @@ fi
 packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian mandoc iproute2 nftables spin)
 [ $lint = no ] || packages+=(clang-format clang-tidy libbenchmark-dev)
 [ $cross = no ] || packages+=(g++-{powerpc,s390x,aarch64}-linux-gnu qemu-user googletest)
-[ $kernel = no ] || packages+=(libteam-utils "${KERNEL_VM_PACKAGES[@]}")
+[ $kernel = no ] || packages+=(libteam-utils systemd "${KERNEL_VM_PACKAGES[@]}")
 [ "$mutants" -eq 0 ] || packages+=(python3)
 need_packages "${packages[@]}"
 # The package of the 32-bit compiler is named after the version of the installed compiler.
@@ -133,6 +133,16 @@ demo_cut_short() {
     [ -z "$left" ] || { echo "left behind: $left"; return 1; }
 }
 
+# boot_package SUITE: the package on a machine that boots by systemd, with the kernel of this release or another.
+boot_package() {
+    local folder=$top/build-test/package package
+    rm -rf "$folder"
+    cpack --config "$top/build-test/CPackConfig.cmake" -G DEB -B "$folder" || return 1
+    package=$(echo "$folder"/*.deb)
+    "$top/scripts/kernel_vm.sh" ${1:+-k "$1"} -b "$top/tests/boot_test.sh prepare $package" \
+        "$top/tests/boot_test.sh" check "$package"
+}
+
 say "building and testing"
 bench=OFF
 [ $lint = no ] || bench=ON
@@ -165,6 +175,7 @@ if [ $kernel = yes ]; then
     for suite in "" trixie; do
         check "bridges, bonds, teams and VLANs${suite:+ under the kernel of $suite}" env PORTISOLATE_TESTS_UNSKIPPED=1 \
             "$top/scripts/kernel_vm.sh" ${suite:+-k "$suite"} "$top/build-test/tests/linux_test"
+        check "boot, restart, upgrade, removal of the package${suite:+ under the kernel of $suite}" boot_package "$suite"
     done
 fi
 if [ $demo = yes ]; then
