@@ -271,6 +271,12 @@ TEST_F(LinuxPlaneTest, MissesNoPortWhenMessagesAreLost) {
 
 TEST_F(LinuxPlaneTest, SaysWhatItCannotDo) {
     build("plane linux\nbridge br7\n", {"p1", "p2"});
+    for (const char* said : {"publish reset", "fault clear"}) {
+        EXPECT_NE(askLine(BOARD_SOCKET_PATH, said).find("`laboratory`"), std::string::npos) << said;
+    }
+    stop();
+    board += "laboratory\n";
+    restart();
     EXPECT_NE(log().find("there is no bridge br7"), std::string::npos) << log();
     for (const std::string said : {"newlink nobody", "dellink nobody", "newlink 7 member-add nobody"}) {
         EXPECT_NE(askLine(BOARD_SOCKET_PATH, "publish " + said).find("no such interface: nobody"),

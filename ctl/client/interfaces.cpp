@@ -66,6 +66,13 @@ void forgetInterfaces(Session& session) {
     session.interfaces.clear();
 }
 
+bool isSimulated(Session& session) {
+    const std::vector<BoardInterface>& all = boardInterfaces(session);
+    return !all.empty() && std::all_of(all.begin(), all.end(), [](const BoardInterface& interface) {
+        return interface.device.empty();
+    });
+}
+
 const BoardInterface* findInterface(Session& session, uint32_t number) {
     for (const BoardInterface& interface : boardInterfaces(session)) {
         if (interface.number == number) return &interface;

@@ -23,6 +23,8 @@
 const std::vector<BoardInterface>& boardInterfaces(Session& session);
 // They are asked for anew the next time.
 void forgetInterfaces(Session& session);
+// Whether the board stands for no real one: none of its interfaces is a device of the kernel.
+bool isSimulated(Session& session);
 // Null where the board does not have it or cannot be asked.
 const BoardInterface* findInterface(Session& session, uint32_t number);
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/files.h"
+#include "ctl/client/interfaces.h"
 #include "ctl/client/matrix.h"
 #include "ctl/commands/matrix_svg.h"
 #include "ctl/commands/matrix_view.h"
@@ -26,7 +27,7 @@ const char* cellWord(char cell) {
 }
 
 // A line for each row and for each cell that is blocked in VLANs, below the field that they belong to.
-void printJson(const Matrix& matrix) {
+void printJson(const Matrix& matrix, bool simulated) {
     std::vector<std::string> rows, inVlans;
     for (size_t row = 0; row < matrix.names.size(); ++row) {
         const std::string& from = matrix.names[row];
@@ -43,7 +44,8 @@ void printJson(const Matrix& matrix) {
         jsonLines("{",
                   {jsonField("vlan", jsonText(matrix.vlan)), jsonField("interfaces", jsonText(matrix.names)),
                    jsonField("rows", "[\n  " + joinWords(rows, ",\n  ") + "]"),
-                   jsonField("blockedInVlans", "[" + joinWords(inVlans, ",\n  ") + "]")},
+                   jsonField("blockedInVlans", "[" + joinWords(inVlans, ",\n  ") + "]"),
+                   jsonField("simulated", jsonText(simulated))},
                   "}"));
 }
 
@@ -79,10 +81,11 @@ Exit runMatrix(Session& session, const Invocation& invocation) {
     if (const std::string* path = fieldValue(invocation.options, "--svg")) {
         writeFile(*path, matrixSvg(matrix));
     } else if (session.json) {
-        printJson(matrix);
+        printJson(matrix, isSimulated(session));
     } else {
         for (const std::string& line : renderMatrix(matrix)) printLine(line);
         printLegend(matrix);
+        if (isSimulated(session)) printLine("The plane is simulated: it isolates no real port.");
     }
     return Exit::done;
 }
@@ -93,7 +96,8 @@ constexpr Command MATRIX_COMMANDS[] = {
      .help = "show who may talk to whom, as the hardware forwards",
      .example = "matrix --vlan 10",
      .run = runMatrix,
-     .json = "{vlan, interfaces, rows, blockedInVlans}: rows are {from, to: {NAME: forwards, blocked or "
+     .json = "{vlan, interfaces, rows, blockedInVlans, simulated}: rows are {from, to: {NAME: forwards, "
+             "blocked or "
              "partly}}, blockedInVlans are {from, to, vlans}"},
 };
 

@@ -78,7 +78,8 @@ struct Board {
     std::set<uint32_t> protocolVlans;
     uint32_t mode = 0;
 
-    uint32_t rejected = 0;  // lines of the description that were reported
+    bool laboratory = false;  // on a bridge: faults and forged events are taken
+    uint32_t rejected = 0;    // lines of the description that were reported
 };
 
 // The lock is held for all that follows.

@@ -112,6 +112,11 @@ std::string readHeal(Words& words, Description& description) {
     return {};
 }
 
+std::string readLaboratory(Words& words, Description& description) {
+    description.board.laboratory = words.size() == 1;
+    return words.size() == 1 ? "" : "expected: laboratory";
+}
+
 std::string readJournal(Words& words, Description& description) {
     if (words.size() != 2) return "expected: journal FILE";
     description.board.journalFile = words[1].starts_with('/') ? words[1] : "/" + words[1];
@@ -196,6 +201,7 @@ constexpr Statement STATEMENTS[] = {
     {"bridge", readBridge},
     {"access", readAccess},
     {"journal", readJournal},
+    {"laboratory", readLaboratory},
     {"frame-mark", readFrameMark},
     {"heal", readHeal},
     {"interface", readInterface},

@@ -130,11 +130,11 @@ constexpr Verb VERBS[] = {
     {"publish",
      "newlink IF [register] [join] [member-add IF]... [member-del IF]... | dellink IF | if-reset IF | reset "
      "| mode-refresh | serial-sync | card-up SLOT | raw GROUP HEX",
-     "publish an event without changing the board", publishVerb},
+     "publish an event without changing the board", publishVerb, nullptr, true},
     {"settle", "", "wait until all events are handled", settleVerb},
     {"saved", "", "know the ports that the saved configuration names, present or not", savedVerb},
     {"fault", "CALL NTH|every STATUS [if IF] [command NUMBER] | list | clear",
-     "make a call of the hardware layer fail", faultVerb},
+     "make a call of the hardware layer fail", faultVerb, nullptr, true},
     {"forward", "A B [VID]", "whether traffic from A reaches B", forwardVerb},
     {"matrix", "[VID]", "which interfaces reach one another: o yes, x no, p partly", matrixVerb},
     {"hardware", "", "the entries of the forwarding plane", hardwareVerb},
@@ -156,14 +156,22 @@ std::string helpVerb(Board&, const Words&, std::string& result) {
     return {};
 }
 
-std::string runVerb(Board& board, const Verb& verb, const Words& words, std::string& result) {
+// Why a board with a bridge does not take the verb, empty for nothing.
+std::string refusedOnBridge(Board& board, const Verb& verb) {
+    std::lock_guard guard(board.lock);
+    if (board.bridge.empty()) return {};
     if (verb.kernelCommand != nullptr) {
-        std::lock_guard guard(board.lock);
-        if (!board.bridge.empty()) {
-            return std::string("the kernel decides what is plugged here: ") + verb.kernelCommand;
-        }
+        return std::string("the kernel decides what is plugged here: ") + verb.kernelCommand;
     }
-    return verb.run(board, words, result);
+    if (!verb.laboratory || board.laboratory) return {};
+    return "this board isolates real ports: only with a line `laboratory` in board.conf are faults and "
+           "events "
+           "made up";
+}
+
+std::string runVerb(Board& board, const Verb& verb, const Words& words, std::string& result) {
+    const std::string refused = refusedOnBridge(board, verb);
+    return refused.empty() ? verb.run(board, words, result) : refused;
 }
 
 }  // namespace

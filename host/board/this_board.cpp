@@ -40,7 +40,8 @@ uint32_t loadBoard(PlaneKinds kinds) {
 
 void adoptPorts() {
     Board& board = theBoard();
-    if (board.follower != nullptr) board.follower->start(board);
+    if (board.follower != nullptr) return board.follower->start(board);
+    hostReport("the plane {} is simulated: it isolates no real port", board.plane.name);
 }
 
 void openBoardJournal() {

@@ -21,6 +21,7 @@ struct Verb {
     const char* help;
     VerbFunction run;
     const char* kernelCommand = nullptr;  // does it where the kernel decides what is plugged
+    bool laboratory = false;              // makes up what did not happen
 };
 
 inline std::string unknownInterface(const std::string& name) {

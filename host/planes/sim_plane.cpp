@@ -144,7 +144,7 @@ void inspectDirection(std::string& text, const char* kind, uint32_t src, uint32_
 // What a simulated plane was asked for is what is in force.
 void inspect(void* state, std::string& text) {
     const SimPlane& plane = simPlane(state);
-    text += "plane name=sim state=ready\n";
+    text += "plane name=sim state=ready\nnote the plane is simulated: it isolates no real port\n";
     for (const PortPair pair : sortedPairs(plane.twoWay)) {
         const uint32_t vid = plane.twoWay.at(pair).vid;
         inspectDirection(text, "bi", sourceOf(pair), targetOf(pair), vid);
