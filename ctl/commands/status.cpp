@@ -2,18 +2,26 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+
 #include "common/text.h"
+#include "ctl/client/happening.h"
 #include "ctl/client/interfaces.h"
 #include "ctl/client/peer.h"
 #include "ctl/client/plane.h"
 #include "ctl/configuration/comparison.h"
+#include "ctl/configuration/saved.h"
 #include "ctl/configuration/shortfall.h"
 #include "ctl/text/listing.h"
 
 namespace {
 
 constexpr char STATUS_DETAILS[] =
+    "  daemon   its version, and since when it runs\n"
     "  plane    the kind of the forwarding plane, and whether it holds all that it was asked for\n"
+    "  saved    whether all of the saved configuration is in force, or how much of it is pending\n"
     "  role     active, standby or single\n"
     "  peer     none: no peer board is described; unknown: nothing was handed to it yet; reached;\n"
     "           silent: it takes requests and does not answer; starved: this board has no descriptor for\n"
@@ -27,17 +35,70 @@ constexpr char UNCOMPARED[] = "unknown";
 constexpr char PEER_BACK[] = "back";
 constexpr char DIFFERENT[] = "the boards differ: `portisolatectl board compare` shows how";
 
+// Of the daemon, as the board knows it.
+struct About {
+    std::string version;
+    std::string since;  // local time
+    uint64_t refused = 0;
+};
+
 struct Status {
+    About about;
     PlaneReport plane;
+    bool saved = false;
+    std::vector<std::string> pending;
     std::string role;
     PeerLink link;
     std::string boards;  // empty: there is no peer
     std::vector<std::string> problems;
 };
 
-std::string planeText(const PlaneReport& plane) {
-    const size_t missing = countEntries(plane, PlaneEntryState::missing);
-    return missing == 0 ? plane.state : fmt::format("{}, {} missing", plane.state, missing);
+std::string timeText(const std::string& seconds) {
+    const size_t point = std::min(seconds.find('.'), seconds.size());
+    const auto when = static_cast<time_t>(std::strtoll(seconds.c_str(), nullptr, 10));
+    tm local{};
+    localtime_r(&when, &local);
+    char text[32];
+    std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
+    return text + seconds.substr(point);
+}
+
+About readAbout(Session& session) {
+    About about;
+    for (const std::string& line : askBoard(session, "about")) {
+        for (const std::string& word : splitWords(line)) {
+            const Field field = splitField(word);
+            if (field.name == "version") about.version = field.value;
+            if (field.name == "since" && isBoardNumber(field.value)) about.since = timeText(field.value);
+            if (field.name == "refused") about.refused = std::strtoull(field.value.c_str(), nullptr, 10);
+        }
+    }
+    return about;
+}
+
+std::string planeText(const Status& status) {
+    const PlaneReport& plane = status.plane;
+    std::string text = plane.state;
+    const auto add = [&text](uint64_t count, const char* what) {
+        if (count != 0) text += fmt::format(", {} {}", count, what);
+    };
+    add(countEntries(plane, PlaneEntryState::missing), "missing");
+    add(countEntries(plane, PlaneEntryState::leftOver), "left over");
+    add(plane.healed, "healed");
+    add(status.about.refused, "refused since the start");
+    return text;
+}
+
+std::string savedText(const Status& status) {
+    if (!status.pending.empty()) return fmt::format("{} pending", status.pending.size());
+    return status.saved ? "in force" : "nothing";
+}
+
+void readPending(Session& session, const Configuration& running, Status& status) {
+    const Saved saved = lookAtSaved(session);
+    status.saved = saved.there;
+    status.pending = pendingLines(session, saved, running);
+    for (const std::string& line : status.pending) status.problems.push_back("pending: " + line);
 }
 
 // Asks the peer board, too; that it does not answer is part of the status.
@@ -57,12 +118,21 @@ void comparePeer(Session& session, Status& status) {
 }
 
 Status readStatus(Session& session) {
-    Status status = {readPlane(session), readRole(session), readPeerLink(session), {}, {}};
+    Status status = {.about = readAbout(session),
+                     .plane = readPlane(session),
+                     .saved = false,
+                     .pending = {},
+                     .role = readRole(session),
+                     .link = readPeerLink(session),
+                     .boards = {},
+                     .problems = {}};
+    const Configuration running = readRunning(session);
+    readPending(session, running, status);
     if (!holdsAll(status.plane)) {
         status.problems.emplace_back(
             "the plane does not hold what it should: `portisolatectl plane show` tells more");
     }
-    const size_t narrow = findShortfalls(boardInterfaces(session), readRunning(session), status.plane).size();
+    const size_t narrow = findShortfalls(boardInterfaces(session), running, status.plane).size();
     if (narrow != 0) {
         status.problems.push_back(fmt::format(
             "{} {} isolated in fewer VLANs than asked for: `portisolatectl plane show` names them", narrow,
@@ -91,13 +161,26 @@ void printStatus(const Session& session, const Status& status) {
     if (session.json) {
         return printLine(jsonLines(
             "{",
-            {jsonField("plane", jsonText(status.plane.name)),
-             jsonField("state", jsonText(status.plane.state)), jsonField("role", jsonText(status.role)),
+            {jsonField("version", jsonText(status.about.version)),
+             jsonField("since", jsonText(status.about.since)),
+             jsonField("plane", jsonText(status.plane.name)),
+             jsonField("state", jsonText(status.plane.state)),
+             jsonField("notes", jsonText(status.plane.notes)),
+             jsonField("missing", jsonText(countEntries(status.plane, PlaneEntryState::missing))),
+             jsonField("leftOver", jsonText(countEntries(status.plane, PlaneEntryState::leftOver))),
+             jsonField("healed", jsonText(status.plane.healed)),
+             jsonField("refused", jsonText(status.about.refused)), jsonField("saved", jsonText(status.saved)),
+             jsonField("pending", jsonText(status.pending)), jsonField("role", jsonText(status.role)),
              jsonField("peer", jsonText(peerJson(status))), jsonField("problems", jsonText(status.problems))},
             "}"));
     }
     const std::string doubt = doubtText(status.link);
-    printLine(fmt::format("plane   {}, {}", safeText(status.plane.name), safeText(planeText(status.plane))));
+    printLine(fmt::format("daemon  {}, since {}", safeText(status.about.version), status.about.since));
+    printLine(fmt::format("plane   {}, {}", safeText(status.plane.name), safeText(planeText(status))));
+    for (const std::string& note : status.plane.notes) {
+        printLine("note    " + toned(Tone::warning, safeText(note)));
+    }
+    printLine("saved   " + savedText(status));
     printLine("role    " + safeText(status.role));
     printLine("peer    " + safeText(status.link.state) + (doubt.empty() ? "" : "; " + doubt));
     if (!status.boards.empty()) printLine("boards  " + status.boards);
@@ -114,12 +197,15 @@ Exit runStatus(Session& session, const Invocation&) {
 
 constexpr Command STATUS_COMMANDS[] = {
     {.object = "status",
-     .help = "show whether plane and peer board are as they should be",
+     .help = "show whether daemon, plane, saved configuration and peer board are as they should be",
      .example = "status",
      .run = runStatus,
      .details = STATUS_DETAILS,
-     .json = "{plane, state, role, peer, problems}: peer is null or {root, state, boards, answered, "
-             "differing, missed, lost, ended, waiting}, problems an array of sentences"},
+     .json =
+         "{version, since, plane, state, notes, missing, leftOver, healed, refused, saved, pending, role, "
+         "peer, problems}: since is local time, saved whether there is a saved configuration, peer is null "
+         "or {root, state, boards, answered, "
+         "differing, missed, lost, ended, waiting}, problems an array of sentences"},
 };
 
 }  // namespace

@@ -78,6 +78,7 @@ struct Board {
     std::set<uint32_t> protocolVlans;
     uint32_t mode = 0;
 
+    int64_t started = 0;      // milliseconds of the system's clock
     bool laboratory = false;  // on a bridge: faults and forged events are taken
     uint32_t rejected = 0;    // lines of the description that were reported
 };

@@ -44,6 +44,14 @@ std::string settleVerb(Board& board, const Words& words, std::string&) {
     return followed ? settle() : "the kernel's events were not handled in time";
 }
 
+std::string aboutVerb(Board& board, const Words& words, std::string& result) {
+    if (words.size() != 1) return WRONG_USE;
+    std::lock_guard guard(board.lock);
+    result = fmt::format("version={} since={}.{:03} refused={}\n", PORTISOLATE_VERSION, board.started / 1000,
+                         board.started % 1000, board.plane.counters(board.plane.state).refused);
+    return {};
+}
+
 std::string savedVerb(Board& board, const Words& words, std::string&) {
     if (words.size() != 1) return WRONG_USE;
     if (board.follower != nullptr) board.follower->readSaved();
@@ -132,6 +140,7 @@ constexpr Verb VERBS[] = {
      "| mode-refresh | serial-sync | card-up SLOT | raw GROUP HEX",
      "publish an event without changing the board", publishVerb, nullptr, true},
     {"settle", "", "wait until all events are handled", settleVerb},
+    {"about", "", "the daemon's version, its start, and the commands that the plane has refused", aboutVerb},
     {"saved", "", "know the ports that the saved configuration names, present or not", savedVerb},
     {"fault", "CALL NTH|every STATUS [if IF] [command NUMBER] | list | clear",
      "make a call of the hardware layer fail", faultVerb, nullptr, true},

@@ -1,5 +1,6 @@
 #include "host/board/this_board.h"
 
+#include <chrono>
 #include <cstring>
 
 #include "common/files.h"
@@ -33,6 +34,8 @@ uint32_t loadBoard(PlaneKinds kinds) {
         hostReport("the board has no interfaces: there is no description {}", path);
     }
     std::lock_guard guard(board.lock);
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    board.started = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
     readBoard(text, path.c_str(), kinds, board);
     expectPeer(peerPath(board));
     return board.rejected;
