@@ -92,6 +92,13 @@ std::optional<PlaneReport> parsePlane(Session& session, const std::vector<std::s
             std::optional<uint64_t> times;
             if (healed != nullptr && !parseCount(*healed, times)) return std::nullopt;
             report.healed = times.value_or(0);
+        } else if (!words.empty() && words[0] == "door") {
+            const std::string* port = fieldValue(fields, "port");
+            if (port == nullptr) return std::nullopt;
+            report.doors.push_back(*port);
+        } else if (!words.empty() && words[0] == "doors") {
+            const std::string* packets = fieldValue(fields, "packets");
+            if (packets == nullptr || !parseCount(*packets, report.doorPackets)) return std::nullopt;
         } else if (words.empty() || words[0] != "entry" ||
                    !parseEntry(session, report.name, fields, report.entries.emplace_back())) {
             return std::nullopt;
@@ -122,4 +129,27 @@ uint64_t sweepPlane(Session& session) {
 
 uint64_t restorePlane(Session& session) {
     return changePlane(session, "restore");
+}
+
+uint64_t setDoors(Session& session, const std::set<uint32_t>& numbers, bool open) {
+    constexpr size_t AT_ONCE = 500;  // numbers in a line
+    uint64_t changed = 0;
+    std::string verb;
+    size_t count = 0;
+    for (const uint32_t number : numbers) {
+        if (verb.empty()) verb = open ? "open" : "close";
+        verb += " " + std::to_string(number);
+        if (++count % AT_ONCE != 0 && count != numbers.size()) continue;
+        changed += changePlane(session, verb);
+        verb.clear();
+    }
+    return changed;
+}
+
+uint64_t openDoors(Session& session, const std::set<uint32_t>& except) {
+    std::set<uint32_t> numbers;
+    for (const BoardInterface& interface : boardInterfaces(session)) {
+        if (interface.present && !except.contains(interface.number)) numbers.insert(interface.number);
+    }
+    return setDoors(session, numbers, true);
 }

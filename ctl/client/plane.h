@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,8 @@ struct PlaneReport {
     std::string state;  // one of the above, or what else the board says
     std::string heal;   // own, watch or off; empty: nobody else can change the plane
     uint64_t healed = 0;
+    std::vector<std::string> doors;       // ports behind closed doors
+    std::optional<uint64_t> doorPackets;  // held by them, where ports can have doors
     std::vector<std::string> notes;
     std::vector<PlaneEntry> entries;
     // Sentences about what is isolated in fewer VLANs than was asked for; for who compares it with the tables
@@ -49,3 +52,8 @@ PlaneReport readPlane(Session& session);
 // Removes what is left over, and puts back what is missing. Answer the number of elements.
 uint64_t sweepPlane(Session& session);
 uint64_t restorePlane(Session& session);
+// Opens the doors of the interfaces that the board listed to this session, but for those of the numbers in
+// `except`: of one that has come since, nothing is known. Closes those of the given numbers. Answer how many
+// doors were not so before.
+uint64_t openDoors(Session& session, const std::set<uint32_t>& except);
+uint64_t setDoors(Session& session, const std::set<uint32_t>& numbers, bool open);

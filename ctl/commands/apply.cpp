@@ -95,6 +95,8 @@ Exit sweepAfter(Session& session) {
     if (removed != 0 && !session.json) {
         printLine("swept " + elementsText(removed) + " that an earlier run left over");
     }
+    const uint64_t opened = openDoors(session, {});
+    if (opened != 0 && !session.json) printLine(fmt::format("doors opened: {}", opened));
     return Exit::done;
 }
 

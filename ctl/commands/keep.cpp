@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <climits>
 #include <optional>
+#include <set>
 
 #include "common/files.h"
 #include "common/manager.h"
@@ -23,7 +24,8 @@ constexpr char KEEP_DETAILS[] =
     "  The file is /etc/portisolate/isolation.conf, as `portisolatectl save` writes it. What of it does not\n"
     "  run is asked for; nothing that runs is removed. A line that cannot be applied is named and stays\n"
     "  pending, and the others are applied. Once nothing is pending, what an earlier run of the daemon left\n"
-    "  over in the plane is swept. A file that cannot be read changes nothing.\n"
+    "  over in the plane is swept. A file that cannot be read changes nothing. The doors of all ports that\n"
+    "  no pending line names are opened; while a line cannot be read, none.\n"
     "\n"
     "  With --once the exit status is 0 when all is in force, and 1 when something is pending. Without it\n"
     "  the command stays, and tries again when a port or the daemon comes back; the service manager runs it\n"
@@ -91,6 +93,16 @@ void sweepOnce(Keeper& keeper) {
     if (removed != 0) complain(fmt::format("swept {} elements that an earlier run left over", removed));
 }
 
+// Whom a pending line names has to wait behind the door.
+void openSettled(Session& session, const Configuration& lacks) {
+    std::set<uint32_t> waiting;
+    for (const auto& [row, state] : lacks.rows) {
+        waiting.insert(row.member);
+        if (row.kind == ConfigKind::pair) waiting.insert(row.scope.number);
+    }
+    openDoors(session, waiting);
+}
+
 void planRetry(Keeper& keeper, bool refused) {
     keeper.pause = refused ? std::clamp(2 * keeper.pause, RETRY_FIRST, RETRY_LAST) : 0;
     keeper.retry = refused ? deadlineAfter(keeper.pause) : NEVER;
@@ -114,6 +126,10 @@ bool look(Keeper& keeper) {
     tellPending(keeper, saved, pending);
     if (saved.there && pending.empty()) sweepOnce(keeper);
     planRetry(keeper, progress.refused != 0);
+    // Whom a line means that cannot be read, nobody knows.
+    if (saved.there && saved.mistakes.empty()) {
+        openSettled(session, wantedNow(keeper, lacking(saved.wanted, running)));
+    }
     keeper.first = false;
     return pending.empty();
 }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <iterator>
+#include <set>
 
 #include "common/text.h"
 #include "ctl/client/interfaces.h"
@@ -75,6 +76,19 @@ void printState(const PlaneReport& report) {
     }
 }
 
+// Who is still behind a closed door, and why.
+void printDoors(const PlaneReport& report) {
+    if (report.doorPackets.value_or(0) != 0) {
+        printLine(fmt::format("closed doors have dropped {} packets", *report.doorPackets));
+    }
+    if (report.doors.empty()) return;
+    std::vector<std::string> names;
+    for (const std::string& door : report.doors) names.push_back(safeText(door));
+    printLine("behind closed doors, since nothing has opened them since they came: " +
+              toned(Tone::warning, joinWords(names, ", ")));
+    printLine("`portisolatectl plane open` opens them, and so does an apply");
+}
+
 void printTotals(const PlaneReport& report) {
     std::vector<std::string> counts;
     for (size_t at = 0; at < std::size(STATES); ++at) {
@@ -103,14 +117,15 @@ void printTotals(const PlaneReport& report) {
 }
 
 void printJson(const PlaneReport& report) {
-    printLine(
-        jsonLines("{",
-                  {jsonField("plane", jsonText(report.name)), jsonField("state", jsonText(report.state)),
-                   jsonField("heal", report.heal.empty() ? "null" : jsonText(report.heal)),
-                   jsonField("healed", jsonText(report.healed)), jsonField("notes", jsonText(report.notes)),
-                   jsonField("shortfalls", jsonText(report.shortfalls)),
-                   jsonField("entries", jsonRows(listingJson(entryListing(report))))},
-                  "}"));
+    printLine(jsonLines(
+        "{",
+        {jsonField("plane", jsonText(report.name)), jsonField("state", jsonText(report.state)),
+         jsonField("heal", report.heal.empty() ? "null" : jsonText(report.heal)),
+         jsonField("healed", jsonText(report.healed)), jsonField("notes", jsonText(report.notes)),
+         jsonField("shortfalls", jsonText(report.shortfalls)), jsonField("doors", jsonText(report.doors)),
+         jsonField("doorPackets", report.doorPackets ? jsonText(*report.doorPackets) : "null"),
+         jsonField("entries", jsonRows(listingJson(entryListing(report))))},
+        "}"));
 }
 
 // What `sweep` or `restore` has done.
@@ -145,6 +160,45 @@ Exit runRestore(Session& session, const Invocation&) {
                                                     : std::to_string(restored) + " parts and elements"));
 }
 
+constexpr char DOORS_DETAILS[] =
+    "  Ports whose names match a `closed` line of board.conf do not reach one another until their doors are\n"
+    "  opened, each time that they come or get another name. `apply` opens the doors of all ports once all\n"
+    "  that it was given stands. What is configured for a port holds behind an open door, too.";
+
+// The doors of the interfaces that were named, or of all.
+Exit changeDoors(Session& session, const Invocation& invocation, bool open) {
+    const bool all = fieldValue(invocation.options, "--all") != nullptr;
+    if (all != invocation.arguments.empty()) throw misuse("name interfaces, or give --all");
+    std::set<uint32_t> numbers;
+    Exit exit = Exit::done;
+    for (const uint32_t number : resolveInterfaces(session, invocation.arguments)) {
+        const BoardInterface* interface = findInterface(session, number);
+        if (interface != nullptr && interface->present) {
+            numbers.insert(number);
+            continue;
+        }
+        complain(interfaceName(session, number) + " is not there; it comes with a closed door");
+        exit = Exit::refused;
+    }
+    for (const BoardInterface& interface : boardInterfaces(session)) {
+        if (all && interface.present) numbers.insert(interface.number);
+    }
+    const uint64_t changed = setDoors(session, numbers, open);
+    const std::string done = open ? "opened " : "closed ";
+    printChange(session, changed, open ? "opened" : "closed",
+                open ? "no door was closed" : "no door was open",
+                changed == 1 ? done + "one door" : fmt::format("{}{} doors", done, changed));
+    return exit;
+}
+
+Exit runOpen(Session& session, const Invocation& invocation) {
+    return changeDoors(session, invocation, true);
+}
+
+Exit runClose(Session& session, const Invocation& invocation) {
+    return changeDoors(session, invocation, false);
+}
+
 constexpr Command PLANE_COMMANDS[] = {
     {.object = "plane",
      .verb = "show",
@@ -152,7 +206,8 @@ constexpr Command PLANE_COMMANDS[] = {
      .example = "plane show",
      .run = runShow,
      .details = PLANE_DETAILS,
-     .json = "{plane, state, heal, healed, notes, shortfalls, entries}: state is ready, gone, changed or "
+     .json = "{plane, state, heal, healed, notes, shortfalls, doors, doorPackets, entries}: state is ready, "
+             "gone, changed or "
              "failed; heal is own, watch or off, or null for a plane that nobody else can change; healed "
              "counts; entries are {kind, "
              "from, to, vlan, state, packets, bytes}, kind two-way, one-way, pon or pon-off, state held, "
@@ -169,6 +224,22 @@ constexpr Command PLANE_COMMANDS[] = {
      .example = "plane restore",
      .run = runRestore,
      .json = "{restored}"},
+    {.object = "plane",
+     .verb = "open",
+     .signature = "[INTERFACE...] [--all]",
+     .help = "open the doors of ports that began closed",
+     .example = "plane open --all",
+     .run = runOpen,
+     .details = DOORS_DETAILS,
+     .json = "{opened}"},
+    {.object = "plane",
+     .verb = "close",
+     .signature = "[INTERFACE...] [--all]",
+     .help = "close the doors of ports again",
+     .example = "plane close --all",
+     .run = runClose,
+     .details = DOORS_DETAILS,
+     .json = "{closed}"},
 };
 
 }  // namespace
@@ -180,6 +251,7 @@ Exit printPlane(const PlaneReport& report, bool json) {
         printState(report);
         if (!report.entries.empty()) printListing(entryListing(report), false);
         printTotals(report);
+        printDoors(report);
         for (const std::string& one : report.shortfalls) printLine(toned(Tone::bad, safeText(one)));
     }
     return holdsAll(report) ? Exit::done : Exit::refused;

@@ -11,7 +11,7 @@ namespace {
 
 // The options without a value.
 bool isFlag(std::string_view word) {
-    return word == "--dry-run" || word == "--empty" || word == "--once";
+    return word == "--dry-run" || word == "--empty" || word == "--once" || word == "--all";
 }
 
 // Moves the time-out from the options of the command to the line's own.

@@ -119,6 +119,7 @@ PlanePort planePort(Board& board, const Interface& interface) {
         .device = deviceOf(interface).c_str(),
         .trunkDevice = trunk == nullptr ? "" : deviceOf(*trunk).c_str(),
         .switchId = interface.switchId.c_str(),
+        .index = interface.index,
     };
 }
 

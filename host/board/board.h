@@ -47,6 +47,7 @@ struct Interface {
     uint32_t ability = DAX_ABILITY_SYMMETRIC;
     uint32_t vid = 0;      // of a VLAN interface
     std::string device;    // the kernel's name of it
+    uint32_t index = 0;    // the kernel's number of it while it is there
     std::string switchId;  // of the chip that forwards between its ports by itself; empty: none
     bool access = false;   // marked as held by the PON isolation of a VLAN, as PON ports are
     bool present = true;
@@ -70,6 +71,7 @@ struct Board {
     std::set<std::string> accessDevices;      // marked as access, described or not
     uint32_t frameMark = FRAME_MARK_DEFAULT;  // the bits of a frame's mark that a plane may use
     Healing healing = Healing::on;            // what becomes of a plane that others change
+    std::vector<std::string> closed;          // patterns of devices whose doors begin closed
 
     std::map<uint32_t, Interface>
         interfaces;  // by number; entries are never removed, so their addresses last

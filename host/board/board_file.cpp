@@ -117,6 +117,21 @@ std::string readLaboratory(Words& words, Description& description) {
     return words.size() == 1 ? "" : "expected: laboratory";
 }
 
+// The kernel compares names at every frame, so a pattern is what it can compare: a name or how names begin.
+std::string readClosed(Words& words, Description& description) {
+    if (words.size() < 2) return "expected: closed PATTERN...";
+    for (size_t i = 1; i < words.size(); ++i) {
+        const std::string& pattern = words[i];
+        const size_t wild = pattern.find_first_of("*?[]\\");
+        const bool prefix = wild == pattern.size() - 1 && pattern.ends_with('*');
+        if (wild != std::string::npos && !prefix)
+            return pattern + ": the kernel compares whole names, or their beginnings as in vnet*";
+        if (pattern.size() > DEVICE_NAME_MAX + (prefix ? 1 : 0)) return LONG_DEVICE;
+        description.board.closed.push_back(pattern);
+    }
+    return {};
+}
+
 std::string readJournal(Words& words, Description& description) {
     if (words.size() != 2) return "expected: journal FILE";
     description.board.journalFile = words[1].starts_with('/') ? words[1] : "/" + words[1];
@@ -200,6 +215,7 @@ constexpr Statement STATEMENTS[] = {
     {"plane", readPlane},
     {"bridge", readBridge},
     {"access", readAccess},
+    {"closed", readClosed},
     {"journal", readJournal},
     {"laboratory", readLaboratory},
     {"frame-mark", readFrameMark},
@@ -221,6 +237,10 @@ std::string readStatement(Words& words, Description& description) {
 // A bridge and a plane whose ports are followed belong together.
 std::string checkBridge(const Description& description) {
     Board& board = description.board;
+    if (board.follower == nullptr && !board.closed.empty()) {
+        board.closed.clear();
+        return "doors begin closed on a Linux bridge only: `closed` needs a line `plane linux`";
+    }
     if ((board.follower == nullptr) == board.bridge.empty()) return {};
     if (board.follower != nullptr) {
         return fmt::format("no port can be isolated: `plane {}` needs a line `bridge DEVICE`",

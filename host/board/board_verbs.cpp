@@ -147,8 +147,9 @@ constexpr Verb VERBS[] = {
     {"forward", "A B [VID]", "whether traffic from A reaches B", forwardVerb},
     {"matrix", "[VID]", "which interfaces reach one another: o yes, x no, p partly", matrixVerb},
     {"hardware", "", "the entries of the forwarding plane", hardwareVerb},
-    {"plane", "show|sweep|restore",
-     "compare what is in force with what was asked for; remove what is left over; put back what is missing",
+    {"plane", "show|sweep|restore | open|close NUMBER...|all",
+     "compare what is in force with what was asked for; remove what is left over; put back what is missing; "
+     "open or close doors",
      planeVerb},
     {"role", "[active|standby|single]", "show or set the board's role", roleVerb},
     {"peer", "[agrees]", "the link to the peer board; agrees: the boards were found equal, count anew",

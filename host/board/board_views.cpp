@@ -23,6 +23,27 @@ std::string nameOf(Board& board, uint32_t number) {
     return interface == nullptr ? "-" : interface->name;
 }
 
+// The ports by their numbers, since another may have come under the name of one that was meant; a number of
+// none that is there just now is passed over.
+std::string setDoors(Board& board, const Words& words, std::string& result) {
+    std::vector<PlanePort> ports;
+    const bool all = words.size() == 3 && words[2] == "all";
+    for (const auto& [number, interface] : board.interfaces) {
+        if (all) ports.push_back(planePort(board, interface));
+    }
+    for (size_t i = 2; i < words.size() && !all; ++i) {
+        uint32_t number = 0;
+        if (!parseNumber(words[i], number)) return WRONG_USE;
+        const Interface* interface = findInterface(board, number);
+        if (interface != nullptr) ports.push_back(planePort(board, *interface));
+    }
+    uint64_t changed = 0;
+    const int32_t status = board.plane.setDoors(board.plane.state, ports, words[1] == "open", changed);
+    if (status != 0) return fmt::format("the kernel refused it: {}", std::strerror(status));
+    result = fmt::format("{}\n", changed);
+    return {};
+}
+
 bool parseVlan(const Words& words, size_t position, uint32_t& vid) {
     vid = 0;
     if (words.size() <= position) return true;
@@ -106,11 +127,17 @@ std::string hardwareVerb(Board& board, const Words& words, std::string& result) 
 }
 
 std::string planeVerb(Board& board, const Words& words, std::string& result) {
-    if (words.size() != 2) return WRONG_USE;
+    const bool doors = words.size() > 2 && (words[1] == "open" || words[1] == "close");
+    if (words.size() != 2 && !doors) return WRONG_USE;
     std::lock_guard guard(board.lock);
     const Plane& plane = board.plane;
+    if (doors) return setDoors(board, words, result);
     if (words[1] == "show") {
         plane.inspect(plane.state, result);
+        for (const auto& [number, interface] : board.interfaces) {
+            const bool shut = interface.present && plane.shutDoor(plane.state, planePort(board, interface));
+            if (shut) result += fmt::format("door port={}\n", interface.name);
+        }
         return {};
     }
     if (words[1] != "sweep" && words[1] != "restore") return WRONG_USE;

@@ -62,6 +62,7 @@ BridgePorts portsAmong(const LinuxBoard& linuxBoard, const std::set<uint32_t>& i
         BridgePort port = {};
         if (link == nullptr || !fillPlace(linuxBoard, index, *link, port) || port.number == 0) continue;
         port.described = linuxBoard.descriptions.contains(port.number);
+        port.index = index;
         port.device = link->name;
         port.switchId = link->switchId;
         port.xdp = link->xdp;

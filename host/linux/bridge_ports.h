@@ -41,6 +41,7 @@ struct LinuxBoard {
 
 // A device of the kernel as an interface of the board.
 struct BridgePort {
+    uint32_t index;
     uint32_t number;
     bool described;
     IfKind kind;

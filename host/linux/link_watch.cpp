@@ -124,7 +124,8 @@ void start(Board& board) {
         problem = startLinuxPlane(board.plane, {.access = board.accessDevices,
                                                 .frameMark = board.frameMark,
                                                 .vlans = vlansOf(board.bridge),
-                                                .healing = board.healing});
+                                                .healing = board.healing,
+                                                .closed = board.closed});
         gLinux = new LinuxBoard(linuxBoardOf(board));
     }
     if (!problem.empty()) reportRemark(problem);

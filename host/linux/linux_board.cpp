@@ -116,6 +116,7 @@ void appear(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
         if (interface == nullptr && !port.described) interface = addFound(linuxBoard, port);
         if (interface == nullptr) return;
         interface->present = true;
+        interface->index = port.index;
         setSwitch(board, *interface, port);
         noteXdp(board, port);
     }
@@ -160,6 +161,7 @@ bool vanish(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
         interface = entryOf(linuxBoard, port);
         if (interface == nullptr || !interface->present) return false;
         interface->present = false;
+        interface->index = 0;
         BridgePort gone = port;
         gone.switchId.clear();
         gone.xdp = false;
@@ -284,6 +286,17 @@ void carryOut(LinuxBoard& linuxBoard, const BridgePorts& before, const std::set<
     }
 }
 
+// A member port of a trunk has none of its own.
+void closeDoorsOfGone(Board& board) {
+    std::lock_guard guard(board.lock);
+    if (board.closed.empty()) return;
+    std::set<std::pair<uint32_t, std::string>> present;
+    for (const auto& [number, interface] : board.interfaces) {
+        if (interface.present && interface.trunk == 0) present.emplace(interface.index, deviceOf(interface));
+    }
+    keepLinuxDoors(board.plane, present);
+}
+
 void reportBridge(LinuxBoard& linuxBoard) {
     Board& board = linuxBoard.board;
     std::string sentence;
@@ -344,6 +357,7 @@ void followLinks(LinuxBoard& linuxBoard, const LinkChanges& changes) {
     takeOver(linuxBoard, news);
     readSavedNames(linuxBoard);
     carryOut(linuxBoard, before, concerned);
+    closeDoorsOfGone(linuxBoard.board);
     enterSavedNames(linuxBoard);
     bridgeChanges = bridgeChanges || news.contains(linuxBoard.bridge);
     if (linuxBoard.publishes && bridgeChanges) reportBridge(linuxBoard);

@@ -14,8 +14,8 @@ constexpr size_t DIFFERENCES_TOLD = 4;
 constexpr size_t SPELL_HEALINGS = 10;
 constexpr int64_t SPELL = 60 * 1000;  // milliseconds
 // Where an element of each kind stands.
-constexpr const char* KIND_SETS[] = {"pairs", "vlan_pairs", "pairs",      "access", "open_vlans",
-                                     "pairs", "pairs",      "vlan_ports", "tags",   "pairs"};
+constexpr const char* KIND_SETS[] = {"pairs", "vlan_pairs", "pairs", "access", "open_vlans", "pairs",
+                                     "pairs", "vlan_ports", "tags",  "opened", "pairs"};
 
 const char* setOf(const FilterElement& element) {
     return KIND_SETS[static_cast<size_t>(element.kind)];
@@ -42,7 +42,8 @@ std::string damageWords(const LinuxPlane& plane) {
 }
 
 bool opens(const FilterElement& element) {
-    return element.kind == FilterKind::hairpin || element.kind == FilterKind::ponOff;
+    return element.kind == FilterKind::hairpin || element.kind == FilterKind::ponOff ||
+           element.kind == FilterKind::opened;
 }
 
 // Whether this one comes so soon after the others that it is not told.

@@ -8,8 +8,10 @@
 #include <tuple>
 
 #include "common/text.h"
+#include "host/linux/linux_doors.h"
 #include "host/linux/linux_reconcile.h"
 #include "host/linux/linux_turn.h"
+#include "host/linux/nft_doors.h"
 #include "host/linux/nft_filter.h"
 #include "host/services/logging.h"
 
@@ -53,8 +55,19 @@ std::string causeOf(const LinuxPlane& plane, const PlanePort& src, const PlanePo
                holds(plane, FilterKind::access, dst.device, "", 0) &&
                !holds(plane, FilterKind::ponOff, "", "", vid)) {
         cause = fmt::format("PON isolation in VLAN {}", vid);
+    } else {
+        for (const PlanePort* port : {&dst, &src}) {
+            const PlanePort& other = port == &src ? dst : src;
+            const bool held = isShut(plane, *port) && matchesDoor(plane.layout.closed, other.device);
+            if (held) cause = fmt::format("the door of {} is closed", port->name);
+        }
     }
     return cause;
+}
+
+FilterCounter countedIn(const LinuxPlane& plane, const char* chain) {
+    const auto found = plane.counted.find(chain);
+    return found == plane.counted.end() ? FilterCounter{} : found->second;
 }
 
 void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::string& text) {
@@ -95,8 +108,9 @@ void inspectElements(const LinuxPlane& plane, std::string& text) {
     bool access = false;
     for (const FilterElement& element : sortedElements(plane)) {
         if (element.kind == FilterKind::access && !access && !isUncertain(plane)) {
-            text += fmt::format("entry kind=pon src=- dst=- vlan=- state=held packets={} bytes={}\n",
-                                plane.pon.packets, plane.pon.bytes);
+            text +=
+                fmt::format("entry kind=pon src=- dst=- vlan=- state=held packets={} bytes={}\n",
+                            countedIn(plane, FORWARD_CHAIN).packets, countedIn(plane, FORWARD_CHAIN).bytes);
         }
         access |= element.kind == FilterKind::access;
         inspectElement(plane, element, text);
@@ -149,6 +163,10 @@ void linuxInspect(void* state, std::string& text) {
         text += fmt::format("note the kernel did not answer: {}\n", std::strerror(problem));
     } else if (plane.damage != TableDamage::none) {
         text += fmt::format("note the kernel's filter table {} {}\n", FILTER_TABLE, plane.damageText);
+    }
+    if (problem == 0 && !plane.layout.closed.empty()) {
+        const FilterCounter held = countedIn(plane, DOOR_CHAIN);
+        text += fmt::format("doors packets={} bytes={}\n", held.packets, held.bytes);
     }
     for (const auto& [key, sentence] : plane.notes) text += fmt::format("note {}\n", safeText(sentence));
     if (problem == 0) inspectElements(plane, text);

@@ -4,10 +4,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/linux/linux_doors.h"
 #include "host/linux/linux_inspect.h"
 #include "host/linux/linux_reconcile.h"
 #include "host/linux/linux_state.h"
 #include "host/linux/linux_turn.h"
+#include "host/linux/nft_doors.h"
 #include "host/services/logging.h"
 #include "wire/status.h"
 
@@ -248,6 +250,8 @@ Plane createLinuxPlane() {
         .inspect = linuxInspect,
         .sweep = sweep,
         .restore = restore,
+        .setDoors = linuxSetDoors,
+        .shutDoor = linuxShutDoor,
     };
 }
 
@@ -258,8 +262,10 @@ std::string startLinuxPlane(const Plane& handle, const LinuxPlaneStart& start) {
     plane.layout.tagProtocol = start.vlans.tagProtocol;
     plane.access = start.access;
     plane.healing.mode = start.healing;
+    plane.layout.closed = doorPatterns(start.closed);
     plane.failure = openFilter(plane.filter);
     if (plane.failure == 0) plane.failure = layFirst(plane);
+    if (plane.failure == 0) adoptDoors(plane);
     if (plane.failure == 0) plane.failure = reconcile(plane);
     plane.failureText = plane.failure == 0 ? "" : linuxFailure(plane);
     if (plane.failure == 0) reportStart(plane);
@@ -299,6 +305,10 @@ uint32_t watchedPort(const Plane& handle) {
     const LinuxPlane& plane = linuxPlane(handle.state);
     const bool watches = plane.failure == 0 && plane.healing.mode != Healing::off && !plane.filter.owns;
     return watches ? portOf(plane.filter) : 0;
+}
+
+void keepLinuxDoors(const Plane& handle, const std::set<std::pair<uint32_t, std::string>>& present) {
+    keepDoors(linuxPlane(handle.state), present);
 }
 
 void setLinuxNote(const Plane& handle, const std::string& key, const std::string& sentence) {

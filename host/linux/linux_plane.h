@@ -21,6 +21,8 @@
 
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "host/planes/frame_mark.h"
 #include "host/planes/healing.h"
@@ -40,6 +42,7 @@ struct LinuxPlaneStart {
     uint32_t frameMark = FRAME_MARK_DEFAULT;
     BridgeVlans vlans = {};
     Healing healing = Healing::on;
+    std::vector<std::string> closed = {};  // patterns of devices that have doors
 };
 
 // Lays the table, keeping what stands in one that is there. Returns what went wrong, as a sentence; the plane
@@ -60,6 +63,9 @@ void watchLinuxTable(const Plane& plane, const std::string& by = "");
 // The port by which the kernel knows the plane's transactions, of a plane that heals what others may do; 0
 // when others cannot do anything, or nothing is healed.
 uint32_t watchedPort(const Plane& plane);
+
+// The ports, by index and name, that the bridge has by now: the doors of others are not open any more.
+void keepLinuxDoors(const Plane& plane, const std::set<std::pair<uint32_t, std::string>>& present);
 
 // A sentence for the operator that stands in every inspection, until an empty one withdraws it by the same
 // key.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/linux/linux_damage.h"
+#include "host/linux/nft_doors.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ Wanted allWanted(const LinuxPlane& plane) {
     for (const auto& [pair, isolation] : plane.oneWay) take(oneWayElements(plane, pair));
     for (const std::string& device : plane.access) take(accessElements(device));
     for (const uint16_t vid : plane.ponOff) take(ponOffElements(vid));
+    take({plane.opened.begin(), plane.opened.end()});
     return wanted;
 }
 
@@ -91,7 +93,7 @@ int readKernel(LinuxPlane& plane) {
     TableContent found;
     FilterElements held;
     int problem = readGeneration(plane.filter, generation);
-    if (problem == 0) problem = readContent(plane.filter, found, plane.pon);
+    if (problem == 0) problem = readContent(plane.filter, CLOSED_SET, found, plane.counted);
     if (problem == 0) problem = readElements(plane.filter, held, plane.marksMoved);
     if (problem != 0) return problem;
     std::swap(plane.held, held);
@@ -221,12 +223,17 @@ int layFirst(LinuxPlane& plane) {
     TableContent standing;
     probePvid(plane.filter);
     plane.filter.owns = plane.healing.mode == Healing::on && probeOwner(plane.filter);
-    int problem = readContent(plane.filter, standing, plane.pon);
+    int problem = readContent(plane.filter, CLOSED_SET, standing, plane.counted);
     if (problem == 0) problem = readElements(plane.filter, plane.held, plane.marksMoved);
     const bool former = isFormerLayout(standing);
     plane.exchanges = standsOtherwise(plane.filter, standing);
     if (problem == 0 && former) problem = readFormerElements(plane.filter, plane.held);
     if (problem != 0) return problem;
+    // Without doors there is nowhere for these.
+    const bool doors = !plane.layout.closed.empty();
+    for (auto& part : plane.held.parts) {
+        std::erase_if(part, [&](const auto& held) { return held.first.kind == FilterKind::opened && !doors; });
+    }
     countHeld(plane);
     // A table that is too large for one transaction stays of the kind that it is.
     if (plane.exchanges && plane.filter.owns && !fits(plane, plane.held.size())) {
@@ -267,7 +274,8 @@ int32_t reconcile(LinuxPlane& plane) {
         if (!plane.held.contains(element)) add.push_back(element);
     }
     for (const auto& [element, counter] : plane.held) {
-        const bool ours = element.kind == FilterKind::access || element.kind == FilterKind::hairpin;
+        const bool ours = element.kind == FilterKind::access || element.kind == FilterKind::hairpin ||
+                          element.kind == FilterKind::opened;
         if (!wanted.contains(element) && (ours || plane.wanted.contains(element))) del.push_back(element);
     }
     plane.wanted = std::move(wanted);

@@ -1,7 +1,5 @@
 #include "host/linux/linux_state.h"
 
-#include <cstring>
-
 namespace {
 
 void appendNeed(const FilterElement& element, std::vector<FilterElement>& elements) {
@@ -17,10 +15,6 @@ void appendDirection(const std::string& src, const std::string& dst, uint16_t vi
 }
 
 }  // namespace
-
-std::string_view deviceText(const std::array<char, FILTER_DEVICE_SIZE>& device) {
-    return {device.data(), strnlen(device.data(), device.size())};
-}
 
 std::vector<FilterElement> twoWayElements(const LinuxPlane& plane, PortPair pair, uint16_t vid) {
     const std::string& src = plane.devices.at(sourceOf(pair)).name;

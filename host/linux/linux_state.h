@@ -59,6 +59,7 @@ struct LinuxPlane {
     std::unordered_map<uint32_t, PlaneDevice> devices;  // by interface
     std::set<std::string> access;
     std::set<uint16_t> ponOff;
+    std::unordered_set<FilterElement, FilterElementHash> opened;  // doors
     Wanted wanted;
 
     PlaneTurn turn = PlaneTurn::none;
@@ -73,7 +74,7 @@ struct LinuxPlane {
     bool exchanges = false;   // a table of another kind stands there
     FilterLayout layout;
     TableContent laid;
-    FilterCounter pon = {};  // what the rules of the table count
+    RuleCounters counted = {};  // what the rules of the table count
 
     // What others have done to the table since it was laid.
     TableDamage damage = TableDamage::none;
@@ -90,9 +91,6 @@ struct LinuxPlane {
 inline LinuxPlane& linuxPlane(void* state) {
     return *static_cast<LinuxPlane*>(state);
 }
-
-// The name in an element, without the zeros behind it.
-std::string_view deviceText(const std::array<char, FILTER_DEVICE_SIZE>& device);
 
 // The needs that make up a two-way isolation within `vid` (0: all traffic), or a one-way one, with all that
 // follows from them. The devices of both ports are known to the plane.

@@ -109,7 +109,7 @@ void takeSet(const nlmsghdr* header, TableContent& content) {
 // Rules are told chain by chain, in their order.
 struct RuleReader {
     TableContent& content;
-    FilterCounter& counted;
+    RuleCounters& counted;
     std::map<std::string, uint32_t> places = {};
 
     void take(const nlmsghdr* header) {
@@ -122,7 +122,7 @@ struct RuleReader {
         mnl_attr_parse(header, sizeof(nfgenmsg), handOn<decltype(note)>, &note);
         content[fmt::format("{}{} of chain {}", RULE_PART, ++places[chain], chain)] =
             expressionsText(expressions);
-        addCounters(header, counted);
+        addCounters(header, counted[chain]);
     }
 };
 
@@ -134,6 +134,25 @@ int dump(Filter& filter, int type, uint16_t tableAttribute, const std::function<
 
 void forget(TableContent& content, const std::string& kind) {
     std::erase_if(content, [&](const auto& part) { return part.first.starts_with(kind); });
+}
+
+// The elements as the kernel tells them, for a set whose elements do not count.
+int readListed(Filter& filter, const char* name, TableContent& content) {
+    std::string& text = content[fmt::format("content of set {}", name)];
+    const auto build = [&](nlmsghdr* header) {
+        mnl_attr_put_strz(header, NFTA_SET_ELEM_LIST_TABLE, FILTER_TABLE);
+        mnl_attr_put_strz(header, NFTA_SET_ELEM_LIST_SET, name);
+    };
+    auto note = [&](const nlattr* attribute) {
+        if (mnl_attr_get_type(attribute) != NFTA_SET_ELEM_LIST_ELEMENTS) return;
+        text.append(static_cast<const char*>(mnl_attr_get_payload(attribute)),
+                    mnl_attr_get_payload_len(attribute));
+    };
+    const auto read = [&](const nlmsghdr* header) {
+        mnl_attr_parse(header, sizeof(nfgenmsg), handOn<decltype(note)>, &note);
+    };
+    return ask(filter, NFT_MSG_GETSETELEM, NLM_F_DUMP,
+               {.build = build, .reset = [&] { text.clear(); }, .read = read});
 }
 
 }  // namespace
@@ -169,7 +188,7 @@ std::string setText(uint32_t flags, uint32_t keyType, uint32_t keyLength, uint32
     return fmt::format("flags {:#x} key {:#x} of {} to {:#x}", flags, keyType, keyLength, dataType);
 }
 
-int readContent(Filter& filter, TableContent& content, FilterCounter& counted) {
+int readContent(Filter& filter, const char* listed, TableContent& content, RuleCounters& counted) {
     content.clear();
     counted = {};
     const auto build = [](nlmsghdr* header) { mnl_attr_put_strz(header, NFTA_TABLE_NAME, FILTER_TABLE); };
@@ -186,6 +205,7 @@ int readContent(Filter& filter, TableContent& content, FilterCounter& counted) {
             filter, NFT_MSG_GETSET, NFTA_SET_TABLE, [&] { forget(content, setPart("")); },
             [&](const nlmsghdr* header) { takeSet(header, content); });
     }
+    if (problem == 0 && content.contains(setPart(listed))) problem = readListed(filter, listed, content);
     RuleReader rules = {content, counted};
     const auto forgetRules = [&] {
         forget(content, RULE_PART);

@@ -35,8 +35,11 @@ inline constexpr char NO_HOOK[] = "no hook";
 std::string chainText(uint32_t hook, int32_t priority, uint32_t policy);
 std::string setText(uint32_t flags, uint32_t keyType, uint32_t keyLength, uint32_t dataType);
 
-// All parts; none where there is no table. `counted` is what the rules' own counters add up to.
-int readContent(Filter& filter, TableContent& content, FilterCounter& counted);
+// What the rules of each chain count by themselves.
+using RuleCounters = std::map<std::string, FilterCounter>;
+
+// All parts; none where there is no table. Of the set `listed` its elements are a part, too.
+int readContent(Filter& filter, const char* listed, TableContent& content, RuleCounters& counted);
 
 // How `found` differs from what was laid, each as a part with a verb: "set bi was deleted". Empty: not at
 // all. Where nothing of the table is in force, the first begins with its part.

@@ -11,6 +11,8 @@
 
 #include <cerrno>
 
+#include "host/linux/nft_doors.h"
+
 namespace {
 
 constexpr char PROBE_CHAIN[] = "probe";
@@ -114,14 +116,20 @@ void appendSet(Batch& batch, uint32_t id) {
     nftnl_set_free(set);
 }
 
-// What the table is made of but for its rules.
+bool isLaid(const FilterLayout& layout, size_t id) {
+    return static_cast<FilterSet>(id) != FilterSet::opened || !layout.closed.empty();
+}
+
+// What the table is made of but for its rules, and for the set of patterns, which is made anew with these.
 TableContent bareContent(const FilterLayout& layout) {
     TableContent content;
     for (const ChainShape& chain : chainsOf(layout)) {
         content[chainPart(chain.name)] =
             chain.hooked ? chainText(chain.hook, chain.priority, NF_ACCEPT) : NO_HOOK;
     }
-    for (const SetShape& shape : FILTER_SETS) {
+    for (size_t id = 0; id < FILTER_SET_COUNT; ++id) {
+        const SetShape& shape = FILTER_SETS[id];
+        if (!isLaid(layout, id)) continue;
         content[setPart(shape.name)] =
             setText(shape.dataType == 0 ? 0 : NFT_SET_MAP, shape.keyType, shape.keyLength, shape.dataType);
     }
@@ -174,7 +182,10 @@ int layOnce(Filter& filter, const TableContent& standing, const Laying& laying) 
     appendTable(batch, FILTER_TABLE, flagsOf(filter));
     if (!exchanged) appendRemovals(batch, standing, kept);
     for (const ChainShape& chain : chainsOf(laying.layout)) appendChain(batch, chain);
-    for (uint32_t id = 0; id < FILTER_SET_COUNT; ++id) appendSet(batch, id);
+    for (uint32_t id = 0; id < FILTER_SET_COUNT; ++id) {
+        if (isLaid(laying.layout, id)) appendSet(batch, id);
+    }
+    if (!laying.layout.closed.empty()) appendClosedSet(batch, FILTER_SET_COUNT + 1, laying.layout.closed);
     appendElements(batch, *laying.change);
     appendRules(batch, laying.layout);
     return commitBatch(batch);
@@ -193,11 +204,11 @@ int layTable(Filter& filter, const FilterLayout& layout, const RawChange& change
     Laying laying = {layout, &change, mode};
     // What is read back is what was laid when nobody else has changed the filter in between.
     for (uint32_t i = 0; i < LAY_TRIES; ++i) {
-        FilterCounter counted = {};
+        RuleCounters counted;
         int problem = readGeneration(filter, laid.before);
-        if (problem == 0) problem = readContent(filter, laid.content, counted);
+        if (problem == 0) problem = readContent(filter, CLOSED_SET, laid.content, counted);
         if (problem == 0) problem = layOnce(filter, laid.content, laying);
-        if (problem == 0) problem = readContent(filter, laid.content, counted);
+        if (problem == 0) problem = readContent(filter, CLOSED_SET, laid.content, counted);
         if (problem == 0) problem = readGeneration(filter, laid.after);
         if (problem != 0) return problem;
         if (laid.after == laid.before + 1) return 0;

@@ -8,6 +8,10 @@
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter_bridge.h>
 
+#include <utility>
+
+#include "host/linux/nft_doors.h"
+
 namespace {
 
 constexpr char INGRESS_CHAIN[] = "prerouting";
@@ -66,11 +70,15 @@ void setMark(const Rule& rule) {
     nftnl_expr_set_u32(meta, NFTNL_EXPR_META_SREG, VLAN);
 }
 
-nftnl_expr* lookUp(const Rule& rule, FilterSet set, uint32_t source) {
+nftnl_expr* lookUp(const Rule& rule, const char* set, uint32_t source) {
     nftnl_expr* lookup = append(rule, "lookup");
     nftnl_expr_set_u32(lookup, NFTNL_EXPR_LOOKUP_SREG, source);
-    nftnl_expr_set_str(lookup, NFTNL_EXPR_LOOKUP_SET, shapeOf(set).name);
+    nftnl_expr_set_str(lookup, NFTNL_EXPR_LOOKUP_SET, set);
     return lookup;
+}
+
+nftnl_expr* lookUp(const Rule& rule, FilterSet set, uint32_t source) {
+    return lookUp(rule, shapeOf(set).name, source);
 }
 
 void lookUpInto(const Rule& rule, FilterSet map, uint32_t source, uint32_t target) {
@@ -139,7 +147,30 @@ void addToMark(const Rule& rule, uint32_t bits) {
     setMark(rule);
 }
 
+// Both ends have a door, and one of them is closed.
+void appendDoors(Batch& batch) {
+    {
+        const Rule rule(batch, FORWARD_CHAIN);
+        for (const uint32_t device : {NFT_META_IIFNAME, NFT_META_OIFNAME}) {
+            loadMeta(rule, device, SOURCE);
+            lookUp(rule, CLOSED_SET, SOURCE);
+        }
+        conclude(rule, NFT_JUMP, DOOR_CHAIN);
+    }
+    for (const auto& [index, name] :
+         {std::pair(NFT_META_IIF, NFT_META_IIFNAME), std::pair(NFT_META_OIF, NFT_META_OIFNAME)}) {
+        const Rule rule(batch, DOOR_CHAIN);
+        loadMeta(rule, index, SOURCE);
+        loadMeta(rule, name, SOURCE + 1);
+        nftnl_expr_set_u32(lookUp(rule, FilterSet::opened, SOURCE), NFTNL_EXPR_LOOKUP_FLAGS,
+                           NFT_LOOKUP_F_INV);
+        append(rule, "counter");
+        conclude(rule, NF_DROP);
+    }
+}
+
 void appendForward(Batch& batch, const FilterLayout& layout) {
+    if (!layout.closed.empty()) appendDoors(batch);
     if (layout.pairs) {
         const Rule rule(batch, FORWARD_CHAIN);
         loadMeta(rule, NFT_META_IIFNAME, SOURCE);
@@ -259,6 +290,7 @@ void appendKeeping(Batch& batch, const FilterLayout& layout) {
 
 std::vector<ChainShape> chainsOf(const FilterLayout& layout) {
     std::vector<ChainShape> chains = {{WITHIN_CHAIN, false, 0, 0}};
+    if (!layout.closed.empty()) chains.push_back({DOOR_CHAIN, false, 0, 0});
     if (layout.ports) {
         for (const char* name : {TAG_CHAIN, PVID_CHAIN, KEEP_CHAIN, MARK_CHAIN}) {
             chains.push_back({name, false, 0, 0});

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "host/linux/nft_sets.h"
@@ -16,6 +17,7 @@ struct FilterLayout {
     bool access = false;  // in `access`
     bool filters = true;  // the bridge filters VLANs, or it is not known
     uint16_t tagProtocol = 0x8100;
+    std::vector<std::string> closed = {};  // patterns of the doors
 
     bool operator==(const FilterLayout&) const = default;
 };

@@ -10,6 +10,7 @@
 
 #include <bit>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <unordered_map>
 
@@ -83,6 +84,12 @@ RawElement rawNumber(FilterSet set, Value value, uint32_t mark) {
     return raw;
 }
 
+uint32_t indexOf(const FilterElement& opened) {
+    uint32_t index = 0;
+    std::from_chars(opened.dst.data(), opened.dst.data() + opened.dst.size(), index);
+    return index;
+}
+
 // The elements of a need that is not of a pair as such.
 void appendOwn(const Filter& filter, const FilterElement& element, std::vector<RawElement>& raw) {
     const uint32_t mark = markOfVlan(filter.markMask, element.vid);
@@ -103,6 +110,10 @@ void appendOwn(const Filter& filter, const FilterElement& element, std::vector<R
         case FilterKind::vlan:
             raw.push_back(rawNumber(FilterSet::tags, htons(element.vid), mark));
             raw.push_back(rawNumber(FilterSet::pvids, element.vid, mark));
+            break;
+        case FilterKind::opened:
+            raw.push_back(rawNumber(FilterSet::opened, indexOf(element), 0));
+            std::memcpy(raw.back().key.data() + sizeof(uint32_t), element.src.data(), FILTER_DEVICE_SIZE);
             break;
         default:
             break;
@@ -300,6 +311,14 @@ FilterElement filterElement(FilterKind kind, std::string_view src, std::string_v
     return element;
 }
 
+FilterElement openedElement(uint32_t index, std::string_view device) {
+    return filterElement(FilterKind::opened, device, std::to_string(index), 0);
+}
+
+std::string_view deviceText(const std::array<char, FILTER_DEVICE_SIZE>& device) {
+    return {device.data(), strnlen(device.data(), device.size())};
+}
+
 bool isVerdictKind(FilterKind kind) {
     return needOf(kind) != 0;
 }
@@ -398,8 +417,13 @@ int readElements(Filter& filter, FilterElements& elements, bool& moved) {
         });
     }
     if (problem != 0) return problem;
-    return readSet(filter, FilterSet::openVlans, [&](const FoundElement& found) {
+    problem = readSet(filter, FilterSet::openVlans, [&](const FoundElement& found) {
         elements[filterElement(FilterKind::ponOff, "", "", vlanOf(found.key))] = {};
+    });
+    if (problem != 0) return problem;
+    return readSet(filter, FilterSet::opened, [&](const FoundElement& found) {
+        const FilterElement device = devicesOf(FilterKind::opened, found.key + sizeof(uint32_t), false);
+        elements[openedElement(valueAt<uint32_t>(found.key), deviceText(device.src))] = {};
     });
 }
 

@@ -34,6 +34,7 @@ enum class FilterKind : uint8_t {
     hairpin,  // what an access device reflects passes
     port,     // a device whose frames have to be marked with their VLAN
     vlan,     // a VLAN that such a mark names
+    opened,   // a port whose door is open: its name, and its index in words in place of a second
     strange,  // nobody knows: somebody else's
 };
 
@@ -52,8 +53,14 @@ static_assert(std::has_unique_object_representations_v<FilterElement>);
 // Whether it is met by the verdict of a pair.
 bool isVerdictKind(FilterKind kind);
 
+// The name in an element, without the zeros behind it.
+std::string_view deviceText(const std::array<char, FILTER_DEVICE_SIZE>& device);
+
 // Names longer than 15 bytes are cut.
 FilterElement filterElement(FilterKind kind, std::string_view src, std::string_view dst, uint16_t vid);
+
+// Of a port by its index and name, whose door is open.
+FilterElement openedElement(uint32_t index, std::string_view device);
 
 struct FilterElementHash {
     size_t operator()(const FilterElement& element) const {
@@ -68,11 +75,12 @@ using FilterElements = SpreadMap<FilterElement, FilterCounter, FilterElementHash
 // How many there are of each kind.
 using KindCounts = std::array<size_t, static_cast<size_t>(FilterKind::strange) + 1>;
 
-enum class FilterSet : uint8_t { pairs, vlanPairs, vlanPorts, access, openVlans, tags, pvids };
+enum class FilterSet : uint8_t { pairs, vlanPairs, vlanPorts, access, openVlans, tags, pvids, opened };
 
 // Types by which the filter's own command prints keys.
 inline constexpr uint32_t NFT_TYPE_INTEGER = 4;
 inline constexpr uint32_t NFT_TYPE_MARK = 19;
+inline constexpr uint32_t NFT_TYPE_INDEX = 20;
 inline constexpr uint32_t NFT_TYPE_DEVICE = 41;
 inline constexpr uint32_t NFT_TYPE_BITS = 6;
 inline constexpr uint32_t NFT_TYPE_TWO_DEVICES = NFT_TYPE_DEVICE << NFT_TYPE_BITS | NFT_TYPE_DEVICE;
@@ -98,9 +106,11 @@ inline constexpr SetShape FILTER_SETS[] = {
     {"open_vlans", NFT_TYPE_MARK, sizeof(uint32_t), 0, false},
     {"tags", NFT_TYPE_INTEGER, sizeof(uint16_t), NFT_TYPE_MARK, false},
     {"pvids", NFT_TYPE_INTEGER, sizeof(uint16_t), NFT_TYPE_MARK, false},
+    {"opened", NFT_TYPE_INDEX << NFT_TYPE_BITS | NFT_TYPE_DEVICE, sizeof(uint32_t) + FILTER_DEVICE_SIZE, 0,
+     false},
 };
 inline constexpr size_t FILTER_SET_COUNT = std::size(FILTER_SETS);
-static_assert(FILTER_SET_COUNT == static_cast<size_t>(FilterSet::pvids) + 1);
+static_assert(FILTER_SET_COUNT == static_cast<size_t>(FilterSet::opened) + 1);
 inline constexpr uint32_t KEY_MAX = TWO_DEVICES_SIZE + sizeof(uint32_t);
 
 inline const SetShape& shapeOf(FilterSet set) {

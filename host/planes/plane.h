@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <vector>
 
 // What a plane needs to know of a port.
 struct PlanePort {
@@ -24,6 +25,7 @@ struct PlanePort {
     const char* device;       // the kernel's
     const char* trunkDevice;  // the kernel's name of its trunk; empty: none that is known
     const char* switchId;     // of the chip that forwards between its ports by itself; empty: none
+    uint32_t index = 0;       // the kernel's number of it; 0: it is not there, or has none
 };
 
 // One isolation as the daemon commanded it. Two-way ones bear a VLAN (0: all traffic) and the group that
@@ -73,7 +75,8 @@ struct Plane {
     void (*list)(void* state, std::string& text);
     PlaneCounters (*counters)(void* state);
     // Appends what is really in force beside what was asked for, in lines of `key=value`:
-    //   plane name=NAME state=ready|gone|changed|failed
+    //   plane name=NAME state=ready|gone|changed|failed [heal=own|watch|off healed=N]
+    //   doors packets=N bytes=N, where ports can have doors: what these held
     //   note SENTENCE
     //   entry kind=bi|uni|pon|pon-off src=PORT|- dst=PORT|- vlan=VID|- state=held|left-over|missing
     //         packets=N|- bytes=N|-
@@ -85,4 +88,8 @@ struct Plane {
     // Removes what is left over; puts in force what is missing. Both count what they changed.
     int32_t (*sweep)(void* state, uint64_t& changed);
     int32_t (*restore)(void* state, uint64_t& changed);
+    // Opens or shuts the doors of those of the ports that have one, all or, with an errno value, none, and
+    // counts those that were not so before. Ports with shut doors do not reach one another.
+    int32_t (*setDoors)(void* state, const std::vector<PlanePort>& ports, bool open, uint64_t& changed);
+    bool (*shutDoor)(void* state, const PlanePort& port);
 };

@@ -158,6 +158,11 @@ void inspect(void* state, std::string& text) {
     }
 }
 
+int32_t noDoors(void*, const std::vector<PlanePort>&, bool, uint64_t& changed) {
+    changed = 0;
+    return 0;
+}
+
 int32_t nothingToDo(void*, uint64_t& changed) {
     changed = 0;
     return 0;
@@ -184,5 +189,7 @@ Plane createSimPlane() {
         .inspect = inspect,
         .sweep = nothingToDo,
         .restore = nothingToDo,
+        .setDoors = noDoors,
+        .shutDoor = [](void*, const PlanePort&) { return false; },
     };
 }
