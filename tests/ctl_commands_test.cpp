@@ -418,7 +418,8 @@ TEST_F(Ctl, MatrixMarksDirectionsAndVlans) {
               "  x  blocked both ways\n"
               "  >  blocked in this direction only\n"
               "  v  blocked within a VLAN only (7; --vlan shows one)\n"
-              "  p  passes over some member ports only\n");
+              "  p  passes over some member ports only\n"
+              "The plane is simulated: it isolates no real port.\n");
 }
 
 TEST_F(Ctl, CompletionKnowsTheGrammarAndWhatRuns) {
