@@ -16,6 +16,7 @@
 #include "ctl/commands/plane_commands.h"
 #include "ctl/configuration/config_plan.h"
 #include "ctl/configuration/openings.h"
+#include "ctl/configuration/saved.h"
 #include "ctl/text/args.h"
 #include "ctl/text/listing.h"
 #include "wire/scalars.h"
@@ -124,11 +125,20 @@ Exit runExport(Session& session, const Invocation&) {
     return Exit::done;
 }
 
+// What was saved and does not run goes, whether an operator deleted it or it was pending.
+void tellUnsaved(Session& session, const Configuration& running) {
+    for (const std::string& line : pendingLines(session, lookAtSaved(session), running)) {
+        complain("saved no more, the former file has it: " + line);
+    }
+}
+
 Exit runSave(Session& session, const Invocation& invocation) {
     const std::string path =
         invocation.arguments.empty() ? rootedPath(SAVED_FILE) : invocation.arguments.front();
+    const Configuration running = readRunning(session);
     std::string text = std::string(EXPORT_HEADING) + "\n";
-    for (const std::string& line : configLines(session, readRunning(session))) text += safeText(line) + "\n";
+    for (const std::string& line : configLines(session, running)) text += safeText(line) + "\n";
+    if (invocation.arguments.empty()) tellUnsaved(session, running);
     if (!replaceTextFile(path, text, true)) {
         throw CommandEnds{Exit::refused, "not saved: cannot write " + path + ": " + std::strerror(errno)};
     }

@@ -19,7 +19,9 @@ constexpr char USAGE[] =
     "Serves the port-isolation daemon in the foreground; `portisolatectl` configures it.\n"
     "\n"
     "  --lenient  start although lines of board.conf or portisolate.conf cannot be read, without them\n"
-    "  --check    read both files, report what is wrong with them, and end: with status 0 if nothing is\n"
+    "  --check    read both files and the saved configuration, report what is wrong with them, and end: "
+    "with\n"
+    "             status 0 if nothing is\n"
     "  --version  print the version, and end\n"
     "  --help     print this, and end\n";
 

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "common/config_file.h"
 #include "common/files.h"
 #include "host/board/board_control.h"
 #include "host/board/journal.h"
@@ -38,13 +39,31 @@ void reserveMemory() {
     std::free(const_cast<char*>(block));
 }
 
+// The mistakes of the saved configuration, reported. They keep no daemon from starting: their lines are
+// pending.
+size_t mistakesSaved() {
+    const std::string path = rootedPath(SAVED_FILE);
+    std::string text;
+    std::string problem;
+    if (!readRegularFile(path, text, problem)) {
+        if (!problem.empty()) hostReport("{}: {}", path, problem);
+        return problem.empty() ? 0 : 1;
+    }
+    const ConfigFile file = parseConfig(text);
+    for (const Mistake& mistake : file.mistakes) {
+        hostReport("{}:{}:{}: {}", path, mistake.place.line, mistake.place.column, mistake.text);
+    }
+    return file.mistakes.size();
+}
+
 // A typing error must not open a port: with a line that cannot be read there is no daemon, unless the
 // operator says otherwise.
 void readConfiguration(const Arguments& arguments) {
     const uint32_t rejected = loadBoard(planeKinds()) + rejectedOptions();
     if (arguments.check) {
-        if (rejected == 0) hostReport("board.conf and portisolate.conf are fine");
-        std::_Exit(rejected == 0 ? EXIT_SUCCESS : EXIT_FAILURE);
+        const bool fine = mistakesSaved() == 0 && rejected == 0;
+        if (fine) hostReport("board.conf, portisolate.conf and the saved configuration are fine");
+        std::_Exit(fine ? EXIT_SUCCESS : EXIT_FAILURE);
     }
     if (rejected == 0) return;
     if (arguments.lenient) return hostReport("{} lines are left out", rejected);
