@@ -16,7 +16,8 @@ namespace {
 
 constexpr char INGRESS_CHAIN[] = "prerouting";
 constexpr char MARK_CHAIN[] = "mark_vlan";
-constexpr char KEEP_CHAIN[] = "mark_vlan_keeping";  // of frames that bear somebody else's mark
+constexpr char KEEP_CHAIN[] = "mark_vlan_keeping";  // of frames that bear a mark
+constexpr char OWN_TAG_CHAIN[] = "mark_own_tag";
 constexpr char TAG_CHAIN[] = "mark_tag";
 constexpr char PVID_CHAIN[] = "mark_pvid";
 constexpr int32_t FORWARD_PRIORITY = -200;  // the family's `filter`
@@ -178,23 +179,36 @@ void appendForward(Batch& batch, const FilterLayout& layout) {
         lookUpInto(rule, FilterSet::pairs, SOURCE, NFT_REG_VERDICT);
     }
     if (!layout.access) return;
-    // Access ports do not reach one another, but for VLANs in which PON isolation is off.
+    // Access ports do not reach one another, but for VLANs in which PON isolation is off. One look-up for the
+    // VLAN is cheaper than two for the devices.
     const uint32_t mask = batch.filter->markMask;
     const Rule rule(batch, FORWARD_CHAIN);
     loadMark(rule, mask);
     compare<uint32_t>(rule, NFT_CMP_NEQ, 0);
+    loadMark(rule, mask);
+    nftnl_expr_set_u32(lookUp(rule, FilterSet::openVlans, VLAN), NFTNL_EXPR_LOOKUP_FLAGS, NFT_LOOKUP_F_INV);
     for (const uint32_t device : {NFT_META_IIFNAME, NFT_META_OIFNAME}) {
         loadMeta(rule, device, SOURCE);
         lookUp(rule, FilterSet::access, SOURCE);
     }
-    loadMark(rule, mask);
-    nftnl_expr_set_u32(lookUp(rule, FilterSet::openVlans, VLAN), NFTNL_EXPR_LOOKUP_FLAGS, NFT_LOOKUP_F_INV);
     append(rule, "counter");
     conclude(rule, NF_DROP);
 }
 
-void appendWithin(Batch& batch) {
+// Frames whose VLAN nobody can tell.
+bool marksUnknown(const Batch& batch, const FilterLayout& layout) {
+    return layout.filters && !batch.filter->seesPvid;
+}
+
+void appendWithin(Batch& batch, const FilterLayout& layout) {
     const uint32_t mask = batch.filter->markMask;
+    {
+        // Nothing else holds a frame of no VLAN.
+        const Rule rule(batch, WITHIN_CHAIN);
+        loadMeta(rule, NFT_META_MARK, VLAN);
+        compare<uint32_t>(rule, NFT_CMP_EQ, 0);
+        conclude(rule, NF_ACCEPT);
+    }
     {
         const Rule rule(batch, WITHIN_CHAIN);
         loadMeta(rule, NFT_META_IIFNAME, SOURCE);
@@ -203,23 +217,30 @@ void appendWithin(Batch& batch) {
         lookUp(rule, FilterSet::vlanPairs, SOURCE);
         conclude(rule, NF_DROP);
     }
+    if (!marksUnknown(batch, layout)) return;
     const Rule rule(batch, WITHIN_CHAIN);
     loadMark(rule, mask);
     compare(rule, NFT_CMP_EQ, markOfUnknown(mask));
     conclude(rule, NF_DROP);
 }
 
-// The usual case: nobody else has marked the frame, and its mark can be written as a whole.
+// The usual case: the frame has no mark yet, and its mark can be written as a whole.
 void appendMarking(Batch& batch, const FilterLayout& layout) {
     const uint32_t mask = batch.filter->markMask;
     {
         const Rule rule(batch, MARK_CHAIN);
-        loadMark(rule, ~mask);
+        loadMeta(rule, NFT_META_MARK, VLAN);
         compare<uint32_t>(rule, NFT_CMP_NEQ, 0);
         conclude(rule, NFT_GOTO, KEEP_CHAIN);
     }
-    for (const bool named : {true, false}) {
+    {
         const Rule rule(batch, MARK_CHAIN);
+        loadFrame(rule, TYPE_OFFSET);
+        compare<uint16_t>(rule, NFT_CMP_EQ, htons(layout.tagProtocol));
+        conclude(rule, NFT_JUMP, OWN_TAG_CHAIN);
+    }
+    for (const bool named : {true, false}) {
+        const Rule rule(batch, OWN_TAG_CHAIN);
         loadTag(rule, layout.tagProtocol);
         if (named) {
             lookUpInto(rule, FilterSet::tags, VLAN, VLAN);
@@ -243,12 +264,13 @@ void appendMarking(Batch& batch, const FilterLayout& layout) {
         }
         conclude(rule, NF_ACCEPT);
     }
-    const bool unknown = layout.filters && !batch.filter->seesPvid;
+    if (!marksUnknown(batch, layout)) return;
     const Rule rule(batch, MARK_CHAIN);
-    markWith(rule, unknown ? markOfUnknown(mask) : 0);
+    markWith(rule, markOfUnknown(mask));
 }
 
-// A mark of somebody else's stays: the kernel has no way but to set the VLAN's bits one by one.
+// A mark of somebody else's stays, but for our bits of it: the kernel has no way but to set the VLAN's bits
+// one by one.
 void appendKeeping(Batch& batch, const FilterLayout& layout) {
     const uint32_t mask = batch.filter->markMask;
     {
@@ -265,7 +287,7 @@ void appendKeeping(Batch& batch, const FilterLayout& layout) {
     if (batch.filter->seesPvid) {
         const Rule rule(batch, KEEP_CHAIN);
         conclude(rule, NFT_GOTO, PVID_CHAIN);
-    } else if (layout.filters) {
+    } else if (marksUnknown(batch, layout)) {
         const Rule rule(batch, KEEP_CHAIN);
         addToMark(rule, markOfUnknown(mask));
     }
@@ -292,7 +314,7 @@ std::vector<ChainShape> chainsOf(const FilterLayout& layout) {
     std::vector<ChainShape> chains = {{WITHIN_CHAIN, false, 0, 0}};
     if (!layout.closed.empty()) chains.push_back({DOOR_CHAIN, false, 0, 0});
     if (layout.ports) {
-        for (const char* name : {TAG_CHAIN, PVID_CHAIN, KEEP_CHAIN, MARK_CHAIN}) {
+        for (const char* name : {OWN_TAG_CHAIN, TAG_CHAIN, PVID_CHAIN, KEEP_CHAIN, MARK_CHAIN}) {
             chains.push_back({name, false, 0, 0});
         }
         chains.push_back({INGRESS_CHAIN, true, NF_BR_PRE_ROUTING, INGRESS_PRIORITY});
@@ -308,7 +330,7 @@ void appendPvidProbe(Batch& batch, const char* table, const char* chain) {
 
 void appendRules(Batch& batch, const FilterLayout& layout) {
     appendForward(batch, layout);
-    appendWithin(batch);
+    appendWithin(batch, layout);
     if (!layout.ports) return;
     {
         const Rule rule(batch, INGRESS_CHAIN);
