@@ -199,6 +199,22 @@ TEST_F(LinuxKernelTest, TakesAFramesVlanForWhatTheBridgeDoes) {
     }
 }
 
+TEST_F(LinuxKernelTest, NamesWhatGoesPastTheFilter) {
+    build("plane linux\nbridge br0\n", {"p1", "p2"});
+    EXPECT_EQ(linesWith("plane show", "^note .*(tc|flowtable|routes)"), Texts{});
+    ASSERT_EQ(sh("ip addr add 192.0.2.1/24 dev br0 && echo 1 >/proc/sys/net/ipv4/ip_forward"), "");
+    EXPECT_EQ(linesWith("plane show", "^note br0: this machine routes").size(), 1U);
+    if (const std::string reason = sh("tc qdisc add dev p1 clsact && tc filter add dev p1 ingress matchall "
+                                      "action mirred egress redirect dev p2 && nft 'table inet other { "
+                                      "flowtable f { hook ingress priority 0; devices = { p2 }; }; }'");
+        !reason.empty()) {
+        SKIP_FOR("this kernel has no tc or flowtables: " + reason);
+    }
+    EXPECT_EQ(linesWith("plane show", "^note p1: a filter of tc").size(), 1U);
+    EXPECT_EQ(linesWith("plane show", "^note p2: flows that a flowtable").size(), 1U);
+    EXPECT_NE(ctlOutput("status").find("note: p1: "), std::string::npos);
+}
+
 TEST_F(LinuxKernelTest, KnowsVlanDevicesOfTheBridge) {
     const std::string reason =
         sh("ip link add probe0 type bridge && ip link add link probe0 name probe1 type vlan id 10");

@@ -29,7 +29,8 @@ constexpr char STATUS_DETAILS[] =
     "           failed: it stalls\n"
     "  boards   equal, differ, or unknown where the peer board cannot be asked\n"
     "\n"
-    "  The exit status is 0 only when nothing is wrong; what is wrong is listed below.";
+    "  The exit status is 0 only when nothing is wrong; what is wrong is listed below,\n"
+    "  and so is what the plane cannot hold, as notes.";
 
 constexpr char UNCOMPARED[] = "unknown";
 constexpr char PEER_BACK[] = "back";
@@ -184,6 +185,9 @@ void printStatus(const Session& session, const Status& status) {
     printLine("role    " + safeText(status.role));
     printLine("peer    " + safeText(status.link.state) + (doubt.empty() ? "" : "; " + doubt));
     if (!status.boards.empty()) printLine("boards  " + status.boards);
+    for (const std::string& note : status.plane.notes) {
+        printLine("note: " + toned(Tone::warning, safeText(note)));
+    }
     for (const std::string& problem : status.problems) {
         printLine(toned(Tone::bad, "problem: " + safeText(problem)));
     }

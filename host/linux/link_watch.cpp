@@ -125,7 +125,8 @@ void start(Board& board) {
                                                 .frameMark = board.frameMark,
                                                 .vlans = vlansOf(board.bridge),
                                                 .healing = board.healing,
-                                                .closed = board.closed});
+                                                .closed = board.closed,
+                                                .bridge = board.bridge});
         gLinux = new LinuxBoard(linuxBoardOf(board));
     }
     if (!problem.empty()) reportRemark(problem);

@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "common/text.h"
+#include "host/linux/bypass.h"
 #include "host/linux/linux_doors.h"
 #include "host/linux/linux_reconcile.h"
 #include "host/linux/linux_turn.h"
@@ -169,6 +170,9 @@ void linuxInspect(void* state, std::string& text) {
         text += fmt::format("doors packets={} bytes={}\n", held.packets, held.bytes);
     }
     for (const auto& [key, sentence] : plane.notes) text += fmt::format("note {}\n", safeText(sentence));
+    for (const std::string& sentence : bypassesOf(plane.bridge)) {
+        text += fmt::format("note {}\n", safeText(sentence));
+    }
     if (problem == 0) inspectElements(plane, text);
 }
 

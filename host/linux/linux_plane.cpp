@@ -261,6 +261,7 @@ std::string startLinuxPlane(const Plane& handle, const LinuxPlaneStart& start) {
     plane.layout.filters = start.vlans.filters;
     plane.layout.tagProtocol = start.vlans.tagProtocol;
     plane.access = start.access;
+    plane.bridge = start.bridge;
     plane.healing.mode = start.healing;
     plane.layout.closed = doorPatterns(start.closed);
     plane.failure = openFilter(plane.filter);

@@ -43,6 +43,7 @@ struct LinuxPlaneStart {
     BridgeVlans vlans = {};
     Healing healing = Healing::on;
     std::vector<std::string> closed = {};  // patterns of devices that have doors
+    std::string bridge = {};
 };
 
 // Lays the table, keeping what stands in one that is there. Returns what went wrong, as a sentence; the plane

@@ -52,6 +52,7 @@ struct LinuxPlane {
     int failure = ENOTCONN;  // 0 once the table was laid; else why it could not be
     std::string failureText = "the plane was not started";
     std::map<std::string, std::string> notes;
+    std::string bridge;
 
     // What was asked for, and the elements that make it up, each with how often it is needed.
     PlaneEntries twoWay;
