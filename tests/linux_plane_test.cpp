@@ -1,6 +1,8 @@
 // The daemon on a bridge of the kernel: what it is told holds for real frames, whatever becomes of it.
 #include <linux/capability.h>
 #include <sys/prctl.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 
 #include <thread>
 
@@ -13,6 +15,30 @@ constexpr char LISTED[] =
     "plane linux\nbridge br0\n"
     "interface 11 first slot 1 device p1\ninterface 12 second slot 1 device p2\n"
     "interface 13 third slot 1 device p3\ninterface 14 fourth slot 1 device p4\n";
+
+// A process of nobody's that listens under the name of the daemon's lock.
+pid_t takeLockName() {
+    int ready[2];
+    if (pipe(ready) != 0) return 0;
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr char NAME[] = "\0portisolate.0";
+        sockaddr_un address = {AF_UNIX, {}};
+        std::memcpy(address.sun_path, NAME, sizeof(NAME) - 1);
+        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + sizeof(NAME) - 1);
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        const bool taken = setuid(65534) == 0 && prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 &&
+                           bind(fd, reinterpret_cast<sockaddr*>(&address), size) == 0 && listen(fd, 64) == 0;
+        (void)!write(ready[1], taken ? "y" : "n", 1);
+        for (;;) pause();
+    }
+    char taken = 'n';
+    (void)!read(ready[0], &taken, 1);
+    close(ready[0]);
+    close(ready[1]);
+    EXPECT_EQ(taken, 'y');
+    return child;
+}
 
 }  // namespace
 
@@ -271,6 +297,52 @@ TEST_F(LinuxPlaneTest, MissesNoPortWhenMessagesAreLost) {
     EXPECT_TRUE(
         eventually([&] { return log().find("messages of the kernel were lost") != std::string::npos; }));
     EXPECT_EQ(settled("list", "name=p9 .*present=yes").size(), 1U);
+}
+
+// Daemons of other roots in the same network, all at once; in every other turn somebody else has taken the
+// name of their lock.
+TEST_F(LinuxPlaneTest, ServesANetworkAlone) {
+    build(UNLISTED, {"p1", "p2"});
+    ctlOutput("group add 5 p1 p2");
+    const std::string own = root;
+    pid_t stranger = 0;
+    for (int turn = 0; turn < 6; ++turn) {
+        std::map<pid_t, std::string> running;
+        for (const char* name : {"/a", "/b", "/c", "/d"}) {
+            root = own + name;
+            std::filesystem::create_directories(root + "/etc/portisolate");
+            std::filesystem::create_directories(root + "/tmp");
+            std::ofstream(root + "/etc/portisolate/board.conf") << UNLISTED;
+            running[spawn(DAEMON_PROGRAM, {}, "daemon" + std::to_string(turn))] = root;
+        }
+        const size_t left = turn == 0 ? 0 : 1;  // the first turn has a daemon already
+        for (int tries = 0; running.size() > left && tries < 3000; ++tries) {
+            for (const auto& [program, at] : running) {
+                if (!endsWithin(program, 10)) continue;
+                root = at;
+                const Outcome outcome = outcomeOf(program, "daemon" + std::to_string(turn));
+                const std::string holder = turn == 0 ? std::to_string(daemon) : "\\d+";
+                EXPECT_EQ(outcome.status, 255);
+                EXPECT_TRUE(
+                    std::regex_search(outcome.err, std::regex("another daemon, process " + holder + ",")))
+                    << outcome.err;
+                running.erase(program);
+                break;
+            }
+        }
+        ASSERT_EQ(running.size(), left);
+        root = turn == 0 ? own : running.begin()->second;
+        if (turn != 0) daemon = running.begin()->first;
+        awaitService();
+        EXPECT_EQ(blocked(network), "p1>p2 p2>p1");
+        const std::string serving =
+            readText(root + "/daemon" + (turn == 0 ? "" : std::to_string(turn)) + ".err");
+        EXPECT_EQ(serving.find("is passed over") != std::string::npos, stranger != 0) << serving;
+        stop(SIGKILL);
+        if (stranger != 0) kill(stranger, SIGKILL), waitpid(stranger, nullptr, 0);
+        stranger = turn % 2 == 0 ? takeLockName() : 0;
+    }
+    root = own;
 }
 
 TEST_F(LinuxPlaneTest, SaysWhatItCannotDo) {

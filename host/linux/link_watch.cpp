@@ -15,6 +15,7 @@
 #include "common/files.h"
 #include "host/linux/linux_board.h"
 #include "host/linux/linux_plane.h"
+#include "host/linux/namespace_lock.h"
 #include "host/linux/table_watch.h"
 #include "host/services/fault_report.h"
 #include "host/services/logging.h"
@@ -121,6 +122,9 @@ void start(Board& board) {
     {
         std::lock_guard guard(board.lock);
         if (board.bridge.empty()) return;
+        const std::string held = lockNamespace();
+        if (!held.empty()) reportRemark(held);
+        if (!held.empty()) refuseStart();
         problem = startLinuxPlane(board.plane, {.access = board.accessDevices,
                                                 .frameMark = board.frameMark,
                                                 .vlans = vlansOf(board.bridge),

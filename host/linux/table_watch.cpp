@@ -7,6 +7,7 @@
 
 #include "common/files.h"
 #include "host/linux/linux_plane.h"
+#include "host/linux/namespace_lock.h"
 #include "host/linux/nft_events.h"
 #include "host/services/fault_report.h"
 #include "host/services/logging.h"
@@ -48,6 +49,7 @@ void watchTable(Board* board) {
     subscribe(*board, events);
     // The first look is for what was done before the subscription.
     for (TableNews news;; news = awaitNews(events, monotonicMs() + TABLE_INTERVAL)) {
+        greetLockSeekers();
         std::lock_guard guard(board->lock);
         watchLinuxTable(board->plane, news.by);
     }
