@@ -232,7 +232,8 @@ int layFirst(LinuxPlane& plane) {
     // Without doors there is nowhere for these.
     const bool doors = !plane.layout.closed.empty();
     for (auto& part : plane.held.parts) {
-        std::erase_if(part, [&](const auto& held) { return held.first.kind == FilterKind::opened && !doors; });
+        std::erase_if(part,
+                      [&](const auto& held) { return held.first.kind == FilterKind::opened && !doors; });
     }
     countHeld(plane);
     // A table that is too large for one transaction stays of the kind that it is.
