@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "common/files.h"
 #include "host/services/logging.h"
@@ -119,7 +120,6 @@ Damage damageOf(const LinuxPlane& plane) {
 void tellHealed(LinuxPlane& plane, const Damage& before) {
     HealingState& healing = plane.healing;
     ++healing.count;
-    const bool former = healing.spell;
     const std::string by = healing.by.empty() ? "" : fmt::format(" by {}", healing.by);
     healing.by.clear();
     plane.damageText.clear();
@@ -127,9 +127,9 @@ void tellHealed(LinuxPlane& plane, const Damage& before) {
         ++healing.untold;
         return;
     }
-    if (former)
-        hostReport("the kernel's filter table {} was healed {} times more", FILTER_TABLE, healing.untold);
-    healing.untold = 0;
+    const uint64_t untold = std::exchange(healing.untold, 0);
+    if (untold != 0)
+        hostReport("the kernel's filter table {} was healed {} times more", FILTER_TABLE, untold);
     hostReport("the kernel's filter table {} {}{}: healed, {} parts and elements were put right",
                FILTER_TABLE, before.text, by, before.parts);
     if (!healing.spell) return;

@@ -35,7 +35,7 @@ TableNews awaitNews(TableEvents& events, int64_t deadline) {
     for (;;) {
         const int64_t left = deadline - monotonicMs();
         if (left <= 0 || !awaitTableEvents(events, static_cast<int>(left))) return {};
-        const TableNews news = takeTableEvents(events);
+        TableNews news = takeTableEvents(events);
         if (news.touched) return news;
     }
 }
