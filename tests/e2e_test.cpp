@@ -449,3 +449,42 @@ TEST_F(EndToEnd, OfDaemonsThatStartTogetherOneIsWhole) {
 }
 
 }  // namespace
+
+TEST_F(EndToEnd, KeepsWhatIsSavedAndNamesTheRest) {
+    start();
+    const std::string saved = root + "/etc/portisolate/isolation.conf";
+    const auto eventually = [this](const char* asked, const std::string& wanted) {
+        for (int tries = 0; tries < 2000; ++tries) {
+            if (ctlOutput(asked).find(wanted) != std::string::npos) return true;
+        }
+        return false;
+    };
+    EXPECT_EQ(ctl("keep --once").status, 0);  // nothing is saved
+    std::ofstream(saved) << "mode 2\ngroup 5 ge1/1 pon2/1\nfrob\nvlan-group 8 vlan 10 ge1/3 ge9/9\n";
+    const Outcome once = ctl("keep --once");
+    EXPECT_EQ(once.status, 1);
+    for (const char* named : {":3:1: ", ":4:28: ", "pending: vlan-group 8 vlan 10 ge1/3"}) {
+        EXPECT_NE(once.err.find(named), std::string::npos) << named << once.err;
+    }
+    EXPECT_TRUE(eventually("group list", "pon2/1"));
+
+    // A port that leaves its trunk can be a member; what an operator has deleted stays so.
+    const pid_t keeper = startCtl("keep", "keeper");
+    while (readText(root + "/keeper.err").find("ge1/3: does not run") == std::string::npos) {
+        ASSERT_FALSE(endsWithin(keeper, 1));
+    }
+    ctlOutput("group del 5 pon2/1");
+    boardAnswer("leave lag1 ge1/3");
+    EXPECT_TRUE(eventually("vlan-group list", "ge1/3"));
+    EXPECT_EQ(ctlOutput("group list").find("pon2/1"), std::string::npos);
+    stop(SIGKILL);
+    std::filesystem::remove(root + COMMAND_SOCKET_PATH);
+    start();
+    EXPECT_TRUE(eventually("group list", "pon2/1"));
+    kill(keeper, SIGTERM);
+    EXPECT_EQ(outcomeOf(keeper, "keeper").status, -SIGTERM);
+
+    std::ofstream(saved) << "nonsense\n";
+    EXPECT_NE(ctl("keep --once").err.find("nothing swept"), std::string::npos);
+    EXPECT_NE(ctlOutput("group list").find("pon2/1"), std::string::npos);
+}
