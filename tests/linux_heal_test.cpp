@@ -37,6 +37,11 @@ TEST_F(LinuxHealTest, MendsWhateverOthersDoToItsTable) {
     ASSERT_EQ(buildSwitch(network, {"p1", "p2", "p3", "p4"}), "");
     const std::string nft = "nft ", table = " bridge portisolate ", chain = table + "forward ";
     const std::string drop = "$(nft -a list chain" + chain + "| awk '/vmap/ { print $NF; exit }')";
+    const std::string pon = "$(nft -a list chain" + chain + "| awk '/open_vlans/ { print $NF }')";
+    // The rule of PON isolation with another number in it.
+    const std::string other =
+        "$(nft list chain" + chain +
+        "| sed -n '/open_vlans/ { s/0x00000000/0x00080000/; s/packets.*bytes [0-9]*//; p }')";
     const struct {
         std::string done, state, told;
     } cases[] = {
@@ -44,6 +49,8 @@ TEST_F(LinuxHealTest, MendsWhateverOthersDoToItsTable) {
         {nft + "add table" + table + "'{ flags dormant; }'", "gone", "was switched off from outside"},
         {nft + "replace rule" + chain + "handle " + drop + " counter", "changed",
          "rule 1 of chain forward was"},
+        {nft + "replace rule" + chain + "handle " + pon + " " + other, "changed",
+         "rule 2 of chain forward was"},
         {nft + "delete rule" + chain + "handle " + drop, "changed", "rule 1 of chain forward was"},
         {nft + "insert rule" + chain + "accept", "changed", "rule 1 of chain forward was"},
         {NO_HOOK, "changed", "chain forward was changed"},

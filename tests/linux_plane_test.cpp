@@ -142,6 +142,7 @@ TEST_F(LinuxPlaneTest, LeaksNothingWhenItIsKilled) {
         restart();
         EXPECT_TRUE(stream.flows());
         EXPECT_EQ(linesWith("plane show", "state=left-over").size(), programmed);
+        EXPECT_NE(log().find(" elements of an earlier run are kept"), std::string::npos) << log();
         ctlOutput("apply " + root + "/running");
         EXPECT_TRUE(stream.flows());
         EXPECT_EQ(notHeld(), Texts{});
