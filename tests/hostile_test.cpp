@@ -1,6 +1,8 @@
 // Clients and senders that break every rule: the daemon answers or drops what they send, goes on serving
 // everybody else, and keeps neither their descriptors nor a change that they had no right to.
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 
 #include <chrono>
@@ -213,6 +215,14 @@ TEST_F(Hostile, NonsenseIsAnsweredLineByLine) {
         }
         close(talker);
     }
+    const int slow = connectTo(BOARD_SOCKET_PATH);
+    for (const char letter : std::string("role\n")) {
+        int unread = 0;
+        ASSERT_EQ(send(slow, &letter, 1, MSG_NOSIGNAL), 1);
+        EXPECT_TRUE(eventually([&] { return ioctl(slow, SIOCOUTQ, &unread) == 0 && unread == 0; }));
+    }
+    EXPECT_EQ(receive(slow, 100), "ok\nsingle\n");
+    close(slow);
     for (const int client : silent) {
         EXPECT_EQ(receive(client, 100), "error: no whole line came within 10 seconds\n");
         close(client);
