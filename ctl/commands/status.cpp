@@ -178,9 +178,6 @@ void printStatus(const Session& session, const Status& status) {
     const std::string doubt = doubtText(status.link);
     printLine(fmt::format("daemon  {}, since {}", safeText(status.about.version), status.about.since));
     printLine(fmt::format("plane   {}, {}", safeText(status.plane.name), safeText(planeText(status))));
-    for (const std::string& note : status.plane.notes) {
-        printLine("note    " + toned(Tone::warning, safeText(note)));
-    }
     printLine("saved   " + savedText(status));
     printLine("role    " + safeText(status.role));
     printLine("peer    " + safeText(status.link.state) + (doubt.empty() ? "" : "; " + doubt));
