@@ -80,6 +80,18 @@ TEST_F(LinuxDoorsTest, BeginClosedAndOpenWhenTold) {
     }
 }
 
+TEST_F(LinuxDoorsTest, StayClosedWhereIsolationIsMissing) {
+    build("plane linux\nbridge br0\nclosed v*\nheal off\n", {"v1", "v2", "v3"});
+    ctlOutput("group add 5 v1 v2");
+    ASSERT_EQ(sh("nft delete element bridge portisolate pairs '{ \"v1\" . \"v2\" }'"), "");
+    EXPECT_EQ(boardAnswer("plane open all"), "1\n");
+    EXPECT_EQ(doors(), "v1 v2 ");
+    EXPECT_EQ(blocked(network), ALL);
+    boardAnswer("plane restore");
+    EXPECT_EQ(boardAnswer("plane open all"), "2\n");
+    EXPECT_EQ(blocked(network), "v1>v2 v2>v1");
+}
+
 TEST_F(LinuxDoorsTest, HoldWhateverComesWhileTheDaemonStandsStill) {
     build("plane linux\nbridge br0\nclosed v*\n", {"v1", "v2", "v3", "p1"});
     ctlOutput("plane open --all");

@@ -1,6 +1,7 @@
 #include "host/linux/linux_doors.h"
 
 #include "host/linux/linux_reconcile.h"
+#include "host/linux/linux_turn.h"
 #include "host/linux/nft_doors.h"
 
 namespace {
@@ -9,6 +10,17 @@ using Doors = std::unordered_set<FilterElement, FilterElementHash>;
 
 bool hasDoor(const LinuxPlane& plane, const PlanePort& port) {
     return port.index != 0 && !port.trunkMember && matchesDoor(plane.layout.closed, port.device);
+}
+
+// Those of which something that is asked for does not stand.
+std::set<std::string_view> devicesMissing(const LinuxPlane& plane) {
+    std::set<std::string_view> devices;
+    for (const auto& [element, uses] : plane.wanted) {
+        if (plane.held.contains(element)) continue;
+        devices.insert(deviceText(element.src));
+        devices.insert(deviceText(element.dst));
+    }
+    return devices;
 }
 
 // One transaction; what the kernel refuses is as it was.
@@ -33,9 +45,14 @@ int32_t changeDoors(LinuxPlane& plane, const Doors& doors, bool open) {
 int32_t linuxSetDoors(void* state, const std::vector<PlanePort>& ports, bool open, uint64_t& changed) {
     LinuxPlane& plane = linuxPlane(state);
     changed = 0;
+    // What isolates comes before what opens.
+    flushTurn(plane);
+    if (plane.failure == 0) refreshIfChanged(plane);
+    const std::set<std::string_view> waiting = open ? devicesMissing(plane) : std::set<std::string_view>{};
     Doors doors;
     for (const PlanePort& port : ports) {
         const FilterElement door = openedElement(port.index, port.device);
+        if (waiting.contains(port.device)) continue;
         if (hasDoor(plane, port) && plane.opened.contains(door) != open) doors.insert(door);
     }
     if (doors.empty()) return 0;
