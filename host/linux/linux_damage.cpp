@@ -128,8 +128,9 @@ void tellHealed(LinuxPlane& plane, const Damage& before) {
         return;
     }
     const uint64_t untold = std::exchange(healing.untold, 0);
-    if (untold != 0)
+    if (untold != 0) {
         hostReport("the kernel's filter table {} was healed {} times more", FILTER_TABLE, untold);
+    }
     hostReport("the kernel's filter table {} {}{}: healed, {} parts and elements were put right",
                FILTER_TABLE, before.text, by, before.parts);
     if (!healing.spell) return;
