@@ -199,6 +199,23 @@ TEST_F(LinuxKernelTest, TakesAFramesVlanForWhatTheBridgeDoes) {
     }
 }
 
+// Frames are on their way all the while; a VLAN that is gone and there again is none that the filter misses.
+TEST_F(LinuxKernelTest, HoldsWhileVlansComeAndGo) {
+    if (const std::string reason = lacking("bridge vlan_filtering 1"); !reason.empty()) SKIP_FOR(reason);
+    build("plane linux\nbridge br0\n", {"p1", "p2", "p3"}, "vlan_filtering 1 vlan_default_pvid 10");
+    ctlOutput("vlan-group add 5 p1 p2 --vlan 10");
+    const Stream stream(network, "p1", "p3");
+    for (const std::string port : {"p1", "p2"}) {
+        EXPECT_TRUE(stream.flows());
+        EXPECT_EQ(heardOfStreams(network, "p2"), 0U) << port;
+        EXPECT_EQ(sh("for round in $(seq 40); do bridge vlan del dev " + port +
+                     " vid 10 && bridge vlan add dev " + port + " vid 10 pvid untagged || exit; done"),
+                  "");
+    }
+    EXPECT_TRUE(stream.flows());
+    EXPECT_EQ(heardOfStreams(network, "p2"), 0U);
+}
+
 TEST_F(LinuxKernelTest, NamesWhatGoesPastTheFilter) {
     build("plane linux\nbridge br0\n", {"p1", "p2"});
     EXPECT_EQ(linesWith("plane show", "^note .*(tc|flowtable|routes)"), Texts{});

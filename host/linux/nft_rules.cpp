@@ -224,6 +224,16 @@ void appendWithin(Batch& batch, const FilterLayout& layout) {
     conclude(rule, NF_DROP);
 }
 
+// The bridge drops a frame that is of no VLAN. Where the port gets its PVID before the bridge looks, the frame
+// would go on with a wrong mark: so it is dropped here, before other rules ask for the PVID again.
+void appendOfNoVlan(Batch& batch, const FilterLayout& layout, const char* chain) {
+    if (!layout.filters || !batch.filter->seesPvid) return;
+    const Rule rule(batch, chain);
+    loadMeta(rule, NFT_META_BRI_IIFPVID, VLAN);
+    compare<uint16_t>(rule, NFT_CMP_EQ, 0);
+    conclude(rule, NF_DROP);
+}
+
 // The usual case: the frame has no mark yet, and its mark can be written as a whole.
 void appendMarking(Batch& batch, const FilterLayout& layout) {
     const uint32_t mask = batch.filter->markMask;
@@ -251,6 +261,7 @@ void appendMarking(Batch& batch, const FilterLayout& layout) {
         }
         conclude(rule, NF_ACCEPT);
     }
+    appendOfNoVlan(batch, layout, MARK_CHAIN);
     for (const bool named : {true, false}) {
         if (!batch.filter->seesPvid) continue;
         const Rule rule(batch, MARK_CHAIN);
@@ -298,6 +309,7 @@ void appendKeeping(Batch& batch, const FilterLayout& layout) {
         compare<uint16_t>(rule, NFT_CMP_EQ, htons(value));
         addToMark(rule, markOfVlan(mask, value));
     }
+    appendOfNoVlan(batch, layout, PVID_CHAIN);
     for (uint32_t bit = 0; batch.filter->seesPvid && bit < VLAN_BITS; ++bit) {
         const auto value = static_cast<uint16_t>(1U << bit);
         const Rule rule(batch, PVID_CHAIN);
