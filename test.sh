@@ -6,7 +6,8 @@ top=$(cd "$(dirname "$0")" && pwd)
 
 usage() {
     cat <<TEXT
-usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--all] [--mutants N]
+usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--selftests]
+                 [--all] [--mutants N]
 
 Installs missing packages, builds, and runs all tests. The options add to this:
   --sanitize  all tests with the address and undefined-behaviour sanitizers, and with the thread sanitizer
@@ -18,11 +19,12 @@ Installs missing packages, builds, and runs all tests. The options add to this:
   --kernel    bonds, teams and VLANs of a bridge, under Debian's own kernel in a virtual machine, and under that of the
               release after Debian 12, which has tables of one's own
   --all       all of the above
+  --selftests the kernel's own tests of its bridge, with the daemon beside them (downloads the kernel's source; an hour)
   --mutants N plants N small faults, one at a time, and shows those that no test notices
 TEXT
 }
 
-sanitize=no cross=no fuzz=no lint=no demo=no kernel=no mutants=0
+sanitize=no cross=no fuzz=no lint=no demo=no kernel=no selftests=no mutants=0
 while [ $# -gt 0 ]; do
     case $1 in
         --sanitize) sanitize=yes ;;
@@ -31,6 +33,7 @@ while [ $# -gt 0 ]; do
         --lint) lint=yes ;;
         --demo) demo=yes ;;
         --kernel) kernel=yes ;;
+        --selftests) selftests=yes ;;
         --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes ;;
         --mutants) mutants=${2-} && shift ;;
         -h | --help) usage; exit 0 ;;
@@ -46,7 +49,7 @@ fi
 packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian mandoc iproute2 nftables spin)
 [ $lint = no ] || packages+=(clang-format clang-tidy libbenchmark-dev)
 [ $cross = no ] || packages+=(g++-{powerpc,s390x,aarch64}-linux-gnu qemu-user googletest)
-[ $kernel = no ] || packages+=(libteam-utils systemd "${KERNEL_VM_PACKAGES[@]}")
+[ $kernel$selftests = nono ] || packages+=(libteam-utils systemd "${KERNEL_VM_PACKAGES[@]}")
 [ "$mutants" -eq 0 ] || packages+=(python3)
 need_packages "${packages[@]}"
 # The package of the 32-bit compiler is named after the version of the installed compiler.
@@ -177,6 +180,10 @@ if [ $kernel = yes ]; then
             "$top/scripts/kernel_vm.sh" ${suite:+-k "$suite"} "$top/build-test/tests/linux_test"
         check "boot, restart, upgrade, removal of the package${suite:+ under the kernel of $suite}" boot_package "$suite"
     done
+fi
+if [ $selftests = yes ]; then
+    say "the kernel's own tests"
+    check "the kernel's own tests" "$top/scripts/selftests.sh"
 fi
 if [ $demo = yes ]; then
     say "demonstrations"

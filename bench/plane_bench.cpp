@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,6 +31,7 @@ LinuxSwitch network;
 Plane plane = {};
 std::deque<std::string> names;
 int64_t held = -1;  // pairs of other ports
+const std::string tableFile = "/tmp/portisolate-" + std::to_string(getpid());
 
 void must(bool holds, const std::string& what) {
     if (holds) return;
@@ -231,6 +233,59 @@ void frameByEveryKind(benchmark::State& state) {
     if (filters) sh("ip link set br0 type bridge vlan_filtering 0");
 }
 
+// What such a bridge costs by itself.
+void frameOnFiltering(benchmark::State& state) {
+    dropPlane();
+    if (!sh("ip link set br0 type bridge vlan_filtering 1").empty()) {
+        state.SkipWithError("this kernel's bridges do not filter VLANs");
+        return;
+    }
+    sendFrames(state);
+    sh("ip link set br0 type bridge vlan_filtering 0");
+}
+
+// A group of so many ports, of which each joins in a turn of its own, made and released.
+void groupByPlane(benchmark::State& state) {
+    const auto ports = static_cast<uint32_t>(state.range(0));
+    for (auto _ : state) {
+        dropPlane();
+        plane = createLinuxPlane();
+        must(startLinuxPlane(plane, {}).empty(), "no table");
+        const auto each = [&](auto&& command) {
+            const auto start = std::chrono::steady_clock::now();
+            for (uint32_t dst = 1; dst < ports; ++dst) {
+                plane.begin(plane.state);
+                for (uint32_t src = 0; src < dst; ++src)
+                    must(command(src, dst) == 0, "a command was refused");
+                plane.end(plane.state);
+            }
+            return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        };
+        portOf(ports);
+        state.SetIterationTime(each([](uint32_t src, uint32_t dst) {
+            return plane.addTwoWay(plane.state, portOf(src), portOf(dst), {});
+        }));
+        must(state.range(1) != 0 ||
+                 sh("nft list table bridge portisolate | sed '/flags/d' >" + tableFile).empty(),
+             "no list");
+        const double released =
+            each([](uint32_t src, uint32_t dst) { return plane.deleteTwoWay(plane.state, src, dst); });
+        if (state.range(1) != 0) state.SetIterationTime(released);
+    }
+}
+
+// The same table, as groupByPlane has left it in a file.
+void groupByNft(benchmark::State& state) {
+    for (auto _ : state) {
+        dropPlane();
+        const auto start = std::chrono::steady_clock::now();
+        must(sh("nft -f " + tableFile).empty(), "nft refused the table");
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        sh("nft delete table bridge portisolate");
+    }
+}
+
 void renameByPlane(benchmark::State& state) {
     startWith(state);
     bool other = false;
@@ -264,6 +319,14 @@ void withFew(benchmark::internal::Benchmark* measured) {
 
 BENCHMARK(frameByPlane)->Args({0, 0})->Apply(withFrames);
 BENCHMARK(frameByEveryKind)->ArgName("filters")->Arg(0)->Arg(1)->ComputeStatistics("best", best);
+BENCHMARK(frameOnFiltering)->ComputeStatistics("best", best);
+
+void asWhole(benchmark::internal::Benchmark* measured) {
+    measured->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1)->ComputeStatistics("best", best);
+}
+
+BENCHMARK(groupByPlane)->ArgNames({"ports", "released"})->Args({374, 0})->Args({374, 1})->Apply(asWhole);
+BENCHMARK(groupByNft)->Apply(asWhole);
 BENCHMARK(renameByPlane)->ArgName("pairs")->Arg(34980)->ComputeStatistics("best", best);
 BENCHMARK_CAPTURE(frameByHand, nothing, NOTHING)->Apply(withFew);
 BENCHMARK_CAPTURE(frameByHand, empty, EMPTY_CHAIN)->Apply(withFew);
@@ -283,4 +346,5 @@ int main(int argc, char** argv) {
     for (const char* receiver : {"p2", "w"}) close(network.hosts.at(receiver).sockets[0]);
     benchmark::RunSpecifiedBenchmarks();
     dropPlane();
+    unlink(tableFile.c_str());
 }
