@@ -224,8 +224,8 @@ void appendWithin(Batch& batch, const FilterLayout& layout) {
     conclude(rule, NF_DROP);
 }
 
-// The bridge drops a frame that is of no VLAN. Where the port gets its PVID before the bridge looks, the frame
-// would go on with a wrong mark: so it is dropped here, before other rules ask for the PVID again.
+// The bridge drops a frame that is of no VLAN. Where the port gets its PVID before the bridge looks, the
+// frame would go on with a wrong mark: so it is dropped here, before other rules ask for the PVID again.
 void appendOfNoVlan(Batch& batch, const FilterLayout& layout, const char* chain) {
     if (!layout.filters || !batch.filter->seesPvid) return;
     const Rule rule(batch, chain);
