@@ -50,6 +50,7 @@ TEST_F(LinuxDoorsTest, BeginClosedAndOpenWhenTold) {
 
         // Who opens a door or takes the patterns away from outside does not for long.
         ctlOutput("plane close v3");
+        EXPECT_NE(ctl("status").out.find("1 behind closed doors"), std::string::npos);
         for (const char* done : {"nft add element bridge portisolate opened '{ \"v3\" . \"v3\" }'",
                                  "nft flush set bridge portisolate closed", "nft flush ruleset"}) {
             sh(done);

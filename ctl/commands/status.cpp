@@ -20,7 +20,8 @@ namespace {
 
 constexpr char STATUS_DETAILS[] =
     "  daemon   its version, and since when it runs\n"
-    "  plane    the kind of the forwarding plane, and whether it holds all that it was asked for\n"
+    "  plane    the kind of the forwarding plane, and whether it holds all that it was asked for; how much\n"
+    "           is missing, left over, was healed, waits behind closed doors, was refused\n"
     "  saved    whether all of the saved configuration is in force, or how much of it is pending\n"
     "  role     active, standby or single\n"
     "  peer     none: no peer board is described; unknown: nothing was handed to it yet; reached;\n"
@@ -86,6 +87,7 @@ std::string planeText(const Status& status) {
     add(countEntries(plane, PlaneEntryState::missing), "missing");
     add(countEntries(plane, PlaneEntryState::leftOver), "left over");
     add(plane.healed, "healed");
+    add(plane.doors.size(), "behind closed doors");
     add(status.about.refused, "refused since the start");
     return text;
 }
@@ -170,6 +172,7 @@ void printStatus(const Session& session, const Status& status) {
              jsonField("missing", jsonText(countEntries(status.plane, PlaneEntryState::missing))),
              jsonField("leftOver", jsonText(countEntries(status.plane, PlaneEntryState::leftOver))),
              jsonField("healed", jsonText(status.plane.healed)),
+             jsonField("doors", jsonText(status.plane.doors)),
              jsonField("refused", jsonText(status.about.refused)), jsonField("saved", jsonText(status.saved)),
              jsonField("pending", jsonText(status.pending)), jsonField("role", jsonText(status.role)),
              jsonField("peer", jsonText(peerJson(status))), jsonField("problems", jsonText(status.problems))},
@@ -200,7 +203,8 @@ constexpr Command STATUS_COMMANDS[] = {
      .run = runStatus,
      .details = STATUS_DETAILS,
      .json =
-         "{version, since, plane, state, notes, missing, leftOver, healed, refused, saved, pending, role, "
+         "{version, since, plane, state, notes, missing, leftOver, healed, doors, refused, saved, pending, "
+         "role, "
          "peer, problems}: since is local time, saved whether there is a saved configuration, peer is null "
          "or {root, state, boards, answered, "
          "differing, missed, lost, ended, waiting}, problems an array of sentences"},
