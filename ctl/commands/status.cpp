@@ -185,6 +185,9 @@ void printStatus(const Session& session, const Status& status) {
     printLine("role    " + safeText(status.role));
     printLine("peer    " + safeText(status.link.state) + (doubt.empty() ? "" : "; " + doubt));
     if (!status.boards.empty()) printLine("boards  " + status.boards);
+    for (const std::string& note : status.plane.notes) {
+        printLine("note: " + toned(Tone::warning, safeText(note)));
+    }
     for (const std::string& problem : status.problems) {
         printLine(toned(Tone::bad, "problem: " + safeText(problem)));
     }
