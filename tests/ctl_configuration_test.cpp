@@ -124,6 +124,7 @@ TEST_F(Config, RemovalsWaitForTheClaimsThatReplaceThem) {
         {"vlan-group 5 vlan 9 1-2", "pair 1 to 2", "| +1/2 | -5/1 -5/2 | | "},
         // A created row becomes active in place; the way back is a new entry, behind all activations.
         {"group 5 1-2", "pair 2 to 1\npair 1 to 101", "-5/1 -5/2 | | | +1/101 +2/1 | 1-2 "},
+        {"group 5 1-3", "group 5 2-3\npair 2 to 1", "-5/1 | | | +2/1 | 1-2 "},
         {"vlan-group 5 vlan 9 1-2", "vlan-group 6 vlan 8 1-2", "-5/1 -5/2 | | | +6/1 +6/2 | "},
         {"created group 5 1-2", "group 5 1-2", "| | | a5/1 a5/2 | "},
         {"group 5 1-3", "created group 5 1\ngroup 5 2-3 101", "-5/1 | | | +5/101 c5/1 | "},
