@@ -273,8 +273,11 @@ TEST_F(EndToEnd, UnconfirmedChangesAreTakenBack) {
     EXPECT_EQ(ctl("confirm").status, 1);
     EXPECT_EQ(ctlOutput("export"), kept);
 
+    // The first try to take it back is refused: of its two commands, behind two of the change, the last.
+    ctlOutput("board fault daxIfSyncApi 4 5 command 44");
     ctlOutput("apply " + wanted + " --confirm 1");
     EXPECT_TRUE(eventually([&] { return ctlOutput("export") == kept; }));
+    EXPECT_NE(log().find("activate -> 0x00000005"), std::string::npos) << log();
     EXPECT_NE(log().find("pair ge1/1 to ge1/2: activate -> done"), std::string::npos);
 }
 
