@@ -10,7 +10,7 @@ seconds=${1:-60}
 [ $# -gt 0 ] || set -- datagram requests descriptions apply
 
 need_packages "${BUILD_PACKAGES[@]}" clang libgtest-dev
-build_tree "$top/build-fuzz" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ -DPORTISOLATE_FUZZ=ON \
+build_tree "$top/build-fuzz" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DCMAKE_CXX_COMPILER=clang++ -DPORTISOLATE_FUZZ=ON \
     -DPORTISOLATE_TESTS=OFF -DPORTISOLATE_SANITIZE=address,undefined
 mkdir -p "$top/build-fuzz/found"
 
