@@ -157,6 +157,8 @@ TEST_F(EndToEnd, TheBoardSaysWhatItDoesNotDo) {
         {"forward ge1/2 ge1/1 10 11", "error: usage: forward"},
         {"plug ge1/1", "ok"},
         {"plug ge1/1", "error: ge1/1 is plugged already"},
+        {"unplug ge1/3", "ok"},
+        {"plug ge1/3", "ok"},
         {"join lag1 ge1/3", "error: the port is in a trunk already"},
         {"join ge1/2 ge1/1", "error: the first interface is not a trunk"},
         {"join lag2 ge1/1 x", "error: usage: join"},
