@@ -89,8 +89,8 @@ struct Plane {
     int32_t (*sweep)(void* state, uint64_t& changed);
     int32_t (*restore)(void* state, uint64_t& changed);
     // Opens or shuts the doors of those of the ports that have one, all or, with an errno value, none, and
-    // counts those that were not so before. Ports with shut doors do not reach one another. The door of a port
-    // of which some isolation is missing stays shut.
+    // counts those that were not so before. Ports with shut doors do not reach one another. The door of a
+    // port of which some isolation is missing stays shut.
     int32_t (*setDoors)(void* state, const std::vector<PlanePort>& ports, bool open, uint64_t& changed);
     bool (*shutDoor)(void* state, const PlanePort& port);
 };
