@@ -148,10 +148,10 @@ int listenForConfirmation(const Session& session) {
         listen(listener, WAITING_MAX) == 0) {
         return listener;
     }
-    const bool taken = errno == EADDRINUSE;
-    const CommandEnds failure = systemFailure("no socket to confirm at");
+    const int problem = errno;
     close(listener);
-    if (!taken) throw failure;
+    errno = problem;
+    if (problem != EADDRINUSE) throw systemFailure("no socket to confirm at");
     throw CommandEnds{Exit::refused,
                       "an earlier change still waits for `portisolatectl confirm`; nothing was applied"};
 }

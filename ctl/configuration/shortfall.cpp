@@ -55,7 +55,9 @@ std::vector<Shortfall> findShortfalls(const std::vector<BoardInterface>& interfa
     }
     const GroupScopes scopes = groupScopes(interfaces, configuration);
     std::vector<Shortfall> found;
-    for (const auto& [names, vlans] : held) {
+    for (const auto& entry : held) {
+        const auto& names = entry.first;
+        const std::set<uint32_t>& vlans = entry.second;
         const BoardInterface* left = portNamed(ports, names.first);
         const BoardInterface* right = portNamed(ports, names.second);
         if (vlans.contains(0) || left == nullptr || right == nullptr) continue;
