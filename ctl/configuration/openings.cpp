@@ -15,8 +15,9 @@ Configuration standingRows(const Configuration& running, const Plan& plan) {
         }
     }
     for (const Step& step : plan.early) {
-        if (step.action == StepAction::add || step.action == StepAction::activate)
+        if (step.action == StepAction::add || step.action == StepAction::activate) {
             standing.rows[step.row] = true;
+        }
     }
     return standing;
 }
@@ -64,8 +65,9 @@ std::set<std::pair<uint32_t, uint32_t>> findOpenings(const Configuration& runnin
         if (!active || rows.rows.contains(row)) continue;
         if (row.kind == ConfigKind::pair) {
             const uint32_t source = row.scope.number;
-            if (opens(standing, after, source, row.member, 0))
+            if (opens(standing, after, source, row.member, 0)) {
                 openings.insert(std::minmax(source, row.member));
+            }
             continue;
         }
         for (const auto& [fellow, scopes] : before.scopes) {

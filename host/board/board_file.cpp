@@ -124,8 +124,9 @@ std::string readClosed(Words& words, Description& description) {
         const std::string& pattern = words[i];
         const size_t wild = pattern.find_first_of("*?[]\\");
         const bool prefix = wild == pattern.size() - 1 && pattern.ends_with('*');
-        if (wild != std::string::npos && !prefix)
+        if (wild != std::string::npos && !prefix) {
             return pattern + ": the kernel compares whole names, or their beginnings as in vnet*";
+        }
         if (pattern.size() > DEVICE_NAME_MAX + (prefix ? 1 : 0)) return LONG_DEVICE;
         description.board.closed.push_back(pattern);
     }

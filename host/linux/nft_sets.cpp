@@ -378,9 +378,10 @@ RawChange rawWhole(const Filter& filter, const FilterElements& elements) {
         for (const FilterKind kind : {FilterKind::twoWay, FilterKind::oneWay, FilterKind::twoWayVlan}) {
             FilterElement element = devicesOf(kind, one.key.data(), true);
             if (pair == (kind == FilterKind::twoWayVlan)) continue;
-            if (!pair)
+            if (!pair) {
                 element.vid =
                     vlanOfMark(filter.markMask, valueAt<uint32_t>(one.key.data() + TWO_DEVICES_SIZE));
+            }
             const auto held = elements.find(element);
             if (held != elements.end() && held->second.packets != 0) one.counter = held->second;
         }
