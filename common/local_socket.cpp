@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstring>
 
 #include "common/files.h"
@@ -18,6 +19,20 @@ bool fillLocalAddress(const std::string& path, sockaddr_un& address) {
     if (path.size() >= sizeof(address.sun_path)) return false;
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     return true;
+}
+
+socklen_t fillAbstractAddress(std::string_view name, sockaddr_un& address) {
+    address = {};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path + 1, name.data(), name.size());
+    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+}
+
+std::optional<ucred> processBehind(int fd) {
+    ucred process = {};
+    socklen_t length = sizeof(process);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &process, &length) != 0) return {};
+    return process;
 }
 
 bool connectTo(int fd, const std::string& path, int64_t timeout) {

@@ -1,14 +1,24 @@
 // Local sockets by path, as a client and a server share them.
 #pragma once
 
+#include <sys/socket.h>
 #include <sys/un.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 // False for a path that is too long for a local socket.
 bool fillLocalAddress(const std::string& path, sockaddr_un& address);
+
+// The address of a socket without a file: its name goes with the process that has it. `name` has 100 bytes at
+// most. Answers the size of the address.
+socklen_t fillAbstractAddress(std::string_view name, sockaddr_un& address);
+
+// The process that made the other end of a connection, as the kernel knows it; none where it cannot be asked.
+std::optional<ucred> processBehind(int fd);
 
 // Connects the unconnected socket `fd` to `path` within `timeout` milliseconds. False with errno set: EAGAIN
 // when nobody accepted in time; the socket may be used again.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/local_socket.h"
 #include "wire/framing.h"
 #include "wire/status.h"
 
@@ -26,17 +27,20 @@ bool takeBlock(std::string_view& rest, std::string& block) {
 // Anybody may make a socket of this name in /tmp. The folder of the daemon's other sockets is its user's, and
 // nobody but root could make it.
 bool isDaemons(Stream& stream, const std::string& root) {
-    ucred server = {};
-    socklen_t length = sizeof(server);
+    const std::optional<ucred> server = processBehind(stream.fd);
     struct stat folder = {};
-    if (getsockopt(stream.fd, SOL_SOCKET, SO_PEERCRED, &server, &length) != 0) return true;
-    const bool daemons = stat((root + RUN_FOLDER).c_str(), &folder) == 0 && server.uid == folder.st_uid;
-    if (daemons || server.uid == 0 || server.uid == geteuid()) return true;
+    if (server && (server->uid == 0 || server->uid == geteuid())) return true;
+    const bool owned = stat((root + RUN_FOLDER).c_str(), &folder) == 0;
+    if (server && owned && server->uid == folder.st_uid) return true;
     streamClose(stream);
+    if (!server) {
+        stream.failure = "the kernel does not tell who serves it";
+        return false;
+    }
     stream.failure = fmt::format(
         "it is served by user {}, who is neither root nor the daemon's user: remove it and restart the "
         "daemon",
-        server.uid);
+        server->uid);
     return false;
 }
 

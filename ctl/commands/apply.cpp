@@ -89,8 +89,9 @@ Configuration readWanted(Session& session, const std::string& path, bool mayBeEm
     return wanted;
 }
 
-// What an earlier run of the daemon left over has to make way once all that is wanted is in force.
-Exit sweepAfter(Session& session) {
+// Once all that is wanted is in force, what an earlier run of the daemon left over has to make way, and the
+// doors open.
+Exit settleAfter(Session& session) {
     tellShortfalls(session);
     const uint64_t removed = sweepPlane(session);
     if (removed != 0 && !session.json) {
@@ -181,7 +182,7 @@ Exit runApply(Session& session, const Invocation& invocation) {
     const bool dryRun = fieldValue(invocation.options, "--dry-run") != nullptr;
     if (steps == 0 || dryRun) {
         if (!session.json) printLine(steps == 0 ? "nothing to change" : changesText(steps) + ", none made");
-        return dryRun ? Exit::done : sweepAfter(session);
+        return dryRun ? Exit::done : settleAfter(session);
     }
     std::fflush(stdout);
     Guardian guardian;
@@ -204,7 +205,7 @@ Exit runApply(Session& session, const Invocation& invocation) {
         return Exit::refused;
     }
     if (!session.json) printLine(changesText(progress.changed) + " made");
-    if (seconds == 0) return sweepAfter(session);
+    if (seconds == 0) return settleAfter(session);
     tellShortfalls(session);
     return Exit::done;
 }
@@ -212,7 +213,7 @@ Exit runApply(Session& session, const Invocation& invocation) {
 Exit runConfirm(Session& session, const Invocation&) {
     confirmChange(session);
     if (!session.json) printLine("confirmed");
-    return sweepAfter(session);
+    return settleAfter(session);
 }
 
 constexpr Command APPLY_COMMANDS[] = {

@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -30,14 +29,9 @@ constexpr int64_t RETRY_SECONDS = 600;
 constexpr int WAITING_MAX = 4;  // connections
 constexpr char NO_GUARDIAN[] = "no process could be started that would take the change back";
 
-// The name begins with a zero byte, so there is no file that somebody could put in its place; it goes with
-// the process.
 socklen_t fillGuardAddress(const Session& session, sockaddr_un& address) {
-    address = {};
-    address.sun_family = AF_UNIX;
-    const std::string name = fmt::format("portisolate-confirm-{:x}", std::hash<std::string>{}(session.root));
-    std::memcpy(address.sun_path + 1, name.data(), name.size());
-    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    const size_t root = std::hash<std::string>{}(session.root);
+    return fillAbstractAddress(fmt::format("portisolate-confirm-{:x}", root), address);
 }
 
 CommandEnds systemFailure(const char* what) {
@@ -45,10 +39,8 @@ CommandEnds systemFailure(const char* what) {
 }
 
 bool mayBeTrusted(int fd) {
-    ucred other{};
-    socklen_t length = sizeof(other);
-    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &other, &length) == 0 &&
-           (other.uid == 0 || other.uid == geteuid());
+    const std::optional<ucred> other = processBehind(fd);
+    return other && (other->uid == 0 || other->uid == geteuid());
 }
 
 bool waitToRead(int fd, int64_t milliseconds) {

@@ -5,11 +5,13 @@
 #include <ifaddrs.h>
 #include <libmnl/libmnl.h>
 #include <linux/if_ether.h>
+#include <linux/netconf.h>
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
 #include <linux/pkt_cls.h>
 #include <linux/pkt_sched.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <netinet/in.h>
 
 #include <array>
@@ -17,7 +19,6 @@
 #include <set>
 #include <string_view>
 
-#include "common/files.h"
 #include "host/linux/kernel_links.h"
 
 namespace {
@@ -94,15 +95,37 @@ std::set<std::string> offloaded(const std::map<uint32_t, std::string>& ports) {
     return found;
 }
 
-bool forwards(const char* family, const std::string& device) {
-    std::string text;
-    return readTextFile(fmt::format("/proc/sys/net/{}/conf/{}/forwarding", family, device), text) &&
-           text.starts_with('1');
+struct Routing {
+    uint32_t device = 0;
+    uint32_t forwards = 0;
+};
+
+int keepRouting(const nlattr* attribute, void* data) {
+    Routing& routing = *static_cast<Routing*>(data);
+    if (mnl_attr_validate(attribute, MNL_TYPE_U32) < 0) return MNL_CB_OK;
+    if (mnl_attr_get_type(attribute) == NETCONFA_IFINDEX) routing.device = mnl_attr_get_u32(attribute);
+    if (mnl_attr_get_type(attribute) == NETCONFA_FORWARDING) routing.forwards = mnl_attr_get_u32(attribute);
+    return MNL_CB_OK;
+}
+
+// The devices between which this machine routes packets of a family. Not asked of /proc: a service may see
+// nothing of it but processes.
+std::set<uint32_t> forwarders(uint8_t family) {
+    Asker asker(NETLINK_ROUTE);
+    std::set<uint32_t> found;
+    list(asker, RTM_GETNETCONF, netconfmsg{family}, [&](std::string_view answer) {
+        const auto* message = reinterpret_cast<const nlmsghdr*>(answer.data());
+        Routing routing;
+        mnl_attr_parse(message, sizeof(netconfmsg), keepRouting, &routing);
+        if (routing.forwards == 1) found.insert(routing.device);
+    });
+    return found;
 }
 
 // The bridge and the VLAN devices on it that have an address between which this machine routes.
 std::set<std::string> routers(const std::set<std::string>& devices) {
     std::set<std::string> found;
+    const std::set<uint32_t> inet = forwarders(AF_INET), inet6 = forwarders(AF_INET6);
     ifaddrs* addresses = nullptr;
     if (getifaddrs(&addresses) != 0) return found;
     for (const ifaddrs* one = addresses; one != nullptr; one = one->ifa_next) {
@@ -111,8 +134,9 @@ std::set<std::string> routers(const std::set<std::string>& devices) {
         const bool local =
             family == AF_INET6 &&
             IN6_IS_ADDR_LINKLOCAL(&reinterpret_cast<const sockaddr_in6*>(one->ifa_addr)->sin6_addr);
-        if ((family == AF_INET && forwards("ipv4", one->ifa_name)) ||
-            (family == AF_INET6 && !local && forwards("ipv6", one->ifa_name))) {
+        const uint32_t index = if_nametoindex(one->ifa_name);
+        if ((family == AF_INET && inet.contains(index)) ||
+            (family == AF_INET6 && !local && inet6.contains(index))) {
             found.insert(one->ifa_name);
         }
     }

@@ -7,10 +7,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 
 #include "common/files.h"
+#include "common/local_socket.h"
 #include "host/services/logging.h"
 
 namespace {
@@ -30,10 +30,7 @@ struct Address {
 
 Address addressOf(uint32_t number) {
     Address address;
-    const std::string name = LOCK_NAME + std::to_string(number);
-    address.name.sun_family = AF_UNIX;
-    std::memcpy(address.name.sun_path + 1, name.data(), name.size());
-    address.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    address.size = fillAbstractAddress(LOCK_NAME + std::to_string(number), address.name);
     return address;
 }
 
@@ -44,15 +41,14 @@ int openSocket() {
 // Who listens under the name.
 enum class Asked : uint8_t { nobody, stranger, daemon };
 Asked askHolder(uint32_t number, ucred& holder) {
-    holder = {};
     const int fd = openSocket();
     const Address address = addressOf(number);
-    socklen_t size = sizeof(holder);
     const bool connected = connect(fd, reinterpret_cast<const sockaddr*>(&address.name), address.size) == 0;
     // Full is the one of a stranger: a daemon takes everybody in.
     const bool full = !connected && errno == EAGAIN;
-    const bool known = connected && getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &holder, &size) == 0;
+    const std::optional<ucred> known = connected ? processBehind(fd) : std::nullopt;
     close(fd);
+    holder = known.value_or(ucred{});
     if (!known) return full ? Asked::stranger : Asked::nobody;
     return holder.uid == 0 || holder.uid == geteuid() ? Asked::daemon : Asked::stranger;
 }

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/local_socket.h"
 #include "host/services/logging.h"
 
 namespace {
@@ -57,12 +58,11 @@ bool isPrivileged(uid_t user) {
 }
 
 std::optional<PeerProcess> allowedPeer(int fd) {
-    ucred peer = {};
-    socklen_t length = sizeof(peer);
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return {};
+    const std::optional<ucred> peer = processBehind(fd);
+    if (!peer) return {};
     const SocketAccess& access = socketAccess();
-    if (!mayUse(access, peer.uid, {}) && !mayUse(access, peer.uid, groupsOfPeer(fd, peer.gid))) return {};
-    return PeerProcess{peer.pid, peer.uid};
+    if (!mayUse(access, peer->uid, {}) && !mayUse(access, peer->uid, groupsOfPeer(fd, peer->gid))) return {};
+    return PeerProcess{peer->pid, peer->uid};
 }
 
 void admitGroup(const std::string& path) {
