@@ -8,7 +8,7 @@
 //     created group 6 ge1/3             rows that are entered without isolating yet
 //
 // `#` at the front of a word begins a comment. The parser knows the grammar alone, takes any bytes and finds
-// every mistake in them; ctl/configuration/configuration.h resolves what the names stand for.
+// every mistake in them; client/configuration/configuration.h resolves what the names stand for.
 #pragma once
 
 #include <cstdint>

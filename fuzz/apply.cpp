@@ -2,7 +2,7 @@
 // mistake; the whole text is the wanted one.
 #include <string_view>
 
-#include "ctl/configuration/config_plan.h"
+#include "client/configuration/config_plan.h"
 #include "fuzz/fuzz.h"
 
 namespace {

@@ -9,12 +9,12 @@
 #include <fstream>
 #include <sstream>
 
+#include "client/link/happening.h"
+#include "client/link/printouts.h"
+#include "client/link/scalars.h"
 #include "common/files.h"
 #include "common/statuses.h"
 #include "common/text.h"
-#include "ctl/client/happening.h"
-#include "ctl/client/printouts.h"
-#include "ctl/client/scalars.h"
 #include "ctl/commands/commands.h"
 #include "ctl/commands/complete.h"
 #include "ctl/commands/interactive.h"

@@ -4,10 +4,10 @@
 
 #include <cstdio>
 
+#include "client/configuration/config_plan.h"
+#include "client/configuration/judgement_text.h"
+#include "client/configuration/openings.h"
 #include "common/text.h"
-#include "ctl/configuration/config_plan.h"
-#include "ctl/configuration/judgement_text.h"
-#include "ctl/configuration/openings.h"
 #include "tests/ctl_fake.h"
 
 namespace {

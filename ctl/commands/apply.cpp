@@ -6,19 +6,19 @@
 #include <cstdio>
 #include <cstring>
 
+#include "client/configuration/config_plan.h"
+#include "client/configuration/openings.h"
+#include "client/configuration/saved.h"
+#include "client/link/interfaces.h"
+#include "client/link/scalars.h"
+#include "client/text/args.h"
+#include "client/text/listing.h"
 #include "common/files.h"
 #include "common/text.h"
-#include "ctl/client/interfaces.h"
-#include "ctl/client/scalars.h"
 #include "ctl/commands/guardian.h"
 #include "ctl/commands/less_held.h"
 #include "ctl/commands/plan_run.h"
 #include "ctl/commands/plane_commands.h"
-#include "ctl/configuration/config_plan.h"
-#include "ctl/configuration/openings.h"
-#include "ctl/configuration/saved.h"
-#include "ctl/text/args.h"
-#include "ctl/text/listing.h"
 #include "wire/scalars.h"
 
 namespace {

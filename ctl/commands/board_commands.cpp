@@ -7,12 +7,12 @@
 #include <optional>
 #include <span>
 
+#include "client/link/forward.h"
+#include "client/link/interfaces.h"
+#include "client/text/args.h"
+#include "client/text/listing.h"
 #include "common/text.h"
-#include "ctl/client/forward.h"
-#include "ctl/client/interfaces.h"
 #include "ctl/commands/matrix.h"
-#include "ctl/text/args.h"
-#include "ctl/text/listing.h"
 
 namespace {
 

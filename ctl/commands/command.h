@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "ctl/client/session.h"
-#include "ctl/text/fields.h"
+#include "client/link/session.h"
+#include "client/text/fields.h"
 
 // A command as it was called.
 struct Invocation {

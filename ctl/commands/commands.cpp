@@ -1,5 +1,6 @@
 #include "ctl/commands/commands.h"
 
+#include "client/text/output.h"
 #include "common/text.h"
 #include "ctl/commands/apply.h"
 #include "ctl/commands/board_commands.h"
@@ -17,7 +18,6 @@
 #include "ctl/commands/value_commands.h"
 #include "ctl/commands/why.h"
 #include "ctl/text/command_line.h"
-#include "ctl/text/output.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <set>
 
-#include "ctl/client/interfaces.h"
-#include "ctl/client/rows.h"
-#include "ctl/client/scalars.h"
-#include "ctl/text/args.h"
+#include "client/link/interfaces.h"
+#include "client/link/rows.h"
+#include "client/link/scalars.h"
+#include "client/text/args.h"
 #include "ctl/text/command_line.h"
 
 namespace {

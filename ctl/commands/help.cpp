@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "client/text/output.h"
 #include "common/text.h"
-#include "ctl/text/output.h"
 
 namespace {
 

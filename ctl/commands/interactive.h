@@ -6,7 +6,7 @@
 
 #include <istream>
 
-#include "ctl/text/exit.h"
+#include "client/text/exit.h"
 
 // Whether there is a terminal to be interactive with, or a file or a pipe on the standard input.
 bool canInteract();

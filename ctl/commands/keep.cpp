@@ -8,15 +8,15 @@
 #include <optional>
 #include <set>
 
+#include "client/configuration/saved.h"
+#include "client/link/happening.h"
+#include "client/link/interfaces.h"
+#include "client/link/plane.h"
+#include "client/text/output.h"
 #include "common/files.h"
 #include "common/manager.h"
 #include "common/request_text.h"
-#include "ctl/client/happening.h"
-#include "ctl/client/interfaces.h"
-#include "ctl/client/plane.h"
 #include "ctl/commands/plan_run.h"
-#include "ctl/configuration/saved.h"
-#include "ctl/text/output.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <functional>
 
-#include "ctl/client/forward.h"
-#include "ctl/client/interfaces.h"
-#include "ctl/configuration/shortfall.h"
-#include "ctl/text/output.h"
+#include "client/configuration/shortfall.h"
+#include "client/link/forward.h"
+#include "client/link/interfaces.h"
+#include "client/text/output.h"
 
 namespace {
 

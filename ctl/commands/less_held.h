@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "ctl/client/rows.h"
-#include "ctl/client/session.h"
+#include "client/link/rows.h"
+#include "client/link/session.h"
 
 // After rows were added: of the ports that they concern.
 void tellLessHeld(Session& session, const RowFamily& family, RowScope scope,

@@ -3,13 +3,13 @@
 #include <cerrno>
 #include <cstring>
 
+#include "client/link/interfaces.h"
+#include "client/link/matrix.h"
+#include "client/text/args.h"
+#include "client/text/listing.h"
 #include "common/files.h"
-#include "ctl/client/interfaces.h"
-#include "ctl/client/matrix.h"
 #include "ctl/commands/matrix_svg.h"
 #include "ctl/commands/matrix_view.h"
-#include "ctl/text/args.h"
-#include "ctl/text/listing.h"
 
 namespace {
 

@@ -3,6 +3,6 @@
 
 #include <string>
 
-#include "ctl/client/matrix.h"
+#include "client/link/matrix.h"
 
 std::string matrixSvg(const Matrix& matrix);

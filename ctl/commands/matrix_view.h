@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "ctl/client/matrix.h"
-#include "ctl/text/output.h"
+#include "client/link/matrix.h"
+#include "client/text/output.h"
 
 struct MatrixMeaning {
     char mark;

@@ -6,12 +6,12 @@
 #include <ctime>
 #include <iterator>
 
+#include "client/link/happening.h"
+#include "client/link/interfaces.h"
+#include "client/text/args.h"
+#include "client/text/listing.h"
 #include "common/statuses.h"
 #include "common/text.h"
-#include "ctl/client/happening.h"
-#include "ctl/client/interfaces.h"
-#include "ctl/text/args.h"
-#include "ctl/text/listing.h"
 #include "wire/status.h"
 
 namespace {

@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 
+#include "client/configuration/comparison.h"
+#include "client/link/peer.h"
+#include "client/link/scalars.h"
+#include "client/text/listing.h"
 #include "common/text.h"
-#include "ctl/client/peer.h"
-#include "ctl/client/scalars.h"
 #include "ctl/commands/plan_run.h"
-#include "ctl/configuration/comparison.h"
-#include "ctl/text/listing.h"
 #include "wire/records.h"
 
 namespace {

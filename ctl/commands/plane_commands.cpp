@@ -5,10 +5,10 @@
 #include <iterator>
 #include <set>
 
+#include "client/configuration/shortfall.h"
+#include "client/link/interfaces.h"
+#include "client/text/listing.h"
 #include "common/text.h"
-#include "ctl/client/interfaces.h"
-#include "ctl/configuration/shortfall.h"
-#include "ctl/text/listing.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "ctl/client/plane.h"
+#include "client/link/plane.h"
 #include "ctl/commands/command.h"
 
 // Exit::refused when the plane does not hold all that it was asked for.

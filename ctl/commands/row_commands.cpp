@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <span>
 
+#include "client/link/interfaces.h"
+#include "client/text/args.h"
+#include "client/text/listing.h"
+#include "client/text/output.h"
 #include "common/text.h"
-#include "ctl/client/interfaces.h"
 #include "ctl/commands/less_held.h"
-#include "ctl/text/args.h"
-#include "ctl/text/listing.h"
-#include "ctl/text/output.h"
 
 namespace {
 

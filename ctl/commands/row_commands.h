@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "ctl/client/rows.h"
+#include "client/link/rows.h"
 #include "ctl/commands/command.h"
 
 // Creates, and activates when `activate` says so, the rows that are not there yet, in order. When one is

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <iterator>
 
-#include "ctl/client/interfaces.h"
-#include "ctl/client/printouts.h"
+#include "client/link/interfaces.h"
+#include "client/link/printouts.h"
+#include "client/text/args.h"
+#include "client/text/listing.h"
 #include "ctl/commands/status.h"
-#include "ctl/text/args.h"
-#include "ctl/text/listing.h"
 
 namespace {
 

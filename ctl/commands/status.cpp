@@ -6,15 +6,15 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "client/configuration/comparison.h"
+#include "client/configuration/saved.h"
+#include "client/configuration/shortfall.h"
+#include "client/link/happening.h"
+#include "client/link/interfaces.h"
+#include "client/link/peer.h"
+#include "client/link/plane.h"
+#include "client/text/listing.h"
 #include "common/text.h"
-#include "ctl/client/happening.h"
-#include "ctl/client/interfaces.h"
-#include "ctl/client/peer.h"
-#include "ctl/client/plane.h"
-#include "ctl/configuration/comparison.h"
-#include "ctl/configuration/saved.h"
-#include "ctl/configuration/shortfall.h"
-#include "ctl/text/listing.h"
 
 namespace {
 

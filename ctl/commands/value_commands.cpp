@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include "ctl/client/scalars.h"
-#include "ctl/text/args.h"
-#include "ctl/text/listing.h"
+#include "client/link/scalars.h"
+#include "client/text/args.h"
+#include "client/text/listing.h"
 #include "wire/records.h"
 #include "wire/scalars.h"
 

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 
+#include "client/configuration/judgement_text.h"
+#include "client/link/forward.h"
+#include "client/link/interfaces.h"
+#include "client/link/printouts.h"
+#include "client/text/args.h"
+#include "client/text/listing.h"
 #include "common/text.h"
-#include "ctl/client/forward.h"
-#include "ctl/client/interfaces.h"
-#include "ctl/client/printouts.h"
-#include "ctl/configuration/judgement_text.h"
-#include "ctl/text/args.h"
-#include "ctl/text/listing.h"
 
 namespace {
 

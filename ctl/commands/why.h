@@ -1,5 +1,5 @@
-// `why`: why two interfaces may or may not talk, by the daemon's tables (ctl/configuration/judgement.h) and
-// by the forwarding plane, and whether the two agree.
+// `why`: why two interfaces may or may not talk, by the daemon's tables (client/configuration/judgement.h)
+// and by the forwarding plane, and whether the two agree.
 #pragma once
 
 #include "ctl/commands/command.h"

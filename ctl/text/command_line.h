@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ctl/text/fields.h"
+#include "client/text/fields.h"
 
 // What holds for all commands, what belongs to one, and the rest in order.
 struct CommandLine {

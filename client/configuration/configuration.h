@@ -1,0 +1,43 @@
+// A configuration as a whole: what the daemon runs with, or what a file wants. Both are read into the same
+// record, so that they can be compared, and both are written in the words of common/config_file.h.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "client/link/rows.h"
+#include "common/config_file.h"
+
+struct ConfigRow {
+    ConfigKind kind = ConfigKind::group;  // of a family of rows; their order is the order of adding
+    RowScope scope;
+    uint32_t member = 0;
+    auto operator<=>(const ConfigRow&) const = default;
+};
+
+struct Configuration {
+    std::optional<uint32_t> mode;    // nothing: as it is
+    std::map<ConfigRow, bool> rows;  // true: active, false: created only
+    std::set<uint32_t> ponOff;
+};
+
+const RowFamily& rowFamily(ConfigKind kind);
+
+// The daemon's configuration. Ends the command when the daemon does not answer or refuses a look.
+Configuration readRunning(Session& session);
+
+// What a file says, its names resolved to interfaces. What is wrong with names and between lines is added to
+// file.mistakes, in the order of the places; the configuration is of use only where there are none.
+Configuration resolveConfig(Session& session, ConfigFile& file);
+// Adds the mistakes of a file against a daemon that knows `maxGroups` groups.
+void checkGroupNumbers(ConfigFile& file, uint32_t maxGroups);
+
+// The lines that state a configuration. Reading and resolving them gives the same configuration.
+std::vector<std::string> configLines(Session& session, const Configuration& configuration);
+
+// What one configuration has and another has not, as a configuration of its own.
+Configuration without(const Configuration& whole, const Configuration& other);
