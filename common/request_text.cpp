@@ -100,6 +100,22 @@ std::string valueRequestText(const Asked& asked) {
     }
 }
 
+const char* operationWord(const Asked& asked) {
+    const bool word = asked.value.size() == WORD_SIZE;
+    switch (asked.kind) {
+        case OpKind::set:
+            if (!word || asked.index.empty()) return "set";
+            if (familyOf(asked.opcode) != nullptr) return actionWord(wordAt(asked.value, 0));
+            return wordAt(asked.value, 0) == PON_ISOLATION_OFF ? "off" : "on";
+        case OpKind::first:
+            return "get first";
+        case OpKind::next:
+            return "get next";
+        default:
+            return "get";
+    }
+}
+
 }  // namespace
 
 std::string requestText(const InterfaceNamer& nameOf, std::string_view frame) {
@@ -111,6 +127,27 @@ std::string requestText(const InterfaceNamer& nameOf, std::string_view frame) {
     const RowFamily* family = familyOf(asked->opcode);
     return (portIsolateOpIsSync(asked->opcode) ? "from the peer: " : "") +
            (family != nullptr ? rowRequestText(nameOf, *family, *asked) : valueRequestText(*asked));
+}
+
+RequestParts requestParts(std::string_view frame) {
+    const std::optional<Asked> asked = takeApart(frame);
+    if (!asked) return {.operation = "unreadable"};
+    RequestParts parts = {.operation = operationWord(*asked),
+                          .object = asked->index.empty() ? "scalar" : "pon",
+                          .family = familyOf(asked->opcode),
+                          .fromPeer = portIsolateOpIsSync(asked->opcode)};
+    if (asked->kind == OpKind::set && asked->value.size() == WORD_SIZE) parts.value = wordAt(asked->value, 0);
+    if (asked->index.empty()) parts.scalar = asked->column;
+    if (parts.family != nullptr) parts.object = parts.family->object;
+    // A first look has no key.
+    if (asked->kind == OpKind::first) parts.family = nullptr;
+    if (parts.family != nullptr) {
+        parts.scope = scopeOf(*parts.family, *asked);
+        parts.member = wordAt(asked->index, parts.family->member);
+    } else if (asked->index.size() == WORD_SIZE && asked->kind != OpKind::first) {
+        parts.vlan = wordAt(asked->index, 0);
+    }
+    return parts;
 }
 
 bool requestSets(std::string_view frame) {

@@ -54,11 +54,15 @@ const char* statusText(int32_t status) {
     return UNKNOWN;
 }
 
+std::string statusCode(int32_t status) {
+    return fmt::format("0x{:08X}", static_cast<uint32_t>(status));
+}
+
 std::string describeStatus(int32_t status) {
     // A forwarding plane in the kernel hands on the kernel's own number.
     const bool known = std::strcmp(statusText(status), UNKNOWN) != 0;
     if (!known && status > 0 && status <= KERNEL_STATUS_MAX) {
-        return fmt::format("0x{:08X}: the kernel says: {}", status, std::strerror(status));
+        return statusCode(status) + ": the kernel says: " + std::strerror(status);
     }
-    return fmt::format("0x{:08X}: {}", static_cast<uint32_t>(status), statusText(status));
+    return statusCode(status) + ": " + statusText(status);
 }

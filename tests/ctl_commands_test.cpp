@@ -173,7 +173,13 @@ TEST_F(Ctl, MonitorPrintsSoManyLines) {
     EXPECT_EQ(printed("monitor --count 0", Exit::done), "");
     EXPECT_EQ(
         printed("monitor query --json --count 1", Exit::done),
-        R"({"kind":"query","time":3.000,"seq":9,"call":"daxHwilIfGet","status":0,"ifUnit":1,"text":"daxHwilIfGet ifUnit=1"})"
+        R"({"kind":"query","time":3.000,"seq":9,"call":"daxHwilIfGet","status":0,"result":"ok","words":null,"ifUnit":1,"text":"daxHwilIfGet ifUnit=1"})"
+        "\n");
+    EXPECT_EQ(
+        printed("monitor request --json --count 1", Exit::done),
+        R"({"kind":"request","time":3661.250,"status":65536002,"result":"none","words":null,"operation":"get next",)"
+        R"("object":"group","group":5,"source":null,"interface":"ge1/1","vlan":null,"scalar":null,"value":null,)"
+        R"("fromPeer":false,"text":"group 5, ge1/1: get next"})"
         "\n");
     EXPECT_TRUE(printed("monitor log --count 3", Exit::unreachable).ends_with(": the stream ended\n"));
     EXPECT_TRUE(printed("monitor log", Exit::unreachable).ends_with(": the stream ended\n"));

@@ -17,11 +17,6 @@
 
 namespace {
 
-std::string bytesOf(const Happening& happening, std::string_view name) {
-    std::string bytes;
-    return parseHex(happeningText(happening, name), bytes) ? bytes : "";
-}
-
 // A record at a place of foreign bytes; zero where they end early.
 template <typename Record>
 Record recordAt(std::string_view bytes, size_t at) {
@@ -32,17 +27,11 @@ Record recordAt(std::string_view bytes, size_t at) {
     return record;
 }
 
-std::string isolationText(Session& session, const Happening& happening) {
-    const auto data = recordAt<IsolateCmdData>(bytesOf(happening, "data"), 0);
-    const uint32_t attribute = happeningNumber(happening, "attrId");
-    const bool uni = attribute == DAX_ISO_UNI_ADD || attribute == DAX_ISO_UNI_DEL;
-    const bool add =
-        uni ? attribute == DAX_ISO_UNI_ADD : attribute == DAX_ISO_BI_ADD || attribute == DAX_ISO_BI_VLAN_ADD;
-    std::string text = (add ? "isolate " : "release ") +
-                       interfaceName(session, happeningNumber(happening, "ifUnit")) +
-                       (uni ? " to " : " and ") + interfaceName(session, data.dstIfUnit);
-    if (!uni) text += fmt::format(", group {}", data.grpNo);
-    if (data.vid != 0) text += fmt::format(" in VLAN {}", data.vid);
+std::string isolationText(Session& session, const IsolationCommand& command) {
+    std::string text = (command.add ? "isolate " : "release ") + interfaceName(session, command.from) +
+                       (command.oneWay ? " to " : " and ") + interfaceName(session, command.to);
+    if (!command.oneWay) text += fmt::format(", group {}", command.group);
+    if (command.vlan != 0) text += fmt::format(" in VLAN {}", command.vlan);
     return text;
 }
 
@@ -60,12 +49,11 @@ std::string hardwareText(Session& session, const Happening& happening) {
     const std::string call = happeningText(happening, "call");
     const uint32_t opcode = happeningNumber(happening, "opcode");
     const uint32_t command = happeningNumber(happening, "command");
-    const std::string data = bytesOf(happening, "data");
+    const std::string data = happeningBytes(happening, "data");
+    if (const auto isolation = isolationCommand(happening)) return isolationText(session, *isolation);
     const char* protocol = opcode == DAX_IF_PROTO_ENABLE ? "protocol on" : "protocol off";
     if (call == "daxIfSyncApi") {
-        return opcode == DAX_IF_ISOLATE
-                   ? isolationText(session, happening)
-                   : protocol + (" at " + interfaceName(session, happeningNumber(happening, "ifUnit")));
+        return protocol + (" at " + interfaceName(session, happeningNumber(happening, "ifUnit")));
     }
     if (call == "daxVlanSetApi") {
         return fmt::format("{} in VLAN {}", protocol, happeningNumber(happening, "vlan"));
@@ -108,40 +96,34 @@ std::string attributesText(Session& session, std::string_view attributes) {
     return text;
 }
 
-std::string messageText(Session& session, uint16_t type, std::string_view payload) {
+EventMessage readMessage(Session& session, uint16_t type, std::string_view payload) {
     const auto link = recordAt<RtIfInfo>(payload, 0);
+    const std::string name = interfaceName(session, link.ifUnit);
     switch (type) {
         case DAX_RTM_NEWLINK:
-            return "link " + interfaceName(session, link.ifUnit) +
-                   (link.changeMask == RT_CHANGE_REGISTER ? " registered" : "") +
-                   attributesText(session, payload.substr(std::min(sizeof(link), payload.size())));
+            return {"link", link.ifUnit,
+                    "link " + name + (link.changeMask == RT_CHANGE_REGISTER ? " registered" : "") +
+                        attributesText(session, payload.substr(std::min(sizeof(link), payload.size())))};
         case DAX_RTM_DELLINK:
-            return "link " + interfaceName(session, link.ifUnit) + " is gone";
+            return {"gone", link.ifUnit, "link " + name + " is gone"};
         case DAX_RTM_IF_RESET:
-            return "reset of " + interfaceName(session, link.ifUnit);
+            return {"reset", link.ifUnit, "reset of " + name};
         case DAX_RTM_CARD_UP:
-            return "a card came up";
+            return {"card-up", 0, "a card came up"};
         case DAX_RTM_MODE_REFRESH:
-            return "the mode is to be set again";
+            return {"mode-refresh", 0, "the mode is to be set again"};
         case DAX_RTM_SERIAL_SYNC:
-            return "the serial table is to be sent";
+            return {"serial-sync", 0, "the serial table is to be sent"};
         case DAX_RTM_RESET:
-            return "reset of the configuration";
+            return {"reset-all", 0, "reset of the configuration"};
         default:
-            return fmt::format("message of type {}", type);
+            return {"other", 0, fmt::format("message of type {}", type)};
     }
 }
 
-std::string eventText(Session& session, std::string_view rest) {
+std::string eventText(Session& session, const Happening& happening) {
     std::vector<std::string> texts;
-    while (rest.size() >= sizeof(RtMsgHdr)) {
-        const auto header = recordAt<RtMsgHdr>(rest, 0);
-        if (header.length < sizeof(RtMsgHdr) || header.length > rest.size()) break;
-        const std::string_view message = rest.substr(0, header.length);
-        texts.push_back(messageText(session, header.type, message.substr(sizeof(RtMsgHdr))));
-        rest.remove_prefix(std::min(aligned(header.length), rest.size()));
-    }
-    if (!rest.empty()) texts.push_back(fmt::format("{} bytes that are no message", rest.size()));
+    for (const EventMessage& message : eventMessages(session, happening)) texts.push_back(message.sentence);
     return joinWords(texts, "; ");
 }
 
@@ -187,15 +169,53 @@ bool isBoardNumber(std::string_view text) {
     return !digits.empty() && digits.find_first_not_of("0123456789.") == std::string_view::npos;
 }
 
+std::string happeningBytes(const Happening& happening, std::string_view name) {
+    std::string bytes;
+    return parseHex(happeningText(happening, name), bytes) ? bytes : "";
+}
+
+std::vector<EventMessage> eventMessages(Session& session, const Happening& happening) {
+    const std::string bytes = happeningBytes(happening, "messages");
+    std::string_view rest = bytes;
+    std::vector<EventMessage> messages;
+    while (rest.size() >= sizeof(RtMsgHdr)) {
+        const auto header = recordAt<RtMsgHdr>(rest, 0);
+        if (header.length < sizeof(RtMsgHdr) || header.length > rest.size()) break;
+        const std::string_view message = rest.substr(0, header.length);
+        messages.push_back(readMessage(session, header.type, message.substr(sizeof(RtMsgHdr))));
+        rest.remove_prefix(std::min(aligned(header.length), rest.size()));
+    }
+    if (!rest.empty()) {
+        messages.push_back({"other", 0, fmt::format("{} bytes that are no message", rest.size())});
+    }
+    return messages;
+}
+
+std::optional<IsolationCommand> isolationCommand(const Happening& happening) {
+    if (happeningText(happening, "call") != "daxIfSyncApi" ||
+        happeningNumber(happening, "opcode") != DAX_IF_ISOLATE) {
+        return std::nullopt;
+    }
+    const auto data = recordAt<IsolateCmdData>(happeningBytes(happening, "data"), 0);
+    const uint32_t attribute = happeningNumber(happening, "attrId");
+    return IsolationCommand{.add = attribute == DAX_ISO_UNI_ADD || attribute == DAX_ISO_BI_ADD ||
+                                   attribute == DAX_ISO_BI_VLAN_ADD,
+                            .oneWay = attribute == DAX_ISO_UNI_ADD || attribute == DAX_ISO_UNI_DEL,
+                            .from = happeningNumber(happening, "ifUnit"),
+                            .to = data.dstIfUnit,
+                            .group = data.grpNo,
+                            .vlan = data.vid};
+}
+
 std::optional<Happening> readHappening(Session& session, std::string_view line) {
     Happening happening;
     const size_t blank = std::min(line.find(' '), line.size());
     happening.kind = line.substr(0, blank);
     if (!readFields(line.substr(std::min(blank + 1, line.size())), happening)) return std::nullopt;
     if (happening.kind == "request") {
-        happening.sentence = requestText(boardNamer(session), bytesOf(happening, "frame"));
+        happening.sentence = requestText(boardNamer(session), happeningBytes(happening, "frame"));
     } else if (happening.kind == "event") {
-        happening.sentence = eventText(session, bytesOf(happening, "messages"));
+        happening.sentence = eventText(session, happening);
     } else if (happening.kind == "hardware" && isQuery(happeningText(happening, "call"))) {
         happening.kind = "query";
         happening.sentence = callText(happening);

@@ -29,5 +29,24 @@ uint32_t happeningNumber(const Happening& happening, std::string_view name);
 // Decimal digits and points behind an optional sign, as the board writes a status or a time.
 bool isBoardNumber(std::string_view text);
 
+// The bytes of a field that the board wrote as digits.
+std::string happeningBytes(const Happening& happening, std::string_view name);
+
+// One message of an event.
+struct EventMessage {
+    const char* event = "other";  // link, gone, reset, card-up, mode-refresh, serial-sync, reset-all, other
+    uint32_t interface = 0;       // 0: of none
+    std::string sentence;
+};
+std::vector<EventMessage> eventMessages(Session& session, const Happening& happening);
+
+// A command to the hardware that isolates two ports, or releases them.
+struct IsolationCommand {
+    bool add = false;
+    bool oneWay = false;
+    uint32_t from = 0, to = 0, group = 0, vlan = 0;
+};
+std::optional<IsolationCommand> isolationCommand(const Happening& happening);
+
 // Nothing for a line that does not keep to the form.
 std::optional<Happening> readHappening(Session& session, std::string_view line);

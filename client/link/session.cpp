@@ -39,7 +39,7 @@ void sessionClose(Session& session) {
 }
 
 CommandEnds refusal(const std::string& asked, int32_t status) {
-    return {Exit::refused, asked + " refused: " + describeStatus(status)};
+    return {Exit::refused, asked + " refused: " + describeStatus(status), status};
 }
 
 CommandEnds brokenProtocol(const std::string& what) {

@@ -7,6 +7,8 @@
 // works without the daemon's help, such as completion, which drops it.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 enum class Exit : int {
@@ -19,7 +21,8 @@ enum class Exit : int {
 // Plain data to be thrown.
 struct CommandEnds {
     Exit exit = Exit::done;
-    std::string why;  // empty: printed already
+    std::string why;                  // empty: printed already
+    std::optional<int32_t> status{};  // the daemon's, where it is one that ends the command
 };
 
 // For `throw`: the command line makes no sense.

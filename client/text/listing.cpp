@@ -50,6 +50,14 @@ std::string jsonRows(const Json& array) {
     return jsonLines("[", rows, "]");
 }
 
+std::string jsonFields(const Json& object, std::string_view spread) {
+    std::vector<std::string> fields;
+    for (const auto& [name, value] : object.items()) {
+        fields.push_back(jsonField(name, name == spread ? jsonRows(value) : jsonText(value)));
+    }
+    return jsonLines("{", fields, "}");
+}
+
 std::string jsonField(std::string_view name, const std::string& text) {
     return jsonText(name) + ":" + text;
 }
@@ -68,6 +76,10 @@ Cell flagCell(bool flag, const char* yes, const char* no) {
 
 Cell noCell() {
     return {"-", nullptr, Tone::faint};
+}
+
+Json vlanJson(uint32_t vlan) {
+    return vlan != 0 ? Json(vlan) : Json();
 }
 
 Cell listCell(const std::vector<std::string>& texts) {

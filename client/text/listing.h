@@ -24,6 +24,8 @@ std::string jsonText(const Json& value);
 std::string jsonLines(const char* opened, const std::vector<std::string>& parts, const char* closed);
 // The elements of an array on lines of their own.
 std::string jsonRows(const Json& array);
+// The fields of an object on lines of their own, and the elements of the one called `spread`, too.
+std::string jsonFields(const Json& object, std::string_view spread = {});
 // `"NAME":TEXT`, where TEXT is JSON already.
 std::string jsonField(std::string_view name, const std::string& text);
 
@@ -36,6 +38,7 @@ Cell textCell(std::string_view text, Tone tone = Tone::plain);
 Cell numberCell(uint64_t number);
 Cell flagCell(bool flag, const char* yes, const char* no);  // true or false in JSON
 Cell noCell();                                              // "-", null in JSON
+Json vlanJson(uint32_t vlan);                               // null for 0: all VLANs, or none in particular
 Cell listCell(const std::vector<std::string>& texts);
 Cell numberListCell(const std::vector<uint32_t>& numbers);
 // "1,5,7", or "-" for none.

@@ -3,11 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
-#include <optional>
 #include <span>
 
-#include "client/link/forward.h"
+#include "client/answers/board_answers.h"
 #include "client/link/interfaces.h"
 #include "client/text/args.h"
 #include "client/text/listing.h"
@@ -42,37 +40,6 @@ void checkWords(const std::vector<std::string>& words) {
 void printLines(const Session& session, const std::vector<std::string>& lines) {
     if (session.json) return printLine(jsonText(lines));
     for (const std::string& line : lines) printLine(safeText(line));
-}
-
-bool isIsolation(std::string_view kind) {
-    return kind == "bi" || kind == "uni";
-}
-
-// Words of a line of `hardware`, with names in place of the interface numbers of an isolation.
-std::vector<std::string> hardwareWords(Session& session, const std::string& line) {
-    std::vector<std::string> words = splitWords(line);
-    uint32_t number = 0;
-    for (size_t at = 1; at < std::min<size_t>(words.size(), 3) && isIsolation(words[0]); ++at) {
-        if (parseGivenNumber(words[at], number)) words[at] = interfaceName(session, number);
-    }
-    return words;
-}
-
-// "bi ge1/1 ge1/2 vlan=0" as an object. A value that is a number is one in JSON, except the name of a port.
-Json hardwareJson(const std::vector<std::string>& words) {
-    const std::string& kind = words[0];
-    Json object = {{"kind", kind}};
-    for (size_t at = 1; at < words.size(); ++at) {
-        const Field field = splitField(words[at]);
-        const bool named = words[at].find('=') != std::string::npos;
-        const bool end = isIsolation(kind) && at <= 2;
-        const std::string& value = named ? field.value : words[at];
-        uint32_t number = 0;
-        const bool bare = !end && parseGivenNumber(value, number);
-        const char* place = end ? (at == 1 ? "source" : "target") : kind == "pon-off" ? "vlan" : "value";
-        object[named ? field.name : place] = bare ? Json(number) : Json(value);
-    }
-    return object;
 }
 
 // "daxIfSyncApi 2 status=0xffffffff if=1 seen=0" as an object.
@@ -124,42 +91,8 @@ Exit requestEach(Session& session, const std::string& request, const std::vector
     return result;
 }
 
-Listing interfaceListing(const std::vector<BoardInterface>& interfaces) {
-    const bool devices = std::any_of(interfaces.begin(), interfaces.end(), [](const BoardInterface& board) {
-        return !board.device.empty() && board.device != board.name;
-    });
-    Listing listing{{{"NUMBER", "number"},
-                     {"NAME", "name"},
-                     {"KIND", "kind"},
-                     {"SLOT", "slot"},
-                     {"PRESENT", "present"},
-                     {"TRUNK", "trunk"},
-                     {"MEMBERS", "members"},
-                     {"VLAN", "vlan"},
-                     {"ABILITY", "ability"},
-                     {"PROTOCOL", "protocol"},
-                     {devices ? "DEVICE" : nullptr, "device"},
-                     {nullptr, "access"}},
-                    {}};
-    for (const BoardInterface& board : interfaces) {
-        listing.rows.push_back(
-            {numberCell(board.number), textCell(board.name), textCell(board.kind), numberCell(board.slot),
-             flagCell(board.present, "yes", "no"), board.trunk.empty() ? noCell() : textCell(board.trunk),
-             listCell(board.members), board.vlan == 0 ? noCell() : numberCell(board.vlan),
-             numberCell(board.ability), flagCell(board.protocol, "on", "off"),
-             board.device.empty() ? noCell() : textCell(board.device), flagCell(board.access, "yes", "no")});
-    }
-    return listing;
-}
-
 Exit runList(Session& session, const Invocation&) {
-    std::vector<BoardInterface> interfaces;
-    for (const std::string& line : askBoard(session, "list")) {
-        const std::optional<BoardInterface> interface = parseBoardInterface(line);
-        if (!interface) throw brokenProtocol("an interface without number or name");
-        interfaces.push_back(*interface);
-    }
-    printListing(interfaceListing(interfaces), session.json);
+    printListing(interfaceListing(listInterfaces(session)), session.json);
     return Exit::done;
 }
 
@@ -184,26 +117,16 @@ Exit runForward(Session& session, const Invocation& invocation) {
         printLine(safeText(answer.line));
         return Exit::done;
     }
-    printLine(jsonText({{"from", interfaceName(session, from)},
-                        {"to", interfaceName(session, to)},
-                        {"vlan", vlan},
-                        {"forwards", answer.word},
-                        {"reason", answer.reason}}));
+    printLine(jsonText(forwardAnswer(session, from, to, vlan, answer)));
     return Exit::done;
 }
 
 Exit runHardware(Session& session, const Invocation&) {
-    Json rows = Json::array();
-    std::vector<std::string> lines;
-    for (const std::string& line : askBoard(session, "hardware")) {
-        const std::vector<std::string> words = hardwareWords(session, line);
-        if (!words.empty()) rows.push_back(hardwareJson(words));
-        lines.push_back(words.empty() ? line : joinWords(words, " "));
-    }
+    const HardwareEntries entries = readHardware(session);
     if (session.json) {
-        printLine(jsonRows(rows));
+        printLine(jsonRows(entries.json));
     } else {
-        printLines(session, lines);
+        printLines(session, entries.lines);
     }
     return Exit::done;
 }

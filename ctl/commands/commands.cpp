@@ -1,5 +1,6 @@
 #include "ctl/commands/commands.h"
 
+#include "client/answers/error_answer.h"
 #include "client/text/output.h"
 #include "common/text.h"
 #include "ctl/commands/apply.h"
@@ -87,6 +88,7 @@ Exit runCommandLine(const std::vector<std::string>& words) {
         }
     } catch (const CommandEnds& end) {
         exit = tellEnd(end);
+        if (session.json && !end.why.empty()) printLine(jsonText(errorAnswer(end)));
     }
     sessionClose(session);
     return exit;

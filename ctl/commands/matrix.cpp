@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "client/answers/matrix_answer.h"
 #include "client/link/interfaces.h"
 #include "client/link/matrix.h"
 #include "client/text/args.h"
@@ -13,40 +14,18 @@
 
 namespace {
 
-const char* cellWord(char cell) {
-    switch (cell) {
-        case MATRIX_FORWARDS:
-            return "forwards";
-        case MATRIX_BLOCKED:
-            return "blocked";
-        case MATRIX_PARTLY:
-            return "partly";
-        default:
-            return "itself";
-    }
-}
-
 // A line for each row and for each cell that is blocked in VLANs, below the field that they belong to.
-void printJson(const Matrix& matrix, bool simulated) {
-    std::vector<std::string> rows, inVlans;
-    for (size_t row = 0; row < matrix.names.size(); ++row) {
-        const std::string& from = matrix.names[row];
-        Json cells = Json::object();
-        for (size_t column = 0; column < matrix.names.size(); ++column) {
-            const std::string& to = matrix.names[column];
-            const std::set<uint32_t>& vlans = matrix.blockedIn[row][column];
-            if (column != row) cells[to] = cellWord(matrix.cells[row][column]);
-            if (!vlans.empty()) inVlans.push_back(jsonText({{"from", from}, {"to", to}, {"vlans", vlans}}));
-        }
-        rows.push_back(jsonText({{"from", from}, {"to", cells}}));
+void printJson(const Json& answer) {
+    std::vector<std::string> fields;
+    for (const auto& [name, value] : answer.items()) {
+        std::vector<std::string> parts;
+        const bool listed = name == "rows" || name == "blockedInVlans";
+        for (const Json& part : listed ? value : Json::array()) parts.push_back(jsonText(part));
+        const char* opened = name == "rows" ? "[\n  " : "[";
+        fields.push_back(
+            jsonField(name, listed ? opened + joinWords(parts, ",\n  ") + "]" : jsonText(value)));
     }
-    printLine(
-        jsonLines("{",
-                  {jsonField("vlan", jsonText(matrix.vlan)), jsonField("interfaces", jsonText(matrix.names)),
-                   jsonField("rows", "[\n  " + joinWords(rows, ",\n  ") + "]"),
-                   jsonField("blockedInVlans", "[" + joinWords(inVlans, ",\n  ") + "]"),
-                   jsonField("simulated", jsonText(simulated))},
-                  "}"));
+    printLine(jsonLines("{", fields, "}"));
 }
 
 // The marks that occur, with their meaning.
@@ -81,7 +60,7 @@ Exit runMatrix(Session& session, const Invocation& invocation) {
     if (const std::string* path = fieldValue(invocation.options, "--svg")) {
         writeFile(*path, matrixSvg(matrix));
     } else if (session.json) {
-        printJson(matrix, isSimulated(session));
+        printJson(matrixAnswer(matrix, isSimulated(session)));
     } else {
         for (const std::string& line : renderMatrix(matrix)) printLine(line);
         printLegend(matrix);

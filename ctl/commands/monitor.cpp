@@ -4,15 +4,12 @@
 
 #include <algorithm>
 #include <ctime>
-#include <iterator>
 
-#include "client/link/happening.h"
+#include "client/answers/happening_answer.h"
 #include "client/link/interfaces.h"
 #include "client/text/args.h"
 #include "client/text/listing.h"
-#include "common/statuses.h"
 #include "common/text.h"
-#include "wire/status.h"
 
 namespace {
 
@@ -22,21 +19,6 @@ constexpr char MONITOR_DETAILS[] =
     "  the daemon never waits for it.";
 
 constexpr size_t KIND_WIDTH = 8;
-
-int32_t statusOf(const Happening& happening) {
-    const std::string text = happeningText(happening, "status");
-    uint32_t number = 0;
-    const bool negative = text.starts_with('-');
-    parseGivenNumber(std::string_view(text).substr(negative ? 1 : 0), number);
-    return static_cast<int32_t>(negative ? 0u - number : number);
-}
-
-std::string resultText(const Happening& happening, bool& good) {
-    const int32_t status = statusOf(happening);
-    const bool walk = happening.sentence.ends_with("get first") || happening.sentence.ends_with("get next");
-    good = status == STATUS_OK || (walk && status == STATUS_NOT_FOUND);
-    return status == STATUS_OK ? "ok" : good ? "none" : describeStatus(status);
-}
 
 // The part of a line that says when, in local time.
 std::string clockText(const Happening& happening) {
@@ -60,9 +42,8 @@ void printText(const Happening& happening) {
                        toned(Tone::heading, padded(happening.kind, KIND_WIDTH)) + "  " +
                        safeText(happening.sentence);
     if (fieldValue(happening.fields, "status") != nullptr) {
-        bool good = true;
-        const std::string result = resultText(happening, good);
-        line += " -> " + toned(good ? Tone::good : Tone::bad, result);
+        const Outcome outcome = outcomeOf(happening);
+        line += " -> " + toned(outcome.good ? Tone::good : Tone::bad, outcome.text);
     }
     if (fieldValue(happening.fields, "program") != nullptr) {
         line +=
@@ -71,24 +52,6 @@ void printText(const Happening& happening) {
                                        happeningText(happening, "pid"), happeningText(happening, "uid"))));
     }
     printLine(line);
-}
-
-// Numbers go out as the board wrote them, with all their digits, so the object is put together field by
-// field.
-void printJson(const Happening& happening) {
-    std::vector<std::string> fields = {jsonField("kind", jsonText(happening.kind))};
-    for (const Field& field : happening.fields) {
-        const char* const texts[] = {"call",     "program", "channel", "frame",
-                                     "messages", "index",   "data",    "text"};
-        const bool text = std::any_of(std::begin(texts), std::end(texts),
-                                      [&](const char* name) { return field.name == name; });
-        const bool bare = !text && isBoardNumber(field.value);
-        fields.push_back(jsonField(field.name, bare ? field.value : jsonText(field.value)));
-    }
-    if (happening.kind != "log" && happening.kind != "dropped") {
-        fields.push_back(jsonField("text", jsonText(happening.sentence)));
-    }
-    printLine("{" + joinWords(fields, ",") + "}");
 }
 
 Exit runMonitor(Session& session, const Invocation& invocation) {
@@ -106,7 +69,7 @@ Exit runMonitor(Session& session, const Invocation& invocation) {
     followBoard(session, "monitor", count, [&](std::string_view line) {
         const std::optional<Happening> happening = readHappening(session, line);
         if (!happening || !wanted(happening->kind)) return false;
-        session.json ? printJson(*happening) : printText(*happening);
+        session.json ? printLine(happeningAnswer(session, *happening)) : printText(*happening);
         return true;
     });
     return Exit::done;
@@ -119,7 +82,8 @@ constexpr Command MONITOR_COMMANDS[] = {
      .example = "monitor request hardware",
      .run = runMonitor,
      .details = MONITOR_DETAILS,
-     .json = "an object a line: kind, time in seconds, status, the bytes in hexadecimal, text"},
+     .json = "an object a line: kind, time in seconds, status, result and what belongs to the kind, text; "
+             "null stands for all VLANs and for what a kind has not"},
 };
 
 }  // namespace

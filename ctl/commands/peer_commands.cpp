@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "client/configuration/comparison.h"
+#include "client/answers/comparison_answer.h"
 #include "client/link/peer.h"
 #include "client/link/scalars.h"
 #include "client/text/listing.h"
@@ -31,23 +31,10 @@ constexpr char RESYNC_DETAILS[] =
     "  The difference is printed; with --dry-run that is all. The exit status is 1 when a change was\n"
     "  refused or the boards still differ. Limits cannot be changed so: they stand in portisolate.conf.";
 
-void addLines(Json& rows, const char* board, const std::vector<std::string>& lines) {
-    for (const std::string& line : lines) rows.push_back({{"only", board}, {"line", line}});
-}
-
 void printComparison(Session& session, const Comparison& comparison) {
+    if (session.json) return printLine(jsonRows(comparisonAnswer(session, comparison)));
     const std::vector<std::string> here = configLines(session, without(comparison.here, comparison.there));
     const std::vector<std::string> there = configLines(session, without(comparison.there, comparison.here));
-    if (session.json) {
-        Json rows = Json::array();
-        addLines(rows, "here", here);
-        addLines(rows, "peer", there);
-        for (const SettingDifference& setting : comparison.settings) {
-            rows.push_back(
-                {{"setting", scalarName(setting.scalar)}, {"here", setting.here}, {"peer", setting.there}});
-        }
-        return printLine(jsonRows(rows));
-    }
     for (const std::string& line : here) printLine(toned(Tone::bad, "- " + safeText(line)));
     for (const std::string& line : there) printLine(toned(Tone::good, "+ " + safeText(line)));
     for (const SettingDifference& setting : comparison.settings) {

@@ -2,10 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <iterator>
 #include <set>
 
-#include "client/configuration/shortfall.h"
+#include "client/answers/plane_answer.h"
 #include "client/link/interfaces.h"
 #include "client/text/listing.h"
 #include "common/text.h"
@@ -20,50 +19,6 @@ constexpr char PLANE_DETAILS[] =
     "  A two-way isolation has a line for each direction. PON isolation has one line for all VLANs in\n"
     "  which it is not off, and one for each port that it holds. Packets and bytes count what was\n"
     "  dropped. The exit status is 1 when something is missing or the plane is not ready.";
-
-// How a kind or a state is shown and what it is called in JSON.
-struct Wording {
-    const char* text;
-    const char* key;
-    Tone tone = Tone::plain;
-};
-
-// In the order of PlaneEntryKind and PlaneEntryState.
-constexpr Wording KINDS[] = {
-    {"two-way", "two-way"}, {"one-way", "one-way"}, {"PON isolation", "pon"}, {"PON off", "pon-off"}};
-constexpr Wording STATES[] = {
-    {"held", "held"}, {"left over", "left-over", Tone::warning}, {"MISSING", "missing", Tone::bad}};
-
-Cell wordCell(const Wording& wording) {
-    return {wording.text, wording.key, wording.tone};
-}
-
-Cell countCell(const std::optional<uint64_t>& count) {
-    return count ? numberCell(*count) : noCell();
-}
-
-Cell portCell(const std::string& port) {
-    return port.empty() ? noCell() : textCell(port);
-}
-
-Listing entryListing(const PlaneReport& report) {
-    Listing listing{{{"KIND", "kind"},
-                     {"FROM", "from"},
-                     {"TO", "to"},
-                     {"VLAN", "vlan"},
-                     {"STATE", "state"},
-                     {"PACKETS", "packets"},
-                     {"BYTES", "bytes"}},
-                    {}};
-    for (const PlaneEntry& entry : report.entries) {
-        listing.rows.push_back({wordCell(KINDS[static_cast<size_t>(entry.kind)]), portCell(entry.from),
-                                portCell(entry.to),
-                                entry.vlan == 0 ? Cell{"all", nullptr} : numberCell(entry.vlan),
-                                wordCell(STATES[static_cast<size_t>(entry.state)]), countCell(entry.packets),
-                                countCell(entry.bytes)});
-    }
-    return listing;
-}
 
 void printState(const PlaneReport& report) {
     const Tone tone = report.state == PLANE_READY ? Tone::good : Tone::bad;
@@ -91,11 +46,10 @@ void printDoors(const PlaneReport& report) {
 
 void printTotals(const PlaneReport& report) {
     std::vector<std::string> counts;
-    for (size_t at = 0; at < std::size(STATES); ++at) {
-        const size_t entries = countEntries(report, static_cast<PlaneEntryState>(at));
-        if (entries != 0) {
-            counts.push_back(toned(STATES[at].tone, fmt::format("{} {}", entries, STATES[at].text)));
-        }
+    for (const PlaneEntryState state : PLANE_ENTRY_STATES) {
+        const size_t entries = countEntries(report, state);
+        const PlaneWord word = planeStateWord(state);
+        if (entries != 0) counts.push_back(toned(word.tone, fmt::format("{} {}", entries, word.text)));
     }
     uint64_t packets = 0;
     bool counted = false;
@@ -116,18 +70,6 @@ void printTotals(const PlaneReport& report) {
     }
 }
 
-void printJson(const PlaneReport& report) {
-    printLine(jsonLines(
-        "{",
-        {jsonField("plane", jsonText(report.name)), jsonField("state", jsonText(report.state)),
-         jsonField("heal", report.heal.empty() ? "null" : jsonText(report.heal)),
-         jsonField("healed", jsonText(report.healed)), jsonField("notes", jsonText(report.notes)),
-         jsonField("shortfalls", jsonText(report.shortfalls)), jsonField("doors", jsonText(report.doors)),
-         jsonField("doorPackets", report.doorPackets ? jsonText(*report.doorPackets) : "null"),
-         jsonField("entries", jsonRows(listingJson(entryListing(report))))},
-        "}"));
-}
-
 // What `sweep` or `restore` has done.
 Exit printChange(const Session& session, uint64_t changed, const char* key, const char* nothing,
                  const std::string& something) {
@@ -140,11 +82,7 @@ Exit printChange(const Session& session, uint64_t changed, const char* key, cons
 }
 
 Exit runShow(Session& session, const Invocation&) {
-    PlaneReport report = readPlane(session);
-    for (const Shortfall& one : findShortfalls(boardInterfaces(session), readRunning(session), report)) {
-        report.shortfalls.push_back(shortfallText(one));
-    }
-    return printPlane(report, session.json);
+    return printPlane(readWholePlane(session), session.json);
 }
 
 Exit runSweep(Session& session, const Invocation&) {
@@ -246,7 +184,7 @@ constexpr Command PLANE_COMMANDS[] = {
 
 Exit printPlane(const PlaneReport& report, bool json) {
     if (json) {
-        printJson(report);
+        printLine(jsonFields(planeAnswer(report), "entries"));
     } else {
         printState(report);
         if (!report.entries.empty()) printListing(entryListing(report), false);

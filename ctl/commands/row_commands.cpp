@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <span>
 
+#include "client/answers/error_answer.h"
+#include "client/answers/row_answers.h"
 #include "client/link/interfaces.h"
 #include "client/text/args.h"
 #include "client/text/listing.h"
@@ -11,10 +13,6 @@
 #include "ctl/commands/less_held.h"
 
 namespace {
-
-const char* stateWord(uint32_t state) {
-    return state == ROW_STATE_PROGRAMMED ? "active" : state == ROW_STATE_CREATED ? "created" : "unknown";
-}
 
 // What one call of addRows has done so far.
 struct Addition {
@@ -28,7 +26,7 @@ void requireRowStatus(Session& session, const RowFamily& family, RowScope scope,
     const int32_t status = sendRowStatus(session, family, scope, member, value);
     if (status == 0) return;
     tellRowRefusal(session, family, scope, member, step, status);
-    throw CommandEnds{Exit::refused, {}};
+    throw CommandEnds{Exit::refused, {}, status};
 }
 
 void addRow(Session& session, const RowFamily& family, RowScope scope, uint32_t member, bool activate,
@@ -103,30 +101,6 @@ GivenRows readRows(Session& session, const Invocation& invocation) {
         &given.family == &PAIR_ROWS ? resolveInterface(session, first) : numberArgument("group", first);
     given.members = resolveInterfaces(session, std::span(invocation.arguments).subspan(1));
     return given;
-}
-
-Listing rowListing(Session& session, const RowFamily& family, const std::vector<Row>& rows) {
-    const bool pairs = &family == &PAIR_ROWS;
-    Listing listing;
-    listing.columns = pairs ? std::vector<ListingColumn>{{"SOURCE", "source"}, {nullptr, "sourceNumber"}}
-                            : std::vector<ListingColumn>{{"GROUP", "group"}};
-    if (familyHasVlans(family)) listing.columns.push_back({"VLAN", "vlan"});
-    listing.columns.push_back(pairs ? ListingColumn{"TARGET", "target"}
-                                    : ListingColumn{"INTERFACE", "interface"});
-    listing.columns.push_back({nullptr, pairs ? "targetNumber" : "number"});
-    listing.columns.push_back({"STATUS", "status"});
-    for (const Row& row : rows) {
-        std::vector<Cell> cells;
-        if (pairs) cells.push_back(textCell(interfaceName(session, row.scope.number)));
-        cells.push_back(numberCell(row.scope.number));
-        if (familyHasVlans(family)) cells.push_back(numberCell(row.scope.vlan));
-        cells.push_back(textCell(interfaceName(session, row.member)));
-        cells.push_back(numberCell(row.member));
-        const Tone tone = row.status == ROW_STATE_PROGRAMMED ? Tone::good : Tone::warning;
-        cells.push_back(textCell(stateWord(row.status), tone));
-        listing.rows.push_back(cells);
-    }
-    return listing;
 }
 
 // The daemon answers a probe of any pair with 0, so what was found is looked up.
@@ -335,6 +309,7 @@ Exit addRows(Session& session, const RowFamily& family, RowScope scope, const st
     try {
         for (const uint32_t member : members) addRow(session, family, scope, member, activate, addition);
     } catch (const CommandEnds& end) {
+        if (session.json && end.status) printLine(jsonText(errorAnswer(end)));
         if (tellEnd(end) == Exit::refused) return undoRows(session, family, scope, addition);
         tellMembers(session, family, scope, NOT_TAKEN_BACK, addition.created);
         return end.exit;

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "client/answers/row_answers.h"
+#include "client/answers/scalar_answers.h"
 #include "client/link/scalars.h"
 #include "client/text/args.h"
 #include "client/text/listing.h"
@@ -9,36 +11,6 @@
 #include "wire/scalars.h"
 
 namespace {
-
-struct DebugCategory {
-    uint32_t bit;
-    const char* name;
-};
-
-constexpr DebugCategory DEBUG_CATEGORIES[] = {{CATEGORY_INIT, "initialisation"},
-                                              {CATEGORY_WORK, "management and hardware"},
-                                              {CATEGORY_EVENT, "events"},
-                                              {CATEGORY_SERIAL, "serial table"}};
-
-Cell scalarCell(uint32_t id, const std::string& value) {
-    std::vector<uint32_t> numbers;
-    switch (id) {
-        case SCALAR_VERSION:
-            return textCell(value);
-        case SCALAR_P2P_ENABLE_VLAN:
-            return numberListCell(vlansOfBitList(value));
-        case SCALAR_MODE_ABILITY:
-            for (const char byte : value) numbers.push_back(static_cast<unsigned char>(byte));
-            return numberListCell(numbers);
-        case SCALAR_CAPABILITY:
-            for (size_t word = 0; word < value.size() / WORD_SIZE; ++word) {
-                numbers.push_back(wordAt(value, word));
-            }
-            return numberListCell(numbers);
-        default:
-            return numberCell(wordAt(value, 0));
-    }
-}
 
 // A single value: alone on a line, or an object with one field.
 void printValue(const Session& session, const std::string& key, const Cell& value) {
@@ -51,23 +23,8 @@ void setScalar(Session& session, uint32_t id, const char* name, uint32_t value) 
 }
 
 Exit listScalars(Session& session, const std::vector<uint32_t>& ids) {
-    Listing listing{{{"ID", "id"}, {"SCALAR", "name"}, {"VALUE", "value"}}, {}};
-    for (const uint32_t id : ids) {
-        listing.rows.push_back(
-            {numberCell(id), textCell(scalarName(id)), scalarCell(id, readScalar(session, id))});
-    }
-    printListing(listing, session.json);
+    printListing(scalarListing(session, ids), session.json);
     return Exit::done;
-}
-
-Listing ponListing() {
-    return {{{"VLAN", "vlan"}, {"PON ISOLATION", "ponIsolation"}}, {}};
-}
-
-void addPonRow(Listing& listing, uint32_t vlan, uint32_t state) {
-    const bool on = state == PON_ISOLATION_ON;
-    const char* word = on ? "on" : state == PON_ISOLATION_OFF ? "off" : "unknown";
-    listing.rows.push_back({numberCell(vlan), textCell(word, on ? Tone::good : Tone::warning)});
 }
 
 // `on` and `off`, like `get`, go on after a refusal.
@@ -97,9 +54,7 @@ Exit runPonGet(Session& session, const Invocation& invocation) {
 }
 
 Exit runPonList(Session& session, const Invocation&) {
-    Listing listing = ponListing();
-    for (const uint32_t vlan : readPonOff(session)) addPonRow(listing, vlan, PON_ISOLATION_OFF);
-    printListing(listing, session.json);
+    printListing(ponOffListing(session), session.json);
     return Exit::done;
 }
 
@@ -132,13 +87,10 @@ Exit runDebug(Session& session, const Invocation& invocation) {
         return Exit::done;
     }
     const uint32_t mask = readNumber(session, SCALAR_DEBUG_MASK);
-    std::vector<std::string> names;
-    for (const DebugCategory& category : DEBUG_CATEGORIES) {
-        if ((mask & category.bit) != 0) names.emplace_back(category.name);
-    }
     if (session.json) {
-        printLine(jsonText({{"debugMask", mask}, {"categories", names}}));
+        printLine(jsonText(debugAnswer(mask)));
     } else {
+        const std::vector<std::string> names = debugCategories(mask);
         printLine(fmt::format("{:#x}: {}", mask, names.empty() ? "silent" : joinChoices(names, "and")));
     }
     return Exit::done;

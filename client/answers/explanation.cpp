@@ -1,0 +1,115 @@
+#include "client/answers/explanation.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "client/configuration/judgement_text.h"
+#include "client/link/forward.h"
+#include "client/link/interfaces.h"
+#include "client/link/plane.h"
+#include "client/link/printouts.h"
+
+namespace {
+
+// In the order of Verdict.
+constexpr const char* VERDICTS[] = {"forwards", "blocked", "partly"};
+
+// What the daemon runs with; its switches and claims are from its printouts.
+Tables readTables(Session& session) {
+    Tables tables;
+    tables.interfaces = boardInterfaces(session);
+    tables.configuration = readRunning(session);
+    const std::string global = askShell(session, "portIsolateGlobalShow", "printouts");
+    const std::string inner = askShell(session, "portIsolateIfInnerShow", "printouts");
+    for (const auto& [name, value] : readSettings(global)) {
+        if (name == "isSrcTrunkToPort") tables.sourceTrunkToPort = value != "0";
+        if (name == "isDstTrunkToPort") tables.targetTrunkToPort = value != "0";
+    }
+    for (const PrintedPair& pair : readPairs(inner)) {
+        tables.claims[std::minmax(pair.source, pair.target)].insert(pair.groups.begin(), pair.groups.end());
+    }
+    return tables;
+}
+
+// An interface that is not plugged forwards nothing, whatever the tables say.
+Direction explainOne(Session& session, const Tables& tables, const BoardInterface& from,
+                     const BoardInterface& to, uint32_t vlan) {
+    Direction answer = {.from = from.name, .to = to.name, .vlan = vlan};
+    const Judgement judgement = judgeTables(tables, from.number, to.number, vlan);
+    answer.tables = judgement.verdict;
+    answer.reasons = reasonTexts(tables, judgement);
+    answer.notes = noteTexts(tables, judgement);
+    const ForwardAnswer plane = askForward(session, from.number, to.number, vlan);
+    answer.hardware = plane.word == "yes"  ? Verdict::forwards
+                      : plane.word == "no" ? Verdict::blocked
+                                           : Verdict::partly;
+    answer.reason = plane.reason;
+    answer.agrees = !from.present || !to.present || answer.tables == answer.hardware;
+    if (!answer.agrees && judgement.claim) answer.notes.push_back(claimText(tables, *judgement.claim));
+    return answer;
+}
+
+// The names that the plane may know an interface, or the member ports of a trunk, by.
+std::vector<std::string> planeNames(Session& session, const BoardInterface& interface) {
+    std::vector<std::string> names = interface.members;
+    names.push_back(interface.name);
+    for (const BoardInterface& known : boardInterfaces(session)) {
+        const bool own = std::find(names.begin(), names.end(), known.name) != names.end();
+        if (own && !known.device.empty()) names.push_back(known.device);
+    }
+    return names;
+}
+
+void countDrops(Session& session, const PlaneReport& report, const BoardInterface& from,
+                const BoardInterface& to, Direction& answer) {
+    const std::vector<std::string> sources = planeNames(session, from);
+    const std::vector<std::string> targets = planeNames(session, to);
+    for (const PlaneEntry& entry : report.entries) {
+        const bool between = std::find(sources.begin(), sources.end(), entry.from) != sources.end() &&
+                             std::find(targets.begin(), targets.end(), entry.to) != targets.end();
+        if (!between || (answer.vlan != 0 && entry.vlan != 0 && entry.vlan != answer.vlan)) continue;
+        if (entry.packets) answer.packets = answer.packets.value_or(0) + *entry.packets;
+        if (entry.bytes) answer.bytes = answer.bytes.value_or(0) + *entry.bytes;
+    }
+}
+
+Json directionJson(const Direction& answer) {
+    return {{"from", answer.from},
+            {"to", answer.to},
+            {"vlan", vlanJson(answer.vlan)},
+            {"tables", VERDICTS[static_cast<size_t>(answer.tables)]},
+            {"reasons", answer.reasons},
+            {"notes", answer.notes},
+            {"hardware", VERDICTS[static_cast<size_t>(answer.hardware)]},
+            {"hardwareReason", answer.reason},
+            {"agree", answer.agrees},
+            {"packets", answer.packets ? Json(*answer.packets) : Json()},
+            {"bytes", answer.bytes ? Json(*answer.bytes) : Json()}};
+}
+
+const BoardInterface& requireInterface(Session& session, uint32_t number) {
+    const BoardInterface* interface = findInterface(session, number);
+    if (interface != nullptr) return *interface;
+    if (!session.interfacesFailure.empty()) throw boardUnreachable(session, session.interfacesFailure);
+    throw misuse(fmt::format("no interface has the number {}", number));
+}
+
+}  // namespace
+
+Explanation explain(Session& session, uint32_t first, uint32_t second, uint32_t vlan) {
+    const BoardInterface from = requireInterface(session, first);
+    const BoardInterface to = requireInterface(session, second);
+    if (first == second) throw misuse("name two different interfaces");
+    const Tables tables = readTables(session);
+    const PlaneReport report = readPlane(session);
+    Explanation explanation = {explainOne(session, tables, from, to, vlan),
+                               explainOne(session, tables, to, from, vlan)};
+    countDrops(session, report, from, to, explanation[0]);
+    countDrops(session, report, to, from, explanation[1]);
+    return explanation;
+}
+
+Json explanationAnswer(const Explanation& explanation) {
+    return {directionJson(explanation[0]), directionJson(explanation[1])};
+}

@@ -1,0 +1,125 @@
+#include "client/answers/status_answer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+
+#include "client/answers/board_answers.h"
+#include "client/configuration/comparison.h"
+#include "client/configuration/saved.h"
+#include "client/configuration/shortfall.h"
+#include "client/link/happening.h"
+#include "client/link/interfaces.h"
+#include "common/text.h"
+
+namespace {
+
+constexpr char UNCOMPARED[] = "unknown";
+constexpr char PEER_BACK[] = "back";
+constexpr char DIFFERENT[] = "the boards differ: `portisolatectl board compare` shows how";
+
+std::string timeText(const std::string& seconds) {
+    const size_t point = std::min(seconds.find('.'), seconds.size());
+    const auto when = static_cast<time_t>(std::strtoll(seconds.c_str(), nullptr, 10));
+    tm local{};
+    localtime_r(&when, &local);
+    char text[32];
+    std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
+    return text + seconds.substr(point);
+}
+
+About readAbout(Session& session) {
+    About about;
+    for (const std::string& line : askBoard(session, "about")) {
+        for (const std::string& word : splitWords(line)) {
+            const Field field = splitField(word);
+            if (field.name == "version") about.version = field.value;
+            if (field.name == "since" && isBoardNumber(field.value)) about.since = timeText(field.value);
+            if (field.name == "refused") about.refused = std::strtoull(field.value.c_str(), nullptr, 10);
+        }
+    }
+    return about;
+}
+
+void readPending(Session& session, const Configuration& running, Status& status) {
+    const Saved saved = lookAtSaved(session);
+    status.saved = saved.there;
+    status.pending = pendingLines(session, saved, running);
+    for (const std::string& line : status.pending) status.problems.push_back("pending: " + line);
+}
+
+// Asks the peer board, too; that it does not answer is part of the status.
+void comparePeer(Session& session, Status& status) {
+    try {
+        PeerSession peer;
+        openPeer(session, peer);
+        const bool same = sameBoards(compareBoards(session, peer.session));
+        status.boards = same ? "equal" : "differ";
+        if (!same) status.problems.emplace_back(DIFFERENT);
+        const std::string role = readRole(peer.session);
+        if (role == status.role) status.problems.push_back("both boards are " + role);
+    } catch (const CommandEnds& end) {
+        status.boards = UNCOMPARED;
+        status.problems.push_back("the peer board: " + end.why);
+    }
+}
+
+Json peerJson(const Status& status) {
+    Json peer = peerAnswer(status.link);
+    if (!peer.is_null()) peer["boards"] = status.boards;
+    return peer;
+}
+
+}  // namespace
+
+Status readStatus(Session& session) {
+    Status status = {.about = readAbout(session),
+                     .plane = readPlane(session),
+                     .saved = false,
+                     .pending = {},
+                     .role = readRole(session),
+                     .link = readPeerLink(session),
+                     .boards = {},
+                     .problems = {}};
+    const Configuration running = readRunning(session);
+    readPending(session, running, status);
+    if (!holdsAll(status.plane)) {
+        status.problems.emplace_back(
+            "the plane does not hold what it should: `portisolatectl plane show` tells more");
+    }
+    const size_t narrow = findShortfalls(boardInterfaces(session), running, status.plane).size();
+    if (narrow != 0) {
+        status.problems.push_back(fmt::format(
+            "{} {} isolated in fewer VLANs than asked for: `portisolatectl plane show` names them", narrow,
+            narrow == 1 ? "pair of ports is" : "pairs of ports are"));
+    }
+    if (status.link.root.empty()) return status;
+    comparePeer(session, status);
+    std::string& state = status.link.state;
+    // The link looks for the peer when it has something to hand over; the comparison has found it.
+    if (state == PEER_ABSENT && status.boards != UNCOMPARED) state = PEER_BACK;
+    if (state != PEER_REACHED && state != PEER_UNKNOWN && state != PEER_BACK) {
+        status.problems.push_back("the peer board is " + state + ": the log says more");
+    }
+    return status;
+}
+
+Json statusAnswer(const Status& status) {
+    return {{"version", status.about.version},
+            {"since", status.about.since},
+            {"plane", status.plane.name},
+            {"state", status.plane.state},
+            {"notes", status.plane.notes},
+            {"missing", countEntries(status.plane, PlaneEntryState::missing)},
+            {"leftOver", countEntries(status.plane, PlaneEntryState::leftOver)},
+            {"healed", status.plane.healed},
+            {"doors", status.plane.doors},
+            {"refused", status.about.refused},
+            {"saved", status.saved},
+            {"pending", status.pending},
+            {"role", status.role},
+            {"peer", peerJson(status)},
+            {"problems", status.problems}};
+}

@@ -1,0 +1,32 @@
+// Whether daemon, plane, saved configuration and peer board are as they should be.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "client/link/peer.h"
+#include "client/link/plane.h"
+#include "client/text/listing.h"
+
+// Of the daemon, as the board knows it.
+struct About {
+    std::string version;
+    std::string since;  // local time
+    uint64_t refused = 0;
+};
+
+struct Status {
+    About about;
+    PlaneReport plane;
+    bool saved = false;
+    std::vector<std::string> pending;
+    std::string role;
+    PeerLink link;
+    std::string boards;  // empty: there is no peer
+    std::vector<std::string> problems;
+};
+
+// Ends the command where the daemon, or its board, does not answer; that the peer does not is part of it.
+Status readStatus(Session& session);
+Json statusAnswer(const Status& status);
