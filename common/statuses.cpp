@@ -43,6 +43,7 @@ constexpr StatusText STATUS_TEXTS[] = {
     {STATUS_BAD_LENGTH, "malformed request: the index or the value has the wrong size"},
     {STATUS_PEER_FAILED, "the peer board broke off or took too long"},
     {STATUS_TOO_MANY_CLIENTS, "too many clients are connected: try again later"},
+    {STATUS_READ_ONLY, "this user may read and not change: only the group portisolate may"},
 };
 
 }  // namespace

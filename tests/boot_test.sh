@@ -104,6 +104,7 @@ check() {
     dpkg --no-triggers -P portisolate || fail purge
     ! nft list table bridge portisolate 2>/dev/null || fail 'purge: the table is still there'
     ! getent passwd portisolate || fail 'purge: the user is still there'
+    ! getent group portisolate portisolate-read || fail 'purge: a group is still there'
     [ ! -e /etc/portisolate ] || fail "purge: left in /etc/portisolate: $(ls /etc/portisolate)"
     passed() { [ "$(heard h2)" -gt 0 ]; }
     until_true passed || fail 'purge: frames still do not pass'

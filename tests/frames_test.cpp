@@ -77,7 +77,15 @@ void check(const OperationTable& table, uint32_t opcode, uint32_t column, uint32
     seen.calls = 0;
     seen.index.clear();
     std::string replies = "before";
-    answerRequest(table, frame.get(), length, replies);
+    // Who may only read is refused before a handler, or anything behind the opcode, is looked at.
+    const OpKind kind = opcode < OP_COUNT ? PORT_ISOLATE_OP_SHAPES[opcode].kind : OpKind::none;
+    const bool reads = kind == OpKind::get || kind == OpKind::first || kind == OpKind::next;
+    if (opcode != OP_NONE && opcode < OP_COUNT && !reads) {
+        EXPECT_EQ(answerRequest(table, frame.get(), length, false, replies), STATUS_READ_ONLY);
+        EXPECT_EQ(seen.calls, 0u);
+        replies = "before";
+    }
+    answerRequest(table, frame.get(), length, true, replies);
 
     const std::string_view reply = std::string_view(replies).substr(6);
     ASSERT_GE(reply.size(), 4 * WORD_SIZE);

@@ -297,18 +297,26 @@ TEST(LocalSocket, ReplacesOnlyWhatNobodyServes) {
     EXPECT_EQ(std::filesystem::file_size(plain), 4u);
 }
 
-TEST(SocketAccess, IsForTheOwnerAndWithTheGroupForRootAndItsMembers) {
-    const SocketAccess alone = {7, {}};
-    const SocketAccess shared = {7, 30};
+TEST(SocketAccess, IsForTheOwnerAndWithTheGroupsForRootAndTheirMembers) {
+    constexpr Access NONE = Access::none, READS = Access::reads, CHANGES = Access::changes;
     const struct {
         uid_t user;
         std::vector<gid_t> groups;
-        bool withoutGroup, withGroup;
-    } cases[] = {{7, {}, true, true},    {0, {0}, false, true},        {8, {8}, false, false},
-                 {8, {30}, false, true}, {8, {1, 2, 30}, false, true}, {30, {7}, false, false}};
+        Access withoutGroup, withGroup, withReaders;
+    } cases[] = {{7, {}, CHANGES, CHANGES, CHANGES},
+                 {0, {0}, NONE, CHANGES, CHANGES},
+                 {8, {8}, NONE, NONE, NONE},
+                 {8, {30}, NONE, CHANGES, CHANGES},
+                 {8, {1, 2, 30}, NONE, CHANGES, CHANGES},
+                 {30, {7}, NONE, NONE, NONE},
+                 {8, {40}, NONE, NONE, READS},
+                 {8, {1, 40, 2}, NONE, NONE, READS},
+                 {8, {40, 30}, NONE, CHANGES, CHANGES},
+                 {40, {8}, NONE, NONE, NONE}};
     for (const auto& one : cases) {
-        EXPECT_EQ(mayUse(alone, one.user, one.groups), one.withoutGroup) << one.user;
-        EXPECT_EQ(mayUse(shared, one.user, one.groups), one.withGroup) << one.user;
+        EXPECT_EQ(accessOf({7, {}, {}}, one.user, one.groups), one.withoutGroup) << one.user;
+        EXPECT_EQ(accessOf({7, 30, {}}, one.user, one.groups), one.withGroup) << one.user;
+        EXPECT_EQ(accessOf({7, 30, 40}, one.user, one.groups), one.withReaders) << one.user;
     }
 }
 

@@ -1,11 +1,18 @@
 // Clients and senders that break every rule: the daemon answers or drops what they send, goes on serving
 // everybody else, and keeps neither their descriptors nor a change that they had no right to.
+#include <fcntl.h>
+#include <grp.h>
 #include <linux/sockios.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <cerrno>
 #include <chrono>
+#include <set>
 
 #include "common/local_socket.h"
 #include "dice.h"
@@ -306,4 +313,53 @@ TEST_F(EndToEnd, AServerOfAnotherUserIsNotBelieved) {
     ASSERT_EQ(chown((root + RUN_FOLDER).c_str(), OTHER, OTHER), 0);
     EXPECT_NE(ctl("--timeout 0.1 group list").err.find("no answer in time"), std::string::npos);
     close(listener);
+}
+
+// By the groups of the machine as the daemon finds them, and by a user of no other group.
+TEST_F(EndToEnd, WhoMayReadChangesNothing) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+    constexpr gid_t CHANGES = 4001, READS = 4002, STRANGER = 4003;
+    const int machine = open("/proc/self/ns/mnt", O_RDONLY | O_CLOEXEC);
+    if (unshare(CLONE_NEWNS) != 0) GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
+    std::ofstream(root + "/group") << "portisolate:x:4001:\nportisolate-read:x:4002:\n";
+    ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(mount((root + "/group").c_str(), "/etc/group", nullptr, MS_BIND, nullptr), 0);
+    start();
+    ASSERT_EQ(setns(machine, CLONE_NEWNS), 0);
+    close(machine);
+    chmod(root.c_str(), 0755);
+    const auto as = [](gid_t group) {
+        EXPECT_EQ(setgroups(1, &group) + setegid(STRANGER) + seteuid(STRANGER), 0);
+    };
+    const auto asRoot = [] { EXPECT_EQ(seteuid(0) + setegid(0) + setgroups(0, nullptr), 0); };
+    for (const char* path : {COMMAND_SOCKET_PATH, SHELL_SOCKET_PATH, BOARD_SOCKET_PATH}) {
+        as(STRANGER);
+        EXPECT_LT(connectTo(path), 0) << path;
+        asRoot();
+    }
+    as(READS);
+    EXPECT_LT(connectTo(ROUTE_SOCKET_PATH, SOCK_DGRAM), 0);
+    const int fd = connectTo(COMMAND_SOCKET_PATH);
+    ASSERT_GE(fd, 0);
+    EXPECT_TRUE(converse(fd, request(OP_GROUP_SET, 1, {1, 5, 0}, {ROW_CREATE}), reply(STATUS_READ_ONLY)));
+    close(fd);
+    EXPECT_NE(askLine(SHELL_SOCKET_PATH, "portIsolateGlobalShow").find("maxPortNum"), std::string::npos);
+    const std::set<std::string> read = {"list", "about", "forward", "matrix",  "hardware",
+                                        "help", "role",  "peer",    "journal", "monitor"};
+    for (const std::string& line : split(boardAnswer("help"), '\n')) {
+        const std::string verb = line.substr(0, line.find(' '));
+        const std::string bare = read.contains(verb) ? "" : askLine(BOARD_SOCKET_PATH, verb);
+        const bool wordsToo = verb == "forward" || verb == "matrix" || verb == "journal" || verb == "monitor";
+        for (const std::string& answer : {bare, wordsToo ? "" : askLine(BOARD_SOCKET_PATH, verb + " x")}) {
+            EXPECT_TRUE(answer.empty() || answer.starts_with("error: this user may read")) << verb << answer;
+        }
+    }
+    for (const char* line :
+         {"list", "about", "matrix 10", "hardware", "role", "peer", "plane show", "fault list"}) {
+        boardAnswer(line);
+    }
+    asRoot();
+    as(CHANGES);
+    EXPECT_EQ(boardAnswer("role single"), "");
+    asRoot();
 }

@@ -19,6 +19,7 @@ inline constexpr int32_t STATUS_BAD_FRAME = 0x03E80004;    // lengths inside the
 inline constexpr int32_t STATUS_BAD_LENGTH = 0x03E80005;   // an index, value or data block of the wrong size
 inline constexpr int32_t STATUS_PEER_FAILED = 0x03E80006;  // the peer board broke off or took too long
 inline constexpr int32_t STATUS_TOO_MANY_CLIENTS = 0x03E80007;  // no place is left, or another needs it
+inline constexpr int32_t STATUS_READ_ONLY = 0x03E80008;         // the client may read and not change
 inline constexpr int32_t STATUS_NOT_SUPPORTED = 0x03E80010;     // column, scalar id, row status; a basic rule
 inline constexpr int32_t STATUS_BAD_BUFFER = 0x03E8001A;        // none was offered, or it is too small
 inline constexpr int32_t STATUS_BAD_VLAN = 0x03E8002A;

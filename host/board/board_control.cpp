@@ -9,11 +9,12 @@ namespace {
 
 constexpr char BOARD_TASK[] = "boardcontrol";
 
-LineAnswer boardRequest(int, const std::string& line) {
-    const Words words = splitWords(withoutComment(line));
+LineAnswer boardRequest(const LineRequest& request) {
+    const Words words = splitWords(withoutComment(request.line));
     if (words == Words{JOURNAL_VERB}) return {"ok\n", StreamKind::calls};
     if (words == Words{MONITOR_VERB}) return {"ok\n", StreamKind::everything};
-    return {words.empty() ? "error: expected a verb; help lists them\n" : answerVerb(words), {}};
+    if (words.empty()) return {"error: expected a verb; help lists them\n", {}};
+    return {answerVerb(words, request.process.mayChange), {}};
 }
 
 }  // namespace

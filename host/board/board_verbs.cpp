@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr char READ_ONLY[] = "error: this user may read and not change: only the group portisolate may\n";
+
 // The verbs whose only word is an interface, or whose words are a trunk and a port.
 template <std::string (*Event)(Board&, const std::string&)>
 std::string interfaceVerb(Board& board, const Words& words, std::string&) {
@@ -122,7 +124,7 @@ std::string peerVerb(Board&, const Words& words, std::string& result) {
 std::string helpVerb(Board& board, const Words& words, std::string& result);
 
 constexpr Verb VERBS[] = {
-    {"list", "", "all interfaces and their state", listVerb},
+    {"list", "", "all interfaces and their state", listVerb, nullptr, false, NO_WORDS},
     {"unplug", "IF", "take an interface away", interfaceVerb<unplugInterface>, "ip link set IF nomaster"},
     {"plug", "IF", "bring it back", interfaceVerb<plugInterface>, "ip link set IF master BRIDGE"},
     {"join", "TRUNK IF", "put a port into a trunk", memberVerb<joinTrunkEvent>,
@@ -140,21 +142,23 @@ constexpr Verb VERBS[] = {
      "| mode-refresh | serial-sync | card-up SLOT | raw GROUP HEX",
      "publish an event without changing the board", publishVerb, nullptr, true},
     {"settle", "", "wait until all events are handled", settleVerb},
-    {"about", "", "the daemon's version, its start, and the commands that the plane has refused", aboutVerb},
+    {"about", "", "the daemon's version, its start, and the commands that the plane has refused", aboutVerb,
+     nullptr, false, NO_WORDS},
     {"saved", "", "know the ports that the saved configuration names, present or not", savedVerb},
     {"fault", "CALL NTH|every STATUS [if IF] [command NUMBER] | list | clear",
-     "make a call of the hardware layer fail", faultVerb, nullptr, true},
-    {"forward", "A B [VID]", "whether traffic from A reaches B", forwardVerb},
-    {"matrix", "[VID]", "which interfaces reach one another: o yes, x no, p partly", matrixVerb},
-    {"hardware", "", "the entries of the forwarding plane", hardwareVerb},
+     "make a call of the hardware layer fail", faultVerb, nullptr, true, "list"},
+    {"forward", "A B [VID]", "whether traffic from A reaches B", forwardVerb, nullptr, false, ANY_WORDS},
+    {"matrix", "[VID]", "which interfaces reach one another: o yes, x no, p partly", matrixVerb, nullptr,
+     false, ANY_WORDS},
+    {"hardware", "", "the entries of the forwarding plane", hardwareVerb, nullptr, false, NO_WORDS},
     {"plane", "show|sweep|restore | open|close NUMBER...|all",
      "compare what is in force with what was asked for; remove what is left over; put back what is missing; "
      "open or close doors",
-     planeVerb},
-    {"role", "[active|standby|single]", "show or set the board's role", roleVerb},
+     planeVerb, nullptr, false, "show"},
+    {"role", "[active|standby|single]", "show or set the board's role", roleVerb, nullptr, false, NO_WORDS},
     {"peer", "[agrees]", "the link to the peer board; agrees: the boards were found equal, count anew",
-     peerVerb},
-    {"help", "", "this list", helpVerb},
+     peerVerb, nullptr, false, NO_WORDS},
+    {"help", "", "this list", helpVerb, nullptr, false, NO_WORDS},
 };
 
 std::string helpVerb(Board&, const Words&, std::string& result) {
@@ -179,6 +183,13 @@ std::string refusedOnBridge(Board& board, const Verb& verb) {
            "made up";
 }
 
+bool onlyReads(const Verb& verb, const Words& words) {
+    if (verb.reads == nullptr) return false;
+    const std::string_view reads = verb.reads;
+    if (reads == ANY_WORDS) return true;
+    return words.size() == 1 ? reads == NO_WORDS : words.size() == 2 && words[1] == reads;
+}
+
 std::string runVerb(Board& board, const Verb& verb, const Words& words, std::string& result) {
     const std::string refused = refusedOnBridge(board, verb);
     return refused.empty() ? verb.run(board, words, result) : refused;
@@ -186,9 +197,10 @@ std::string runVerb(Board& board, const Verb& verb, const Words& words, std::str
 
 }  // namespace
 
-std::string answerVerb(const Words& words) {
+std::string answerVerb(const Words& words, bool mayChange) {
     for (const Verb& verb : VERBS) {
         if (words[0] != verb.name) continue;
+        if (!mayChange && !onlyReads(verb, words)) return READ_ONLY;
         std::string result;
         std::string problem = runVerb(theBoard(), verb, words, result);
         if (problem == WRONG_USE) problem = std::string("usage: ") + verb.name + " " + verb.arguments;

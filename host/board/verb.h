@@ -22,7 +22,11 @@ struct Verb {
     VerbFunction run;
     const char* kernelCommand = nullptr;  // does it where the kernel decides what is plugged
     bool laboratory = false;              // makes up what did not happen
+    // How it only reads: with ANY_WORDS behind it, NO_WORDS, or this word alone; null: it never does.
+    const char* reads = nullptr;
 };
+inline constexpr char ANY_WORDS[] = "*";
+inline constexpr char NO_WORDS[] = "";
 
 inline std::string unknownInterface(const std::string& name) {
     return "no such interface: " + name;

@@ -136,15 +136,21 @@ const IcmHandler* findHandler(const OperationTable& table, uint32_t opcode) {
     return nullptr;
 }
 
-void carryOut(const OperationTable& table, const uint8_t* bytes, size_t length, std::string& replies) {
+bool onlyReads(OpKind kind) {
+    return kind == OpKind::get || kind == OpKind::first || kind == OpKind::next;
+}
+
+void carryOut(const OperationTable& table, const uint8_t* bytes, size_t length, bool mayChange,
+              std::string& replies) {
     Request request = {};
     const bool whole = takeApart(bytes, length, request);
     const IcmHandler* handler = findHandler(table, request.opcode);
     if (request.opcode >= OP_COUNT || handler == nullptr) {
         return appendStatus(replies, STATUS_NO_HANDLER);
     }
-    if (!whole) return appendStatus(replies, STATUS_BAD_FRAME);
     const OpShape& shape = PORT_ISOLATE_OP_SHAPES[request.opcode];
+    if (!mayChange && !onlyReads(shape.kind)) return appendStatus(replies, STATUS_READ_ONLY);
+    if (!whole) return appendStatus(replies, STATUS_BAD_FRAME);
     const int32_t refused = checkLengths(request, shape);
     if (refused != 0) return appendStatus(replies, refused);
 
@@ -176,10 +182,10 @@ bool isFrameLength(uint32_t length) {
     return length >= COMMAND_WORDS_MIN && length <= COMMAND_FRAME_MAX;
 }
 
-int32_t answerRequest(const OperationTable& table, const uint8_t* bytes, size_t length,
+int32_t answerRequest(const OperationTable& table, const uint8_t* bytes, size_t length, bool mayChange,
                       std::string& replies) {
     const size_t before = replies.size();
-    carryOut(table, bytes, length, replies);
+    carryOut(table, bytes, length, mayChange, replies);
     int32_t status = 0;
     std::memcpy(&status, replies.data() + before + WORD, sizeof(status));
     tellAnswer(status);

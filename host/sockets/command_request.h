@@ -15,8 +15,9 @@ struct OperationTable {
 };
 
 // Carries out one request, `length` bytes behind the frame's length word (isFrameLength holds of it), and
-// appends the reply frame. Answers the status in it.
-int32_t answerRequest(const OperationTable& table, const uint8_t* request, size_t length,
+// appends the reply frame. Answers the status in it. Of who may not change anything it takes only what is
+// known to read.
+int32_t answerRequest(const OperationTable& table, const uint8_t* request, size_t length, bool mayChange,
                       std::string& replies);
 
 // The reply to a request that is not looked at.

@@ -79,7 +79,9 @@ bool serveOne(CommandServer& server, CommandClient& client) {
     uint32_t length = 0;
     const uint8_t* request = nextRequest(client, length);
     if (request == nullptr) return false;
-    reportRequest(client, request, length, answerRequest(server.table, request, length, client.replies));
+    const bool mayChange = client.process.mayChange;
+    reportRequest(client, request, length,
+                  answerRequest(server.table, request, length, mayChange, client.replies));
     client.served += WORD_SIZE + length;
     return true;
 }

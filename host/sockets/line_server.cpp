@@ -90,7 +90,7 @@ void carryOut(LineServer* server, Connection* connection) {
     pthread_setname_np(pthread_self(), server->task.c_str());
     const int wake = server->wake;
     try {
-        LineAnswer answer = server->handler(connection->fd, connection->line);
+        LineAnswer answer = server->handler({connection->fd, connection->process, connection->line});
         connection->text = std::move(answer.text);
         connection->kind = answer.stream;
     } catch (const std::bad_alloc&) {

@@ -18,14 +18,21 @@
 #include <string>
 
 #include "host/services/streams.h"
+#include "host/sockets/socket_access.h"
 
 struct LineAnswer {
     std::string text;
     std::optional<StreamKind> stream;  // what follows the text for as long as the client listens
 };
 
-// `line` is without its line end. `client` is for what writes the answer piece by piece, and stays open.
-using LineHandler = LineAnswer (*)(int client, const std::string& line);
+// Who sent a line, which is without its line end. The descriptor is for what writes the answer piece by
+// piece, and stays open.
+struct LineRequest {
+    int client;
+    PeerProcess process;
+    const std::string& line;
+};
+using LineHandler = LineAnswer (*)(const LineRequest& request);
 
 // Serves `listener` by tasks named `task` (at most 15 characters) as long as the process lives. 0, or -1
 // after a report.

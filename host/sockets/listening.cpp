@@ -60,7 +60,7 @@ int bindFresh(int fd, const std::string& path, const char*& why) {
     // The mode of the descriptor becomes the mode of the file, so there is no moment with a wider one.
     if (fchmod(fd, OWNER_ONLY) != 0) return errno;
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) return errno;
-    admitGroup(path);
+    admitGroups(path, type == SOCK_STREAM);
     return type == SOCK_STREAM && listen(fd, BACKLOG) != 0 ? errno : 0;
 }
 

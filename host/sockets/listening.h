@@ -1,9 +1,9 @@
 // The serving end of local sockets by path.
 //
 // A server's socket belongs to its owner alone from the first moment it can be seen, and is widened to the
-// group that may use it (host/sockets/socket_access.h) before anybody is served. A socket that a dead process
-// left behind is replaced; one that still answers is left alone. The caller holds the lock of the run folder
-// (host/sockets/run_folder.h), so the fresh socket of another daemon is never taken for a stale one.
+// groups that may use it (host/sockets/socket_access.h) before anybody is served. A socket that a dead
+// process left behind is replaced; one that still answers is left alone. The caller holds the lock of the run
+// folder (host/sockets/run_folder.h), so the fresh socket of another daemon is never taken for a stale one.
 #pragma once
 
 #include <string>

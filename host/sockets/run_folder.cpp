@@ -39,6 +39,9 @@ bool makeFolder(const std::string& folder) {
     if (fstat(fd, &present) == 0 && present.st_uid == geteuid()) {
         const bool shared = group && fchown(fd, static_cast<uid_t>(-1), *group) == 0;
         fchmod(fd, shared ? FOLDER_OF_GROUP : FOLDER_OF_OWNER);
+        if (shared && !admitReadersTo(fd)) {
+            hostReport("{} is not for the group {}: {}", folder, READERS_GROUP, std::strerror(errno));
+        }
     }
     close(fd);
     return true;

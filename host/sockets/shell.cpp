@@ -61,11 +61,11 @@ std::string runPrintFunction(int client, const std::string& name, PrintFunction 
     return "\nerror: " + name + " ended by a fault\n";
 }
 
-LineAnswer shellRequest(int client, const std::string& line) {
-    const std::string name(trimmed(line));
+LineAnswer shellRequest(const LineRequest& request) {
+    const std::string name(trimmed(request.line));
     const PrintFunction print = findPrintFunction(name);
     if (print == nullptr) return {"error: no such print function: " + safeText(name) + "\n", {}};
-    return {runPrintFunction(client, name, print), {}};
+    return {runPrintFunction(request.client, name, print), {}};
 }
 
 }  // namespace
