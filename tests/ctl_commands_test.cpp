@@ -409,25 +409,6 @@ TEST_F(Ctl, PlaneIsToldByWhatDiffers) {
     }
 }
 
-TEST_F(Ctl, MatrixMarksDirectionsAndVlans) {
-    daemon.boardLines = {{"matrix", {"a b c d", "a -xoo", "b x-xo", "c oo-p", "d oxo-"}},
-                         {"matrix 7", {"b a c", "b -xo", "a x-p", "c oo-"}},
-                         {"hardware", {"bi src=1 dst=2 vlan=7", "mode 2"}}};
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(run("matrix"), Exit::done); }),
-              "   a  b  c  d\n"
-              "a  -  x  v  o\n"
-              "b  x  -  >  o\n"
-              "c  o  o  -  p\n"
-              "d  o  >  o  -\n"
-              "\nFrom the row to the column, whatever the VLAN:\n"
-              "  o  forwards\n"
-              "  x  blocked both ways\n"
-              "  >  blocked in this direction only\n"
-              "  v  blocked within a VLAN only (7; --vlan shows one)\n"
-              "  p  passes over some member ports only\n"
-              "The plane is simulated: it isolates no real port.\n");
-}
-
 TEST_F(Ctl, CompletionKnowsTheGrammarAndWhatRuns) {
     daemon.rows = {{1, ROW_STATE_PROGRAMMED}};
     const char* const cases[][2] = {

@@ -31,9 +31,15 @@ Json matrixAnswer(const Matrix& matrix, bool simulated) {
         }
         rows.push_back({{"from", from}, {"to", std::move(cells)}});
     }
-    return {{"vlan", vlanJson(matrix.vlan)},
-            {"interfaces", matrix.names},
-            {"rows", std::move(rows)},
-            {"blockedInVlans", std::move(inVlans)},
-            {"simulated", simulated}};
+    Json answer = {{"vlan", vlanJson(matrix.vlan)},
+                   {"interfaces", matrix.names},
+                   {"rows", std::move(rows)},
+                   {"blockedInVlans", std::move(inVlans)}};
+    for (size_t row = 0; row < matrix.members.size(); ++row) {
+        answer["classes"].push_back({{"first", matrix.names[row]},
+                                     {"interfaces", matrix.members[row]},
+                                     {"among", cellWord(matrix.cells[row][row])}});
+    }
+    answer["simulated"] = simulated;
+    return answer;
 }

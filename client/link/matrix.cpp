@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 
 #include "client/link/interfaces.h"
@@ -34,6 +35,38 @@ std::set<uint32_t> askVlans(Session& session) {
         if (interface.vlan != 0) vlans.insert(interface.vlan);
     }
     return vlans;
+}
+
+bool sameCells(const Matrix& matrix, size_t row, size_t column, size_t otherRow, size_t otherColumn) {
+    return matrix.cells[row][column] == matrix.cells[otherRow][otherColumn] &&
+           matrix.blockedIn[row][column] == matrix.blockedIn[otherRow][otherColumn];
+}
+
+bool alike(const Matrix& matrix, size_t one, size_t other) {
+    if (!sameCells(matrix, one, other, other, one)) return false;
+    for (size_t third = 0; third < matrix.names.size(); ++third) {
+        if (third == one || third == other) continue;
+        if (!sameCells(matrix, one, third, other, third) || !sameCells(matrix, third, one, third, other)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The places of each class, in the order of its first.
+std::vector<std::vector<size_t>> classesOf(const Matrix& matrix) {
+    std::vector<std::vector<size_t>> classes;
+    for (size_t place = 0; place < matrix.names.size(); ++place) {
+        const auto found = std::find_if(
+            classes.begin(), classes.end(),
+            [&](const std::vector<size_t>& members) { return alike(matrix, members.front(), place); });
+        if (found != classes.end()) {
+            found->push_back(place);
+        } else {
+            classes.push_back({place});
+        }
+    }
+    return classes;
 }
 
 }  // namespace
@@ -94,4 +127,50 @@ std::vector<uint32_t> matrixVlans(const Matrix& matrix) {
         for (const std::set<uint32_t>& vlans : row) all.insert(vlans.begin(), vlans.end());
     }
     return {all.begin(), all.end()};
+}
+
+Matrix pickMatrix(const Matrix& matrix, const std::vector<size_t>& places) {
+    Matrix picked;
+    picked.vlan = matrix.vlan;
+    for (const size_t row : places) {
+        picked.names.push_back(matrix.names[row]);
+        std::string& cells = picked.cells.emplace_back();
+        std::vector<std::set<uint32_t>>& blockedIn = picked.blockedIn.emplace_back();
+        for (const size_t column : places) {
+            cells += matrix.cells[row][column];
+            blockedIn.push_back(matrix.blockedIn[row][column]);
+        }
+    }
+    return picked;
+}
+
+std::vector<size_t> blockedPlaces(const Matrix& matrix) {
+    std::vector<size_t> places;
+    const auto open = [&matrix](size_t row, size_t column) {
+        return row == column || matrixMark(matrix, row, column) == MATRIX_FORWARDS;
+    };
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        for (size_t column = 0; column < matrix.names.size(); ++column) {
+            if (open(row, column) && open(column, row)) continue;
+            places.push_back(row);
+            break;
+        }
+    }
+    return places;
+}
+
+Matrix foldMatrix(const Matrix& matrix) {
+    const std::vector<std::vector<size_t>> classes = classesOf(matrix);
+    std::vector<size_t> firsts;
+    for (const std::vector<size_t>& places : classes) firsts.push_back(places.front());
+    Matrix folded = pickMatrix(matrix, firsts);
+    for (size_t row = 0; row < classes.size(); ++row) {
+        const std::vector<size_t>& places = classes[row];
+        std::vector<std::string>& members = folded.members.emplace_back();
+        for (const size_t place : places) members.push_back(matrix.names[place]);
+        if (places.size() == 1) continue;
+        folded.cells[row][row] = matrix.cells[places[0]][places[1]];
+        folded.blockedIn[row][row] = matrix.blockedIn[places[0]][places[1]];
+    }
+    return folded;
 }

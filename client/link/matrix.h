@@ -15,6 +15,12 @@
 // Marks
 //   What is shown is made of several answers: a blocked cell whose opposite direction forwards is marked as
 //   one way, a forwarding one with VLANs as blocked within a VLAN. All other marks are the board's.
+//
+// Folding
+//   Interfaces are alike when each may talk to the same others in the same ways, and any two of them to one
+//   another in the same way in both directions. That is transitive, so they fall into classes; those of a
+//   matrix of policies are its roles and communities. A folded matrix has a row for each class, and tells on
+//   its diagonal how the members of a class stand to one another.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +46,9 @@ struct Matrix {
     std::vector<std::string> cells;  // a string per row, a character per column, of what the board says
     // For each cell the VLANs in which it does not forward, where it does so in general. Rows first.
     std::vector<std::vector<std::set<uint32_t>>> blockedIn;
+    // For each row the names of what it stands for, where the matrix is folded; `names` has the first of
+    // each.
+    std::vector<std::vector<std::string>> members;
 };
 
 // Reads the board's answer. Nothing when it is not a square of known cells.
@@ -53,3 +62,9 @@ Matrix readMatrix(Session& session, uint32_t vlan);
 char matrixMark(const Matrix& matrix, size_t row, size_t column);
 // All VLANs of `blockedIn`.
 std::vector<uint32_t> matrixVlans(const Matrix& matrix);
+
+// The same for some of the interfaces, which their places name.
+Matrix pickMatrix(const Matrix& matrix, const std::vector<size_t>& places);
+// Those that do not reach all others always, or are not reached by all.
+std::vector<size_t> blockedPlaces(const Matrix& matrix);
+Matrix foldMatrix(const Matrix& matrix);

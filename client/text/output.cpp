@@ -1,5 +1,6 @@
 #include "client/text/output.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -51,6 +52,15 @@ std::string toned(Tone tone, std::string_view text) {
     static const bool colour = takesColour();
     if (!colour || tone == Tone::plain || text.empty()) return std::string(text);
     return toneSequence(tone) + std::string(text) + "\033[0m";
+}
+
+size_t terminalWidth() {
+    if (isatty(STDOUT_FILENO) == 0) return 0;
+    const char* said = std::getenv("COLUMNS");
+    uint32_t columns = 0;
+    if (said != nullptr && parseGivenNumber(said, columns)) return columns;
+    winsize size = {};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
 std::string padded(std::string_view text, size_t width) {

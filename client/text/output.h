@@ -19,5 +19,9 @@ enum class Tone : uint8_t { plain, heading, good, warning, bad, faint };
 // `text` in the colour of `tone`, unchanged where standard output takes no colour.
 std::string toned(Tone tone, std::string_view text);
 
+// How many columns the terminal has that standard output is: what COLUMNS says, or else the terminal. 0 where
+// it is none.
+size_t terminalWidth();
+
 // The text filled up with blanks to so many columns.
 std::string padded(std::string_view text, size_t width);

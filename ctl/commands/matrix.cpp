@@ -1,5 +1,8 @@
 #include "ctl/commands/matrix.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -14,14 +17,15 @@
 
 namespace {
 
-// A line for each row and for each cell that is blocked in VLANs, below the field that they belong to.
+// A line for each row, for each cell that is blocked in VLANs and for each class, below the field that they
+// belong to.
 void printJson(const Json& answer) {
     std::vector<std::string> fields;
     for (const auto& [name, value] : answer.items()) {
         std::vector<std::string> parts;
-        const bool listed = name == "rows" || name == "blockedInVlans";
+        const bool listed = name == "rows" || name == "blockedInVlans" || name == "classes";
         for (const Json& part : listed ? value : Json::array()) parts.push_back(jsonText(part));
-        const char* opened = name == "rows" ? "[\n  " : "[";
+        const char* opened = name == "blockedInVlans" ? "[" : "[\n  ";
         fields.push_back(
             jsonField(name, listed ? opened + joinWords(parts, ",\n  ") + "]" : jsonText(value)));
     }
@@ -30,16 +34,16 @@ void printJson(const Json& answer) {
 
 // The marks that occur, with their meaning.
 void printLegend(const Matrix& matrix) {
-    std::string seen;
+    std::set<char> seen;
     for (size_t row = 0; row < matrix.names.size(); ++row) {
         for (size_t column = 0; column < matrix.names.size(); ++column) {
-            seen += matrixMark(matrix, row, column);
+            seen.insert(matrixMark(matrix, row, column));
         }
     }
     printLine("");
     printLine("From the row to the column, " + matrixScope(matrix) + ":");
     for (const MatrixMeaning& meaning : matrixMeanings()) {
-        if (seen.find(meaning.mark) == std::string::npos) continue;
+        if (!seen.contains(meaning.mark)) continue;
         std::string text = meaning.text;
         if (meaning.mark == MATRIX_IN_VLAN) {
             text += " (" + numberList(matrixVlans(matrix)) + "; --vlan shows one)";
@@ -53,17 +57,59 @@ void writeFile(const std::string& path, const std::string& text) {
     throw misuse("cannot write " + path + ": " + std::strerror(errno));
 }
 
+// The places of the interfaces that were asked for. A member port stands in its trunk's row.
+std::vector<size_t> givenPlaces(Session& session, const Matrix& matrix,
+                                const std::vector<std::string>& given) {
+    std::vector<size_t> places;
+    for (const uint32_t number : resolveInterfaces(session, given)) {
+        const std::string name = interfaceName(session, number);
+        const auto found = std::find(matrix.names.begin(), matrix.names.end(), name);
+        if (found == matrix.names.end()) {
+            const BoardInterface* interface = findInterface(session, number);
+            const bool member = interface != nullptr && !interface->trunk.empty();
+            throw misuse(name + " has no row in the matrix" +
+                         (member ? ": it is a member port of " + interface->trunk : ""));
+        }
+        places.push_back(static_cast<size_t>(found - matrix.names.begin()));
+    }
+    return places;
+}
+
+Matrix wantedMatrix(Session& session, const Invocation& invocation) {
+    Matrix matrix = readMatrix(session, vlanOption(invocation.options));
+    if (!invocation.arguments.empty()) {
+        matrix = pickMatrix(matrix, givenPlaces(session, matrix, invocation.arguments));
+    }
+    const bool blocked = fieldValue(invocation.options, "--blocked") != nullptr;
+    if (blocked) matrix = pickMatrix(matrix, blockedPlaces(matrix));
+    return fieldValue(invocation.options, "--alike") != nullptr ? foldMatrix(matrix) : matrix;
+}
+
+void printMatrix(const Matrix& matrix) {
+    const size_t width = terminalWidth();
+    const RenderedMatrix rendered = renderMatrix(matrix, width);
+    for (const std::string& line : rendered.lines) printLine(line);
+    if (rendered.leftOut != 0) {
+        const size_t all = matrix.names.size();
+        printLine(
+            fmt::format("{} of {} columns are left out: the terminal has {}.", rendered.leftOut, all, width));
+        printLine("INTERFACEs, --blocked and --alike show less, --svg and a pipe all.");
+    }
+    printLegend(matrix);
+}
+
 }  // namespace
 
 Exit runMatrix(Session& session, const Invocation& invocation) {
-    const Matrix matrix = readMatrix(session, vlanOption(invocation.options));
+    const Matrix matrix = wantedMatrix(session, invocation);
     if (const std::string* path = fieldValue(invocation.options, "--svg")) {
         writeFile(*path, matrixSvg(matrix));
     } else if (session.json) {
         printJson(matrixAnswer(matrix, isSimulated(session)));
+    } else if (matrix.names.empty()) {
+        printLine("Nothing is blocked " + matrixScope(matrix) + ".");
     } else {
-        for (const std::string& line : renderMatrix(matrix)) printLine(line);
-        printLegend(matrix);
+        printMatrix(matrix);
         if (isSimulated(session)) printLine("The plane is simulated: it isolates no real port.");
     }
     return Exit::done;
@@ -71,13 +117,16 @@ Exit runMatrix(Session& session, const Invocation& invocation) {
 
 constexpr Command MATRIX_COMMANDS[] = {
     {.object = "matrix",
-     .signature = "[--vlan VLAN] [--svg FILE]",
+     .signature = MATRIX_SIGNATURE,
      .help = "show who may talk to whom, as the hardware forwards",
      .example = "matrix --vlan 10",
      .run = runMatrix,
+     .details = MATRIX_DETAILS,
      .json = "{vlan, interfaces, rows, blockedInVlans, simulated}: rows are {from, to: {NAME: forwards, "
              "blocked or "
-             "partly}}, blockedInVlans are {from, to, vlans}"},
+             "partly}}, blockedInVlans are {from, to, vlans}; with --alike also classes: {first, interfaces, "
+             "among}, "
+             "where the first stands for all and among says how they stand to one another"},
 };
 
 Commands matrixCommands() {

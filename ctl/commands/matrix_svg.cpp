@@ -14,10 +14,18 @@ namespace {
 // All in pixels. Letters are drawn about 7 wide at the size of 13.
 constexpr size_t CELL = 30;
 constexpr size_t MARGIN = 24;
-constexpr size_t LETTER = 8;
+constexpr size_t LETTER = 8;  // with room to spare
 constexpr size_t TITLE_HEIGHT = 52;
 constexpr size_t LEGEND_ROW = 28;
 constexpr size_t LEGEND_WIDTH = 330;
+
+// Cells of a matrix of more interfaces are small and drawn in strips: a row's cells of one mark are one path,
+// which says in its title what it is about. A matrix of hundreds stays below a megabyte so, whatever its
+// pattern.
+constexpr size_t NAMED_CELLS_MAX = 32;
+constexpr size_t SMALL_CELL = 16;
+constexpr size_t SMALL_LETTER = 7;
+constexpr size_t TITLE_NAMES = 12;
 
 // Marks differ in shape as well as in colour. Colours that a dark screen needs come last, so they win there.
 const char* const STYLE =
@@ -86,23 +94,117 @@ std::string cellTitle(const Matrix& matrix, size_t row, size_t column) {
     const std::set<uint32_t>& vlans = matrix.blockedIn[row][column];
     const std::string within =
         vlans.empty() ? "" : " (VLAN " + numberList({vlans.begin(), vlans.end()}) + ")";
-    return matrix.names[row] + " to " + matrix.names[column] + ": " + meaning->text + within;
+    return matrixLabel(matrix, row) + " to " + matrixLabel(matrix, column) + ": " + meaning->text + within;
 }
 
-std::string grid(const Matrix& matrix, size_t left, size_t top) {
+// Where the grid is, and what it is made of.
+struct Layout {
+    size_t cell, left, top, widest;  // of the labels
+};
+
+std::string cells(const Matrix& matrix, const Layout& layout) {
     std::string text;
     for (size_t row = 0; row < matrix.names.size(); ++row) {
-        const size_t y = top + row * CELL;
-        const size_t x = left + row * CELL;
-        text += textAt(left - 10, y + CELL / 2 + 5, " text-anchor=\"end\"", matrix.names[row]);
-        text += fmt::format("<g transform=\"translate({} {}) rotate(-50)\">{}</g>\n", x + CELL / 2 + 4,
-                            top - 10, textAt(0, 0, "", matrix.names[row]));
         for (size_t column = 0; column < matrix.names.size(); ++column) {
-            text += cellAt(left + column * CELL, y, matrixMark(matrix, row, column),
-                           cellTitle(matrix, row, column));
+            text += cellAt(layout.left + column * layout.cell, layout.top + row * layout.cell,
+                           matrixMark(matrix, row, column), cellTitle(matrix, row, column));
         }
     }
     return text;
+}
+
+const char* markName(char mark) {
+    const MatrixMeaning* meaning = findMeaning(mark);
+    return meaning != nullptr ? meaning->name : "self";
+}
+
+std::string stripTitle(const Matrix& matrix, size_t row, const std::string& marks, char mark) {
+    const MatrixMeaning* meaning = findMeaning(mark);
+    if (meaning == nullptr) return matrixLabel(matrix, row);
+    std::string title = matrixLabel(matrix, row) + ": " + meaning->text + ": ";
+    size_t named = 0;
+    for (size_t column = 0; column < marks.size(); ++column) {
+        if (marks[column] != mark) continue;
+        if (++named <= TITLE_NAMES) title += (named > 1 ? ", " : "") + matrix.names[column];
+    }
+    return named <= TITLE_NAMES ? title : title + fmt::format(" and {} more", named - TITLE_NAMES);
+}
+
+// The cells of one mark in a row, in units of a cell. Those of `ground` are drawn through, under all others.
+std::string stripOf(const Matrix& matrix, size_t row, const std::string& marks, char mark, char ground) {
+    std::string path;
+    size_t drawn = 0;
+    for (size_t begin = marks.find(mark); begin != std::string::npos;) {
+        const size_t end =
+            mark == ground ? marks.size() : std::min(marks.find_first_not_of(mark, begin), marks.size());
+        if (mark == ground) begin = 0;
+        path += path.empty() ? fmt::format("M{} {}.5", begin, row) : fmt::format("m{} 0", begin - drawn);
+        path += fmt::format("h{}", end - begin);
+        drawn = end;
+        begin = marks.find(mark, end);
+    }
+    return fmt::format("<path stroke=\"url(#{})\" d=\"{}\"><title>{}</title></path>\n", markName(mark), path,
+                       escaped(stripTitle(matrix, row, marks, mark)));
+}
+
+std::string strips(const Matrix& matrix, const Layout& layout) {
+    std::string text = fmt::format("<g class=\"strips\" transform=\"translate({} {}) scale({})\">\n",
+                                   layout.left, layout.top, layout.cell);
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        std::string marks;
+        for (size_t column = 0; column < matrix.names.size(); ++column) {
+            marks += matrixMark(matrix, row, column);
+        }
+        const auto often = [&marks](char one, char other) {
+            return std::count(marks.begin(), marks.end(), one) <
+                   std::count(marks.begin(), marks.end(), other);
+        };
+        const char ground = *std::max_element(marks.begin(), marks.end(), often);
+        std::string others = marks;
+        std::sort(others.begin(), others.end());
+        others.erase(std::unique(others.begin(), others.end()), others.end());
+        std::erase(others, ground);
+        text += stripOf(matrix, row, marks, ground, ground);
+        for (const char mark : others) text += stripOf(matrix, row, marks, mark, ground);
+    }
+    return text + "</g>\n";
+}
+
+// A cell of each mark, for the strips.
+std::string patterns() {
+    const auto pattern = [](char mark) {
+        return fmt::format(
+            "<pattern id=\"{}\" width=\"1\" height=\"1\" viewBox=\"0 0 {} {}\" "
+            "patternUnits=\"userSpaceOnUse\">{}</pattern>\n",
+            markName(mark), CELL, CELL, cellAt(0, 0, mark, ""));
+    };
+    std::string text =
+        "<style>.strips{fill:none}.strips :hover{stroke-opacity:.6}.small "
+        "text{font-size:11px}</style>\n<defs>\n" +
+        pattern(MATRIX_ITSELF);
+    for (const MarkShape& shape : SHAPES) text += pattern(shape.mark);
+    return text + "</defs>\n";
+}
+
+// Names before the rows and above the columns; once more at the other sides, where those are far away.
+std::string labels(const Matrix& matrix, const Layout& layout, bool small) {
+    std::string before, above;
+    const size_t lowered = layout.cell / 2 + (small ? 4 : 5);
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        const std::string label = matrixLabel(matrix, row);
+        before +=
+            textAt(layout.left - 10, layout.top + row * layout.cell + lowered, " text-anchor=\"end\"", label);
+        above += fmt::format("<g transform=\"translate({} {}) rotate({})\">{}</g>\n",
+                             layout.left + row * layout.cell + lowered - 1, layout.top - 10,
+                             small ? -90 : -50, textAt(0, 0, "", label));
+    }
+    if (!small) return before + above;
+    const size_t edge = matrix.names.size() * layout.cell;
+    const size_t away = edge + layout.widest + 20;
+    return fmt::format(
+        "<g class=\"small\"><g id=\"rows\">{}</g><g id=\"columns\">{}</g><use href=\"#rows\" x=\"{}\"/>"
+        "<use href=\"#columns\" y=\"{}\"/></g>\n",
+        before, above, away, away);
 }
 
 std::string legend(const Matrix& matrix, size_t top) {
@@ -122,24 +224,31 @@ std::string legend(const Matrix& matrix, size_t top) {
 }  // namespace
 
 std::string matrixSvg(const Matrix& matrix) {
+    const size_t size = matrix.names.size();
+    const bool small = size > NAMED_CELLS_MAX;
     size_t widest = 0;
-    for (const std::string& name : matrix.names) {
-        widest = std::max(widest, textWidth(safeText(name)) * LETTER);
-    }
-    const size_t left = MARGIN + widest + 10;
-    const size_t top = MARGIN + TITLE_HEIGHT + widest * 4 / 5 + 16;  // the headings lean
-    const size_t edge = CELL * matrix.names.size();
-    const size_t width = std::max(left + edge + widest * 2 / 3, MARGIN + LEGEND_WIDTH) + MARGIN;
-    const size_t foot = top + edge + MARGIN;
+    for (size_t row = 0; row < size; ++row) widest = std::max(widest, textWidth(matrixLabel(matrix, row)));
+    widest *= small ? SMALL_LETTER : LETTER;
+    const size_t heading = small ? widest : widest * 4 / 5;  // the headings lean or stand
+    const Layout layout = {.cell = small ? SMALL_CELL : CELL,
+                           .left = MARGIN + widest + 10,
+                           .top = MARGIN + TITLE_HEIGHT + heading + 16,
+                           .widest = widest};
+    const size_t edge = layout.cell * size;
+    const size_t beyond = small ? widest + 20 : 0;
+    const size_t width =
+        std::max(layout.left + edge + std::max(beyond, widest * 2 / 3), MARGIN + LEGEND_WIDTH) + MARGIN;
+    const size_t foot = layout.top + edge + beyond + MARGIN;
     const size_t height = foot + matrixMeanings().size() * LEGEND_ROW + MARGIN;
     return fmt::format(
                "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
                "viewBox=\"0 0 {0} {1}\" role=\"img\">\n",
                width, height) +
-           "<title>Who may talk to whom</title>\n" + STYLE +
+           "<title>Who may talk to whom</title>\n" + STYLE + (small ? patterns() : "") +
            fmt::format("<rect class=\"page\" width=\"{}\" height=\"{}\"/>\n", width, height) +
            textAt(MARGIN, MARGIN + 16, " class=\"title\"", "Who may talk to whom") +
            textAt(MARGIN, MARGIN + 38, " class=\"note\"",
                   "from the row to the column, " + matrixScope(matrix)) +
-           grid(matrix, left, top) + legend(matrix, foot) + "</svg>\n";
+           labels(matrix, layout, small) + (small ? strips(matrix, layout) : cells(matrix, layout)) +
+           legend(matrix, foot) + "</svg>\n";
 }

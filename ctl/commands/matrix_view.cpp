@@ -11,30 +11,43 @@ namespace {
 // Names head the columns while the grid stays narrower than this; numbers do beyond it.
 constexpr size_t NAMED_WIDTH_MAX = 100;
 
-// The headings of the columns and of the rows.
+// As many names of what a row stands for are shown.
+constexpr size_t NAMED_MEMBERS = 2;
+
+// The headings of the columns that are shown, and of the rows.
 struct Headings {
     std::vector<std::string> columns;
     std::vector<std::string> rows;
     size_t left = 0;  // the width of the widest of the rows
 };
 
-// Columns that have no room for their names have their row's number instead.
-Headings headingsOf(const Matrix& matrix) {
+size_t widestOf(const std::vector<std::string>& texts) {
+    size_t widest = 0;
+    for (const std::string& text : texts) widest = std::max(widest, textWidth(text));
+    return widest;
+}
+
+// Columns that have no room for their names have their row's number instead. Of those, too, some may have no
+// room.
+Headings headingsOf(const Matrix& matrix, size_t width) {
     Headings headings;
-    size_t widest = 0, named = 0;
-    for (const std::string& name : matrix.names) {
-        headings.rows.push_back(safeText(name));
-        widest = std::max(widest, textWidth(headings.rows.back()));
+    size_t named = 0;
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        headings.rows.push_back(matrixLabel(matrix, row));
         named += textWidth(headings.rows.back()) + 2;
     }
     headings.columns = headings.rows;
-    headings.left = widest;
-    if (widest + named <= NAMED_WIDTH_MAX) return headings;
+    headings.left = widestOf(headings.rows);
+    const size_t room = width == 0 ? NAMED_WIDTH_MAX : std::min(width, NAMED_WIDTH_MAX);
+    if (matrix.members.empty() && headings.left + named <= room) return headings;
     const size_t digits = std::to_string(headings.rows.size()).size();
-    headings.left += digits + 1;
+    size_t used = headings.left += digits + 1;
+    headings.columns.clear();
     for (size_t row = 0; row < headings.rows.size(); ++row) {
-        headings.columns[row] = std::to_string(row + 1);
         headings.rows[row] = fmt::format("{:>{}} {}", row + 1, digits, headings.rows[row]);
+        const std::string number = std::to_string(row + 1);
+        used += number.size() + 2;
+        if (width == 0 || used <= width) headings.columns.push_back(number);
     }
     return headings;
 }
@@ -80,10 +93,20 @@ std::string matrixScope(const Matrix& matrix) {
     return matrix.vlan != 0 ? fmt::format("in VLAN {}", matrix.vlan) : "whatever the VLAN";
 }
 
-std::vector<std::string> renderMatrix(const Matrix& matrix) {
-    const Headings headings = headingsOf(matrix);
+std::string matrixLabel(const Matrix& matrix, size_t row) {
+    if (matrix.members.empty()) return safeText(matrix.names[row]);
+    const std::vector<std::string>& members = matrix.members[row];
+    const size_t shown =
+        std::min(members.size(), members.size() == NAMED_MEMBERS + 1 ? members.size() : NAMED_MEMBERS);
+    std::string label;
+    for (size_t at = 0; at < shown; ++at) label += (at == 0 ? "" : ", ") + safeText(members[at]);
+    return shown == members.size() ? label : fmt::format("{} and {} more", label, members.size() - shown);
+}
+
+RenderedMatrix renderMatrix(const Matrix& matrix, size_t width) {
+    const Headings headings = headingsOf(matrix, width);
     std::vector<std::string> lines = {std::string(headings.left, ' ')};
     for (const std::string& heading : headings.columns) lines[0] += "  " + toned(Tone::heading, heading);
     for (size_t row = 0; row < headings.rows.size(); ++row) lines.push_back(rowLine(matrix, headings, row));
-    return lines;
+    return {lines, headings.rows.size() - headings.columns.size()};
 }

@@ -22,4 +22,13 @@ std::string markText(char mark);
 // "in VLAN 10", or what an answer without one is about.
 std::string matrixScope(const Matrix& matrix);
 
-std::vector<std::string> renderMatrix(const Matrix& matrix);
+// What stands in front of a row: its name, or the first names of the interfaces that it stands for and how
+// many there are.
+std::string matrixLabel(const Matrix& matrix, size_t row);
+
+struct RenderedMatrix {
+    std::vector<std::string> lines;
+    size_t leftOut = 0;  // columns, for want of room
+};
+// No wider than `width` (0: of any width).
+RenderedMatrix renderMatrix(const Matrix& matrix, size_t width);

@@ -11,7 +11,10 @@ namespace {
 
 // The options without a value.
 bool isFlag(std::string_view word) {
-    return word == "--dry-run" || word == "--empty" || word == "--once" || word == "--all";
+    for (const char* flag : {"--dry-run", "--empty", "--once", "--all", "--blocked", "--alike"}) {
+        if (word == flag) return true;
+    }
+    return false;
 }
 
 // Moves the time-out from the options of the command to the line's own.
