@@ -23,7 +23,7 @@ need_packages() {
     "${root[@]}" env DEBIAN_FRONTEND=noninteractive "${install[@]}" >/dev/null
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build libfmt-dev nlohmann-json3-dev libedit-dev libmnl-dev libnftnl-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build libfmt-dev nlohmann-json3-dev libedit-dev libmnl-dev libnftnl-dev libcpp-httplib-dev)
 KERNEL_VM_PACKAGES=(qemu-system-x86 busybox-static cpio kmod)
 
 # build_tree FOLDER [CMAKE OPTION]...: configures and builds there; silent unless it fails.

@@ -8,9 +8,10 @@ cd "$1"
 # One house a line, from its roof down to the ground.
 houses='daemon/start daemon/show daemon/api daemon/rules daemon/hw daemon/tables daemon/base platform wire
 host/start host/linux host/board host/planes host/sockets host/services common platform wire
+web/start web/routes web/upstream web/http client/answers client/configuration client/link client/text common platform wire
 ctl/commands ctl/text client/answers client/configuration client/link client/text common platform wire'
 
-includes=$(grep -rHo '^ *# *include *"[^"]*"' daemon host ctl client common platform wire --include=*.cpp --include=*.h |
+includes=$(grep -rHo '^ *# *include *"[^"]*"' daemon host ctl web client common platform wire --include=*.cpp --include=*.h |
     sed -E 's/: *# *include *"/ /; s/"$//')
 [ -n "$includes" ] || { echo "no includes found"; exit 2; }
 

@@ -36,17 +36,21 @@ About readAbout(Session& session) {
         for (const std::string& word : splitWords(line)) {
             const Field field = splitField(word);
             if (field.name == "version") about.version = field.value;
-            if (field.name == "since" && isBoardNumber(field.value)) about.since = timeText(field.value);
+            if (field.name == "since" && isBoardNumber(field.value)) {
+                about.since = timeText(field.value);
+                about.sinceSeconds = std::strtod(field.value.c_str(), nullptr);
+            }
+            if (field.name == "clients") about.clients = std::strtod(field.value.c_str(), nullptr);
             if (field.name == "refused") about.refused = std::strtoull(field.value.c_str(), nullptr, 10);
         }
     }
     return about;
 }
 
-void readPending(Session& session, const Configuration& running, Status& status) {
+void readPending(Session& session, Status& status) {
     const Saved saved = lookAtSaved(session);
     status.saved = saved.there;
-    status.pending = pendingLines(session, saved, running);
+    status.pending = pendingLines(session, saved, status.running);
     for (const std::string& line : status.pending) status.problems.push_back("pending: " + line);
 }
 
@@ -77,19 +81,22 @@ Json peerJson(const Status& status) {
 Status readStatus(Session& session) {
     Status status = {.about = readAbout(session),
                      .plane = readPlane(session),
+                     .running = readRunning(session),
                      .saved = false,
                      .pending = {},
                      .role = readRole(session),
                      .link = readPeerLink(session),
                      .boards = {},
                      .problems = {}};
-    const Configuration running = readRunning(session);
-    readPending(session, running, status);
+    readPending(session, status);
     if (!holdsAll(status.plane)) {
         status.problems.emplace_back(
             "the plane does not hold what it should: `portisolatectl plane show` tells more");
     }
-    const size_t narrow = findShortfalls(boardInterfaces(session), running, status.plane).size();
+    for (const Shortfall& one : findShortfalls(boardInterfaces(session), status.running, status.plane)) {
+        status.plane.shortfalls.push_back(shortfallText(one));
+    }
+    const size_t narrow = status.plane.shortfalls.size();
     if (narrow != 0) {
         status.problems.push_back(fmt::format(
             "{} {} isolated in fewer VLANs than asked for: `portisolatectl plane show` names them", narrow,

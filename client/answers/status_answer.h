@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "client/configuration/configuration.h"
 #include "client/link/peer.h"
 #include "client/link/plane.h"
 #include "client/text/listing.h"
@@ -12,13 +14,16 @@
 // Of the daemon, as the board knows it.
 struct About {
     std::string version;
-    std::string since;  // local time
+    std::string since;                     // local time
+    std::optional<double> sinceSeconds{};  // since 1970
+    std::optional<double> clients{};       // of the command socket, where the board tells
     uint64_t refused = 0;
 };
 
 struct Status {
     About about;
     PlaneReport plane;
+    Configuration running{};
     bool saved = false;
     std::vector<std::string> pending;
     std::string role;

@@ -1,0 +1,114 @@
+#include "web/upstream/follower.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+
+#include "client/answers/happening_answer.h"
+#include "client/link/interfaces.h"
+#include "common/request_text.h"
+
+namespace {
+
+constexpr int64_t LOOK_MS = 200;       // between two looks whether to stop
+constexpr int64_t COME_BACK_MS = 500;  // between two tries to reach the daemon
+
+const char* resultWord(const Outcome& outcome) {
+    return outcome.text == "ok" ? "ok" : outcome.good ? "none" : "refused";
+}
+
+bool setsSomething(const Happening& happening) {
+    return happening.kind == "request" && requestSets(happeningBytes(happening, "frame"));
+}
+
+void countRequest(Happened& happened, const Happening& happening, const Outcome& outcome) {
+    const RequestParts parts = requestParts(happeningBytes(happening, "frame"));
+    ++happened.requests[{parts.object, parts.operation, resultWord(outcome)}];
+    if (outcome.text == "ok" && setsSomething(happening)) {
+        happened.changed = std::strtod(happeningText(happening, "time").c_str(), nullptr);
+    }
+}
+
+void count(Follower& follower, Session& session, const Happening& happening) {
+    const Outcome outcome = outcomeOf(happening);
+    const auto messages =
+        happening.kind == "event" ? eventMessages(session, happening) : std::vector<EventMessage>();
+    std::lock_guard guard(follower.lock);
+    Happened& happened = follower.happened;
+    if (happening.kind == "request") countRequest(happened, happening, outcome);
+    if (happening.kind == "hardware") ++happened.commands[resultWord(outcome)];
+    if (happening.kind == "dropped") happened.dropped += happeningNumber(happening, "count");
+    for (const EventMessage& message : messages) ++happened.events[message.event];
+}
+
+// One line of the monitor; `own` marks those that this process is the reason of.
+void take(Follower& follower, Session& session, const std::string& line, const std::string& own) {
+    if (line.starts_with("request ") && line.find(own) != std::string::npos) return;
+    const std::optional<Happening> happening = readHappening(session, line);
+    if (!happening) return;
+    count(follower, session, *happening);
+    // Names may have changed.
+    if (happening->kind == "event") forgetInterfaces(session);
+    const std::string json = happeningAnswer(session, *happening);
+    follower.publish(happening->kind, json);
+    const bool sets = setsSomething(*happening);
+    if (sets) follower.publish(KIND_CHANGE, json);
+    if (sets || (happening->kind != "request" && happening->kind != "query")) follower.publishChange();
+}
+
+void setConnected(Follower& follower, bool connected) {
+    {
+        std::lock_guard guard(follower.lock);
+        if (follower.happened.connected == connected) return;
+        follower.happened.connected = connected;
+    }
+    follower.publishChange();
+}
+
+// Until the stream ends, or this is to stop.
+void followOnce(Follower& follower) {
+    Session session;
+    sessionOpen(session);
+    LineReader reader;
+    try {
+        openLines(session, reader, "monitor");
+        setConnected(follower, true);
+        const std::string own = fmt::format(" pid={} ", getpid());
+        std::string line;
+        while (!follower.stopped) {
+            const Taken taken = takeLine(reader, line, LOOK_MS);
+            if (taken == Taken::end) break;
+            if (taken == Taken::line) take(follower, session, line, own);
+        }
+    } catch (const CommandEnds&) {
+        // Tried again soon; meanwhile the answers say what is wrong.
+    }
+    streamClose(reader.stream);
+    sessionClose(session);
+    setConnected(follower, false);
+}
+
+}  // namespace
+
+void startFollower(Follower& follower) {
+    follower.thread = std::thread([&follower] {
+        while (!follower.stopped) {
+            followOnce(follower);
+            for (int64_t waited = 0; waited < COME_BACK_MS && !follower.stopped; waited += LOOK_MS) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(LOOK_MS));
+            }
+        }
+    });
+}
+
+void stopFollower(Follower& follower) {
+    follower.stopped = true;
+    if (follower.thread.joinable()) follower.thread.join();
+}
+
+Happened whatHappened(Follower& follower) {
+    std::lock_guard guard(follower.lock);
+    return follower.happened;
+}
