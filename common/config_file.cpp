@@ -4,68 +4,17 @@
 
 #include <algorithm>
 #include <set>
-#include <span>
 
+#include "common/config_reader.h"
 #include "common/words.h"
 #include "wire/records.h"
 
 namespace {
 
 constexpr char VLAN_ID[] = "a VLAN id";
-constexpr size_t QUOTED_MAX = 40;  // bytes of a wrong word that are shown
-
-using Words = std::span<const ConfigWord>;
-
-// What is being read: the line so far, and where mistakes go.
-struct Reader {
-    ConfigFile& file;
-    std::set<uint32_t>& ponOff;  // VLANs of the lines before
-    Words words;                 // those left of the line
-    Place end;                   // behind the last word
-};
-
-std::string quoted(std::string_view text) {
-    const bool cut = text.size() > QUOTED_MAX;
-    return "\"" + std::string(text.substr(0, QUOTED_MAX)) + (cut ? "..." : "") + "\"";
-}
-
-bool mistake(Reader& reader, Place place, std::string text) {
-    reader.file.mistakes.push_back({place, std::move(text)});
-    return false;
-}
-
-// Takes the next word off the line; without one it is a mistake that `wanted` is missing.
-bool takeWord(Reader& reader, const char* wanted, ConfigWord& word) {
-    if (reader.words.empty()) return mistake(reader, reader.end, std::string(wanted) + " is missing here");
-    word = reader.words.front();
-    reader.words = reader.words.subspan(1);
-    return true;
-}
-
-bool takeKeyword(Reader& reader, const char* keyword) {
-    ConfigWord word;
-    const std::string wanted = "\"" + std::string(keyword) + "\"";
-    if (!takeWord(reader, wanted.c_str(), word)) return false;
-    return word.text == keyword ||
-           mistake(reader, word.place, quoted(word.text) + " stands where " + wanted + " belongs");
-}
-
-bool takeNumber(Reader& reader, const char* wanted, uint32_t least, uint32_t most, ConfigWord& word,
-                uint32_t& number) {
-    if (!takeWord(reader, wanted, word)) return false;
-    if (parseGivenNumber(word.text, number) && number >= least && number <= most) return true;
-    const std::string range =
-        most == UINT32_MAX ? fmt::format("a number from {} up", least) : fmt::format("{} to {}", least, most);
-    return mistake(reader, word.place,
-                   fmt::format("{} is not {}: give {}", quoted(word.text), wanted, range));
-}
-
-bool takeMembers(Reader& reader, ConfigLine& line) {
-    if (reader.words.empty()) return mistake(reader, reader.end, "an interface is missing here");
-    line.members.assign(reader.words.begin(), reader.words.end());
-    reader.words = {};
-    return true;
-}
+constexpr size_t NEAR_MAX = 40;  // bytes of a wrong word that are compared with right ones
+constexpr size_t POLICY_NAME_MAX = 32;
+constexpr char POLICY_LETTERS[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.-";
 
 bool readMode(Reader& reader, ConfigLine& line) {
     ConfigWord word;
@@ -82,13 +31,15 @@ bool readGroup(Reader& reader, ConfigLine& line) {
         (!takeKeyword(reader, "vlan") || !takeNumber(reader, VLAN_ID, 1, VLAN_ID_MAX, word, line.vlan))) {
         return false;
     }
-    return takeMembers(reader, line);
+    return takeMembers(reader, line.members);
 }
 
 bool readPair(Reader& reader, ConfigLine& line) {
     if (!takeWord(reader, "a source interface", line.source)) return false;
     line.place = line.source.place;
-    return takeKeyword(reader, "to") && takeMembers(reader, line);
+    if (!readSelector(reader, line.source)) return false;
+    if (line.source.excluded) return mistake(reader, line.place, "a source cannot be left out");
+    return takeKeyword(reader, "to") && takeMembers(reader, line.members);
 }
 
 // The VLANs of one word are added to the line, up to one that is not right.
@@ -116,6 +67,77 @@ bool readPon(Reader& reader, ConfigLine& line) {
     return true;
 }
 
+// What a person calls a policy or a community.
+bool takeName(Reader& reader, const char* wanted, std::string& name) {
+    ConfigWord word;
+    if (!takeWord(reader, wanted, word)) return false;
+    name = word.text;
+    if (name.size() <= POLICY_NAME_MAX && name.find_first_not_of(POLICY_LETTERS) == std::string::npos) {
+        return true;
+    }
+    return mistake(reader, word.place,
+                   fmt::format("{} is not {}: give at most {} letters, digits, \"_\", \".\" and \"-\"",
+                               quoted(name), wanted, POLICY_NAME_MAX));
+}
+
+bool takeGroupRange(Reader& reader, ConfigLine& line) {
+    ConfigWord word;
+    if (!takeWord(reader, "a range of group numbers", word)) return false;
+    const std::vector<std::string> numbers = expandWord(word.text);
+    if (parseGivenNumber(numbers.front(), line.number) && line.number > 0 &&
+        parseGivenNumber(numbers.back(), line.lastNumber)) {
+        return true;
+    }
+    return mistake(reader, word.place,
+                   quoted(word.text) + " is not a range of group numbers: give one such as 20-40");
+}
+
+bool readPolicy(Reader& reader, ConfigLine& line) {
+    reader.inPolicy = true;
+    if (reader.words.empty()) return mistake(reader, reader.end, "a name of the policy is missing here");
+    line.place = reader.words.front().place;
+    if (!takeName(reader, "a name of a policy", line.name)) return false;
+    for (const ConfigLine& other : reader.file.lines) {
+        if (other.kind != ConfigKind::policy || other.name != line.name) continue;
+        return mistake(reader, line.place,
+                       fmt::format("the policy {} stands in line {}", line.name, other.place.line));
+    }
+    ConfigWord word;
+    if (!reader.words.empty() && reader.words.front().text == "vlan" &&
+        (!takeKeyword(reader, "vlan") || !takeNumber(reader, VLAN_ID, 1, VLAN_ID_MAX, word, line.vlan))) {
+        return false;
+    }
+    if (reader.words.empty()) return true;
+    return takeKeyword(reader, "groups") && takeGroupRange(reader, line);
+}
+
+struct RoleWord {
+    const char* word;
+    RoleKind kind;
+};
+
+constexpr RoleWord ROLES[] = {{"promiscuous", RoleKind::promiscuous},
+                              {"community", RoleKind::community},
+                              {"isolated", RoleKind::isolated}};
+
+// True when the line is one of a policy, right or not. Where the policy's own line has a mistake, its lines
+// are read and dropped.
+bool readRole(Reader& reader, const ConfigWord& word) {
+    const RoleWord* found = std::find_if(std::begin(ROLES), std::end(ROLES),
+                                         [&](const RoleWord& one) { return word.text == one.word; });
+    if (found == std::end(ROLES)) return false;
+    if (!reader.inPolicy) {
+        return !mistake(reader, word.place, quoted(word.text) + " stands outside of a policy");
+    }
+    ConfigRole role{.kind = found->kind, .place = word.place, .name = {}, .members = {}};
+    if (role.kind == RoleKind::community && !takeName(reader, "a name of a community", role.name))
+        return true;
+    if (!takeMembers(reader, role.members)) return true;
+    std::vector<ConfigLine>& lines = reader.file.lines;
+    if (!reader.policyBroken) lines.back().roles.push_back(std::move(role));
+    return true;
+}
+
 struct Statement {
     const char* word;
     ConfigKind kind;
@@ -129,13 +151,17 @@ constexpr Statement STATEMENTS[] = {
     {.word = "vlan-group", .kind = ConfigKind::vlanGroup, .rows = true, .read = readGroup},
     {.word = "pair", .kind = ConfigKind::pair, .rows = true, .read = readPair},
     {.word = "pon", .kind = ConfigKind::ponOff, .rows = false, .read = readPon},
+    {.word = "policy", .kind = ConfigKind::policy, .rows = false, .read = readPolicy},
 };
 constexpr char CREATED_WORD[] = "created";
 
 void unknownStatement(Reader& reader, const ConfigWord& word) {
     std::vector<std::string> names = {CREATED_WORD};
     for (const Statement& statement : STATEMENTS) names.emplace_back(statement.word);
-    const std::vector<std::string> near = nearNames(names, word.text.substr(0, QUOTED_MAX));
+    if (reader.inPolicy) {
+        for (const RoleWord& role : ROLES) names.emplace_back(role.word);
+    }
+    const std::vector<std::string> near = nearNames(names, word.text.substr(0, NEAR_MAX));
     mistake(reader, word.place,
             quoted(word.text) + " does not begin a line; " +
                 (near.empty() ? "these do: " + joinChoices(names, "and")
@@ -146,6 +172,7 @@ void readLine(Reader& reader) {
     ConfigLine line;
     ConfigWord word = reader.words.front();
     reader.words = reader.words.subspan(1);
+    if (readRole(reader, word)) return;
     line.active = word.text != CREATED_WORD;
     if (!line.active && !takeWord(reader, "group, vlan-group or pair", word)) return;
     const Statement* statement = std::find_if(std::begin(STATEMENTS), std::end(STATEMENTS),
@@ -159,13 +186,14 @@ void readLine(Reader& reader) {
         return;
     }
     line.kind = statement->kind;
-    if (!statement->read(reader, line)) return;
-    if (!reader.words.empty()) {
-        mistake(reader, reader.words.front().place,
-                quoted(reader.words.front().text) + " is one word too many");
-        return;
+    reader.inPolicy = false;
+    bool read = statement->read(reader, line);
+    if (read && !reader.words.empty()) {
+        read = mistake(reader, reader.words.front().place,
+                       quoted(reader.words.front().text) + " is one word too many");
     }
-    reader.file.lines.push_back(std::move(line));
+    reader.policyBroken = !read;
+    if (read) reader.file.lines.push_back(std::move(line));
 }
 
 bool isBlank(char letter) {
@@ -205,13 +233,15 @@ ConfigFile parseConfig(std::string_view text) {
         return file;
     }
     std::set<uint32_t> ponOff;
+    Reader reader{.file = file, .ponOff = ponOff};
     for (uint32_t number = 1; !text.empty(); ++number) {
         const size_t length = std::min(text.find('\n'), text.size());
         Place end;
         const std::vector<ConfigWord> words = wordsOf(text.substr(0, length), number, end);
         text.remove_prefix(std::min(length + 1, text.size()));
         if (words.empty()) continue;
-        Reader reader{file, ponOff, words, end};
+        reader.words = words;
+        reader.end = end;
         readLine(reader);
     }
     return file;
@@ -220,6 +250,7 @@ ConfigFile parseConfig(std::string_view text) {
 std::set<std::string> namesIn(const ConfigFile& file) {
     std::set<std::string> names;
     const auto add = [&names](const ConfigWord& word) {
+        if (word.kind != WordKind::plain || word.excluded) return;
         for (const std::string& name : expandWord(word.text)) {
             if (names.size() < CONFIG_NAMES_MAX) names.insert(name);
         }
@@ -227,6 +258,9 @@ std::set<std::string> namesIn(const ConfigFile& file) {
     for (const ConfigLine& line : file.lines) {
         if (line.kind == ConfigKind::pair) add(line.source);
         for (const ConfigWord& member : line.members) add(member);
+        for (const ConfigRole& role : line.roles) {
+            for (const ConfigWord& member : role.members) add(member);
+        }
     }
     return names;
 }

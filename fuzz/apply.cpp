@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "client/configuration/config_plan.h"
+#include "client/configuration/resolution.h"
 #include "fuzz/fuzz.h"
 
 namespace {
@@ -21,7 +22,7 @@ Session board() {
 
 Configuration resolved(Session& session, std::string_view text, bool& right) {
     ConfigFile file = parseConfig(text);
-    const Configuration configuration = resolveConfig(session, file);
+    const Configuration configuration = resolveConfig(session, file, {}).wanted;
     right = file.mistakes.empty();
     for (const Mistake& mistake : file.mistakes) {
         EXPECT_GT(mistake.place.line, 0u);

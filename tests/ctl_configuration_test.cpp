@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <random>
 
 #include "client/configuration/config_plan.h"
 #include "client/configuration/judgement_text.h"
 #include "client/configuration/openings.h"
+#include "client/configuration/resolution.h"
 #include "common/text.h"
 #include "tests/ctl_fake.h"
 
@@ -16,7 +18,7 @@ namespace {
 struct Config : Ctl {
     Configuration resolve(const std::string& text, std::string* mistakes = nullptr) {
         ConfigFile file = parseConfig(text);
-        const Configuration configuration = resolveConfig(session, file);
+        const Configuration configuration = resolveConfig(session, file, {}).wanted;
         checkGroupNumbers(file, 16);
         for (const auto& [place, why] : file.mistakes) {
             const std::string told = fmt::format("{}:{} {}\n", place.line, place.column, why);
@@ -77,9 +79,24 @@ TEST_F(Config, EveryMistakeIsToldWithItsPlace) {
         {"pon off 5-7 6 0 x",
          "1:13 VLAN 6 was named before\n1:15 \"0\" is not a VLAN id: give 1 to 4095\n"
          "1:17 \"x\" is not a VLAN id: give 1 to 4095\n"},
+        {"group 5 !ge1/1\ngroup 5 x* alias:\npair !x to y*\npair x* to ge1/1\ngroup 5 name:x",
+         "1:9 this line has no pattern that something could be left out of\n"
+         "2:12 a name or a pattern is missing behind \"alias:\"\n3:6 a source cannot be left out\n"},
+        {"isolated 1\npolicy a/b\nisolated 9\npolicy p vlan 7 groups 0\npolicy q\npolicy q groups 16-17\n"
+         "policy r vlan 7\ncommunity x 1 2\nisolatd 1\nisolated 2\npolicy s vlan 7\nisolated ge*\nmode 1\n"
+         "promiscuous 1",
+         "1:1 \"isolated\" stands outside of a policy\n"
+         "2:8 \"a/b\" is not a name of a policy: give at most 32 letters, digits, \"_\", \".\" and \"-\"\n"
+         "4:24 \"0\" is not a range of group numbers: give one such as 20-40\n"
+         "6:8 the policy q stands in line 5\n9:1 \"isolatd\" does not begin a line; did you mean isolated?\n"
+         "10:10 ge1/2 was named before, in line 8\n"
+         "12:10 ge1/1 has its role in the policy r by line 8; leave it out of one of them\n"
+         "12:10 ge1/2 has its role in the policy r by line 8; leave it out of one of them\n"
+         "14:1 \"promiscuous\" stands outside of a policy\n"},
         {"mode 1\nmode 2", "2:6 the mode was set before, in line 1\n"},
         {"\xc3\xa4 \xff\nmode 1 \xc3\xa4\xc3\xa4 z",
-         "1:1 \"\xc3\xa4\" does not begin a line; these do: created, mode, group, vlan-group, pair and pon\n"
+         "1:1 \"\xc3\xa4\" does not begin a line; these do: created, mode, group, vlan-group, pair, pon and "
+         "policy\n"
          "2:8 \"\xc3\xa4\xc3\xa4\" is one word too many\n"},
     };
     for (const auto& [text, told] : cases) {
@@ -103,6 +120,174 @@ TEST_F(Config, WrittenLinesMeanTheSameAgain) {
     std::string again;
     for (const std::string& line : configLines(session, resolve(text))) again += line + "\n";
     EXPECT_EQ(again, text);
+}
+
+TEST_F(Config, PatternsStandForWhatMatchesThem) {
+    session.interfaces = {
+        {.number = 1, .name = "vnet0", .alias = "red web", .otherNames = {"web \xff\n\""}},
+        {.number = 2, .name = "vnet12", .alias = "red\nmail"},
+        {.number = 3, .name = "tap*", .device = "eth9"},
+        {.number = 4, .name = "vnet3", .trunk = "bond0"},
+        {.number = 5, .name = "vnet4", .gone = true},
+        {.number = 6, .name = "vnet.7", .kind = "vlan"},
+        {.number = 7, .name = "\xc3\xa4-net"},
+    };
+    const char* const cases[][2] = {
+        // members, those in the order of their numbers
+        {"vnet*", "1 2"},
+        {"vnet?", "1"},
+        {"vnet* !vnet0", "2"},
+        {"* !vnet* !3", "7"},
+        {"*t*2", "2"},
+        {"vnet** vnet*", "1 2"},
+        {"?-net", "7"},
+        {"tap\\* x*", "3"},
+        {"name:eth9", "3"},
+        {"eth*", ""},
+        {"name:web*", "1"},
+        {"alias:red*", "1 2"},
+        {"alias:red?web", "1"},
+        {"alias:* !name:web*", "2"},
+        {"alias:", ""},
+        {"vnet12 *", "1 2 3 7"},
+        {"**a**b**c**d**e**", ""},
+        {"name:tap\\*", "3"},
+        {"vnet0 v* !vnet0-12", "1"},
+    };
+    for (const auto& [members, matched] : cases) {
+        std::string mistakes, found;
+        for (const auto& [row, active] : resolve(std::string("group 5 ") + members, &mistakes).rows) {
+            found += (found.empty() ? "" : " ") + std::to_string(row.member);
+        }
+        EXPECT_EQ(found, matched) << members;
+    }
+    EXPECT_EQ(resolve("pair v* to * !7").rows.size(), 4u);
+    EXPECT_EQ(configLines(session, resolve("group 5 *")),
+              Words{"group 5 vnet0 vnet12 name:tap\\* \xc3\xa4-net"});
+    // None but names are kept for ports that are absent.
+    const ConfigFile file =
+        parseConfig("group 5 a b* name:c !d\npair e to f? g\npolicy p\nisolated h !i alias:*");
+    EXPECT_EQ(namesIn(file), (std::set<std::string>{"a", "e", "g", "h"}));
+}
+
+// A board, a policy with random roles, and who reaches whom by it.
+struct Policies : Config {
+    std::mt19937 random{1};
+    std::vector<int> roles{};  // 0: none, 1: promiscuous, 2: isolated, from 3: communities
+    uint32_t draw(uint32_t below) { return static_cast<uint32_t>(random() % below); }
+
+    void makePorts(uint32_t count, uint32_t communities) {
+        session.interfaces.clear();
+        roles.assign(count + 1, 0);
+        for (uint32_t port = 1; port <= count; ++port) {
+            session.interfaces.push_back({.number = port, .name = fmt::format("v{}", port), .present = true});
+            roles[port] = static_cast<int>(draw(communities + 3));
+        }
+    }
+    std::string text(const std::string& head) const {
+        std::string lines = "policy p " + head + "\n";
+        for (size_t port = 1; port < roles.size(); ++port) {
+            const char* const words[] = {"", "promiscuous", "isolated"};
+            if (roles[port] == 0) continue;
+            lines += roles[port] < 3 ? words[roles[port]] : fmt::format("community c{}", roles[port]);
+            lines += fmt::format(" v{}\n", port);
+        }
+        return lines;
+    }
+    bool reaches(uint32_t from, uint32_t to) const {
+        const int one = roles[from], other = roles[to];
+        return one < 2 || other < 2 || (one == other && one > 2);
+    }
+    // Pairs of ports for which the tables say otherwise than the roles.
+    int wrong(const Configuration& configuration, uint32_t vlan) const {
+        const Tables tables{.interfaces = session.interfaces, .configuration = configuration, .claims = {}};
+        int count = 0;
+        for (const BoardInterface& from : session.interfaces) {
+            for (const BoardInterface& to : session.interfaces) {
+                if (from.number == to.number) continue;
+                const Judgement judged = judgeTables(tables, from.number, to.number, vlan);
+                count += (judged.verdict == Verdict::forwards) != reaches(from.number, to.number) ? 1 : 0;
+            }
+        }
+        return count;
+    }
+    Resolution resolveOver(const std::string& text, const Configuration& running, DaemonLimits limits) {
+        ConfigFile file = parseConfig(text);
+        Resolution resolution =
+            resolveConfig(session, file, {.running = running, .ownsAll = true, .limits = limits});
+        mistakes = file.mistakes.empty() ? "" : file.mistakes.front().text;
+        return resolution;
+    }
+    std::string mistakes{};
+};
+
+TEST_F(Policies, RowsMeanTheRolesAndStayWhereTheyAre) {
+    for (int round = 0; round < 60; ++round) {
+        makePorts(2 + draw(24), 1 + draw(6));
+        const uint32_t vlan = round % 3 == 0 ? 9 : 0;
+        // Few numbers or small groups: pairs have to help out, outside of VLANs.
+        const DaemonLimits limits{.groups = vlan != 0 ? 400 : 1 + draw(30), .portsPerGroup = 2 + draw(9)};
+        const std::string head = vlan != 0 ? "vlan 9" : "";
+        const std::string used = "group 1 v1 v1000\n";
+        Configuration running;
+        for (int change = 0; change < 6; ++change) {
+            const Resolution made = resolveOver(text(head), running, limits);
+            ASSERT_EQ(mistakes, "");
+            ASSERT_EQ(wrong(made.wanted, vlan), 0) << text(head);
+            ASSERT_EQ(resolveOver(text(head), made.wanted, limits).wanted.rows, made.wanted.rows);
+            running = made.wanted;
+            // One that has had no role gets one: nobody else loses a row for it.
+            const auto port = 1 + draw(static_cast<uint32_t>(session.interfaces.size()));
+            const bool comes = roles[port] < 2;
+            roles[port] = static_cast<int>(comes ? 2 + draw(5) : draw(6));
+            const Resolution next = resolveOver(text(head), running, limits);
+            const Plan plan = planChanges(running, next.wanted);
+            for (const auto& [left, right] : findOpenings(running, next.wanted, plan)) {
+                EXPECT_TRUE(left == port || right == port) << left << "-" << right;
+            }
+            size_t removed = 0, added = 0;
+            for (const auto& [row, active] : running.rows) removed += next.wanted.rows.contains(row) ? 0 : 1;
+            for (const auto& [row, active] : next.wanted.rows) added += running.rows.contains(row) ? 0 : 1;
+            EXPECT_TRUE(!comes || removed == 0) << text(head);
+            EXPECT_TRUE(!comes || added <= 2 * session.interfaces.size()) << added;
+            running = next.wanted;
+        }
+    }
+}
+
+TEST_F(Policies, LimitsAndNumbersOfOthersAreKept) {
+    makePorts(8, 1);
+    for (uint32_t port = 1; port <= 8; ++port) roles[port] = port <= 4 ? 3 : 4;
+    // Sixteen pairs of ports, each in a group of its own: no fewer will do.
+    const char* const cases[][4] = {
+        // lines in front, head; use, mistake
+        {"", "", "policy p: groups 1 to 16", ""},
+        {"group 3 1\npolicy q groups 7-9\n", "",
+         "policy p: groups 1 to 2, 4 to 6 and 10 to 16, 4 pairs of ports both ways", ""},
+        {"", "groups 2-3", "policy p: groups 2 to 3, 14 pairs of ports both ways", ""},
+        {"group 2 1\n", "vlan 9 groups 2-3", "policy p: group 3",
+         "the group numbers for the policy p, 1 of them, do not suffice, and pairs cannot hold within a "
+         "VLAN: v2 "
+         "and v5 and 14 more pairs of ports would reach one another; give it more with `groups`, or make "
+         "communities smaller"},
+    };
+    for (const auto& [front, head, use, mistake] : cases) {
+        const Resolution made = resolveOver(front + text(head), {}, {});
+        EXPECT_EQ(policyUseText(made.policies.back()), use);
+        EXPECT_EQ(mistakes, mistake);
+    }
+    // A number with somebody's own row is his, unless the whole configuration is replaced.
+    ConfigFile file = parseConfig(text(""));
+    Configuration running;
+    running.rows[{ConfigKind::group, {16, 0}, 99}] = true;
+    const Resolution made = resolveConfig(session, file, {.running = running});
+    EXPECT_FALSE(made.policies.back().groups.contains(16));
+    // Patterns that disagree isolate.
+    file = parseConfig("policy p\ncommunity red v1 v2*\ncommunity blue v2 v3*\nisolated v*");
+    EXPECT_EQ(
+        joinWords(resolveConfig(session, file, {}).notes, "; "),
+        "v3 is community blue by line 3 and isolated by line 4 of the policy p: it is isolated until one "
+        "of them leaves it out");
 }
 
 TEST_F(Config, RemovalsWaitForTheClaimsThatReplaceThem) {

@@ -58,6 +58,8 @@ Listing interfaceListing(const std::vector<BoardInterface>& interfaces) {
     const bool devices = std::any_of(interfaces.begin(), interfaces.end(), [](const BoardInterface& board) {
         return !board.device.empty() && board.device != board.name;
     });
+    const bool aliases = std::any_of(interfaces.begin(), interfaces.end(),
+                                     [](const BoardInterface& board) { return !board.alias.empty(); });
     Listing listing{{{"NUMBER", "number"},
                      {"NAME", "name"},
                      {"KIND", "kind"},
@@ -69,7 +71,9 @@ Listing interfaceListing(const std::vector<BoardInterface>& interfaces) {
                      {"ABILITY", "ability"},
                      {"PROTOCOL", "protocol"},
                      {devices ? "DEVICE" : nullptr, "device"},
-                     {nullptr, "access"}},
+                     {nullptr, "access"},
+                     {aliases ? "ALIAS" : nullptr, "alias"},
+                     {nullptr, "otherNames"}},
                     {}};
     for (const BoardInterface& board : interfaces) {
         listing.rows.push_back(
@@ -77,7 +81,8 @@ Listing interfaceListing(const std::vector<BoardInterface>& interfaces) {
              flagCell(board.present, "yes", "no"), board.trunk.empty() ? noCell() : textCell(board.trunk),
              listCell(board.members), board.vlan == 0 ? noCell() : numberCell(board.vlan),
              numberCell(board.ability), flagCell(board.protocol, "on", "off"),
-             board.device.empty() ? noCell() : textCell(board.device), flagCell(board.access, "yes", "no")});
+             board.device.empty() ? noCell() : textCell(board.device), flagCell(board.access, "yes", "no"),
+             board.alias.empty() ? noCell() : textCell(board.alias), listCell(board.otherNames)});
     }
     return listing;
 }

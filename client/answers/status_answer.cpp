@@ -48,7 +48,7 @@ About readAbout(Session& session) {
 }
 
 void readPending(Session& session, Status& status) {
-    const Saved saved = lookAtSaved(session);
+    const Saved saved = lookAtSaved(session, {.running = status.running});
     status.saved = saved.there;
     status.pending = pendingLines(session, saved, status.running);
     for (const std::string& line : status.pending) status.problems.push_back("pending: " + line);

@@ -14,114 +14,10 @@
 
 namespace {
 
-constexpr size_t ROWS_MAX = 1 << 20;  // no daemon's tables hold more, and a file may name ranges at will
 constexpr size_t RANGE_SHORTEST = 3;  // members that are worth a range
 constexpr size_t LINE_WIDTH = 90;     // beyond which a group goes on with a line of its own
 
 constexpr ConfigKind ROW_KINDS[] = {ConfigKind::group, ConfigKind::vlanGroup, ConfigKind::pair};
-
-// Where each row and each group number of a file is named first.
-struct Places {
-    std::map<ConfigRow, Place> rows;
-    std::map<uint32_t, ConfigLine> groups;
-};
-
-void mistake(ConfigFile& file, Place place, std::string text) {
-    file.mistakes.push_back({place, std::move(text)});
-}
-
-std::string placeText(Place place) {
-    return fmt::format("line {}", place.line);
-}
-
-// A file while its names are resolved.
-struct Resolver {
-    Session& session;
-    ConfigFile& file;
-    Configuration wanted;
-    Places places;
-};
-
-// A group number serves plain groups or one VLAN.
-bool checkGroup(Resolver& resolver, const ConfigLine& line) {
-    if (line.kind == ConfigKind::pair) return true;
-    const auto [first, fresh] = resolver.places.groups.emplace(line.number, line);
-    const ConfigLine& before = first->second;
-    if (fresh || (before.kind == line.kind && before.vlan == line.vlan)) return true;
-    mistake(resolver.file, line.place,
-            fmt::format("number {} serves {} in {}; take another", line.number,
-                        before.kind == ConfigKind::group ? "a group without a VLAN"
-                                                         : fmt::format("VLAN {}", before.vlan),
-                        placeText(before.place)));
-    return false;
-}
-
-// The interfaces that a word stands for; none after a mistake.
-std::vector<uint32_t> resolveWord(Resolver& resolver, const ConfigWord& word) {
-    const FoundInterfaces found = findInterfaces(resolver.session, word.text);
-    const std::string wrong =
-        found.wrong.empty() ? unlistedInterface(resolver.session, found.numbers) : found.wrong;
-    if (wrong.empty()) return found.numbers;
-    mistake(resolver.file, word.place, wrong);
-    return {};
-}
-
-// Adds the rows of one word, up to one that is not right.
-void resolveMembers(Resolver& resolver, const ConfigLine& line, RowScope scope, const ConfigWord& word) {
-    ConfigFile& file = resolver.file;
-    for (const uint32_t member : resolveWord(resolver, word)) {
-        const ConfigRow row{line.kind, scope, member};
-        const std::string name = safeText(interfaceName(resolver.session, member));
-        if (line.kind == ConfigKind::pair && member == scope.number) {
-            return mistake(file, word.place, name + " is its own target");
-        }
-        const auto [first, fresh] = resolver.places.rows.emplace(row, word.place);
-        if (!fresh) {
-            return mistake(file, word.place, name + " was named before, in " + placeText(first->second));
-        }
-        if (resolver.wanted.rows.size() == ROWS_MAX) {
-            return mistake(file, word.place, fmt::format("more than {} rows", ROWS_MAX));
-        }
-        resolver.wanted.rows[row] = line.active;
-    }
-}
-
-void resolveRows(Resolver& resolver, const ConfigLine& line) {
-    RowScope scope{line.number, line.vlan};
-    if (line.kind == ConfigKind::pair) {
-        const std::vector<uint32_t> source = resolveWord(resolver, line.source);
-        if (source.size() > 1) {
-            mistake(resolver.file, line.source.place, "give one source: this range holds several");
-        }
-        if (source.size() != 1) return;
-        scope.number = source.front();
-    }
-    for (const ConfigWord& word : line.members) resolveMembers(resolver, line, scope, word);
-}
-
-// A pair within a group would be refused, whichever came first.
-void checkPairs(Resolver& resolver) {
-    std::map<uint32_t, std::set<uint32_t>> groups;  // by member
-    for (const auto& [row, active] : resolver.wanted.rows) {
-        if (row.kind == ConfigKind::group) groups[row.member].insert(row.scope.number);
-        if (row.kind != ConfigKind::pair) continue;
-        for (const uint32_t group : groups[row.scope.number]) {
-            if (!groups[row.member].contains(group)) continue;
-            mistake(resolver.file, resolver.places.rows.at(row),
-                    fmt::format("{} and {} share group {}, so they cannot be a pair",
-                                safeText(interfaceName(resolver.session, row.scope.number)),
-                                safeText(interfaceName(resolver.session, row.member)), group));
-        }
-    }
-}
-
-void sortMistakes(ConfigFile& file) {
-    std::stable_sort(file.mistakes.begin(), file.mistakes.end(),
-                     [](const Mistake& left, const Mistake& right) {
-                         return std::pair(left.place.line, left.place.column) <
-                                std::pair(right.place.line, right.place.column);
-                     });
-}
 
 // "ge1/1-4" for names from one to the other, which count up.
 std::string rangeText(const std::string& first, const std::string& last) {
@@ -134,6 +30,7 @@ std::string rangeText(const std::string& first, const std::string& last) {
 std::string writtenName(Session& session, uint32_t number) {
     std::string name = interfaceName(session, number);
     const bool comment = name.starts_with('#');
+    if (isReadAsPattern(name)) return escapedName(name);
     const auto isRead = [&](const std::string& text) {
         return findInterfaces(session, text).numbers == std::vector<uint32_t>{number};
     };
@@ -208,35 +105,6 @@ Configuration readRunning(Session& session) {
         }
     }
     return running;
-}
-
-Configuration resolveConfig(Session& session, ConfigFile& file) {
-    Resolver resolver{session, file, {}, {}};
-    const ConfigLine* mode = nullptr;
-    for (const ConfigLine& line : file.lines) {
-        if (line.kind == ConfigKind::ponOff) {
-            resolver.wanted.ponOff.insert(line.vlans.begin(), line.vlans.end());
-        } else if (line.kind != ConfigKind::mode) {
-            if (checkGroup(resolver, line)) resolveRows(resolver, line);
-        } else if (mode != nullptr) {
-            mistake(file, line.place, "the mode was set before, in " + placeText(mode->place));
-        } else {
-            mode = &line;
-            resolver.wanted.mode = line.number;
-        }
-    }
-    checkPairs(resolver);
-    sortMistakes(file);
-    return resolver.wanted;
-}
-
-void checkGroupNumbers(ConfigFile& file, uint32_t maxGroups) {
-    for (const ConfigLine& line : file.lines) {
-        const bool numbered = line.kind == ConfigKind::group || line.kind == ConfigKind::vlanGroup;
-        if (numbered && line.number > maxGroups) {
-            mistake(file, line.place, fmt::format("the daemon's group numbers run from 1 to {}", maxGroups));
-        }
-    }
 }
 
 std::vector<std::string> configLines(Session& session, const Configuration& configuration) {

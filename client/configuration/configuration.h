@@ -30,12 +30,6 @@ const RowFamily& rowFamily(ConfigKind kind);
 // The daemon's configuration. Ends the command when the daemon does not answer or refuses a look.
 Configuration readRunning(Session& session);
 
-// What a file says, its names resolved to interfaces. What is wrong with names and between lines is added to
-// file.mistakes, in the order of the places; the configuration is of use only where there are none.
-Configuration resolveConfig(Session& session, ConfigFile& file);
-// Adds the mistakes of a file against a daemon that knows `maxGroups` groups.
-void checkGroupNumbers(ConfigFile& file, uint32_t maxGroups);
-
 // The lines that state a configuration. Reading and resolving them gives the same configuration.
 std::vector<std::string> configLines(Session& session, const Configuration& configuration);
 

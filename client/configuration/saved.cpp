@@ -19,30 +19,32 @@ bool holds(const Configuration& running, const ConfigRow& row, bool active) {
 
 }  // namespace
 
-Saved readSaved(Session& session) {
+Saved readSaved(Session& session, Standing standing) {
     const std::string path = session.root + SAVED_FILE;
-    std::string text, problem;
-    if (!readRegularFile(path, text, problem)) {
+    Saved saved = {.there = true};
+    std::string problem;
+    if (!readRegularFile(path, saved.text, problem)) {
         if (problem.empty()) return {};
         throw CommandEnds{Exit::refused, path + ": " + problem + UNTOUCHED};
     }
-    ConfigFile file = parseConfig(text);
-    if (file.lines.empty()) {
+    saved.file = parseConfig(saved.text);
+    if (saved.file.lines.empty()) {
         throw CommandEnds{Exit::refused, path + " has no line that can be read" + UNTOUCHED};
     }
-    Saved saved = {.there = true, .wanted = resolveConfig(session, file), .mistakes = {}};
-    for (const Mistake& mistake : file.mistakes) {
+    standing.limits = readLimits(session, saved.file);
+    saved.resolution = resolveConfig(session, saved.file, standing);
+    for (const Mistake& mistake : saved.file.mistakes) {
         saved.mistakes.push_back(
             fmt::format("{}:{}:{}: {}", path, mistake.place.line, mistake.place.column, mistake.text));
     }
     return saved;
 }
 
-Saved lookAtSaved(Session& session) {
+Saved lookAtSaved(Session& session, const Standing& standing) {
     try {
-        return readSaved(session);
+        return readSaved(session, standing);
     } catch (const CommandEnds& end) {
-        return {.there = true, .wanted = {}, .mistakes = {end.why}};
+        return {.there = true, .mistakes = {end.why}};
     }
 }
 
@@ -67,7 +69,7 @@ Configuration joined(const Configuration& running, const Configuration& lacks) {
 
 std::vector<std::string> pendingLines(Session& session, const Saved& saved, const Configuration& running) {
     std::vector<std::string> lines = saved.mistakes;
-    for (const std::string& line : configLines(session, lacking(saved.wanted, running))) {
+    for (const std::string& line : configLines(session, lacking(saved.resolution.wanted, running))) {
         lines.push_back(line + ": does not run");
     }
     return lines;

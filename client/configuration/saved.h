@@ -5,18 +5,21 @@
 #include <string>
 #include <vector>
 
-#include "client/configuration/configuration.h"
+#include "client/configuration/resolution.h"
 
 struct Saved {
-    bool there = false;                 // false: nothing was saved
-    Configuration wanted;               // what of it could be read and resolved
-    std::vector<std::string> mistakes;  // the rest, each with its place
+    bool there = false;  // false: nothing was saved
+    std::string text{};  // of the file
+    ConfigFile file{};
+    Resolution resolution{};              // what of it could be read and resolved
+    std::vector<std::string> mistakes{};  // the rest, each with its place
 };
 
 // Ends the command when the file cannot be read at all, or has no line: what is in force then has to stay.
-Saved readSaved(Session& session);
+// The limits of `standing` are asked for here.
+Saved readSaved(Session& session, Standing standing);
 // The same for a file that is not to end the command: what would have ended it is a mistake.
-Saved lookAtSaved(Session& session);
+Saved lookAtSaved(Session& session, const Standing& standing);
 
 // What of it does not run. A row that is wanted as created only may be active.
 Configuration lacking(const Configuration& wanted, const Configuration& running);

@@ -7,6 +7,7 @@
 
 #include "client/text/args.h"
 #include "client/text/fields.h"
+#include "common/bytes.h"
 #include "wire/framing.h"
 
 namespace {
@@ -63,7 +64,16 @@ void splitMembers(std::string_view text, std::vector<std::string>& members) {
     }
 }
 
-// False for a number that cannot be read.
+bool readNames(std::string_view text, std::vector<std::string>& names) {
+    std::vector<std::string> coded;
+    splitMembers(text, coded);
+    for (const std::string& one : coded) {
+        if (!parseHex(one, names.emplace_back())) return false;
+    }
+    return true;
+}
+
+// False for a number or bytes that cannot be read.
 bool setField(BoardInterface& interface, const Field& field) {
     const std::string& value = field.value;
     const bool none = value == "-";
@@ -82,6 +92,8 @@ bool setField(BoardInterface& interface, const Field& field) {
     if (field.name == "device") interface.device = none ? "" : value;
     if (field.name == "access") interface.access = value == "yes";
     if (field.name == "members") splitMembers(value, interface.members);
+    if (field.name == "alias") return none || parseHex(value, interface.alias);
+    if (field.name == "names") return readNames(value, interface.otherNames);
     return true;
 }
 

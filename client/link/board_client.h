@@ -25,6 +25,9 @@ struct BoardInterface {
     uint32_t vlan = 0;     // 0: no VLAN interface
     std::string device{};  // the kernel's name; empty: none
     bool access = false;   // held by the PON isolation of a VLAN
+    // As the kernel knows them: any bytes, since whoever makes a port chooses them.
+    std::string alias{};
+    std::vector<std::string> otherNames{};
 };
 
 enum class LineResult : uint8_t { done, refused, failed };

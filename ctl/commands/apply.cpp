@@ -75,18 +75,28 @@ void requireNoMistakes(const Session& session, const std::string& path, const Co
     throw CommandEnds{asked ? Exit::usage : Exit::unreachable, name + ": nothing was applied"};
 }
 
+// What of a file a reader of the difference has to know.
+void tellResolution(const Session& session, const Resolution& resolution) {
+    for (const std::string& note : resolution.notes) complain(note);
+    if (session.json) return;
+    for (const PolicyUse& use : resolution.policies) printLine(safeText(policyUseText(use)));
+}
+
 // What a file wants; checked as a whole before the daemon is asked for anything but its limits. A file that
 // was cut short or never written must not release everything.
-Configuration readWanted(Session& session, const std::string& path, bool mayBeEmpty) {
+Resolution readWanted(Session& session, const std::string& path, const Configuration& running,
+                      bool mayBeEmpty) {
     ConfigFile file = parseConfig(readFile(path));
     if (file.lines.empty() && file.mistakes.empty() && !mayBeEmpty) {
         throw misuse(path + " has no line: nothing was applied; to release everything, give --empty");
     }
-    Configuration wanted = resolveConfig(session, file);
+    const DaemonLimits limits = readLimits(session, file);
+    Resolution resolution =
+        resolveConfig(session, file, {.running = running, .ownsAll = true, .limits = limits});
     requireNoMistakes(session, path, file);
     checkGroupNumbers(file, readNumber(session, SCALAR_MAX_ISO_GRP_NUM));
     requireNoMistakes(session, path, file);
-    return wanted;
+    return resolution;
 }
 
 // Once all that is wanted is in force, what an earlier run of the daemon left over has to make way, and the
@@ -128,7 +138,8 @@ Exit runExport(Session& session, const Invocation&) {
 
 // What was saved and does not run goes, whether an operator deleted it or it was pending.
 void tellUnsaved(Session& session, const Configuration& running) {
-    for (const std::string& line : pendingLines(session, lookAtSaved(session), running)) {
+    for (const std::string& line :
+         pendingLines(session, lookAtSaved(session, {.running = running}), running)) {
         complain("saved no more, the former file has it: " + line);
     }
 }
@@ -173,9 +184,11 @@ uint32_t confirmSeconds(const Invocation& invocation) {
 Exit runApply(Session& session, const Invocation& invocation) {
     const uint32_t seconds = confirmSeconds(invocation);
     const bool mayBeEmpty = fieldValue(invocation.options, "--empty") != nullptr;
-    const Configuration wanted = readWanted(session, invocation.arguments.front(), mayBeEmpty);
     const Configuration running = readRunning(session);
+    const Resolution resolution = readWanted(session, invocation.arguments.front(), running, mayBeEmpty);
+    const Configuration& wanted = resolution.wanted;
     const Plan plan = planChanges(running, wanted);
+    tellResolution(session, resolution);
     printDifference(session, running, wanted);
     tellOpenings(session, running, wanted, plan);
     const size_t steps = stepCount(plan);

@@ -161,7 +161,7 @@ constexpr Command BOARD_COMMANDS[] = {
      .example = "board list",
      .run = runList,
      .json = "an array of {number, name, kind, slot, present, trunk, members, vlan, ability, protocol, "
-             "device, access}"},
+             "device, access, alias, otherNames}"},
     {.object = "board",
      .verb = "unplug",
      .signature = "INTERFACE...",

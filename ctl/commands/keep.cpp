@@ -113,10 +113,10 @@ bool look(Keeper& keeper) {
     Session& session = keeper.session;
     askBoard(session, "saved");
     forgetInterfaces(session);
-    const Saved saved = readSaved(session);
     Configuration running = readRunning(session);
+    const Saved saved = readSaved(session, {.running = running});
     removeGone(session, running);
-    const Configuration lacks = lacking(saved.wanted, running);
+    const Configuration lacks = lacking(saved.resolution.wanted, running);
     const Plan plan = planChanges(running, joined(running, wantedNow(keeper, lacks)));
     Progress progress;
     progress.quiet = !keeper.first && pendingLines(session, saved, running) == keeper.told;
@@ -128,7 +128,7 @@ bool look(Keeper& keeper) {
     planRetry(keeper, progress.refused != 0);
     // Whom a line means that cannot be read, nobody knows.
     if (saved.there && saved.mistakes.empty()) {
-        openSettled(session, wantedNow(keeper, lacking(saved.wanted, running)));
+        openSettled(session, wantedNow(keeper, lacking(saved.resolution.wanted, running)));
     }
     keeper.first = false;
     return pending.empty();

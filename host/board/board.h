@@ -45,9 +45,11 @@ struct Interface {
     IfKind kind = IfKind::ethernet;
     uint32_t slot = 0;
     uint32_t ability = DAX_ABILITY_SYMMETRIC;
-    uint32_t vid = 0;      // of a VLAN interface
-    std::string device;    // the kernel's name of it
-    uint32_t index = 0;    // the kernel's number of it while it is there
+    uint32_t vid = 0;                     // of a VLAN interface
+    std::string device;                   // the kernel's name of it
+    uint32_t index = 0;                   // the kernel's number of it while it is there
+    std::string alias;                    // the text that the kernel keeps beside its name; any bytes
+    std::vector<std::string> otherNames;  // the kernel's alternative names, any bytes
     std::string switchId;  // of the chip that forwards between its ports by itself; empty: none
     bool access = false;   // marked as held by the PON isolation of a VLAN, as PON ports are
     bool present = true;

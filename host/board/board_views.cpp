@@ -13,6 +13,17 @@ struct ForwardingText {
     char mark;  // in the matrix
 };
 
+// Texts of any bytes as words of a line.
+std::string codedText(const std::string& text) {
+    return text.empty() ? "-" : hexText(text.data(), text.size());
+}
+
+std::string codedTexts(const std::vector<std::string>& texts) {
+    std::string words;
+    for (const std::string& text : texts) words += (words.empty() ? "" : ",") + codedText(text);
+    return words.empty() ? "-" : words;
+}
+
 const ForwardingText& textOf(Forwarding forwarding) {
     static constexpr ForwardingText TEXTS[] = {{"yes", 'o'}, {"no", 'x'}, {"partly", 'p'}};
     return TEXTS[static_cast<size_t>(forwarding)];
@@ -71,8 +82,10 @@ std::string listVerb(Board& board, const Words& words, std::string& result) {
         result += fmt::format(" ability={} protocol={} members={} vlan={}", interface.ability,
                               protocol ? "on" : "off", members.empty() ? "-" : members,
                               vlan ? std::to_string(interface.vid) : "-");
-        result += fmt::format(" device={} access={}\n", board.bridge.empty() ? "-" : deviceOf(interface),
+        result += fmt::format(" device={} access={}", board.bridge.empty() ? "-" : deviceOf(interface),
                               isAccess(interface) ? "yes" : "no");
+        result +=
+            fmt::format(" alias={} names={}\n", codedText(interface.alias), codedTexts(interface.otherNames));
     }
     return {};
 }

@@ -64,6 +64,8 @@ BridgePorts portsAmong(const LinuxBoard& linuxBoard, const std::set<uint32_t>& i
         port.described = linuxBoard.descriptions.contains(port.number);
         port.index = index;
         port.device = link->name;
+        port.alias = link->alias;
+        port.otherNames = link->otherNames;
         port.switchId = link->switchId;
         port.xdp = link->xdp;
         ports.emplace(index, port);

@@ -12,6 +12,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "host/board/board.h"
 #include "host/linux/kernel_links.h"
@@ -48,6 +49,8 @@ struct BridgePort {
     uint32_t vid;
     uint32_t trunk;  // number of the trunk that it is in, 0: none
     std::string device;
+    std::string alias;
+    std::vector<std::string> otherNames;
     std::string switchId;
     bool xdp;
 };

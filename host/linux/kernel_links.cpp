@@ -66,11 +66,20 @@ void readBridge(const nlattr* info, KernelLink& link) {
     if (holds(protocol, MNL_TYPE_U16)) link.vlanProtocol = ntohs(mnl_attr_get_u16(protocol));
 }
 
+int addName(const nlattr* attribute, void* data) {
+    const std::string name = mnl_attr_get_type(attribute) == IFLA_ALT_IFNAME ? textOf(attribute) : "";
+    if (!name.empty()) static_cast<std::vector<std::string>*>(data)->push_back(name);
+    return MNL_CB_OK;
+}
+
 KernelLink readLink(const nlmsghdr* message) {
     Attributes<IFLA_MAX + 1> attributes = {};
     mnl_attr_parse(message, sizeof(ifinfomsg), keepAttribute<IFLA_MAX + 1>, &attributes);
     KernelLink link;
     link.name = textOf(attributes[IFLA_IFNAME]);
+    link.alias = textOf(attributes[IFLA_IFALIAS]);
+    const nlattr* properties = attributes[IFLA_PROP_LIST];
+    if (properties != nullptr) mnl_attr_parse_nested(properties, addName, &link.otherNames);
     link.master = wordOf(attributes[IFLA_MASTER]);
     // An index in another network namespace means nothing here.
     if (attributes[IFLA_LINK_NETNSID] == nullptr) link.lower = wordOf(attributes[IFLA_LINK]);

@@ -25,7 +25,9 @@ struct mnl_socket;
 
 struct KernelLink {
     std::string name;
-    std::string kind;  // as in `ip link add type KIND`; empty: hardware
+    std::string alias;                    // any bytes
+    std::vector<std::string> otherNames;  // alternative ones, any bytes
+    std::string kind;                     // as in `ip link add type KIND`; empty: hardware
     uint32_t master = 0;
     uint32_t lower = 0;         // the device that this one lies on; 0: none in this network namespace
     uint32_t vlanId = 0;        // of an 802.1Q device

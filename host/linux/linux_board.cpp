@@ -90,6 +90,14 @@ void setSwitch(Board& board, Interface& interface, const BridgePort& port) {
     noteSwitch(board, interface, port.device);
 }
 
+// By what patterns of the saved configuration may match it beside its name. True when that changes.
+bool setTexts(Interface& interface, const BridgePort& port) {
+    if (interface.alias == port.alias && interface.otherNames == port.otherNames) return false;
+    interface.alias = port.alias;
+    interface.otherNames = port.otherNames;
+    return true;
+}
+
 // Null, after a report, when the board does not take the interface.
 Interface* addFound(LinuxBoard& linuxBoard, const BridgePort& port) {
     Board& board = linuxBoard.board;
@@ -117,6 +125,7 @@ void appear(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
         if (interface == nullptr) return;
         interface->present = true;
         interface->index = port.index;
+        setTexts(*interface, port);
         setSwitch(board, *interface, port);
         noteXdp(board, port);
     }
@@ -163,6 +172,9 @@ bool vanish(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
         interface->present = false;
         interface->index = 0;
         BridgePort gone = port;
+        gone.alias.clear();
+        gone.otherNames.clear();
+        setTexts(*interface, gone);
         gone.switchId.clear();
         gone.xdp = false;
         setSwitch(board, *interface, gone);
@@ -177,24 +189,38 @@ bool vanish(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
     return false;
 }
 
-void rename(LinuxBoard& linuxBoard, const BridgePort& port) {
+// The lock is held. True when its name has changed.
+bool takeName(LinuxBoard& linuxBoard, Interface& interface, const BridgePort& port) {
     Board& board = linuxBoard.board;
-    std::lock_guard guard(board.lock);
-    Interface* interface = entryOf(linuxBoard, port);
-    if (interface == nullptr) return;
-    setSwitch(board, *interface, port);
-    noteXdp(board, port);
-    if (port.described || interface->name == port.device) return;
-    dropName(board, *interface);
+    if (port.described || interface.name == port.device) return false;
+    dropName(board, interface);
     freeName(linuxBoard, port.device);
     board.numbers[port.device] = port.number;
-    interface->name = port.device;
-    interface->access = board.accessDevices.contains(port.device);
-    noteSwitch(board, *interface, port.device);
+    interface.name = port.device;
+    interface.access = board.accessDevices.contains(port.device);
+    noteSwitch(board, interface, port.device);
     const int32_t status = renameLinuxPort(board.plane, port.number, port.device);
     if (status != 0) {
         hostReport("what isolates {} stays under its former name: status {}", port.device, status);
     }
+    return true;
+}
+
+// The daemon knows no names, but who follows its events matches patterns with them.
+void rename(LinuxBoard& linuxBoard, const BridgePort& port) {
+    Board& board = linuxBoard.board;
+    Interface* interface = nullptr;
+    bool changed = false;
+    {
+        std::lock_guard guard(board.lock);
+        interface = entryOf(linuxBoard, port);
+        if (interface == nullptr) return;
+        setSwitch(board, *interface, port);
+        noteXdp(board, port);
+        changed = setTexts(*interface, port);
+        changed = takeName(linuxBoard, *interface, port) || changed;
+    }
+    if (changed && linuxBoard.publishes) reportProblem(publishNewLink(*interface, 0, {}));
 }
 
 void leave(LinuxBoard& linuxBoard, const BridgePort& port) {
