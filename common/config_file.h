@@ -24,78 +24,17 @@
 // every mistake in them; client/configuration/configuration.h resolves what the names stand for.
 #pragma once
 
-#include <cstdint>
 #include <set>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "common/config_lines.h"
 
 // The configuration that is brought into force at every start.
 inline constexpr char SAVED_FILE[] = "/etc/portisolate/isolation.conf";
 inline constexpr size_t CONFIG_TEXT_MAX = 4 << 20;  // bytes
 
-// Both count from 1; columns are characters.
-struct Place {
-    uint32_t line = 0;
-    uint32_t column = 0;
-};
-
-struct Mistake {
-    Place place;
-    std::string text;
-};
-
-// What a word that names interfaces is compared with.
-enum class WordKind : uint8_t {
-    plain,    // a name, a number or a range of them
-    glob,     // a pattern of the board's names
-    anyName,  // a pattern of all names
-    alias,    // a pattern of aliases
-};
-
-struct ConfigWord {
-    Place place;
-    std::string text;  // a pattern without what stands in front of it
-    WordKind kind = WordKind::plain;
-    bool excluded = false;  // leaves out of the patterns of its line
-};
-
-enum class ConfigKind : uint8_t { mode, group, vlanGroup, pair, ponOff, policy };
-
-enum class RoleKind : uint8_t { promiscuous, community, isolated };
-
-// A line of a policy. Lines of one community are one community.
-struct ConfigRole {
-    RoleKind kind = RoleKind::isolated;
-    Place place;
-    std::string name;  // of the community
-    std::vector<ConfigWord> members;
-};
-
-struct ConfigLine {
-    ConfigKind kind = ConfigKind::mode;
-    bool active = true;   // of rows: false for those behind `created`
-    Place place;          // of the mode, the group or the source
-    uint32_t number = 0;  // the mode or the group
-    uint32_t vlan = 0;
-    ConfigWord source;                // of a pair
-    std::vector<ConfigWord> members;  // interfaces, ranges of them and patterns
-    std::vector<uint32_t> vlans;      // of ponOff
-    // Of a policy; without numbers of its own it takes those that nothing else uses.
-    std::string name;
-    uint32_t lastNumber = 0;  // the first is `number`; 0: none of its own
-    std::vector<ConfigRole> roles;
-};
-
-struct ConfigFile {
-    std::vector<ConfigLine> lines;
-    std::vector<Mistake> mistakes;  // in the order of their places
-};
-
 ConfigFile parseConfig(std::string_view text);
-// Whether a name would be read as a pattern, and the pattern that stands for that name alone.
-bool isReadAsPattern(std::string_view name);
-std::string escapedName(std::string_view name);
 // The interfaces that its rows name, ranges expanded, without those that patterns stand for; more than
 // CONFIG_NAMES_MAX are left out.
 inline constexpr size_t CONFIG_NAMES_MAX = 1 << 16;

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/config_file.h"
+#include "common/config_lines.h"
 
 using ConfigWords = std::span<const ConfigWord>;
 
@@ -37,3 +37,7 @@ bool takeNumber(Reader& reader, const char* wanted, uint32_t least, uint32_t mos
 bool readSelector(Reader& reader, ConfigWord& word);
 // All that is left, which has to be interfaces.
 bool takeMembers(Reader& reader, std::vector<ConfigWord>& members);
+
+// Whether a name would be read as a pattern, and the pattern that stands for that name alone.
+bool isReadAsPattern(std::string_view name);
+std::string escapedName(std::string_view name);

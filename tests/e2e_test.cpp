@@ -494,3 +494,49 @@ TEST_F(EndToEnd, KeepsWhatIsSavedAndNamesTheRest) {
     EXPECT_EQ(ctl("keep --once").status, 0);
     EXPECT_EQ(ctl("keep --once").status, 0);
 }
+
+TEST_F(EndToEnd, HoldsTheDaemonToTheFileAndLeavesTheRowsOfOthers) {
+    start();
+    const std::string saved = root + "/etc/portisolate/isolation.conf";
+    const auto save = [&](const std::string& text) {
+        std::ofstream(saved + ".new") << text;
+        std::filesystem::rename(saved + ".new", saved);
+    };
+    const auto groups = [this] {
+        std::string lines;
+        for (const std::string& line : split(ctlOutput("export"), '\n')) {
+            if (line.starts_with("group")) lines += line + ";";
+        }
+        return lines;
+    };
+    const auto becomes = [&](const std::string& wanted) {
+        return eventually([&] { return groups() == wanted; }) ? "" : groups();
+    };
+    ctlOutput("group add 3 ge1/1 ge1/2");
+    save("group 5 pon2/* !pon2/3\n");
+    pid_t keeper = startCtl("keep", "keeper");
+    EXPECT_EQ(becomes("group 3 ge1/1 ge1/2;group 5 pon2/* !pon2/3;"), "");
+    EXPECT_NE(ctl("status").out.find("in force; not saved: 2 rows"), std::string::npos);
+    // Another file, while no keeper runs: what the former one wanted goes, what others made stays.
+    kill(keeper, SIGTERM);
+    outcomeOf(keeper, "keeper");
+    save("group 6 pon2/1-2\n");
+    keeper = startCtl("keep", "keeper");
+    EXPECT_EQ(becomes("group 3 ge1/1 ge1/2;group 6 pon2/1 pon2/2;"), "");
+    // While it runs, by another file in its place. A mistake removes nothing.
+    save("group 7 pon2/1-3\ngroup 8 pon2/9\n");
+    EXPECT_EQ(becomes("group 3 ge1/1 ge1/2;group 6 pon2/1 pon2/2;group 7 pon2/1-3;"), "");
+    // An operator's withdrawal holds as long as the file is the same.
+    ctlOutput("group del 7 pon2/3");
+    save("policy p groups 10-12\ncommunity red pon2/1\ncommunity blue pon2/2 pon2/4\nisolated pon2/3\n");
+    EXPECT_TRUE(eventually([&] { return ctl("status").out.find("in force; not") != std::string::npos; }));
+    EXPECT_NE(ctl("status").out.find("policy p: groups 10 to 11"), std::string::npos);
+    const std::string why = ctlOutput("why pon2/3 pon2/4");
+    EXPECT_NE(why.find("pon2/3 is isolated by the policy p, line 4"), std::string::npos) << why;
+    ctlOutput("group del 10 pon2/1");
+    EXPECT_NE(ctl("save").err.find("group 10 pon2/1: does not run"), std::string::npos);
+    boardAnswer("unplug pon2/4");
+    EXPECT_EQ(ctlOutput("export").find("group 10 pon2/1\n"), std::string::npos);
+    kill(keeper, SIGTERM);
+    EXPECT_EQ(outcomeOf(keeper, "keeper").status, -SIGTERM);
+}

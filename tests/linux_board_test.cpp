@@ -47,6 +47,8 @@ LinkChanges linksOf(const std::string& text) {
             if (words[i] == "vid") link->vlanId = number(i + 1);
             if (words[i] == "filters") link->filtersVlans = true, link->vlanProtocol = ETH_P_8021AD;
             if (words[i] == "xdp") link->xdp = true;
+            if (words[i] == "alias") link->alias = words.at(i + 1);
+            if (words[i] == "also") link->otherNames = {words.at(i + 1)};
             if (words[i] == "switch") link->switchId = words.at(i + 1);
         }
     }
@@ -109,6 +111,10 @@ TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
         mnl_attr_put_u32(message, IFLA_LINK, 3);
         mnl_attr_put_u32(message, IFLA_LINK_NETNSID, 0);
         mnl_attr_put_u32(message, IFLA_MASTER, 5);
+        mnl_attr_put_strz(message, IFLA_IFALIAS, "red");
+        nlattr* names = mnl_attr_nest_start(message, IFLA_PROP_LIST);
+        mnl_attr_put_strz(message, IFLA_ALT_IFNAME, "long");
+        mnl_attr_nest_end(message, names);
         nlattr* xdp = mnl_attr_nest_start(message, IFLA_XDP);
         mnl_attr_put_u8(message, IFLA_XDP_ATTACHED, XDP_ATTACHED_DRV);
         mnl_attr_nest_end(message, xdp);
@@ -122,7 +128,8 @@ TEST(KernelLinks, AreReadFromWholeMessagesOfTheirOwnFamily) {
         {"bridge", BRIDGE_MESSAGE, "3 br0 kind bridge switch ab01 filters 802.1ad;"},
         {"VLAN", vlanMessage(ETH_P_8021Q), "7 br0.10 kind vlan lower 3 vid 10;"},
         {"service VLAN", vlanMessage(ETH_P_8021AD), "7 br0.10 kind vlan lower 3;"},
-        {"lower device elsewhere", linkMessage(RTM_NEWLINK, 7, foreign), "7 veth master 5 xdp on;"},
+        {"lower device elsewhere", linkMessage(RTM_NEWLINK, 7, foreign),
+         "7 veth master 5 xdp on alias red also long;"},
         {"deleted", linkMessage(RTM_DELLINK, 7, named("port")), "7 gone;"},
         {"port has left its bridge", linkMessage(RTM_DELLINK, 7, named("port"), AF_BRIDGE), ""},
         {"port's settings", linkMessage(RTM_NEWLINK, 7, named("port"), AF_BRIDGE), ""},
@@ -304,13 +311,16 @@ TEST(LinuxBoard, TellsWhatBecomesOfThePorts) {
             {"before its bridge", "2 a master 1;", "", ""},
             {"bridge", "1 br0 kind bridge;", " +2", " 2a"},
             {"said again", "2 a master 1;", "", " 2a"},
-            {"renamed", "2 b master 1;", "", " 2b"},
+            {"renamed", "2 b master 1;", " 2-0", " 2b"},
+            {"another alias", "2 b master 1 alias red;", " 2-0", " 2b"},
+            {"another name beside it", "2 b master 1 also long;", " 2-0", " 2b"},
+            {"none of both", "2 b master 1;", " 2-0", " 2b"},
             {"taken out", "2 b;", " -2", ""},
             {"back", "2 b master 1;", " +2", " 2b"},
             {"deleted and made anew", "2 gone; 3 b master 1;", " -2 +3", " 3b"},
             {"bond beside the bridge", "4 lag kind bond; 5 m master 4;", "", " 3b"},
             {"bond put in", "4 lag kind bond master 1;", " +4 +5 5> 4+5", " 3b 4lag+5 5m"},
-            {"bond renamed", "4 lax kind bond master 1;", "", " 3b 4lax+5 5m"},
+            {"bond renamed", "4 lax kind bond master 1;", " 4-0", " 3b 4lax+5 5m"},
             {"from the bridge to the bond", "3 b master 4;", " 3> 4+3", " 3b 4lax+5+3 5m"},
             {"from the bond to the bridge", "3 b master 1;", " 4-3", " 3b 4lax+5 5m"},
             {"released", "5 m;", " 4-5 -5", " 3b 4lax"},
@@ -321,7 +331,7 @@ TEST(LinuxBoard, TellsWhatBecomesOfThePorts) {
             {"VLAN device anew", "6 gone; 8 u kind vlan lower 1 vid 10;", " -6 +8", " 3b 4lax+3 8u"},
             {"bond deleted", "3 b; 4 gone;", " 4-3 -3 -4", " 8u"},
             {"team", "9 t kind team master 1; 3 b master 9;", " +3 +9 3> 9+3", " 3b 8u 9t+3"},
-            {"names swapped", "3 t master 9; 9 b kind team master 1;", "", " 3t 8u 9b+3"},
+            {"names swapped", "3 t master 9; 9 b kind team master 1;", " 3-0 9-0", " 3t 8u 9b+3"},
             {"bridge renamed", "1 other kind bridge;", " 9-3 -3 -8 -9", ""},
             {"another bridge", "10 br0 kind bridge; 9 b kind team master 10;", " +3 +9 3> 9+3", " 3t 9b+3"},
         });
@@ -357,7 +367,7 @@ TEST(LinuxBoard, KeepsWhatIsSavedUnderItsNumberWhetherItIsThereOrNot) {
                         {"deleted and made anew", "3 gone; 4 a master 1;", " +2000000002", " 2c 2000000002a"},
                         {"number for a name", "7 d master 1; 8 7 master 1;", " +7 +2000000001",
                          " 2c 7d 20000000017 2000000002a"},
-                        {"renamed", "4 x master 1;", "", " 2c 7d 20000000017 2000000002x"},
+                        {"renamed", "4 x master 1;", " 2000000002-0", " 2c 7d 20000000017 2000000002x"},
                         {"another of the name", "9 a master 1;", " +2000000004",
                          " 2c 7d 20000000017 2000000002x 2000000004a"},
                         {"not saved", "4 gone; 2 c;", " -2 -2000000002", " 7d 20000000017 2000000004a"},

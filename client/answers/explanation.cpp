@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "client/configuration/judgement_text.h"
+#include "client/configuration/ownership.h"
+#include "client/configuration/saved.h"
 #include "client/link/forward.h"
 #include "client/link/interfaces.h"
 #include "client/link/plane.h"
@@ -32,14 +34,40 @@ Tables readTables(Session& session) {
     return tables;
 }
 
+using Origins = std::map<ConfigRow, Origin>;
+
+// What of the saved configuration the rows that block come of.
+std::vector<WantedBy> findWanted(Session& session, const Origins& origins, const Judgement& judgement) {
+    std::vector<WantedBy> wanted;
+    const auto add = [&](const ConfigRow& row, uint32_t interface) {
+        const auto origin = origins.find(row);
+        if (origin == origins.end()) return;
+        const WantedBy one = {interfaceName(session, interface), origin->second.policy,
+                              origin->second.place.line};
+        if (std::find(wanted.begin(), wanted.end(), one) == wanted.end()) wanted.push_back(one);
+    };
+    for (const Finding& finding : judgement.findings) {
+        if (finding.bearing != Bearing::blocks || finding.kind == FindingKind::pon) continue;
+        const ConfigRow& row = finding.row;
+        if (finding.kind == FindingKind::pair) {
+            add(row, row.scope.number);
+        } else {
+            add(row, row.member);
+            add({row.kind, row.scope, finding.other}, finding.other);
+        }
+    }
+    return wanted;
+}
+
 // An interface that is not plugged forwards nothing, whatever the tables say.
-Direction explainOne(Session& session, const Tables& tables, const BoardInterface& from,
-                     const BoardInterface& to, uint32_t vlan) {
+Direction explainOne(Session& session, const Tables& tables, const Origins& origins,
+                     const BoardInterface& from, const BoardInterface& to, uint32_t vlan) {
     Direction answer = {.from = from.name, .to = to.name, .vlan = vlan};
     const Judgement judgement = judgeTables(tables, from.number, to.number, vlan);
     answer.tables = judgement.verdict;
     answer.reasons = reasonTexts(tables, judgement);
     answer.notes = noteTexts(tables, judgement);
+    answer.saved = findWanted(session, origins, judgement);
     const ForwardAnswer plane = askForward(session, from.number, to.number, vlan);
     answer.hardware = plane.word == "yes"  ? Verdict::forwards
                       : plane.word == "no" ? Verdict::blocked
@@ -74,6 +102,16 @@ void countDrops(Session& session, const PlaneReport& report, const BoardInterfac
     }
 }
 
+Json savedJson(const std::vector<WantedBy>& saved) {
+    Json rows = Json::array();
+    for (const WantedBy& wanted : saved) {
+        rows.push_back({{"interface", wanted.interface},
+                        {"policy", wanted.policy.empty() ? Json() : Json(wanted.policy)},
+                        {"line", wanted.line}});
+    }
+    return rows;
+}
+
 Json directionJson(const Direction& answer) {
     return {{"from", answer.from},
             {"to", answer.to},
@@ -81,6 +119,7 @@ Json directionJson(const Direction& answer) {
             {"tables", VERDICTS[static_cast<size_t>(answer.tables)]},
             {"reasons", answer.reasons},
             {"notes", answer.notes},
+            {"saved", savedJson(answer.saved)},
             {"hardware", VERDICTS[static_cast<size_t>(answer.hardware)]},
             {"hardwareReason", answer.reason},
             {"agree", answer.agrees},
@@ -97,14 +136,23 @@ const BoardInterface& requireInterface(Session& session, uint32_t number) {
 
 }  // namespace
 
+std::string wantedText(const WantedBy& wanted) {
+    return fmt::format("{} is isolated by {}line {}", wanted.interface,
+                       wanted.policy.empty() ? "" : fmt::format("the policy {}, ", wanted.policy),
+                       wanted.line);
+}
+
 Explanation explain(Session& session, uint32_t first, uint32_t second, uint32_t vlan) {
     const BoardInterface from = requireInterface(session, first);
     const BoardInterface to = requireInterface(session, second);
     if (first == second) throw misuse("name two different interfaces");
     const Tables tables = readTables(session);
     const PlaneReport report = readPlane(session);
-    Explanation explanation = {explainOne(session, tables, from, to, vlan),
-                               explainOne(session, tables, to, from, vlan)};
+    const Origins origins =
+        lookAtSaved(session, {.running = tables.configuration, .owned = readOwnership(session).rows})
+            .resolution.origins;
+    Explanation explanation = {explainOne(session, tables, origins, from, to, vlan),
+                               explainOne(session, tables, origins, to, from, vlan)};
     countDrops(session, report, from, to, explanation[0]);
     countDrops(session, report, to, from, explanation[1]);
     return explanation;

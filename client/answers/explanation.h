@@ -10,6 +10,16 @@
 #include "client/configuration/judgement.h"
 #include "client/text/listing.h"
 
+// What of the saved configuration wants an interface isolated.
+struct WantedBy {
+    std::string interface;
+    std::string policy;  // empty: a line of its own
+    uint32_t line = 0;
+    bool operator==(const WantedBy&) const = default;
+};
+// "vnet3 is isolated by the policy tenants, line 4"
+std::string wantedText(const WantedBy& wanted);
+
 // The answer for one direction.
 struct Direction {
     std::string from, to;
@@ -17,6 +27,7 @@ struct Direction {
     Verdict tables = Verdict::forwards;
     std::vector<std::string> reasons{};
     std::vector<std::string> notes{};
+    std::vector<WantedBy> saved{};  // of the reasons
     Verdict hardware = Verdict::forwards;
     std::string reason{};  // of the hardware
     bool agrees = true;

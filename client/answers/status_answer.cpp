@@ -8,6 +8,7 @@
 
 #include "client/answers/board_answers.h"
 #include "client/configuration/comparison.h"
+#include "client/configuration/ownership.h"
 #include "client/configuration/saved.h"
 #include "client/configuration/shortfall.h"
 #include "client/link/happening.h"
@@ -48,10 +49,21 @@ About readAbout(Session& session) {
 }
 
 void readPending(Session& session, Status& status) {
-    const Saved saved = lookAtSaved(session, {.running = status.running});
+    const Saved saved =
+        lookAtSaved(session, {.running = status.running, .owned = readOwnership(session).rows});
     status.saved = saved.there;
     status.pending = pendingLines(session, saved, status.running);
     for (const std::string& line : status.pending) status.problems.push_back("pending: " + line);
+    status.policies = saved.resolution.policies;
+    for (const std::string& note : saved.resolution.notes) status.problems.push_back(note);
+    if (!saved.there || !saved.mistakes.empty()) return;
+    const Configuration& wanted = saved.resolution.wanted;
+    for (const auto& [row, active] : status.running.rows) {
+        if (!wanted.rows.contains(row)) ++status.unsaved;
+    }
+    for (const uint32_t vlan : status.running.ponOff) {
+        if (!wanted.ponOff.contains(vlan)) ++status.unsaved;
+    }
 }
 
 // Asks the peer board, too; that it does not answer is part of the status.
@@ -70,6 +82,14 @@ void comparePeer(Session& session, Status& status) {
     }
 }
 
+Json policiesJson(const Status& status) {
+    Json policies = Json::array();
+    for (const PolicyUse& use : status.policies) {
+        policies.push_back({{"name", use.name}, {"groups", use.groups}, {"pairs", use.pairs}});
+    }
+    return policies;
+}
+
 Json peerJson(const Status& status) {
     Json peer = peerAnswer(status.link);
     if (!peer.is_null()) peer["boards"] = status.boards;
@@ -84,6 +104,8 @@ Status readStatus(Session& session) {
                      .running = readRunning(session),
                      .saved = false,
                      .pending = {},
+                     .unsaved = 0,
+                     .policies = {},
                      .role = readRole(session),
                      .link = readPeerLink(session),
                      .boards = {},
@@ -126,6 +148,8 @@ Json statusAnswer(const Status& status) {
             {"refused", status.about.refused},
             {"saved", status.saved},
             {"pending", status.pending},
+            {"notSaved", status.unsaved},
+            {"policies", policiesJson(status)},
             {"role", status.role},
             {"peer", peerJson(status)},
             {"problems", status.problems}};

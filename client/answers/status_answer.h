@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/configuration/configuration.h"
+#include "client/configuration/resolution.h"
 #include "client/link/peer.h"
 #include "client/link/plane.h"
 #include "client/text/listing.h"
@@ -26,6 +27,8 @@ struct Status {
     Configuration running{};
     bool saved = false;
     std::vector<std::string> pending;
+    size_t unsaved = 0;  // rows that run and the saved configuration does not want
+    std::vector<PolicyUse> policies;
     std::string role;
     PeerLink link;
     std::string boards;  // empty: there is no peer

@@ -9,6 +9,7 @@
 #include "client/link/scalars.h"
 #include "client/text/args.h"
 #include "client/text/output.h"
+#include "common/config_reader.h"
 #include "common/text.h"
 #include "wire/scalars.h"
 

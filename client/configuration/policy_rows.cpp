@@ -1,10 +1,11 @@
+#include "client/configuration/policy_rows.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 
 #include "client/configuration/patterns.h"
 #include "client/configuration/policy.h"
-#include "client/configuration/resolver.h"
 #include "client/link/interfaces.h"
 #include "common/text.h"
 

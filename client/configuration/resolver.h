@@ -1,7 +1,7 @@
 // A file while it is resolved: what its rows and its policies both need.
 #pragma once
 
-#include "client/configuration/resolution.h"
+#include "client/configuration/resolved.h"
 
 inline constexpr size_t CONFIG_ROWS_MAX = 1 << 20;  // no daemon's tables hold more, and ranges come at will
 
@@ -24,6 +24,3 @@ std::string lineText(Place place);
 std::vector<uint32_t> resolveWord(Resolver& resolver, const ConfigWord& word);
 // False, after a mistake, where there is no room for the row.
 bool addRow(Resolver& resolver, const ConfigRow& row, bool active, const Origin& origin);
-
-// Adds the rows of a policy, for which the lines of rows are there already.
-void resolvePolicy(Resolver& resolver, const ConfigLine& line);

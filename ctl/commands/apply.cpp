@@ -8,7 +8,8 @@
 
 #include "client/configuration/config_plan.h"
 #include "client/configuration/openings.h"
-#include "client/configuration/saved.h"
+#include "client/configuration/ownership.h"
+#include "client/configuration/rewrite.h"
 #include "client/link/interfaces.h"
 #include "client/link/scalars.h"
 #include "client/text/args.h"
@@ -30,6 +31,12 @@ constexpr char APPLY_DETAILS[] =
     "  pair ge1/1 to ge1/2 lag1          a source and its targets\n"
     "  pon off 20 30-33                  VLANs whose PON isolation is off\n"
     "  created group 6 ge1/3             rows that are entered but not active\n"
+    "  group 5 vnet* alias:red-* !vnet0  patterns: of names, name: of all names of the kernel, alias: of\n"
+    "                                    aliases; and what they leave out\n"
+    "  policy tenants                    [vlan VLAN] [groups LOW-HIGH], and behind it who reaches whom:\n"
+    "    promiscuous eth0                all\n"
+    "    community red vnet1 vnet2       one another, and the promiscuous ones\n"
+    "    isolated tap*                   the promiscuous ones alone\n"
     "\n"
     "  Such lines, in any order and with comments behind #, are the whole configuration: rows that the\n"
     "  file does not name are removed. Without a mode line the mode stays as it is. A FILE of - is\n"
@@ -49,7 +56,9 @@ constexpr char APPLY_DETAILS[] =
 
 constexpr char SAVE_DETAILS[] =
     "  Without a FILE it is /etc/portisolate/isolation.conf. It is written whole or not at all; what it was\n"
-    "  before is kept in FILE.former. `portisolatectl apply FILE` makes it run again.";
+    "  before is kept in FILE.former. `portisolatectl apply FILE` makes it run again. Lines with patterns\n"
+    "  and the policies of /etc/portisolate/isolation.conf stay as they are, and what else runs is written\n"
+    "  beside them; where they would not give what runs, nothing is written.";
 
 const char* const EXPORT_HEADING =
     "# Configuration of the port-isolation daemon. `portisolatectl apply FILE` makes it run again;\n"
@@ -125,21 +134,37 @@ void tellUnswept(Session& session) {
     }
 }
 
+// What the saved configuration wants, where it has patterns or policies.
+Rewritten rewriteRunning(Session& session, const Configuration& running, Saved& saved) {
+    saved = lookAtSaved(session, {.running = running, .owned = readOwnership(session).rows});
+    if (hasPatterns(saved.file)) return rewriteSaved(session, saved, running);
+    Rewritten plain;
+    for (const std::string& line : configLines(session, running)) plain.lines.push_back(safeText(line));
+    return plain;
+}
+
+// The lines of what runs alone: then what patterns and policies came to is said row by row.
 Exit runExport(Session& session, const Invocation&) {
-    const std::vector<std::string> lines = configLines(session, readRunning(session));
+    const Configuration running = readRunning(session);
+    Saved saved;
+    Rewritten rewritten = rewriteRunning(session, running, saved);
+    if (!rewritten.contradictions.empty()) {
+        for (const std::string& why : rewritten.contradictions) complain(why);
+        complain("so what patterns and policies of the saved configuration came to is stated row by row");
+        rewritten.lines = configLines(session, running);
+    }
     if (session.json) {
-        printLine(jsonText(lines));
+        printLine(jsonText(rewritten.lines));
         return Exit::done;
     }
     printLine(EXPORT_HEADING);
-    for (const std::string& line : lines) printLine(safeText(line));
+    for (const std::string& line : rewritten.lines) printLine(safeText(line));
     return Exit::done;
 }
 
 // What was saved and does not run goes, whether an operator deleted it or it was pending.
-void tellUnsaved(Session& session, const Configuration& running) {
-    for (const std::string& line :
-         pendingLines(session, lookAtSaved(session, {.running = running}), running)) {
+void tellUnsaved(Session& session, const Saved& saved, const Configuration& running) {
+    for (const std::string& line : pendingLines(session, saved, running)) {
         complain("saved no more, the former file has it: " + line);
     }
 }
@@ -148,9 +173,17 @@ Exit runSave(Session& session, const Invocation& invocation) {
     const std::string path =
         invocation.arguments.empty() ? rootedPath(SAVED_FILE) : invocation.arguments.front();
     const Configuration running = readRunning(session);
+    Saved saved;
+    const Rewritten rewritten = rewriteRunning(session, running, saved);
+    for (const std::string& why : rewritten.contradictions) complain(why);
+    if (!rewritten.contradictions.empty()) {
+        throw CommandEnds{Exit::refused,
+                          "not saved: patterns and policies of the saved configuration stay in it, and would "
+                          "not give what runs; apply it, or edit it"};
+    }
     std::string text = std::string(EXPORT_HEADING) + "\n";
-    for (const std::string& line : configLines(session, running)) text += safeText(line) + "\n";
-    if (invocation.arguments.empty()) tellUnsaved(session, running);
+    for (const std::string& line : rewritten.lines) text += line + "\n";
+    if (invocation.arguments.empty()) tellUnsaved(session, saved, running);
     if (!replaceTextFile(path, text, true)) {
         throw CommandEnds{Exit::refused, "not saved: cannot write " + path + ": " + std::strerror(errno)};
     }

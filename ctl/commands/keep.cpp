@@ -2,18 +2,24 @@
 
 #include <fmt/format.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstring>
+#include <iterator>
 #include <optional>
 #include <set>
 
+#include "client/configuration/ownership.h"
 #include "client/configuration/saved.h"
 #include "client/link/happening.h"
 #include "client/link/interfaces.h"
 #include "client/link/plane.h"
 #include "client/text/output.h"
 #include "common/files.h"
+#include "common/folder_watch.h"
 #include "common/manager.h"
 #include "common/request_text.h"
 #include "ctl/commands/plan_run.h"
@@ -21,15 +27,19 @@
 namespace {
 
 constexpr char KEEP_DETAILS[] =
-    "  The file is /etc/portisolate/isolation.conf, as `portisolatectl save` writes it. What of it does not\n"
-    "  run is asked for; nothing that runs is removed. A line that cannot be applied is named and stays\n"
-    "  pending, and the others are applied. Once nothing is pending, what an earlier run of the daemon left\n"
-    "  over in the plane is swept. A file that cannot be read changes nothing. The doors of all ports that\n"
-    "  no pending line names are opened; while a line cannot be read, none.\n"
+    "  The file is /etc/portisolate/isolation.conf, as `portisolatectl save` writes it; patterns and "
+    "policies\n"
+    "  are for editors. What of it does not run is asked for, and what it wanted before and wants no more "
+    "is\n"
+    "  removed; rows that others have made stay. A line that cannot be applied is named and stays pending,\n"
+    "  and the others are applied. Once nothing is pending, what an earlier run of the daemon left over in\n"
+    "  the plane is swept. A file that cannot be read changes nothing; while one of its lines cannot be\n"
+    "  read, nothing is removed. The doors of all ports that no pending line names are opened; while a line\n"
+    "  cannot be read, none.\n"
     "\n"
     "  With --once the exit status is 0 when all is in force, and 1 when something is pending. Without it\n"
-    "  the command stays, and tries again when a port or the daemon comes back; the service manager runs it\n"
-    "  so.";
+    "  the command stays, and tries again when a port or the daemon comes back, or the file changes; the\n"
+    "  service manager runs it so.";
 
 // Milliseconds.
 constexpr int64_t QUIET = 100;         // without a line, before what has happened is looked at
@@ -40,10 +50,14 @@ constexpr int64_t NEVER = INT64_MAX;
 
 struct Keeper {
     Session& session;
-    bool first = true;                // no look yet since the daemon started
+    bool first = true;   // no look yet since the daemon started
+    std::string text{};  // of the file when it was looked at last
+    Ownership owned{};
     Configuration withdrawn{};        // by an operator, of what is saved
     std::vector<std::string> told{};  // to be pending
+    std::vector<std::string> uses{};  // of policies, as told
     bool swept = false;
+    FolderWatch watch{};
     int64_t pause = 0;  // before what was refused is tried again
     int64_t retry = NEVER;
 };
@@ -86,6 +100,16 @@ void tellPending(Keeper& keeper, const Saved& saved, const std::vector<std::stri
     tellManager(pending.empty() ? "STATUS=all in force" : fmt::format("STATUS=pending: {}", pending.front()));
 }
 
+// The numbers that policies use, when they have changed.
+void tellUses(Keeper& keeper, const Saved& saved) {
+    std::vector<std::string> uses;
+    for (const PolicyUse& use : saved.resolution.policies) uses.push_back(policyUseText(use));
+    uses.insert(uses.end(), saved.resolution.notes.begin(), saved.resolution.notes.end());
+    if (uses == keeper.uses) return;
+    for (const std::string& use : uses) complain(use);
+    keeper.uses = uses;
+}
+
 void sweepOnce(Keeper& keeper) {
     if (keeper.swept) return;
     keeper.swept = true;
@@ -108,25 +132,57 @@ void planRetry(Keeper& keeper, bool refused) {
     keeper.retry = refused ? deadlineAfter(keeper.pause) : NEVER;
 }
 
-// Looks once, and asks for what is lacking. True when nothing is pending.
+// What the file wants of a daemon that runs with this. Policies keep what stands of them, withdrawn or not.
+Saved readWanted(Keeper& keeper, const Configuration& running) {
+    Standing standing{.running = running, .owned = keeper.owned.rows};
+    for (const auto& [row, active] : keeper.withdrawn.rows) standing.owned.insert(row);
+    Saved saved = readSaved(keeper.session, std::move(standing));
+    if (saved.text != keeper.text) keeper.withdrawn = {};
+    keeper.text = saved.text;
+    return saved;
+}
+
+// What runs once the file is in force as far as it can be read. Whom a line means that cannot be read, nobody
+// knows: then nothing is removed.
+Configuration targetOf(Keeper& keeper, const Saved& saved, const Configuration& running) {
+    const Configuration& wanted = saved.resolution.wanted;
+    Configuration target = joined(running, wantedNow(keeper, lacking(wanted, running)));
+    if (!saved.there || !saved.mistakes.empty()) return target;
+    const Configuration gone = unwanted(keeper.owned, wanted, running);
+    for (const auto& [row, active] : gone.rows) target.rows.erase(row);
+    for (const uint32_t vlan : gone.ponOff) target.ponOff.erase(vlan);
+    return target;
+}
+
+// It is only needed once the file wants less.
+void noteOwnership(Keeper& keeper, const Saved& saved, const Configuration& running) {
+    const Ownership before = keeper.owned;
+    takeOwnership(keeper.owned, saved.resolution.wanted, running);
+    if (keeper.owned == before || writeOwnership(keeper.session, keeper.owned)) return;
+    complain(
+        fmt::format("cannot note what is kept, a later keeper will not remove it: {}", std::strerror(errno)));
+}
+
+// Looks once, and asks for the difference. True when nothing is pending.
 bool look(Keeper& keeper) {
     Session& session = keeper.session;
     askBoard(session, "saved");
     forgetInterfaces(session);
+    if (keeper.first) keeper.owned = readOwnership(session);
     Configuration running = readRunning(session);
-    const Saved saved = readSaved(session, {.running = running});
+    const Saved saved = readWanted(keeper, running);
     removeGone(session, running);
-    const Configuration lacks = lacking(saved.resolution.wanted, running);
-    const Plan plan = planChanges(running, joined(running, wantedNow(keeper, lacks)));
+    const Plan plan = planChanges(running, targetOf(keeper, saved, running));
     Progress progress;
     progress.quiet = !keeper.first && pendingLines(session, saved, running) == keeper.told;
     runPlan(session, plan, progress);
     if (stepCount(plan) != 0) running = readRunning(session);
     const std::vector<std::string> pending = pendingLines(session, saved, running);
+    noteOwnership(keeper, saved, running);
+    tellUses(keeper, saved);
     tellPending(keeper, saved, pending);
     if (saved.there && pending.empty()) sweepOnce(keeper);
     planRetry(keeper, progress.refused != 0);
-    // Whom a line means that cannot be read, nobody knows.
     if (saved.there && saved.mistakes.empty()) {
         openSettled(session, wantedNow(keeper, lacking(saved.resolution.wanted, running)));
     }
@@ -138,7 +194,8 @@ void noteWithdrawal(Keeper& keeper, const Happening& request) {
     std::string frame;
     parseHex(happeningText(request, "frame"), frame);
     const std::optional<Withdrawal> withdrawn = withdrawnBy(frame);
-    if (!withdrawn || happeningText(request, "status") != "0") return;
+    const bool own = happeningNumber(request, "pid") == static_cast<uint32_t>(getpid());
+    if (own || !withdrawn || happeningText(request, "status") != "0") return;
     if (withdrawn->family == nullptr) {
         keeper.withdrawn.ponOff.insert(withdrawn->vlan);
         return;
@@ -157,6 +214,21 @@ bool tellsChange(Keeper& keeper, std::string_view line) {
     return happening && (happening->kind == "event" || happening->kind == "dropped");
 }
 
+enum class Woken : uint8_t { time, line, file };
+
+// Waits so many milliseconds, or for ever when that is negative.
+Woken awaitChange(Keeper& keeper, LineReader& lines, std::string& line, int64_t wait) {
+    Taken taken = takeLine(lines, line, 0);
+    if (taken == Taken::none) {
+        pollfd polled[] = {{lines.stream.fd, POLLIN, 0}, {keeper.watch.fd, POLLIN, 0}};
+        poll(polled, std::size(polled), static_cast<int>(std::min<int64_t>(wait, INT_MAX)));
+        if (takeChanges(keeper.watch)) return Woken::file;
+        taken = takeLine(lines, line, 0);
+    }
+    if (taken == Taken::end) throw boardUnreachable(keeper.session, "the stream ended");
+    return taken == Taken::line ? Woken::line : Woken::time;
+}
+
 // Follows the daemon until it is gone.
 void follow(Keeper& keeper, LineReader& lines) {
     keeper.first = true;
@@ -168,13 +240,11 @@ void follow(Keeper& keeper, LineReader& lines) {
     for (std::string line;;) {
         const int64_t due = latest == NEVER ? keeper.retry : std::min(latest, deadlineAfter(QUIET));
         const int64_t wait = due == NEVER ? -1 : std::max<int64_t>(due - monotonicMs(), 0);
-        const Taken taken = takeLine(lines, line, wait);
-        if (taken == Taken::end) throw boardUnreachable(keeper.session, "the stream ended");
-        if (taken == Taken::line) {
-            const bool changed = tellsChange(keeper, line);
-            if (changed && latest == NEVER) latest = deadlineAfter(LOOK_LATEST);
-            if (monotonicMs() < std::min(latest, keeper.retry)) continue;
-        }
+        const Woken woken = awaitChange(keeper, lines, line, wait);
+        const bool changed = woken == Woken::file || (woken == Woken::line && tellsChange(keeper, line));
+        if (changed && latest == NEVER) latest = deadlineAfter(LOOK_LATEST);
+        if (woken != Woken::time && monotonicMs() < std::min(latest, keeper.retry)) continue;
+        if (woken == Woken::time && monotonicMs() < due) continue;
         look(keeper);
         latest = NEVER;
     }
@@ -182,6 +252,7 @@ void follow(Keeper& keeper, LineReader& lines) {
 
 [[noreturn]] void stay(Keeper& keeper) {
     std::string told;
+    keeper.watch = watchFolderOf(keeper.session.root + SAVED_FILE);
     for (;;) {
         LineReader lines;
         try {

@@ -1,12 +1,15 @@
-// `keep`: brings the saved configuration into force, and keeps what of it was taken away.
+// `keep`: brings the saved configuration into force, and holds the daemon to it.
 //
-// What of the file does not run is asked for, with the planner of `apply`; nothing that runs is removed. A
-// line that cannot be applied is named, stays pending, and keeps no other from being applied. When nothing is
-// pending, what an earlier run of the daemon left over in the forwarding plane is swept, once.
+// It compares what should be with what is, however that came about, and asks for the difference with the
+// planner of `apply`. What the file wanted before and does not want any more is removed; rows that others
+// have made are left alone (client/configuration/ownership.h tells them apart). A line that cannot be applied
+// is named, stays pending, and keeps no other from being applied, but while a line cannot be read, nothing is
+// removed and no door opened. When nothing is pending, what an earlier run of the daemon left over in the
+// forwarding plane is swept, once.
 //
-// The resident keeper looks again whenever an event has changed the board, when the daemon has started anew,
-// and after a refusal from time to time. What an operator withdraws by a request stays so until the daemon
-// starts again or it is asked for again.
+// The resident keeper looks again whenever an event has changed the board, when the file or the daemon is
+// another one, and after a refusal from time to time. What an operator withdraws by a request stays so until
+// the daemon starts again, the file changes, or it is asked for again.
 #pragma once
 
 #include "ctl/commands/command.h"

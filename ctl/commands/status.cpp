@@ -13,7 +13,8 @@ constexpr char STATUS_DETAILS[] =
     "  daemon   its version, and since when it runs\n"
     "  plane    the kind of the forwarding plane, and whether it holds all that it was asked for; how much\n"
     "           is missing, left over, was healed, waits behind closed doors, was refused\n"
-    "  saved    whether all of the saved configuration is in force, or how much of it is pending\n"
+    "  saved    whether all of the saved configuration is in force, or how much of it is pending; how many\n"
+    "           rows run that it does not want; the group numbers that its policies use\n"
     "  role     active, standby or single\n"
     "  peer     none: no peer board is described; unknown: nothing was handed to it yet; reached;\n"
     "           silent: it takes requests and does not answer; starved: this board has no descriptor for\n"
@@ -40,7 +41,9 @@ std::string planeText(const Status& status) {
 
 std::string savedText(const Status& status) {
     if (!status.pending.empty()) return fmt::format("{} pending", status.pending.size());
-    return status.saved ? "in force" : "nothing";
+    if (!status.saved) return "nothing";
+    if (status.unsaved == 0) return "in force";
+    return fmt::format("in force; not saved: {} row{}", status.unsaved, status.unsaved == 1 ? "" : "s");
 }
 
 void printStatus(const Session& session, const Status& status) {
@@ -51,6 +54,7 @@ void printStatus(const Session& session, const Status& status) {
     printLine(fmt::format("daemon  {}, since {}", safeText(status.about.version), status.about.since));
     printLine(fmt::format("plane   {}, {}", safeText(status.plane.name), safeText(planeText(status))));
     printLine("saved   " + savedText(status));
+    for (const PolicyUse& use : status.policies) printLine("        " + safeText(policyUseText(use)));
     printLine("role    " + safeText(status.role));
     printLine("peer    " + safeText(status.link.state) + (doubt.empty() ? "" : "; " + doubt));
     if (!status.boards.empty()) printLine("boards  " + status.boards);
@@ -76,10 +80,9 @@ constexpr Command STATUS_COMMANDS[] = {
      .details = STATUS_DETAILS,
      .json =
          "{version, since, plane, state, notes, missing, leftOver, healed, doors, refused, saved, pending, "
-         "role, "
-         "peer, problems}: since is local time, saved whether there is a saved configuration, peer is null "
-         "or {root, state, boards, answered, "
-         "differing, missed, lost, ended, waiting}, problems an array of sentences"},
+         "notSaved, policies, role, peer, problems}: since is local time, saved whether there is a saved "
+         "configuration, policies an array of {name, groups, pairs}, peer is null or {root, state, boards, "
+         "answered, differing, missed, lost, ended, waiting}, problems an array of sentences"},
 };
 
 }  // namespace

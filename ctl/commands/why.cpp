@@ -37,6 +37,11 @@ void printAnswer(const Direction& answer) {
     for (const std::string& note : answer.notes) {
         printLine("             " + toned(Tone::faint, "(" + safeText(note) + ")"));
     }
+    label = "  saved:     ";
+    for (const WantedBy& wanted : answer.saved) {
+        printLine(label + safeText(wantedText(wanted)));
+        label = "             ";
+    }
     printLine("  hardware:  " + (answer.reason.empty() ? "nothing blocks it" : safeText(answer.reason)));
     if (answer.agrees) return;
     printLine(
@@ -63,9 +68,11 @@ constexpr Command WHY_COMMANDS[] = {
      .help = "explain why two interfaces may or may not talk, by the tables and by the hardware",
      .example = "why ge1/1 lag1 --vlan 10",
      .run = runWhy,
-     .json = "an array of two directions {from, to, vlan, tables, reasons, notes, hardware, hardwareReason, "
-             "agree, packets, bytes}; tables and hardware are forwards, blocked or partly; null stands for "
-             "all VLANs and nothing counted"},
+     .json = "an array of two directions {from, to, vlan, tables, reasons, notes, saved, hardware, "
+             "hardwareReason, agree, packets, bytes}; tables and hardware are forwards, blocked or partly; "
+             "saved holds "
+             "{interface, policy, line} of the saved configuration; null stands for all VLANs, nothing "
+             "counted and no policy"},
 };
 
 }  // namespace
