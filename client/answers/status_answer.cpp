@@ -99,17 +99,12 @@ Json peerJson(const Status& status) {
 }  // namespace
 
 Status readStatus(Session& session) {
-    Status status = {.about = readAbout(session),
-                     .plane = readPlane(session),
-                     .running = readRunning(session),
-                     .saved = false,
-                     .pending = {},
-                     .unsaved = 0,
-                     .policies = {},
-                     .role = readRole(session),
-                     .link = readPeerLink(session),
-                     .boards = {},
-                     .problems = {}};
+    Status status;
+    status.about = readAbout(session);
+    status.plane = readPlane(session);
+    status.role = readRole(session);
+    status.link = readPeerLink(session);
+    status.running = readRunning(session);
     readPending(session, status);
     if (!holdsAll(status.plane)) {
         status.problems.emplace_back(

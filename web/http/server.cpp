@@ -18,8 +18,9 @@ namespace {
 constexpr size_t HEAD_MAX = 8192;  // bytes of a request
 constexpr std::string_view HEAD_END = "\r\n\r\n";
 constexpr int ACCEPTED_AT_ONCE = 64;
-constexpr size_t EVENTS_MAX = 4096;  // that wait for the task
-constexpr int64_t CHANGE_MS = 250;   // between two events `changed`
+constexpr size_t EVENTS_MAX = 4096;      // that wait for the task
+constexpr int KERNEL_BYTES = 128 << 10;  // that the kernel holds for one client
+constexpr int64_t CHANGE_MS = 250;       // between two events `changed`
 constexpr int POLL_MS = 250;
 constexpr char BUSY[] =
     "HTTP/1.1 503 Service Unavailable\r\nRetry-After: 1\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
@@ -191,6 +192,7 @@ void accept(Task& task) {
         const int fd = accept4(task.server.listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd < 0) return;
         makeRoom(task);
+        setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &KERNEL_BYTES, sizeof(KERNEL_BYTES));
         ++task.server.counts.connections;
         Connection& connection = task.connections.emplace_back();
         connection.number = ++task.numbers;
@@ -203,7 +205,7 @@ void accept(Task& task) {
 void tell(Task& task, const std::string& kind, const std::string& text) {
     for (Connection& connection : task.connections) {
         const bool wanted = kind.empty() || connection.kinds.contains(kind);
-        if (connection.phase != Phase::following || !wanted) continue;
+        if (connection.phase != Phase::following || connection.ended || !wanted) continue;
         if (left(connection) + text.size() > task.server.limits.followerBytes) {
             ++task.server.counts.cutOff;
             connection.ended = true;
