@@ -6,8 +6,8 @@ top=$(cd "$(dirname "$0")" && pwd)
 
 usage() {
     cat <<TEXT
-usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--selftests]
-                 [--all] [--mutants N]
+usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--web]
+                 [--selftests] [--all] [--mutants N]
 
 Installs missing packages, builds, and runs all tests. The options add to this:
   --sanitize  all tests with the address and undefined-behaviour sanitizers, and with the thread sanitizer
@@ -18,13 +18,14 @@ Installs missing packages, builds, and runs all tests. The options add to this:
   --demo      the demonstrations
   --kernel    bonds, teams and VLANs of a bridge, under Debian's own kernel in a virtual machine, and under that of the
               release after Debian 12, which has tables of one's own
+  --web       with the page in a browser, for which chromium is installed
   --all       all of the above
   --selftests the kernel's own tests of its bridge, with the daemon beside them (downloads the kernel's source; an hour)
   --mutants N plants N small faults, one at a time, and shows those that no test notices
 TEXT
 }
 
-sanitize=no cross=no fuzz=no lint=no demo=no kernel=no selftests=no mutants=0
+sanitize=no cross=no fuzz=no lint=no demo=no kernel=no web=no selftests=no mutants=0
 while [ $# -gt 0 ]; do
     case $1 in
         --sanitize) sanitize=yes ;;
@@ -33,8 +34,9 @@ while [ $# -gt 0 ]; do
         --lint) lint=yes ;;
         --demo) demo=yes ;;
         --kernel) kernel=yes ;;
+        --web) web=yes ;;
         --selftests) selftests=yes ;;
-        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes ;;
+        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes web=yes ;;
         --mutants) mutants=${2-} && shift ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'test.sh: unknown argument "%s"\n' "$1" >&2; usage >&2; exit 2 ;;
@@ -50,6 +52,7 @@ packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian m
 [ $lint = no ] || packages+=(clang-format clang-tidy libbenchmark-dev)
 [ $cross = no ] || packages+=(g++-{powerpc,s390x,aarch64}-linux-gnu qemu-user googletest)
 [ $kernel$selftests = nono ] || packages+=(libteam-utils systemd "${KERNEL_VM_PACKAGES[@]}")
+[ $web = no ] || packages+=(python3 chromium chromium-driver)
 [ "$mutants" -eq 0 ] || packages+=(python3)
 need_packages "${packages[@]}"
 # The package of the 32-bit compiler is named after the version of the installed compiler.

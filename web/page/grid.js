@@ -112,14 +112,15 @@ function draw(grid) {
   pen.fillRect(0, 0, room.width, room.height);
   pen.save();
   pen.beginPath();
-  pen.rect(grid.left, grid.top, room.width, room.height);
+  pen.rect(grid.left - 3, grid.top - 3, room.width, room.height);
   pen.clip();
   (grid.cell >= SHAPED ? drawShapes : drawParts)(grid, part, colour);
   drawRings(grid, part, colour);
   pen.restore();
   drawRowNames(grid, part, colour, room);
   drawColumnNames(grid, part, colour, room);
-  grid.host.dataset.drawn = view.rows.length;
+  const { left, top, cell, fresh } = grid;
+  grid.host.dataset.drawn = JSON.stringify({ left, top, cell, rows: view.rows.length, fresh: fresh.size });
 }
 
 function corner({ host, left, top, cell }, row, column) {
