@@ -282,12 +282,16 @@ TEST_F(Policies, LimitsAndNumbersOfOthersAreKept) {
     running.rows[{ConfigKind::group, {16, 0}, 99}] = true;
     const Resolution made = resolveConfig(session, file, {.running = running});
     EXPECT_FALSE(made.policies.back().groups.contains(16));
-    // Patterns that disagree isolate.
-    file = parseConfig("policy p\ncommunity red v1 v2*\ncommunity blue v2 v3*\nisolated v*");
+    // Patterns that disagree isolate, unless it is with those of `isolated`.
+    file = parseConfig(
+        "policy p\ncommunity red v1 v2*\ncommunity blue v3* v2\nisolated v*\npromiscuous v3 v4* v5*\n"
+        "community green v?");
+    const Resolution mixed = resolveConfig(session, file, {});
     EXPECT_EQ(
-        joinWords(resolveConfig(session, file, {}).notes, "; "),
-        "v3 is community blue by line 3 and isolated by line 4 of the policy p: it is isolated until one "
-        "of them leaves it out");
+        joinWords(mixed.notes, "; "),
+        "v4 is promiscuous by line 5 and community green by line 6 of the policy p: it is isolated until "
+        "one of them leaves it out; v5 is promiscuous by line 5 and community green by line 6 of the policy "
+        "p: it is isolated until one of them leaves it out");
 }
 
 TEST_F(Config, RemovalsWaitForTheClaimsThatReplaceThem) {

@@ -58,9 +58,21 @@ void nameRoles(Resolver& resolver, const ConfigLine& line, Roles& roles) {
     }
 }
 
-// A port that patterns give several roles is isolated: it reaches no more than any of them allows.
-void matchRoles(Resolver& resolver, const ConfigLine& line, Roles& roles) {
+void noteClash(Resolver& resolver, const ConfigLine& line, uint32_t port, PortRole& first,
+               const ConfigRole& role) {
+    first.clashes = true;
+    resolver.result.notes.push_back(fmt::format(
+        "{} is {} by line {} and {} by line {} of the policy {}: it is isolated until one of them leaves it "
+        "out",
+        safeText(interfaceName(resolver.session, port)), roleText(*first.role), first.place.line,
+        roleText(role), role.place.line, line.name));
+}
+
+// Patterns of `isolated` give way to all others: they are for those that nothing else speaks of. A port that
+// gets two other roles is isolated: it reaches no more than any of them allows.
+void matchRoles(Resolver& resolver, const ConfigLine& line, bool isolated, Roles& roles) {
     for (const ConfigRole& role : line.roles) {
+        if ((role.kind == RoleKind::isolated) != isolated) continue;
         for (const ConfigWord& word : role.members) {
             if (word.excluded || word.kind == WordKind::plain) continue;
             for (const uint32_t port : matchPattern(boardInterfaces(resolver.session), word, role.members)) {
@@ -70,13 +82,8 @@ void matchRoles(Resolver& resolver, const ConfigLine& line, Roles& roles) {
                     continue;
                 }
                 PortRole& first = before->second;
-                if (!first.pattern || first.clashes || sameRole(*first.role, role)) continue;
-                first.clashes = true;
-                resolver.result.notes.push_back(fmt::format(
-                    "{} is {} by line {} and {} by line {} of the policy {}: it is isolated until one of "
-                    "them leaves it out",
-                    safeText(interfaceName(resolver.session, port)), roleText(*first.role), first.place.line,
-                    roleText(role), word.place.line, line.name));
+                const bool clashes = first.pattern && !isolated && !sameRole(*first.role, role);
+                if (clashes && !first.clashes) noteClash(resolver, line, port, first, role);
             }
         }
     }
@@ -200,7 +207,7 @@ void addPolicyRows(Resolver& resolver, const ConfigLine& line, const Roles& role
 void resolvePolicy(Resolver& resolver, const ConfigLine& line) {
     Roles roles;
     nameRoles(resolver, line, roles);
-    matchRoles(resolver, line, roles);
+    for (const bool isolated : {false, true}) matchRoles(resolver, line, isolated, roles);
     claimPorts(resolver, line, roles);
     const std::vector<PolicyPort> ports = portsOf(roles);
     if (ports.size() > POLICY_PORTS_MAX) {

@@ -105,8 +105,9 @@ void tellUses(Keeper& keeper, const Saved& saved) {
     std::vector<std::string> uses;
     for (const PolicyUse& use : saved.resolution.policies) uses.push_back(policyUseText(use));
     uses.insert(uses.end(), saved.resolution.notes.begin(), saved.resolution.notes.end());
-    if (uses == keeper.uses) return;
-    for (const std::string& use : uses) complain(use);
+    for (const std::string& use : uses) {
+        if (std::find(keeper.uses.begin(), keeper.uses.end(), use) == keeper.uses.end()) complain(use);
+    }
     keeper.uses = uses;
 }
 
