@@ -14,6 +14,7 @@ Session board() {
     for (uint32_t number = 1; number <= 4; ++number) {
         BoardInterface interface;
         interface.number = number;
+        interface.alias = number == 3 ? "red-3" : "";
         interface.name = number < 4 ? "ge1/" + std::to_string(number) : "2-3";
         session.interfaces.push_back(interface);
     }

@@ -70,6 +70,22 @@ uint64_t changePlane(Session& session, const std::string& verb) {
     return *count;
 }
 
+// As the board takes ports.
+uint64_t changeDoors(Session& session, const std::vector<std::string>& ports, bool open) {
+    constexpr size_t AT_ONCE = 100;  // ports in a line
+    uint64_t changed = 0;
+    std::string verb;
+    size_t count = 0;
+    for (const std::string& port : ports) {
+        if (verb.empty()) verb = open ? "open" : "close";
+        verb += " " + port;
+        if (++count % AT_ONCE != 0 && count != ports.size()) continue;
+        changed += changePlane(session, verb);
+        verb.clear();
+    }
+    return changed;
+}
+
 }  // namespace
 
 std::optional<PlaneReport> parsePlane(Session& session, const std::vector<std::string>& lines) {
@@ -132,24 +148,16 @@ uint64_t restorePlane(Session& session) {
 }
 
 uint64_t setDoors(Session& session, const std::set<uint32_t>& numbers, bool open) {
-    constexpr size_t AT_ONCE = 500;  // numbers in a line
-    uint64_t changed = 0;
-    std::string verb;
-    size_t count = 0;
-    for (const uint32_t number : numbers) {
-        if (verb.empty()) verb = open ? "open" : "close";
-        verb += " " + std::to_string(number);
-        if (++count % AT_ONCE != 0 && count != numbers.size()) continue;
-        changed += changePlane(session, verb);
-        verb.clear();
-    }
-    return changed;
+    std::vector<std::string> ports;
+    for (const uint32_t number : numbers) ports.push_back(std::to_string(number));
+    return changeDoors(session, ports, open);
 }
 
 uint64_t openDoors(Session& session, const std::set<uint32_t>& except) {
-    std::set<uint32_t> numbers;
+    std::vector<std::string> ports;
     for (const BoardInterface& interface : boardInterfaces(session)) {
-        if (interface.present && !except.contains(interface.number)) numbers.insert(interface.number);
+        if (!interface.present || except.contains(interface.number)) continue;
+        ports.push_back(std::to_string(interface.number) + "=" + interface.name);
     }
-    return setDoors(session, numbers, true);
+    return changeDoors(session, ports, true);
 }

@@ -151,7 +151,7 @@ constexpr Verb VERBS[] = {
     {"matrix", "[VID]", "which interfaces reach one another: o yes, x no, p partly", matrixVerb, nullptr,
      false, ANY_WORDS},
     {"hardware", "", "the entries of the forwarding plane", hardwareVerb, nullptr, false, NO_WORDS},
-    {"plane", "show|sweep|restore | open|close NUMBER...|all",
+    {"plane", "show|sweep|restore | open|close NUMBER[=NAME]...|all",
      "compare what is in force with what was asked for; remove what is left over; put back what is missing; "
      "open or close doors",
      planeVerb, nullptr, false, "show"},

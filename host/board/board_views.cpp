@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "common/bytes.h"
@@ -34,8 +35,20 @@ std::string nameOf(Board& board, uint32_t number) {
     return interface == nullptr ? "-" : interface->name;
 }
 
-// The ports by their numbers, since another may have come under the name of one that was meant; a number of
-// none that is there just now is passed over.
+// "NUMBER" or "NUMBER=NAME": by its number, since another may have come under the name of the one that was
+// meant, and only while it has that name, since it may have been renamed since. False for what is neither.
+bool addPort(Board& board, const std::string& word, std::vector<PlanePort>& ports) {
+    const size_t equals = std::min(word.find('='), word.size());
+    uint32_t number = 0;
+    if (!parseNumber(word.substr(0, equals), number)) return false;
+    const Interface* interface = findInterface(board, number);
+    const bool named =
+        equals == word.size() || (interface != nullptr && interface->name == word.substr(equals + 1));
+    if (interface != nullptr && named) ports.push_back(planePort(board, *interface));
+    return true;
+}
+
+// Ports that are not there just now are passed over.
 std::string setDoors(Board& board, const Words& words, std::string& result) {
     std::vector<PlanePort> ports;
     const bool all = words.size() == 3 && words[2] == "all";
@@ -43,10 +56,7 @@ std::string setDoors(Board& board, const Words& words, std::string& result) {
         if (all) ports.push_back(planePort(board, interface));
     }
     for (size_t i = 2; i < words.size() && !all; ++i) {
-        uint32_t number = 0;
-        if (!parseNumber(words[i], number)) return WRONG_USE;
-        const Interface* interface = findInterface(board, number);
-        if (interface != nullptr) ports.push_back(planePort(board, *interface));
+        if (!addPort(board, words[i], ports)) return WRONG_USE;
     }
     uint64_t changed = 0;
     const int32_t status = board.plane.setDoors(board.plane.state, ports, words[1] == "open", changed);
