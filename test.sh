@@ -18,7 +18,8 @@ Installs missing packages, builds, and runs all tests. The options add to this:
   --demo      the demonstrations
   --kernel    bonds, teams and VLANs of a bridge, under Debian's own kernel in a virtual machine, and under that of the
               release after Debian 12, which has tables of one's own
-  --web       with the page in a browser, for which chromium is installed
+  --web       with the page in a browser and the metrics read by promtool, for which chromium and prometheus are
+              installed
   --all       all of the above
   --selftests the kernel's own tests of its bridge, with the daemon beside them (downloads the kernel's source; an hour)
   --mutants N plants N small faults, one at a time, and shows those that no test notices
@@ -48,11 +49,11 @@ if ! [[ $mutants =~ ^[0-9]+$ ]]; then
     exit 2
 fi
 
-packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian mandoc iproute2 nftables spin)
+packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian mandoc curl iproute2 nftables spin)
 [ $lint = no ] || packages+=(clang-format clang-tidy libbenchmark-dev)
 [ $cross = no ] || packages+=(g++-{powerpc,s390x,aarch64}-linux-gnu qemu-user googletest)
 [ $kernel$selftests = nono ] || packages+=(libteam-utils systemd "${KERNEL_VM_PACKAGES[@]}")
-[ $web = no ] || packages+=(python3 chromium chromium-driver)
+[ $web = no ] || packages+=(python3 chromium chromium-driver prometheus)
 [ "$mutants" -eq 0 ] || packages+=(python3)
 need_packages "${packages[@]}"
 # The package of the 32-bit compiler is named after the version of the installed compiler.
