@@ -37,6 +37,7 @@ await() {
     exit 1
 }
 await '^portisolate_monitor_connected 1'
+await "^portisolate_clients 1"
 "$programs/portisolatectl" group add 5 ge1/1 ge1/2
 "$programs/portisolatectl" board unplug ge1/2
 "$programs/portisolatectl" pair add ge1/1 ge1/1 2>/dev/null || true

@@ -10,6 +10,7 @@
 #include "host/board/faults.h"
 #include "host/board/peer_link.h"
 #include "host/board/this_board.h"
+#include "host/sockets/command_server.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ std::string aboutVerb(Board& board, const Words& words, std::string& result) {
     std::lock_guard guard(board.lock);
     result = fmt::format("version={} since={}.{:03} refused={}\n", PORTISOLATE_VERSION, board.started / 1000,
                          board.started % 1000, board.plane.counters(board.plane.state).refused);
+    result += fmt::format("clients={}\n", commandClients());
     return {};
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <list>
 #include <mutex>
@@ -45,6 +46,7 @@ constexpr int REFUSED_PAUSE = 10;     // milliseconds
 
 std::mutex gLock;       // guards gPeerRoot
 std::string gPeerRoot;  // empty: none may connect
+std::atomic<uint32_t> gClients = 0;
 
 struct CommandServer {
     OperationTable table;
@@ -131,6 +133,7 @@ void serveClient(CommandServer& server, CommandClient& client) {
 void forgetClient(CommandServer& server, std::list<CommandClient>::iterator client) {
     if (server.peer == &*client) server.peer = nullptr;
     server.clients.erase(client);
+    --gClients;
     server.door.openAgain = 0;
 }
 
@@ -167,6 +170,7 @@ bool hasPlace(CommandServer& server, const Newcomer& newcomer) {
 
 void addClient(CommandServer& server, const Newcomer& newcomer) {
     CommandClient& client = server.clients.emplace_back();
+    ++gClients;
     client.fd = newcomer.fd;
     client.process = newcomer.process;
     client.moved = monotonicMs();
@@ -273,6 +277,10 @@ void serveCommands(CommandServer* server) {
 }
 
 }  // namespace
+
+uint32_t commandClients() {
+    return gClients;
+}
 
 void expectPeer(const std::string& root) {
     std::lock_guard guard(gLock);

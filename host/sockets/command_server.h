@@ -21,11 +21,16 @@
 // Thread-safety
 // -------------
 // The server's record and its clients belong to its one task. Handlers run in that task, one at a time, with
-// no lock held. expectPeer may be called by any task.
+// no lock held. expectPeer and commandClients may be called by any
+// task.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 // The root prefix of the peer board, empty for none: what its daemon has sent is carried out before the
 // request of anybody else. None is expected at first.
 void expectPeer(const std::string& root);
+
+// How many are connected now.
+uint32_t commandClients();
