@@ -5,12 +5,13 @@ import { addHappening, element, makeHappenings, showAnswer, showNoAnswer, showSt
 import { LOOK_LIMIT_MS, NEEDS_TOKEN, ask, follow, keepToken, query } from "./server.js";
 
 const FRESH_MS = 3000;   // how long a changed cell has a ring
+const SETTLE_MS = 80;    // after the first sign of a change
 const ALL_MS = 60000;    // after which all is asked for anew in any case
 const THEMES = { auto: "◐ as the system", light: "☀ light", dark: "☾ dark" };
 
 const one = (id) => document.getElementById(id);
 const state = { matrix: null, status: null, groups: new Map(), failure: "", at: null, allAt: null, linked: false, asked: null };
-let grid = null, asking = false, again = false, freshUntil = 0;
+let grid = null, asking = false, again = false, settling = 0, freshUntil = 0;
 
 function members(rows, name) {
   const groups = new Map();
@@ -31,20 +32,28 @@ function setChoices(select, choices) {
   select.value = chosen;
 }
 
+// The matrix is asked for first and shown at once.
 async function askAll() {
   const begun = new Date(), vlan = one("vlan").value;
-  const [status, matrix, groups, vlanGroups, interfaces] = await Promise.all([ask("status"),
-    ask(`matrix${query({ vlan })}`), ask("groups"), ask("vlan-groups"), ask("interfaces")]);
-  if (vlan !== one("vlan").value) return;
-  const earlier = state.matrix;
-  Object.assign(state, { status, matrix: readMatrix(matrix), at: begun, allAt: begun, failure: "",
+  const all = Promise.all([`matrix${query({ vlan })}`, "status", "groups", "vlan-groups", "interfaces"].map((path, at) =>
+    ask(path).then((answer) => (at === 0 && vlan === one("vlan").value ? showMatrix(readMatrix(answer), begun) : answer))));
+  const [, status, groups, vlanGroups, interfaces] = await all;
+  Object.assign(state, { status, allAt: begun, failure: "",
     groups: new Map([...members(groups, "group"), ...members(vlanGroups, "VLAN group")]) });
-  const vlans = new Set([...interfaces.map((port) => port.vlan), ...vlanGroups.map((row) => row.vlan)]);
   one("token").hidden = true;
+  const vlans = new Set([...interfaces.map((port) => port.vlan), ...vlanGroups.map((row) => row.vlan)]);
   setChoices(one("vlan"), [...vlans].filter(Boolean).sort((a, b) => a - b).map((id) => [String(id), String(id)]));
   setChoices(one("group"), [...state.groups.keys()].map((name) => [name, name]));
-  one("known").replaceChildren(...state.matrix.names.map((value) => element("option", { value })));
-  show(changedPlaces(state.matrix, earlier));
+  one("group").value ? show() : showState(state);
+}
+
+function showMatrix(matrix, at) {
+  const fresh = changedPlaces(matrix, state.matrix);
+  if (state.matrix?.names.join() !== matrix.names.join()) {
+    one("known").replaceChildren(...matrix.names.map((value) => element("option", { value })));
+  }
+  Object.assign(state, { matrix, at });
+  show(fresh);
 }
 
 // One question at a time; what changes meanwhile is asked for once it is answered.
@@ -58,6 +67,11 @@ async function refresh() {
   }
   asking = false;
   showState(state);
+}
+
+// What changes in several steps is asked for once they are done.
+function settle() {
+  settling ||= setTimeout(() => { settling = 0; refresh(); }, SETTLE_MS);
 }
 
 function fail(error) {
@@ -107,8 +121,9 @@ function shownText(view) {
 
 function show(fresh = new Set()) {
   if (!state.matrix) return;
-  const view = makeView(state.matrix, { names: one("names").value, members: state.groups.get(one("group").value),
-    blocked: one("blocked").checked, fold: one("fold").checked });
+  const group = one("group").value;
+  const view = makeView(state.matrix, { names: one("names").value, blocked: one("blocked").checked,
+    members: group && (state.groups.get(group) ?? new Set()), fold: one("fold").checked });
   const table = one("as-table").checked;
   for (const id of ["grid", "zoom", "keys"]) one(id).hidden = table;
   one("table").hidden = !table;
@@ -192,4 +207,4 @@ makeFilters();
 makeHappenings();
 setChoices(one("vlan"), []);
 setChoices(one("group"), []);
-follow({ told: addHappening, changed: refresh, linked, look });
+follow({ told: addHappening, changed: settle, linked, look });
