@@ -81,58 +81,79 @@ bool pairFits(const Cover& cover, size_t one, size_t other) {
     return std::max(cover.pairCounts[one], cover.pairCounts[other]) < cover.limits.pairsPerSource;
 }
 
-// How many others of a former group each of its members must not share it with any more.
-std::vector<size_t> countClashes(const Cover& cover, const std::vector<size_t>& members) {
-    std::vector<size_t> sizes(cover.communities);
-    for (const size_t member : members) ++sizes[cover.community[member]];
-    std::vector<size_t> clashes(cover.ports.size());
-    for (const size_t member : members) clashes[member] = sizes[cover.community[member]] - 1;
-    return clashes;
-}
+using Ports = std::vector<size_t>;
 
-// Takes over what stood before. Of those that share a group and must not, the one stays that does so in the
-// fewest groups: who has changed its community clashes in most of them.
-void takeFormer(Cover& cover, const PolicyRows& former) {
+// What stood before of those that are ports still.
+struct Former {
+    std::vector<std::pair<uint32_t, Ports>> groups{};  // of more than one port, by number
+    std::vector<std::pair<size_t, size_t>> pairs{};
+};
+
+// Numbers that hold nothing are there to be used.
+Former findFormer(Cover& cover, const PolicyRows& rows) {
     std::map<uint32_t, size_t> places;
     for (size_t port = 0; port < cover.ports.size(); ++port) places.emplace(cover.ports[port].number, port);
-    std::vector<std::pair<uint32_t, std::vector<size_t>>> standing;
-    std::vector<size_t> clashes(cover.ports.size());
+    Former former;
     for (const uint32_t number : cover.limits.numbers) {
-        const auto group = former.groups.find(number);
-        std::vector<size_t> members;
-        if (group != former.groups.end()) {
-            for (const uint32_t member : group->second) {
-                const auto place = places.find(member);
-                if (place != places.end()) members.push_back(place->second);
-            }
+        const auto group = rows.groups.find(number);
+        Ports members;
+        for (const uint32_t member : group != rows.groups.end() ? group->second : std::set<uint32_t>{}) {
+            const auto place = places.find(member);
+            if (place != places.end()) members.push_back(place->second);
         }
-        const std::vector<size_t> here = countClashes(cover, members);
-        for (const size_t member : members) clashes[member] += here[member];
         if (members.size() > 1) {
-            standing.emplace_back(number, members);
+            former.groups.emplace_back(number, members);
         } else {
             cover.unused.push_back(number);
         }
     }
     std::reverse(cover.unused.begin(), cover.unused.end());
-    for (auto& [number, members] : standing) {
+    for (const auto& [left, right] : rows.pairs) {
+        const auto one = places.find(left), other = places.find(right);
+        if (one != places.end() && other != places.end()) {
+            former.pairs.emplace_back(one->second, other->second);
+        }
+    }
+    return former;
+}
+
+// For each port, how many it was kept apart from and must not be, or the other way round.
+Ports countWrong(const Cover& cover, const Former& former) {
+    std::vector<std::vector<bool>> met(cover.ports.size(), std::vector<bool>(cover.ports.size()));
+    for (const auto& [one, other] : former.pairs) met[one][other] = met[other][one] = true;
+    for (const auto& [number, members] : former.groups) {
+        for (const size_t one : members) {
+            for (const size_t other : members) met[one][other] = true;
+        }
+    }
+    Ports wrong(cover.ports.size());
+    for (size_t one = 0; one < wrong.size(); ++one) {
+        for (size_t other = 0; other < wrong.size(); ++other) {
+            const bool apart = cover.community[one] != cover.community[other];
+            if (one != other && met[one][other] != apart) ++wrong[one];
+        }
+    }
+    return wrong;
+}
+
+// Of those that share a group and must not, the one stays with which less is wrong: who has changed its
+// community stands where he must not for all of the new one, and does not for all of the former.
+void takeFormer(Cover& cover, const PolicyRows& rows) {
+    Former former = findFormer(cover, rows);
+    const Ports wrong = countWrong(cover, former);
+    for (auto& [number, members] : former.groups) {
         std::stable_sort(members.begin(), members.end(),
-                         [&](size_t left, size_t right) { return clashes[left] < clashes[right]; });
+                         [&](size_t left, size_t right) { return wrong[left] < wrong[right]; });
         const size_t group = beginGroup(cover, number);
         for (const size_t member : members) {
             if (fits(cover, cover.groups[group], member)) join(cover, group, member);
         }
     }
-    for (const auto& [left, right] : former.pairs) {
-        const auto one = places.find(left), other = places.find(right);
-        if (one == places.end() || other == places.end()) continue;
-        const size_t a = one->second, b = other->second;
-        const bool wanted = cover.community[a] != cover.community[b] && !cover.apart[a][b];
-        if (wanted && pairFits(cover, a, b)) keepApart(cover, a, b);
+    for (const auto& [one, other] : former.pairs) {
+        const bool wanted = cover.community[one] != cover.community[other] && !cover.apart[one][other];
+        if (wanted && pairFits(cover, one, other)) keepApart(cover, one, other);
     }
 }
-
-using Ports = std::vector<size_t>;
 
 void dropCovered(const Cover& cover, size_t port, Ports& others) {
     std::erase_if(others, [&](size_t other) { return cover.apart[port][other]; });
