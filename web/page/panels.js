@@ -20,8 +20,7 @@ const plural = (count, one, many) => `${count} ${count === 1 ? one : many}`;
 // How bad it is and the headline for it. Nothing that is old passes for how things are.
 function judge({ status, failure, at, linked }) {
   if (failure) {
-    const since = at ? `; below is what held at ${clockText(at)}` : "";
-    return ["lost", `Connection lost: ${failure}${since}`];
+    return ["lost", at ? `Connection lost: ${failure}; below is what held at ${clockText(at)}` : `Nothing to show: ${failure}`];
   }
   if (!status) return ["waiting", "Waiting for the server"];
   if (status.state !== "ready") return ["bad", `The plane is ${status.state}`];
