@@ -17,6 +17,7 @@ namespace {
 using Value = nlohmann::json;
 
 constexpr int FOLLOWERS_MAX = 64;
+constexpr int CONNECTIONS_MAX = 512;
 
 // The part of JSON Schema that the description of the interface keeps to. A field that it does not describe
 // is a mistake, for it has to be described.
@@ -330,6 +331,7 @@ TEST_F(Web, HostileRequestsAreRefused) {
     ASSERT_TRUE(page);
     EXPECT_EQ(page->status, 200);
     EXPECT_EQ(page->get_header_value("Content-Encoding"), "");
+    EXPECT_EQ(page->body, embeddedFiles().front().bytes);
     EXPECT_NE(page->get_header_value("Content-Security-Policy").find("default-src 'self';"),
               std::string::npos);
     for (const char* name : {"X-Content-Type-Options", "Referrer-Policy", "Cache-Control"}) {
@@ -366,10 +368,21 @@ TEST_F(Web, SlowAndManyHoldUpNobody) {
         const int fd = say(asks[static_cast<size_t>(count) % std::size(asks)]);
         held.size() < 900 ? held.push_back(fd) : static_cast<void>(close(fd));
         if (count % 200 != 0) continue;
-        EXPECT_NE(text("/metrics").find("portisolate_up 1"), std::string::npos) << count;
+        const std::string metrics = text("/metrics");
+        EXPECT_NE(metrics.find("portisolate_up 1"), std::string::npos) << count;
+        const std::string name = "\nportisolate_web_connections ";
+        EXPECT_LE(std::stoi(metrics.substr(metrics.find(name) + name.size())), CONNECTIONS_MAX) << count;
         EXPECT_EQ(ctlOutput("mode get"), "2\n") << count;
     }
     EXPECT_LE(descriptors(), bare + 8) << "of the daemon";
+    // A daemon that stands still holds up those who ask it, and nobody else.
+    tell(SIGSTOP);
+    const int waiting = say(asked("/api/v1/status"));
+    EXPECT_EQ(text("/healthz"), "ok\n");
+    tell(SIGCONT);
+    answer.clear();
+    EXPECT_TRUE(await(waiting, answer, " 200 "));
+    close(waiting);
     // A follower's bytes that wait are bounded; whoever reads stays.
     const auto cutOff = [this] {
         return text("/metrics").find("cut_off_followers_total 64\n") != std::string::npos;

@@ -8,12 +8,14 @@
 
 #include "client/answers/happening_answer.h"
 #include "client/link/interfaces.h"
+#include "common/files.h"
 #include "common/request_text.h"
 
 namespace {
 
 constexpr int64_t LOOK_MS = 200;       // between two looks whether to stop
 constexpr int64_t COME_BACK_MS = 500;  // between two tries to reach the daemon
+constexpr int64_t NAMES_MS = 500;      // between two questions for the names of the interfaces
 
 const char* resultWord(const Outcome& outcome) {
     return outcome.text == "ok" ? "ok" : outcome.good ? "none" : "refused";
@@ -43,14 +45,27 @@ void count(Follower& follower, Session& session, const Happening& happening) {
     for (const EventMessage& message : messages) ++happened.events[message.event];
 }
 
+// The names that a session knows may be others after an event.
+struct Names {
+    bool stale = false;
+    int64_t asked = 0;
+};
+
+void renewNames(Session& session, Names& names, const std::string& line) {
+    names.stale = names.stale || line.starts_with("event ");
+    if (!names.stale || monotonicMs() - names.asked < NAMES_MS) return;
+    forgetInterfaces(session);
+    names = {.stale = false, .asked = monotonicMs()};
+}
+
 // One line of the monitor; `own` marks those that this process is the reason of.
-void take(Follower& follower, Session& session, const std::string& line, const std::string& own) {
+void take(Follower& follower, Session& session, Names& names, const std::string& line,
+          const std::string& own) {
     if (line.starts_with("request ") && line.find(own) != std::string::npos) return;
+    renewNames(session, names, line);
     const std::optional<Happening> happening = readHappening(session, line);
     if (!happening) return;
     count(follower, session, *happening);
-    // Names may have changed.
-    if (happening->kind == "event") forgetInterfaces(session);
     const std::string json = happeningAnswer(session, *happening);
     follower.publish(happening->kind, json);
     const bool sets = setsSomething(*happening);
@@ -77,10 +92,11 @@ void followOnce(Follower& follower) {
         setConnected(follower, true);
         const std::string own = fmt::format(" pid={} ", getpid());
         std::string line;
+        Names names;
         while (!follower.stopped) {
             const Taken taken = takeLine(reader, line, LOOK_MS);
             if (taken == Taken::end) break;
-            if (taken == Taken::line) take(follower, session, line, own);
+            if (taken == Taken::line) take(follower, session, names, line, own);
         }
     } catch (const CommandEnds&) {
         // Tried again soon; meanwhile the answers say what is wrong.
