@@ -92,7 +92,8 @@ class Browser:
                                        text=True, env={**os.environ, "HOME": self.home, "TMPDIR": self.home})
 
     def begin(self):
-        port = next(found.group(1) for found in (re.search(r"successfully on port (\d+)", line) for line in self.driver.stdout) if found)
+        started = next(line for line in self.driver.stdout if "successfully" in line)
+        port = re.search(r"on port (\d+)", started).group(1)
         self.base = f"http://127.0.0.1:{port}/session"
         arguments = ["--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu", "--hide-scrollbars",
                      "--disable-background-networking", "--window-size=1200,900"]
@@ -135,8 +136,9 @@ class Browser:
         self.post(f"/element/{found}/click", none=None)
 
     def click_cell(self, row, column):
-        x, y = self.run("const g = document.getElementById('grid'), b = g.getBoundingClientRect(), d = JSON.parse(g.dataset.drawn);"
-                        "return [b.x + d.left + (arguments[1] + .5) * d.cell, b.y + d.top + (arguments[0] + .5) * d.cell]", row, column)
+        x, y = self.run("const box = grid.getBoundingClientRect(), {left, top, cell} = JSON.parse(grid.dataset.drawn);"
+                        "return [box.x + left + (arguments[1] + .5) * cell, box.y + top + (arguments[0] + .5) * cell]",
+                        row, column)
         self.post("/actions", actions=[{"type": "pointer", "id": "mouse", "actions": [
             {"type": "pointerMove", "x": round(x), "y": round(y)}, {"type": "pointerDown", "button": 0},
             {"type": "pointerUp", "button": 0}]}])
@@ -161,7 +163,8 @@ class Browser:
 def check_clean(browser, device):
     """Nothing was asked of anybody else, and nothing was complained about."""
     messages = [json.loads(entry["message"])["message"] for entry in browser.log("performance")]
-    asked = [message["params"]["request"]["url"] for message in messages if message["method"] == "Network.requestWillBeSent"]
+    sent = [message["params"] for message in messages if message["method"] == "Network.requestWillBeSent"]
+    asked = [parameters["request"]["url"] for parameters in sent]
     assert asked and all(url.startswith(device.url) for url in asked if url != "data:,"), asked
     complaints = [entry for entry in browser.log("browser") if entry["level"] == "SEVERE"]
     assert not complaints, complaints
@@ -187,7 +190,7 @@ def test_why(browser, device):
     device.ctl("group", "add", "5", "ge1/1", "pon2/1", "lag1")
     until("the cell is blocked", lambda: browser.run(COLOUR, 0, 2, "both"))
     browser.click_cell(0, 2)
-    browser.see("answer", "ge1/1 → pon2/1 is blocked", "pon2/1 → ge1/1 is blocked", "group 5 holds", "dropped\nnot counted")
+    browser.see("answer", "ge1/1 → pon2/1 is blocked", "pon2/1 → ge1/1 is blocked", "group 5 holds", "not counted")
     # By keyboard alone, from wherever the focus is.
     browser.run("document.activeElement.blur()")
     browser.type("/pon*")
@@ -258,7 +261,8 @@ def test_lost(browser, device):
 
 def test_missing(browser, programs):
     """The real plane, of which somebody takes an element away that nothing puts back; and its counters."""
-    if subprocess.run(["unshare", "-n", "nft", "add", "table", "bridge", "t"], capture_output=True, check=False).returncode != 0:
+    trial = ["unshare", "-n", "nft", "add", "table", "bridge", "t"]
+    if subprocess.run(trial, capture_output=True, check=False).returncode != 0:
         print("left out: no network namespaces with a packet filter here")
         return
     make = "ip link add br0 type bridge; for i in 1 2; do ip link add eth$i master br0 type veth; done; exec \"$@\""
@@ -279,8 +283,9 @@ def test_missing(browser, programs):
 
 def test_large(browser, programs):
     """As many interfaces as the daemon serves at most with all it offers, one of them with a name for trouble."""
-    rows = [f"interface {number} port{number} slot 1" for number in range(1, 374)] + ["interface 374 <b>last</b> slot 1"]
-    device = Device(programs, "plane sim\n" + "\n".join(rows) + "\n", "portisolate.maxifnum = 374\nportisolate.maxifnumpergrp = 0\n")
+    names = [f"port{number}" for number in range(1, 374)] + ["<b>last</b>"]
+    rows = [f"interface {number} {name} slot 1\n" for number, name in enumerate(names, 1)]
+    device = Device(programs, "plane sim\n" + "".join(rows), "portisolate.maxifnum = 374\nportisolate.maxifnumpergrp = 0\n")
     try:
         for group in range(1, 11):
             device.ctl("group", "add", str(group), f"port{group * 30 - 26}-{group * 30 + 3}")
@@ -311,7 +316,8 @@ def make_pictures(browser, device, folder):
         device.ctl(*words.split())
     browser.see("happenings", "group 5, lag1: activate")
     for theme in ("light", "dark"):
-        until(theme, lambda theme=theme: browser.run("return document.documentElement.dataset.theme") == theme or browser.press("theme"))
+        while browser.run("return document.documentElement.dataset.theme") != theme:
+            browser.press("theme")
         until("the cells look so", lambda: browser.run(COLOUR, 0, 2, "both"))
         browser.click_cell(0, 2)
         browser.see("answer", "group 5 holds")

@@ -25,11 +25,11 @@ export function makeGrid(host, readout, legend, ask) {
 }
 
 export function showView(grid, view, fresh) {
-  const ends = grid.view && grid.view.rows.length * grid.view.columns.length && endsOf(grid.view, grid.at.row, grid.at.column);
+  const former = grid.view?.places.length && endsOf(grid.view, grid.at.row, grid.at.column);
   grid.view = view;
   grid.fresh = fresh;
   grid.over = null;
-  if (ends) grid.at = { row: findBundle(view, view.rows, ends[0]), column: findBundle(view, view.columns, ends[1]) };
+  grid.at = { row: findBundle(view, view.rows, former?.[0]), column: findBundle(view, view.columns, former?.[1]) };
   layOut(grid);
 }
 
@@ -203,7 +203,7 @@ function drawRings(grid, part, colour) {
 
 // The cell that is pointed at, by the pointer or else by the keyboard.
 function current(grid) {
-  if (!grid.view?.rows.length || !grid.view.columns.length) return null;
+  if (!grid.view?.places.length) return null;
   return grid.over ?? (document.activeElement === grid.host ? grid.at : null);
 }
 
@@ -315,13 +315,15 @@ function press(grid, event) {
     askAbout(grid, grid.at);
     return true;
   }
-  const { rows, columns } = grid.view, page = Math.max(1, Math.floor((grid.host.clientHeight - grid.top) / grid.cell) - 1);
+  const { rows, columns } = grid.view;
+  const page = Math.max(1, Math.floor((grid.host.clientHeight - grid.top) / grid.cell) - 1);
   const step = { ArrowUp: [-1, 0], ArrowDown: [1, 0], ArrowLeft: [0, -1], ArrowRight: [0, 1], PageUp: [-page, 0],
     PageDown: [page, 0], Home: [event.ctrlKey ? -rows.length : 0, -columns.length],
     End: [event.ctrlKey ? rows.length : 0, columns.length] }[event.key];
   if (!step) return false;
   const within = (value, count) => Math.max(0, Math.min(count - 1, value));
-  grid.at = { row: within(grid.at.row + step[0], rows.length), column: within(grid.at.column + step[1], columns.length) };
+  const { row, column } = grid.at;
+  grid.at = { row: within(row + step[0], rows.length), column: within(column + step[1], columns.length) };
   grid.over = null;
   reveal(grid);
   return true;

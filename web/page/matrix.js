@@ -6,9 +6,11 @@ export const MARKS = [
   { key: "self", text: "itself", part: [0, 0, 1, 1] },
   { key: "open", text: "forwards", shape: "M13 15h4" },
   { key: "both", text: "blocked both ways", shape: "M10 10l10 10M20 10l-10 10", part: [0, 0, 1, 1] },
-  { key: "oneway", text: "blocked in this direction only", shape: "M7 15h11M14 11l4 4l-4 4M23 9v12", part: [0, 0, 0.5, 1] },
+  { key: "oneway", text: "blocked in this direction only", shape: "M7 15h11M14 11l4 4l-4 4M23 9v12",
+    part: [0, 0, 0.5, 1] },
   { key: "vlan", text: "blocked within a VLAN only", shape: "M10 10l5 10l5 -10", part: [0, 0.5, 1, 0.5] },
-  { key: "partly", text: "passes over some member ports only", shape: "M9 15q3 -5 6 0t6 0", part: [0.25, 0.25, 0.5, 0.5] },
+  { key: "partly", text: "passes over some member ports only", shape: "M9 15q3 -5 6 0t6 0",
+    part: [0.25, 0.25, 0.5, 0.5] },
 ];
 export const [SELF, OPEN, BOTH, ONE_WAY, IN_VLAN, PARTLY] = MARKS.keys();
 
@@ -62,7 +64,8 @@ export function nameFilter(text) {
   const wanted = terms.filter((term) => !term.not), unwanted = terms.filter((term) => term.not);
   return (name) => {
     const lower = name.toLowerCase();
-    return (wanted.length === 0 || wanted.some((term) => term.fits(lower))) && !unwanted.some((term) => term.fits(lower));
+    const fits = (term) => term.fits(lower);
+    return (wanted.length === 0 || wanted.some(fits)) && !unwanted.some(fits);
   };
 }
 

@@ -10,8 +10,9 @@ const ALL_MS = 60000;    // after which all is asked for anew in any case
 const THEMES = { auto: "◐ as the system", light: "☀ light", dark: "☾ dark" };
 
 const one = (id) => document.getElementById(id);
-const state = { matrix: null, status: null, groups: new Map(), failure: "", at: null, allAt: null, linked: false, asked: null };
-let grid = null, asking = false, again = false, settling = 0, freshUntil = 0;
+const state = { matrix: null, status: null, groups: new Map(), asked: null, failure: "", linked: false,
+  at: null, allAt: null };  // from when the matrix is, and all
+let grid = null, asking = false, again = false, settling = 0, freshUntil = 0, whys = 0;
 
 function members(rows, name) {
   const groups = new Map();
@@ -35,9 +36,11 @@ function setChoices(select, choices) {
 // The matrix is asked for first and shown at once.
 async function askAll() {
   const begun = new Date(), vlan = one("vlan").value;
-  const all = Promise.all([`matrix${query({ vlan })}`, "status", "groups", "vlan-groups", "interfaces"].map((path, at) =>
-    ask(path).then((answer) => (at === 0 && vlan === one("vlan").value ? showMatrix(readMatrix(answer), begun) : answer))));
-  const [, status, groups, vlanGroups, interfaces] = await all;
+  const shown = ask(`matrix${query({ vlan })}`).then((answer) => {
+    if (vlan === one("vlan").value) showMatrix(readMatrix(answer), begun);
+  });
+  const [status, groups, vlanGroups, interfaces] = await Promise.all(
+    [...["status", "groups", "vlan-groups", "interfaces"].map((path) => ask(path)), shown]);
   Object.assign(state, { status, allAt: begun, failure: "",
     groups: new Map([...members(groups, "group"), ...members(vlanGroups, "VLAN group")]) });
   one("token").hidden = true;
@@ -82,14 +85,14 @@ function fail(error) {
 
 // Finds what nobody tells: that the plane was changed by others, that the daemon is gone, how much was dropped.
 async function look() {
-  const sum = ({ problems, notes, ...rest }) => JSON.stringify([rest.state, rest.missing, rest.leftOver, rest.healed, problems]);
+  const sum = (status) => JSON.stringify([status.state, status.missing, status.leftOver, status.healed, status.problems]);
   const begun = new Date();
   try {
     const status = await ask("status", LOOK_LIMIT_MS);
     const stale = state.failure || !state.status || sum(status) !== sum(state.status) || begun - state.allAt > ALL_MS;
     state.status = status;
     if (stale) return await refresh();
-    if (state.linked) state.at = begun;
+    if (state.linked && !asking && !settling) state.at = begun;
     await askWhy();
     showState(state);
   } catch (error) {
@@ -99,9 +102,9 @@ async function look() {
 
 async function askWhy() {
   if (!state.asked) return;
-  const asked = state.asked;
-  const show = (what, value) => { if (asked === state.asked) what(value); };
-  await ask(`why${query({ ...asked, vlan: one("vlan").value })}`)
+  const number = ++whys;
+  const show = (what, value) => { if (number === whys) what(value); };
+  await ask(`why${query({ ...state.asked, vlan: one("vlan").value })}`)
     .then((answer) => show(showAnswer, answer), (error) => show(showNoAnswer, error.message));
 }
 
@@ -180,13 +183,19 @@ function makeTheme() {
   matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => { drawLegend(); recolour(grid); });
 }
 
+function onSubmit(form, act) {
+  one(form).addEventListener("submit", (event) => { event.preventDefault(); act(); });
+}
+
 function makeFilters() {
   const filters = one("filters");
-  filters.addEventListener("submit", (event) => event.preventDefault());
+  onSubmit("filters", () => {});
   filters.addEventListener("input", (event) => (event.target === one("vlan") ? refresh() : show()));
-  one("zoom").addEventListener("click", (event) => { if (event.target.dataset.zoom) zoom(grid, Number(event.target.dataset.zoom)); });
-  one("ask").addEventListener("submit", (event) => { event.preventDefault(); askAbout(one("from").value, one("to").value); });
-  one("token").addEventListener("submit", (event) => { event.preventDefault(); keepToken(one("secret").value); refresh(); });
+  for (const button of one("zoom").children) {
+    button.addEventListener("click", () => zoom(grid, Number(button.dataset.zoom)));
+  }
+  onSubmit("ask", () => askAbout(one("from").value, one("to").value));
+  onSubmit("token", () => { keepToken(one("secret").value); refresh(); });
   document.addEventListener("keydown", (event) => {
     if (event.key !== "/" || /^(INPUT|SELECT)$/.test(event.target.tagName)) return;
     event.preventDefault();
@@ -195,7 +204,8 @@ function makeFilters() {
 }
 
 function linked(now) {
-  if (!now && state.linked) addHappening({ kind: "gap", text: "connection lost; what happened until the next line is not known" });
+  const text = "connection lost; what happened until the next line is not known";
+  if (!now && state.linked) addHappening({ kind: "gap", text });
   state.linked = now;
   showState(state);
 }

@@ -20,13 +20,14 @@ const plural = (count, one, many) => `${count} ${count === 1 ? one : many}`;
 // How bad it is and the headline for it. Nothing that is old passes for how things are.
 function judge({ status, failure, at, linked }) {
   if (failure) {
-    return ["lost", at ? `Connection lost: ${failure}; below is what held at ${clockText(at)}` : `Nothing to show: ${failure}`];
+    if (!at) return ["lost", `Nothing to show: ${failure}`];
+    return ["lost", `Connection lost: ${failure}; below is what held at ${clockText(at)}`];
   }
   if (!status) return ["waiting", "Waiting for the server"];
   if (status.state !== "ready") return ["bad", `The plane is ${status.state}`];
-  if (status.missing) return ["bad", `${plural(status.missing, "isolation is", "isolations are")} missing from the plane`];
+  if (status.missing) return ["bad", `Missing from the plane: ${plural(status.missing, "isolation", "isolations")}`];
   if (status.problems.length > status.pending.length) return ["bad", "Something is wrong"];
-  if (status.pending.length) return ["warn", `${plural(status.pending.length, "line", "lines")} of the saved configuration pending`];
+  if (status.pending.length) return ["warn", `Pending: ${plural(status.pending.length, "line", "lines")} of what is saved`];
   return ["good", linked ? "The plane holds all that was asked for" : "The plane held all that was asked for"];
 }
 
@@ -60,11 +61,13 @@ export function showState(state) {
     element("div", {}, element("dt", { textContent: name }),
       element("dd", { textContent: value, className: tone(name, value) }))));
   document.getElementById("problems").replaceChildren(
-    ...status.problems.map((text) => element("li", { textContent: text, className: text.startsWith("pending") ? "warn" : "bad" })),
+    ...status.problems.map((text) =>
+      element("li", { textContent: text, className: text.startsWith("pending") ? "warn" : "bad" })),
     ...status.notes.map((text) => element("li", { textContent: text, className: "note" })));
 }
 
-const VERDICTS = { forwards: ["passes", "good"], blocked: ["is blocked", "bad"], partly: ["passes over some member ports only", "warn"] };
+const VERDICTS = { forwards: ["passes", "good"], blocked: ["is blocked", "bad"],
+  partly: ["passes over some member ports only", "warn"] };
 
 function dropText({ packets, bytes }) {
   if (packets === null || packets === undefined) return "not counted";
@@ -156,7 +159,8 @@ export function showTable(view) {
       const names = view.columns.flatMap((other, column) => (markOf(view, row, column) === mark
         ? [bundleName(view, other) + within(view, row, column)] : []));
       const rest = names.length - NAMES_MAX;
-      return element("td", { textContent: names.slice(0, NAMES_MAX).join(", ") + (rest > 0 ? ` and ${rest} more` : "") });
+      const more = rest > 0 ? ` and ${rest} more` : "";
+      return element("td", { textContent: names.slice(0, NAMES_MAX).join(", ") + more });
     });
     return element("tr", {}, element("th", { textContent: bundleName(view, bundle), scope: "row" }), ...cells);
   });

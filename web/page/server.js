@@ -11,7 +11,8 @@ export const NEEDS_TOKEN = 401;
 
 function get(path, signal) {
   const token = sessionStorage.getItem(KEPT_TOKEN);
-  return fetch(`api/v1/${path}`, { cache: "no-store", signal, headers: token ? { Authorization: `Bearer ${token}` } : {} });
+  const headers = token ? { Authorization: `Bearer ${token}` } : {};
+  return fetch(`api/v1/${path}`, { cache: "no-store", signal, headers });
 }
 
 export function keepToken(token) {
@@ -20,10 +21,12 @@ export function keepToken(token) {
 
 // Ends with an error in words where there is no answer.
 export async function ask(path, limit = ANSWER_MS) {
-  const response = await get(path, AbortSignal.timeout(limit)).catch(() => { throw new Error("the server does not answer"); });
+  const silent = () => { throw new Error("the server does not answer"); };
+  const response = await get(path, AbortSignal.timeout(limit)).catch(silent);
   const answer = await response.json().catch(() => null);
   if (response.ok && answer !== null) return answer;
-  throw Object.assign(new Error(answer?.error?.words ?? `the server answers ${response.status}`), { status: response.status });
+  const words = answer?.error?.words ?? `the server answers ${response.status}`;
+  throw Object.assign(new Error(words), { status: response.status });
 }
 
 export function query(values) {
