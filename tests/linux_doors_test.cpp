@@ -91,10 +91,16 @@ TEST_F(LinuxDoorsTest, StayClosedWhereIsolationIsMissing) {
     EXPECT_EQ(doors(), "v1 v2 ");
     EXPECT_EQ(blocked(network), ALL);
     boardAnswer("plane restore");
-    // One that was renamed since is another.
-    const std::string number = std::to_string(if_nametoindex("v1"));
-    EXPECT_EQ(boardAnswer("plane open " + number + "=v2"), "0\n");
-    EXPECT_EQ(boardAnswer("plane open " + number + "=v1"), "1\n");
+    // One that has got another alias since is another.
+    const auto v1 = [&] {
+        const std::string line = linesWith("list", " name=v1 ").at(0);
+        return std::to_string(if_nametoindex("v1")) + "=" + line.substr(line.rfind('=') + 1);
+    };
+    const std::string before = v1();
+    ASSERT_EQ(sh("ip link set v1 alias other"), "");
+    boardAnswer("settle");
+    EXPECT_EQ(boardAnswer("plane open " + before), "0\n");
+    EXPECT_EQ(boardAnswer("plane open " + v1()), "1\n");
     EXPECT_EQ(boardAnswer("plane open all"), "1\n");
     EXPECT_EQ(blocked(network), "v1>v2 v2>v1");
 }

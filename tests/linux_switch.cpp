@@ -96,7 +96,10 @@ bool receiveProbe(SwitchHost& host, int fd, Received& received) {
             at += sizeof(Tag);
         } while (content.protocol == htons(ETH_P_8021Q) || content.protocol == htons(ETH_P_8021AD));
         if (content.protocol != htons(TEST_PROTOCOL)) continue;
-        host.streams += content.marker == STREAM ? 1 : 0;
+        if (content.marker == STREAM) {
+            ++host.streams;
+            host.senders.insert(frame[2 * ETH_ALEN - 1]);
+        }
         if (content.marker != PROBE) continue;
         received = {content.sequence, 0};
         for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
@@ -349,4 +352,15 @@ uint32_t heardOfStreams(LinuxSwitch& network, const std::string& name) {
         while (receiveProbe(host, fd, received)) continue;
     }
     return std::exchange(host.streams, 0);
+}
+
+std::string streamsFrom(LinuxSwitch& network, const std::string& name) {
+    heardOfStreams(network, name);
+    const std::set<uint8_t> senders = std::exchange(network.hosts.at(name).senders, {});
+    std::string names;
+    for (const auto& [other, host] : network.hosts) {
+        const auto end = static_cast<uint8_t>(addressOf(network, other).back());
+        if (senders.contains(end)) names += (names.empty() ? "" : " ") + other;
+    }
+    return names;
 }

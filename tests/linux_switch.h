@@ -22,6 +22,7 @@ struct SwitchHost {
     std::vector<int> sockets;  // one on each of its ends; what it sends leaves by all of them
     uint16_t access = 0;       // the VLAN that its port takes the tag off; 0: it sends and hears tags itself
     uint32_t streams = 0;      // frames of streams that came and were not asked for yet
+    std::set<uint8_t> senders{};  // of these, by the end of their address
 };
 
 struct LinuxSwitch {
@@ -65,4 +66,6 @@ std::set<TagStack> passing(LinuxSwitch& network, const std::string& from, const 
 // come to a host since it was last asked.
 void sendStream(const LinuxSwitch& network, const std::string& from);
 uint32_t heardOfStreams(LinuxSwitch& network, const std::string& host);
+// Who has sent these since it was last asked, as "p1 p2".
+std::string streamsFrom(LinuxSwitch& network, const std::string& host);
 std::string streamFrame(const LinuxSwitch& network, const std::string& from, const std::string& to);

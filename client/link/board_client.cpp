@@ -80,6 +80,7 @@ bool setField(BoardInterface& interface, const Field& field) {
     if (field.name == "number") return parseGivenNumber(value, interface.number);
     if (field.name == "slot") return parseGivenNumber(value, interface.slot);
     if (field.name == "ability") return parseGivenNumber(value, interface.ability);
+    if (field.name == "life") return parseGivenNumber(value, interface.life);
     if (field.name == "vlan") return none || parseGivenNumber(value, interface.vlan);
     if (field.name == "name") interface.name = value;
     if (field.name == "kind") interface.kind = value;

@@ -28,6 +28,7 @@ struct BoardInterface {
     // As the kernel knows them: any bytes, since whoever makes a port chooses them.
     std::string alias{};
     std::vector<std::string> otherNames{};
+    uint32_t life = 0;  // another number whenever it has come, or got another name or alias
 };
 
 enum class LineResult : uint8_t { done, refused, failed };

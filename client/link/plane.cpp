@@ -157,7 +157,7 @@ uint64_t openDoors(Session& session, const std::set<uint32_t>& except) {
     std::vector<std::string> ports;
     for (const BoardInterface& interface : boardInterfaces(session)) {
         if (!interface.present || except.contains(interface.number)) continue;
-        ports.push_back(std::to_string(interface.number) + "=" + interface.name);
+        ports.push_back(std::to_string(interface.number) + "=" + std::to_string(interface.life));
     }
     return changeDoors(session, ports, true);
 }

@@ -53,7 +53,7 @@ PlaneReport readPlane(Session& session);
 uint64_t sweepPlane(Session& session);
 uint64_t restorePlane(Session& session);
 // Opens the doors of the interfaces that the board listed to this session, but for those of the numbers in
-// `except`: of one that has come since, or was renamed, nothing is known. Closes those of the given numbers.
-// Answer how many doors were not so before.
+// `except`: of one that has come since, or has got another name or alias, nothing is known. Closes those of
+// the given numbers. Answer how many doors were not so before.
 uint64_t openDoors(Session& session, const std::set<uint32_t>& except);
 uint64_t setDoors(Session& session, const std::set<uint32_t>& numbers, bool open);

@@ -257,7 +257,7 @@ void follow(Keeper& keeper, LineReader& lines) {
     for (;;) {
         LineReader lines;
         try {
-            openLines(keeper.session, lines, "monitor");
+            openLines(keeper.session, lines, "monitor changes");
             told.clear();
             follow(keeper, lines);
         } catch (const CommandEnds& end) {

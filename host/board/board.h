@@ -48,6 +48,7 @@ struct Interface {
     uint32_t vid = 0;                     // of a VLAN interface
     std::string device;                   // the kernel's name of it
     uint32_t index = 0;                   // the kernel's number of it while it is there
+    uint32_t life = 0;                    // another number whenever it has come, or got another name or alias
     std::string alias;                    // the text that the kernel keeps beside its name; any bytes
     std::vector<std::string> otherNames;  // the kernel's alternative names, any bytes
     std::string switchId;  // of the chip that forwards between its ports by itself; empty: none
@@ -81,6 +82,7 @@ struct Board {
     std::map<uint32_t, std::vector<uint32_t>> pulled;   // slot: the ports that went with the card
     std::set<uint32_t> protocolVlans;
     uint32_t mode = 0;
+    uint32_t lives = 0;  // the last number of one
 
     int64_t started = 0;      // milliseconds of the system's clock
     bool laboratory = false;  // on a bridge: faults and forged events are taken

@@ -13,6 +13,7 @@ LineAnswer boardRequest(const LineRequest& request) {
     const Words words = splitWords(withoutComment(request.line));
     if (words == Words{JOURNAL_VERB}) return {"ok\n", StreamKind::calls};
     if (words == Words{MONITOR_VERB}) return {"ok\n", StreamKind::everything};
+    if (words == Words{MONITOR_VERB, MONITOR_CHANGES}) return {"ok\n", StreamKind::changes};
     if (words.empty()) return {"error: expected a verb; help lists them\n", {}};
     return {answerVerb(words, request.process.mayChange), {}};
 }

@@ -153,7 +153,7 @@ constexpr Verb VERBS[] = {
     {"matrix", "[VID]", "which interfaces reach one another: o yes, x no, p partly", matrixVerb, nullptr,
      false, ANY_WORDS},
     {"hardware", "", "the entries of the forwarding plane", hardwareVerb, nullptr, false, NO_WORDS},
-    {"plane", "show|sweep|restore | open|close NUMBER[=NAME]...|all",
+    {"plane", "show|sweep|restore | open|close NUMBER[=LIFE]...|all",
      "compare what is in force with what was asked for; remove what is left over; put back what is missing; "
      "open or close doors",
      planeVerb, nullptr, false, "show"},
@@ -168,7 +168,9 @@ std::string helpVerb(Board&, const Words&, std::string& result) {
         result += fmt::format("{} {} - {}\n", verb.name, verb.arguments, verb.help);
     }
     result += fmt::format("{} - calls of the hardware layer as they happen\n", JOURNAL_VERB);
-    result += fmt::format("{} - requests, events, hardware calls and texts as they happen\n", MONITOR_VERB);
+    result += fmt::format(
+        "{} [{}] - requests, events, hardware calls and texts as they happen; only what changes something\n",
+        MONITOR_VERB, MONITOR_CHANGES);
     return {};
 }
 

@@ -8,6 +8,7 @@
 // The journal and the monitor are streams (host/board/board_control.cpp); `help` lists them with the verbs.
 inline constexpr char JOURNAL_VERB[] = "journal";
 inline constexpr char MONITOR_VERB[] = "monitor";
+inline constexpr char MONITOR_CHANGES[] = "changes";
 
 // The whole answer to a line of at least one word, carried out on the board of this process. Its lock must
 // not be held.

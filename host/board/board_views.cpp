@@ -35,16 +35,17 @@ std::string nameOf(Board& board, uint32_t number) {
     return interface == nullptr ? "-" : interface->name;
 }
 
-// "NUMBER" or "NUMBER=NAME": by its number, since another may have come under the name of the one that was
-// meant, and only while it has that name, since it may have been renamed since. False for what is neither.
+// "NUMBER" or "NUMBER=LIFE": by its number, since another may have come under the name of the one that was
+// meant, and only while it lives that life, since it may have got another name, alias or bridge since. False
+// for what is neither.
 bool addPort(Board& board, const std::string& word, std::vector<PlanePort>& ports) {
     const size_t equals = std::min(word.find('='), word.size());
-    uint32_t number = 0;
+    uint32_t number = 0, life = 0;
     if (!parseNumber(word.substr(0, equals), number)) return false;
+    if (equals < word.size() && !parseNumber(word.substr(equals + 1), life)) return false;
     const Interface* interface = findInterface(board, number);
-    const bool named =
-        equals == word.size() || (interface != nullptr && interface->name == word.substr(equals + 1));
-    if (interface != nullptr && named) ports.push_back(planePort(board, *interface));
+    const bool meant = interface != nullptr && (equals == word.size() || interface->life == life);
+    if (meant) ports.push_back(planePort(board, *interface));
     return true;
 }
 
@@ -94,8 +95,8 @@ std::string listVerb(Board& board, const Words& words, std::string& result) {
                               vlan ? std::to_string(interface.vid) : "-");
         result += fmt::format(" device={} access={}", board.bridge.empty() ? "-" : deviceOf(interface),
                               isAccess(interface) ? "yes" : "no");
-        result +=
-            fmt::format(" alias={} names={}\n", codedText(interface.alias), codedTexts(interface.otherNames));
+        result += fmt::format(" alias={} names={} life={}\n", codedText(interface.alias),
+                              codedTexts(interface.otherNames), interface.life);
     }
     return {};
 }

@@ -1,5 +1,6 @@
 #include "host/linux/linux_board.h"
 
+#include <cstring>
 #include <mutex>
 #include <set>
 
@@ -91,10 +92,11 @@ void setSwitch(Board& board, Interface& interface, const BridgePort& port) {
 }
 
 // By what patterns of the saved configuration may match it beside its name. True when that changes.
-bool setTexts(Interface& interface, const BridgePort& port) {
+bool setTexts(Board& board, Interface& interface, const BridgePort& port) {
     if (interface.alias == port.alias && interface.otherNames == port.otherNames) return false;
     interface.alias = port.alias;
     interface.otherNames = port.otherNames;
+    interface.life = ++board.lives;
     return true;
 }
 
@@ -124,8 +126,9 @@ void appear(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
         if (interface == nullptr && !port.described) interface = addFound(linuxBoard, port);
         if (interface == nullptr) return;
         interface->present = true;
+        interface->life = ++board.lives;
         interface->index = port.index;
-        setTexts(*interface, port);
+        setTexts(board, *interface, port);
         setSwitch(board, *interface, port);
         noteXdp(board, port);
     }
@@ -174,7 +177,7 @@ bool vanish(LinuxBoard& linuxBoard, uint32_t index, const BridgePort& port) {
         BridgePort gone = port;
         gone.alias.clear();
         gone.otherNames.clear();
-        setTexts(*interface, gone);
+        setTexts(board, *interface, gone);
         gone.switchId.clear();
         gone.xdp = false;
         setSwitch(board, *interface, gone);
@@ -197,6 +200,7 @@ bool takeName(LinuxBoard& linuxBoard, Interface& interface, const BridgePort& po
     freeName(linuxBoard, port.device);
     board.numbers[port.device] = port.number;
     interface.name = port.device;
+    interface.life = ++board.lives;
     interface.access = board.accessDevices.contains(port.device);
     noteSwitch(board, interface, port.device);
     const int32_t status = renameLinuxPort(board.plane, port.number, port.device);
@@ -204,6 +208,15 @@ bool takeName(LinuxBoard& linuxBoard, Interface& interface, const BridgePort& po
         hostReport("what isolates {} stays under its former name: status {}", port.device, status);
     }
     return true;
+}
+
+// Who has got another alias may be another tenant's from now on.
+void closeDoor(Board& board, const Interface& interface) {
+    uint64_t closed = 0;
+    if (board.closed.empty()) return;
+    const int32_t problem =
+        board.plane.setDoors(board.plane.state, {planePort(board, interface)}, false, closed);
+    if (problem != 0) hostReport("the door of {} stays open: {}", interface.name, std::strerror(problem));
 }
 
 // The daemon knows no names, but who follows its events matches patterns with them.
@@ -217,7 +230,8 @@ void rename(LinuxBoard& linuxBoard, const BridgePort& port) {
         if (interface == nullptr) return;
         setSwitch(board, *interface, port);
         noteXdp(board, port);
-        changed = setTexts(*interface, port);
+        changed = setTexts(board, *interface, port);
+        if (changed) closeDoor(board, *interface);
         changed = takeName(linuxBoard, *interface, port) || changed;
     }
     if (changed && linuxBoard.publishes) reportProblem(publishNewLink(*interface, 0, {}));

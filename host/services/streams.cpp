@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <ctime>
 #include <vector>
@@ -16,8 +17,7 @@ namespace {
 
 std::mutex gLock;  // guards gStreams, and keeps the lines of all streams in one order
 std::vector<std::shared_ptr<LineStream>> gStreams;
-std::atomic<bool> gCallsRead = false;
-std::atomic<bool> gEverythingRead = false;
+std::array<std::atomic<bool>, STREAM_KINDS> gRead = {};  // by kind
 
 // The lock is held.
 void noteReaders() {
@@ -25,8 +25,7 @@ void noteReaders() {
         return std::any_of(gStreams.begin(), gStreams.end(),
                            [kind](const auto& stream) { return stream->kind == kind; });
     };
-    gCallsRead = anyOf(StreamKind::calls);
-    gEverythingRead = anyOf(StreamKind::everything);
+    for (size_t kind = 0; kind < STREAM_KINDS; ++kind) gRead[kind] = anyOf(static_cast<StreamKind>(kind));
 }
 
 void append(LineStream& stream, const std::string& line) {
@@ -81,7 +80,7 @@ std::string takeLines(LineStream& stream) {
 }
 
 bool hasStream(StreamKind kind) {
-    return kind == StreamKind::calls ? gCallsRead : gEverythingRead;
+    return gRead[static_cast<size_t>(kind)];
 }
 
 void queueLine(StreamKind kind, const std::string& line) {
@@ -97,16 +96,21 @@ std::string monitorLine(const char* kind) {
     return fmt::format("{} time={}.{:06}", kind, now.tv_sec, now.tv_nsec / 1000);
 }
 
-void monitorRequest(const void* frame, size_t length, int32_t status, std::string_view asker) {
-    if (!hasStream(StreamKind::everything)) return;
-    queueLine(StreamKind::everything, fmt::format("{} status={} {} frame={}\n", monitorLine("request"),
-                                                  status, asker, hexText(frame, length)));
+void monitorRequest(const void* frame, size_t length, int32_t status, bool sets, std::string_view asker) {
+    const bool toChanges = sets && hasStream(StreamKind::changes);
+    if (!toChanges && !hasStream(StreamKind::everything)) return;
+    const std::string line = fmt::format("{} status={} {} frame={}\n", monitorLine("request"), status, asker,
+                                         hexText(frame, length));
+    queueLine(StreamKind::everything, line);
+    if (sets) queueLine(StreamKind::changes, line);
 }
 
 void monitorEvent(uint32_t group, const void* messages, size_t length) {
-    if (!hasStream(StreamKind::everything)) return;
-    queueLine(StreamKind::everything, fmt::format("{} group={} messages={}\n", monitorLine("event"), group,
-                                                  hexText(messages, length)));
+    if (!hasStream(StreamKind::everything) && !hasStream(StreamKind::changes)) return;
+    const std::string line =
+        fmt::format("{} group={} messages={}\n", monitorLine("event"), group, hexText(messages, length));
+    queueLine(StreamKind::everything, line);
+    queueLine(StreamKind::changes, line);
 }
 
 void monitorText(unsigned priority, std::string_view head, std::string_view text) {

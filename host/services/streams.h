@@ -1,10 +1,11 @@
 // Streams: what happens in the process, line by line, for readers who follow along.
 //
-// There are two kinds. A stream of calls carries the journal's lines, one JSON object for each call of the
+// There are three kinds. A stream of calls carries the journal's lines, one JSON object for each call of the
 // interface and hardware layer (host/board/journal.h). A stream of everything carries the monitor's lines:
 // requests, events, hardware calls and log texts, each as one line of words for a client to put into
 // sentences. The first word is the kind, the others are `name=value`; bytes are in hexadecimal, and a text
-// runs to the end of its line.
+// runs to the end of its line. A stream of changes has of these the events and the requests that change
+// something: its reader may ask as much as it likes without an overflow of what it waits for.
 //
 // Slow readers
 // ------------
@@ -32,7 +33,8 @@
 
 inline constexpr size_t STREAM_BYTES_MAX = 256 * 1024;  // queued for one reader
 
-enum class StreamKind : uint8_t { calls, everything };
+enum class StreamKind : uint8_t { calls, everything, changes };
+inline constexpr size_t STREAM_KINDS = 3;
 
 struct LineStream {
     StreamKind kind = StreamKind::calls;
@@ -58,8 +60,9 @@ void queueLine(StreamKind kind, const std::string& line);
 // How a monitor's line begins: `KIND time=SECONDS.MICROSECONDS`.
 std::string monitorLine(const char* kind);
 // The monitor's lines but for the hardware calls. The frame of a request is what follows its length word;
-// `status` is that of its reply; `asker` is words of the same form, about who sent it. `priority` runs from 0
+// `status` is that of its reply; `sets` whether it changes
+// something; `asker` is words of the same form, about who sent it. `priority` runs from 0
 // to 7, `head` ends with a blank.
-void monitorRequest(const void* frame, size_t length, int32_t status, std::string_view asker);
+void monitorRequest(const void* frame, size_t length, int32_t status, bool sets, std::string_view asker);
 void monitorEvent(uint32_t group, const void* messages, size_t length);
 void monitorText(unsigned priority, std::string_view head, std::string_view text);

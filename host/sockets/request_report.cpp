@@ -46,7 +46,7 @@ void reportRequest(CommandClient& client, const uint8_t* frame, size_t length, i
     if (!sets && !hasStream(StreamKind::everything)) return;
     if (client.program.empty()) client.program = programOf(client.process.process);
     const PeerProcess& process = client.process;
-    monitorRequest(frame, length, status,
+    monitorRequest(frame, length, status, sets,
                    fmt::format("uid={} pid={} program={}", process.user, process.process, client.program));
     if (!sets) return;
     const std::string result = status == STATUS_OK ? "done" : describeStatus(status);
