@@ -6,8 +6,8 @@ top=$(cd "$(dirname "$0")" && pwd)
 
 usage() {
     cat <<TEXT
-usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--web]
-                 [--selftests] [--all] [--mutants N]
+usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--makers]
+                 [--web] [--selftests] [--all] [--mutants N]
 
 Installs missing packages, builds, and runs all tests. The options add to this:
   --sanitize  all tests with the address and undefined-behaviour sanitizers, and with the thread sanitizer
@@ -18,6 +18,7 @@ Installs missing packages, builds, and runs all tests. The options add to this:
   --demo      the demonstrations
   --kernel    bonds, teams and VLANs of a bridge, under Debian's own kernel in a virtual machine, and under that of the
               release after Debian 12, which has tables of one's own
+  --makers    ports that CNI, QEMU, libvirt and systemd-networkd make
   --web       with the page in a browser and the metrics read by promtool, for which chromium and prometheus are
               installed
   --all       all of the above
@@ -26,7 +27,7 @@ Installs missing packages, builds, and runs all tests. The options add to this:
 TEXT
 }
 
-sanitize=no cross=no fuzz=no lint=no demo=no kernel=no web=no selftests=no mutants=0
+sanitize=no cross=no fuzz=no lint=no demo=no kernel=no makers=no web=no selftests=no mutants=0
 while [ $# -gt 0 ]; do
     case $1 in
         --sanitize) sanitize=yes ;;
@@ -35,9 +36,10 @@ while [ $# -gt 0 ]; do
         --lint) lint=yes ;;
         --demo) demo=yes ;;
         --kernel) kernel=yes ;;
+        --makers) makers=yes ;;
         --web) web=yes ;;
         --selftests) selftests=yes ;;
-        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes web=yes ;;
+        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes makers=yes web=yes ;;
         --mutants) mutants=${2-} && shift ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'test.sh: unknown argument "%s"\n' "$1" >&2; usage >&2; exit 2 ;;
@@ -54,6 +56,8 @@ packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian m
 [ $cross = no ] || packages+=(g++-{powerpc,s390x,aarch64}-linux-gnu qemu-user googletest)
 [ $kernel$selftests = nono ] || packages+=(libteam-utils systemd "${KERNEL_VM_PACKAGES[@]}")
 [ $web = no ] || packages+=(python3 chromium chromium-driver prometheus)
+[ $makers = no ] || packages+=(containernetworking-plugins iputils-ping jq libvirt-{clients,daemon,daemon-driver-qemu}
+    qemu-system-x86 systemd udev)
 [ "$mutants" -eq 0 ] || packages+=(python3)
 need_packages "${packages[@]}"
 # The package of the 32-bit compiler is named after the version of the installed compiler.
@@ -207,6 +211,15 @@ if [ $kernel = yes ]; then
     check_kernels "bridges, bonds, teams and VLANs" kernel_tests
     check "the package" make_package
     check_kernels "boot, restart, upgrade, removal of the package" boot_package
+fi
+if [ $makers = yes ]; then
+    say "makers of ports"
+    if unshare --net --mount --pid --fork --mount-proc true 2>/dev/null; then
+        check "makers of ports" env PORTISOLATE_TESTS_UNSKIPPED=1 "$top/tests/makers_test.sh" "$top/build-test"
+    else
+        check "makers of ports" env PORTISOLATE_TESTS_UNSKIPPED=1 "$top/scripts/kernel_vm.sh" "$top/tests/makers_test.sh" \
+            "$top/build-test"
+    fi
 fi
 if [ $selftests = yes ]; then
     say "the kernel's own tests"
