@@ -219,6 +219,11 @@ def test_filters(browser, device):
     browser.see("table", "ge1/1\tpon2/1, lag1")
     browser.press("as-table")
     browser.choose("group", "")
+    assert "isolate ge1/1" not in browser.text("happenings")
+    browser.run("document.querySelectorAll('#kinds [type=checkbox]')[2].click()")
+    browser.see("happenings", "isolate ge1/1 and pon2/1, group 5")
+    browser.choose("words", "lag1: create")
+    until("one line is left", lambda: browser.text("happenings").count("\n") < 4)
 
 
 def test_bad(browser, device):

@@ -144,7 +144,7 @@ export function makeHappenings() {
   form.addEventListener("input", showHappenings);
   for (const [kind, name] of Object.entries(KINDS)) {
     const box = element("input", { type: "checkbox", checked: SHOWN.has(kind) });
-    box.addEventListener("change", () => (box.checked ? SHOWN.add(kind) : SHOWN.delete(kind)));
+    box.addEventListener("input", () => (box.checked ? SHOWN.add(kind) : SHOWN.delete(kind)));
     form.append(element("label", { className: "tick" }, box, ` ${name}`));
   }
 }
