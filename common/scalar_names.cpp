@@ -44,9 +44,14 @@ std::vector<std::string> scalarNames() {
     return names;
 }
 
-std::string scalarName(uint32_t id) {
+const char* knownScalarName(uint32_t id) {
     for (const ScalarName& scalar : SCALARS) {
         if (scalar.id == id) return scalar.name;
     }
-    return std::to_string(id);
+    return nullptr;
+}
+
+std::string scalarName(uint32_t id) {
+    const char* name = knownScalarName(id);
+    return name != nullptr ? name : std::to_string(id);
 }

@@ -8,5 +8,6 @@
 // The readable scalars, in the order of their ids, and their names.
 std::vector<uint32_t> scalarIds();
 std::vector<std::string> scalarNames();
-// The name of a scalar, its number where it has none.
+// The name of a scalar; null, or its number, where it has none.
+const char* knownScalarName(uint32_t id);
 std::string scalarName(uint32_t id);

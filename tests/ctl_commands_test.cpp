@@ -39,35 +39,6 @@ TEST(CtlClient, RepliesWhoseLengthsLieAreRefused) {
     EXPECT_TRUE(reply->status == -1 && reply->index.empty() && wordAt(reply->value, 0) == 9);
 }
 
-TEST(CtlClient, RepliesAreReadToTheirEndAndNoFurther) {
-    const uint32_t rest = COMMAND_FRAME_MAX - 3 * WORD_SIZE;
-    const struct {
-        std::string frame;
-        const char* failure;  // none: the reply is read
-    } cases[] = {
-        {bytesOf({UINT32_MAX}) + std::string(COMMAND_FRAME_MAX, '\0'), "the answer is malformed"},
-        {bytesOf({COMMAND_FRAME_MAX + 1}) + std::string(COMMAND_FRAME_MAX + 1, '\0'),
-         "the answer is malformed"},
-        {bytesOf({0}), "the answer is malformed"},
-        {"", "the connection was closed before the answer was whole"},
-        {bytesOf({12, 0, 0}) + "abc", "the connection was closed before the answer was whole"},
-        {bytesOf({COMMAND_FRAME_MAX, 0, 0, rest}) + std::string(rest, 'v') + "behind", ""},
-    };
-    for (const auto& [frame, failure] : cases) {
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-        ASSERT_EQ(write(ends[1], frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
-        shutdown(ends[1], SHUT_WR);
-        Stream stream{.fd = ends[0], .failure = {}};
-        EXPECT_EQ(commandExchange(stream, "", {.opcode = OP_SCALAR_GET}, 5000).has_value(), *failure == '\0')
-            << failure;
-        EXPECT_EQ(stream.failure, failure);
-        EXPECT_EQ(stream.fd < 0, *failure != '\0');
-        streamClose(stream);
-        close(ends[1]);
-    }
-}
-
 TEST(CtlClient, AnswersAreReadStrictly) {
     EXPECT_EQ(describeStatus(STATUS_BAD_VLAN), "0x03E8002A: bad VLAN id: 1 to 4095 are valid");
     EXPECT_EQ(describeStatus(-77), "0xFFFFFFB3: unknown status");

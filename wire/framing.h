@@ -12,6 +12,12 @@ inline constexpr char SHELL_SOCKET_PATH[] = "/run/portisolate/shell.socket";
 inline constexpr char BOARD_SOCKET_PATH[] = "/run/portisolate/board.socket";
 inline constexpr char PID_FILE[] = "/run/portisolate/pid";  // of the daemon: a decimal number and a line end
 
+// The version of everything below and of the records, scalars and statuses beside it; the board's `about`
+// tells it. The first number changes when a client of the former version would misread or be misread, the
+// second when something is added.
+inline constexpr uint32_t PROTOCOL_MAJOR = 1;
+inline constexpr uint32_t PROTOCOL_MINOR = 0;
+
 // Command socket (stream). All words are u32 in the host's byte order, all lengths in bytes:
 //   request: length (of what follows) | opcode | column | index length | index | value length | value
 //   reply:   length (of what follows) | status (i32) | index length | index | value length | value

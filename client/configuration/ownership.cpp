@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "client/text/fields.h"
 #include "common/bytes.h"
+#include "common/fields.h"
 #include "common/files.h"
 #include "common/text.h"
 #include "wire/framing.h"

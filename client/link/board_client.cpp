@@ -1,59 +1,35 @@
 #include "client/link/board_client.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <climits>
 
 #include "client/text/args.h"
-#include "client/text/fields.h"
 #include "common/bytes.h"
-#include "wire/framing.h"
+#include "common/fields.h"
+#include "common/files.h"
+#include "common/words.h"
 
 namespace {
 
 constexpr size_t ANSWER_MAX = 64 << 20;  // bytes; no board has more to say
-constexpr char TOO_LONG[] = "the answer is too long";
-constexpr std::string_view ERROR_PREFIX = "error: ";
+constexpr int64_t FOR_EVER = -1;
 
-// Connects and sends `request` as a line.
-bool sendLine(Stream& stream, const std::string& path, const std::string& request, int64_t timeoutMs) {
-    const std::string line = request + "\n";
-    return streamConnect(stream, path, timeoutMs) && streamSend(stream, line.data(), line.size(), timeoutMs);
+LineAnswer answerOf(int result, const char* reason) {
+    if (result == PORTISOLATE_OK) return {};
+    const bool refused = result == PORTISOLATE_REFUSED || result == PORTISOLATE_BROKEN;
+    return {refused ? LineResult::refused : LineResult::failed, reason};
 }
 
-// False at the end of the stream and on failure; stream.failure tells them apart.
-bool readLine(LineReader& reader, std::string& line, int64_t deadline, bool endless) {
-    size_t searched = 0;
-    for (;;) {
-        const size_t end = reader.pending.find('\n', searched);
-        if (end != std::string::npos) {
-            line = reader.pending.substr(0, end);
-            reader.pending.erase(0, end + 1);
-            return true;
-        }
-        if (reader.ended) return false;
-        searched = reader.pending.size();
-        char buffer[16384];
-        const ssize_t got = streamReceive(reader.stream, buffer, sizeof(buffer), deadline);
-        if (got < 0) return false;
-        reader.ended = got == 0;
-        reader.total += static_cast<size_t>(got);
-        if (reader.pending.size() + static_cast<size_t>(got) > ANSWER_MAX ||
-            (!endless && reader.total > ANSWER_MAX)) {
-            reader.stream.failure = TOO_LONG;
-            return false;
-        }
-        reader.pending.append(buffer, static_cast<size_t>(got));
-        if (reader.ended && !reader.pending.empty()) reader.pending += '\n';
-    }
+// Why there is no whole answer.
+LineAnswer failed(const LineReader& reader, int result) {
+    if (result == PORTISOLATE_LATE) return {LineResult::failed, "no answer in time"};
+    const std::string why = portisolate_lines_error(reader.lines.get());
+    return {LineResult::failed, why.empty() ? "the connection was closed before the answer was whole" : why};
 }
 
-LineAnswer failed(Stream& stream) {
-    streamClose(stream);
-    return {LineResult::failed, stream.failure.empty()
-                                    ? "the connection was closed before the answer was whole"
-                                    : stream.failure};
+int nextLine(LineReader& reader, int64_t waitMs, const char*& line) {
+    const auto wait = static_cast<int>(std::clamp<int64_t>(waitMs, -1, INT_MAX));
+    return portisolate_next_line(reader.lines.get(), wait, &line);
 }
 
 void splitMembers(std::string_view text, std::vector<std::string>& members) {
@@ -100,62 +76,49 @@ bool setField(BoardInterface& interface, const Field& field) {
 
 }  // namespace
 
-LineAnswer boardStream(LineReader& reader, const std::string& root, const std::string& request,
-                       int64_t timeoutMs) {
-    if (!sendLine(reader.stream, root + BOARD_SOCKET_PATH, request, timeoutMs)) return failed(reader.stream);
-    std::string line;
-    if (!readLine(reader, line, deadlineAfter(timeoutMs), true)) return failed(reader.stream);
-    if (line == "ok") return {};
-    streamClose(reader.stream);
-    if (!line.starts_with(ERROR_PREFIX)) return {LineResult::failed, "the answer is malformed"};
-    return {LineResult::refused, line.substr(ERROR_PREFIX.size())};
+LineAnswer boardStream(LineReader& reader, portisolate_connection* daemon, const std::string& request) {
+    portisolate_lines* lines = nullptr;
+    const int result = portisolate_ask_board(daemon, request.c_str(), &lines);
+    reader.lines.reset(lines, portisolate_lines_free);
+    return answerOf(result, portisolate_reason(daemon));
 }
 
 Taken takeLine(LineReader& reader, std::string& line, int64_t waitMs) {
-    const bool waits = reader.pending.find('\n') == std::string::npos && !reader.ended;
-    pollfd entry{reader.stream.fd, POLLIN, 0};
-    const auto wait = static_cast<int>(std::clamp<int64_t>(waitMs, -1, INT_MAX));
-    if (waits && poll(&entry, 1, wait) == 0) return Taken::none;
-    return readLine(reader, line, DEADLINE_NEVER, true) ? Taken::line : Taken::end;
+    const char* text = nullptr;
+    const int result = nextLine(reader, waitMs, text);
+    if (result == PORTISOLATE_OK) line = text;
+    return result == PORTISOLATE_OK ? Taken::line : result == PORTISOLATE_LATE ? Taken::none : Taken::end;
 }
 
-LineAnswer boardRequest(const std::string& root, const std::string& request, int64_t timeoutMs, bool endless,
-                        const LineSink& sink) {
-    const int64_t deadline = deadlineAfter(timeoutMs);
+int descriptorOf(const LineReader& reader) {
+    return portisolate_lines_descriptor(reader.lines.get());
+}
+
+LineAnswer boardRequest(portisolate_connection* daemon, const std::string& request, int64_t timeoutMs,
+                        bool endless, const LineSink& sink) {
+    const int64_t deadline = monotonicMs() + timeoutMs;
     LineReader reader;
-    LineAnswer asked = boardStream(reader, root, request, timeoutMs);
+    LineAnswer asked = boardStream(reader, daemon, request);
     if (asked.result != LineResult::done) return asked;
-    std::string line;
-    while (readLine(reader, line, endless ? DEADLINE_NEVER : deadline, endless)) {
-        if (!sink(line)) {
-            streamClose(reader.stream);
-            return {};
-        }
+    for (size_t total = 0;;) {
+        const char* line = nullptr;
+        const int64_t wait = endless ? FOR_EVER : std::max<int64_t>(deadline - monotonicMs(), 0);
+        const int result = nextLine(reader, wait, line);
+        if (result == PORTISOLATE_END) return {};
+        if (result != PORTISOLATE_OK) return failed(reader, result);
+        total += std::string_view(line).size();
+        if (!endless && total > ANSWER_MAX) return {LineResult::failed, "the answer is too long"};
+        if (!sink(line)) return {};
     }
-    if (!reader.ended) return failed(reader.stream);
-    streamClose(reader.stream);
-    return {};
 }
 
-LineAnswer shellRequest(const std::string& root, const std::string& function, int64_t timeoutMs) {
-    Stream stream;
-    if (!sendLine(stream, root + SHELL_SOCKET_PATH, function, timeoutMs)) return failed(stream);
-    const int64_t deadline = deadlineAfter(timeoutMs);
-    std::string printout;
-    char buffer[16384];
-    ssize_t got;
-    while ((got = streamReceive(stream, buffer, sizeof(buffer), deadline)) > 0) {
-        printout.append(buffer, static_cast<size_t>(got));
-        if (printout.size() > ANSWER_MAX) {
-            stream.failure = TOO_LONG;
-            return failed(stream);
-        }
-    }
-    if (got < 0) return failed(stream);
-    streamClose(stream);
-    if (!printout.starts_with(ERROR_PREFIX)) return {LineResult::done, printout};
-    return {LineResult::refused,
-            printout.substr(ERROR_PREFIX.size(), printout.find('\n') - ERROR_PREFIX.size())};
+LineAnswer shellRequest(portisolate_connection* daemon, const std::string& function) {
+    const char* text = nullptr;
+    size_t size = 0;
+    const int result = portisolate_print(daemon, function.c_str(), &text, &size);
+    if (result == PORTISOLATE_OK) return {LineResult::done, std::string(text, size)};
+    const bool refused = result == PORTISOLATE_REFUSED;
+    return {refused ? LineResult::refused : LineResult::failed, portisolate_reason(daemon)};
 }
 
 std::optional<BoardInterface> parseBoardInterface(std::string_view line) {

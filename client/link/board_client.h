@@ -1,5 +1,6 @@
-// The line sockets of the daemon's host: the board socket with its one-line requests, and the process shell,
-// which answers with a printout. Nothing here prints or ends a command; client/link/session.h does.
+// The line sockets of the daemon's host, by libportisolate: the board socket with its one-line requests, and
+// the process shell, which answers with a printout. Nothing here prints or ends a command;
+// client/link/session.h does.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/link/stream.h"
+#include "client/link/client.h"
 
 struct BoardInterface {
     uint32_t number = 0;
@@ -42,31 +43,27 @@ struct LineAnswer {
 // Takes a line of an answer; false when no more is wanted.
 using LineSink = std::function<bool(std::string_view)>;
 
-// Both talk to the sockets below `root`.
-//
 // Sends a request line and hands each line of the answer to `sink` until it returns false. Connecting,
 // sending and the answer take at most `timeoutMs` each; with `endless` the lines behind "ok" are waited for
 // without limit.
-LineAnswer boardRequest(const std::string& root, const std::string& request, int64_t timeoutMs, bool endless,
-                        const LineSink& sink);
+LineAnswer boardRequest(portisolate_connection* daemon, const std::string& request, int64_t timeoutMs,
+                        bool endless, const LineSink& sink);
 
-// A stream of lines that goes on for ever.
+// A stream of lines that goes on for ever; closed when it is assigned another one.
 struct LineReader {
-    Stream stream{};
-    std::string pending{};
-    size_t total = 0;
-    bool ended = false;
+    std::shared_ptr<portisolate_lines> lines{};
 };
 enum class Taken : uint8_t { line, none, end };
 
 // Asks for the stream; its lines are there to be taken when the answer is `done`.
-LineAnswer boardStream(LineReader& reader, const std::string& root, const std::string& request,
-                       int64_t timeoutMs);
+LineAnswer boardStream(LineReader& reader, portisolate_connection* daemon, const std::string& request);
 // The next line, for which it waits `waitMs` milliseconds, or for ever when that is negative.
 Taken takeLine(LineReader& reader, std::string& line, int64_t waitMs);
+// For poll, where no line is there to be taken.
+int descriptorOf(const LineReader& reader);
 
 // Runs an exported print function of the daemon; its printout is handed back byte for byte.
-LineAnswer shellRequest(const std::string& root, const std::string& function, int64_t timeoutMs);
+LineAnswer shellRequest(portisolate_connection* daemon, const std::string& function);
 
 // Reads a line of the board's `list`. Nothing when it lacks a number or a name.
 std::optional<BoardInterface> parseBoardInterface(std::string_view line);

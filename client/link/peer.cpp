@@ -4,8 +4,8 @@
 
 #include <charconv>
 
-#include "client/text/fields.h"
 #include "client/text/output.h"
+#include "common/fields.h"
 #include "common/text.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include "client/link/interfaces.h"
 #include "client/text/args.h"
-#include "client/text/fields.h"
+#include "common/fields.h"
 #include "common/text.h"
 
 namespace {

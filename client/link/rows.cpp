@@ -2,10 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <memory>
+
 #include "client/link/interfaces.h"
 #include "client/text/output.h"
 #include "common/bytes.h"
-#include "wire/operations.h"
+#include "library/portisolate.h"
 #include "wire/status.h"
 
 namespace {
@@ -17,11 +19,6 @@ IndexWords indexOf(const RowFamily& family, RowScope scope, uint32_t member, uin
     if (familyHasVlans(family)) index[family.vlan] = scope.vlan;
     index[family.words - 1] = mask;
     return index;
-}
-
-Row rowOf(const RowFamily& family, const IndexWords& index) {
-    const uint32_t vlan = familyHasVlans(family) ? index[family.vlan] : 0;
-    return {{index[family.scope], vlan}, index[family.member], 0};
 }
 
 std::string indexBytes(const RowFamily& family, const IndexWords& index) {
@@ -48,17 +45,32 @@ FoundIndex askIndex(Session& session, const RowFamily& family, uint32_t opcode, 
     return found;
 }
 
-bool comesAfter(const RowFamily& family, const IndexWords& later, const IndexWords& earlier) {
-    for (size_t key = 0; key + 1 < family.words; ++key) {
-        const size_t word = family.order[key];
-        if (later[word] != earlier[word]) return later[word] > earlier[word];
-    }
-    return false;
+using Walk = std::unique_ptr<portisolate_walk, void (*)(portisolate_walk*)>;
+
+Walk walkOf(const RowFamily& family, const RowScope* scope) {
+    const int table = &family == &GROUP_ROWS  ? PORTISOLATE_GROUP
+                      : &family == &PAIR_ROWS ? PORTISOLATE_PAIR
+                                              : PORTISOLATE_VLAN_GROUP;
+    unsigned match = PORTISOLATE_MATCH_ALL;
+    if (scope != nullptr) match |= PORTISOLATE_MATCH_NUMBER;
+    if (scope != nullptr && scope->vlan != 0) match |= PORTISOLATE_MATCH_VLAN;
+    const RowScope wanted = scope != nullptr ? *scope : RowScope{};
+    return {portisolate_walk_new(table, match, wanted.number, wanted.vlan), portisolate_walk_free};
 }
 
-bool isWithin(const RowScope* scope, const Row& row) {
-    return scope == nullptr ||
-           (row.scope.number == scope->number && (scope->vlan == 0 || row.scope.vlan == scope->vlan));
+// False at the end of the walk; `asked` names it in a refusal.
+bool nextRow(Session& session, portisolate_walk* walk, const std::string& asked, portisolate_row& row) {
+    size_t size = 0;
+    const void* key = portisolate_walk_index(walk, &size);
+    const Reply reply = ask(session, {.opcode = portisolate_walk_opcode(walk),
+                                      .index = std::string(static_cast<const char*>(key), size)});
+    const int result =
+        portisolate_walk_take(walk, reply.status, reply.index.data(), reply.index.size(), &row);
+    if (result == PORTISOLATE_REFUSED) throw refusal(asked, reply.status);
+    if (result != PORTISOLATE_OK && result != PORTISOLATE_END) {
+        throw brokenProtocol(portisolate_walk_error(walk));
+    }
+    return result == PORTISOLATE_OK;
 }
 
 }  // namespace
@@ -103,24 +115,23 @@ bool rowExists(Session& session, const RowFamily& family, RowScope scope, uint32
 }
 
 std::vector<Row> walkRows(Session& session, const RowFamily& family, const RowScope* scope) {
-    const uint32_t vlanMask = scope != nullptr && scope->vlan != 0 ? family.vlanMask : 0;
-    const uint32_t mask = scope != nullptr ? family.scopeMask | vlanMask : 0;
-    IndexWords current = indexOf(family, scope != nullptr ? *scope : RowScope{}, 0, mask);
+    const Walk walk = walkOf(family, scope);
     std::vector<Row> rows;
-    for (uint32_t opcode = family.opFirst;; opcode = family.opNext) {
-        const FoundIndex found = askIndex(session, family, opcode, current);
-        if (found.status == STATUS_NOT_FOUND) return rows;
-        if (found.status != 0) {
-            throw refusal(std::string(family.object) + ": walk of the table", found.status);
-        }
-        if (opcode == family.opNext && !comesAfter(family, found.index, current)) {
-            throw brokenProtocol("a walk of the table does not advance");
-        }
-        rows.push_back(rowOf(family, found.index));
-        if (!isWithin(scope, rows.back())) throw brokenProtocol("a row that was not asked for");
-        current = found.index;
-        current[family.words - 1] = mask;
+    for (portisolate_row row{};
+         nextRow(session, walk.get(), std::string(family.object) + ": walk of the table", row);) {
+        rows.push_back({{row.number, row.vlan}, row.member, 0});
     }
+    return rows;
+}
+
+std::vector<uint32_t> readPonOff(Session& session) {
+    const Walk walk = {portisolate_walk_new(PORTISOLATE_PON_OFF, PORTISOLATE_MATCH_ALL, 0, 0),
+                       portisolate_walk_free};
+    std::vector<uint32_t> vlans;
+    for (portisolate_row row{}; nextRow(session, walk.get(), "pon: walk of the VLANs", row);) {
+        vlans.push_back(row.vlan);
+    }
+    return vlans;
 }
 
 std::vector<Row> collectRows(Session& session, const RowFamily& family, const RowScope* scope) {

@@ -40,3 +40,6 @@ bool rowExists(Session& session, const RowFamily& family, RowScope scope, uint32
 std::vector<Row> walkRows(Session& session, const RowFamily& family, const RowScope* scope);
 // The same with the status of each row; one that is gone by then is left out.
 std::vector<Row> collectRows(Session& session, const RowFamily& family, const RowScope* scope);
+
+// The VLANs in which PON isolation is off.
+std::vector<uint32_t> readPonOff(Session& session);

@@ -8,7 +8,6 @@
 #include "wire/operations.h"
 #include "wire/records.h"
 #include "wire/scalars.h"
-#include "wire/status.h"
 
 uint32_t scalarId(const std::string& text) {
     uint32_t id = 0;
@@ -33,21 +32,6 @@ uint32_t readNumber(Session& session, uint32_t id) {
 
 int32_t sendScalar(Session& session, uint32_t id, uint32_t value) {
     return ask(session, {.opcode = OP_SCALAR_SET, .column = id, .value = wordBytes(value)}).status;
-}
-
-std::vector<uint32_t> readPonOff(Session& session) {
-    std::vector<uint32_t> vlans;
-    Request request = {.opcode = OP_VLAN_GET_FIRST, .index = wordBytes(0)};
-    for (;;) {
-        const Reply reply = ask(session, request);
-        if (reply.status == STATUS_NOT_FOUND) return vlans;
-        if (reply.status != 0) throw refusal("pon: walk of the VLANs", reply.status);
-        if (reply.index.size() != WORD_SIZE || (!vlans.empty() && wordAt(reply.index, 0) <= vlans.back())) {
-            throw brokenProtocol("a walk of the VLANs does not advance");
-        }
-        vlans.push_back(wordAt(reply.index, 0));
-        request = {.opcode = OP_VLAN_GET_NEXT, .index = reply.index};
-    }
 }
 
 WordReply readPon(Session& session, uint32_t vlan) {

@@ -22,8 +22,6 @@ std::string readScalar(Session& session, uint32_t id);
 uint32_t readNumber(Session& session, uint32_t id);
 int32_t sendScalar(Session& session, uint32_t id, uint32_t value);
 
-// The VLANs whose PON isolation is off.
-std::vector<uint32_t> readPonOff(Session& session);
 // The word is PON_ISOLATION_ON or PON_ISOLATION_OFF.
 WordReply readPon(Session& session, uint32_t vlan);
 int32_t sendPon(Session& session, uint32_t vlan, bool on);

@@ -14,6 +14,10 @@ CommandEnds unreachable(const Session& session, const char* socket, const std::s
     return {Exit::unreachable, "cannot talk to the daemon at " + session.root + socket + ": " + why};
 }
 
+portisolate_connection* daemonOf(Session& session) {
+    return connectionOf(session.commands, session.root, session.timeoutMs);
+}
+
 // Ends the command unless the answer came whole.
 void requireAnswer(const Session& session, const LineAnswer& answer, const std::string& asked,
                    const char* socket) {
@@ -30,12 +34,12 @@ void sessionOpen(Session& session) {
         return commandExchange(session.commands, session.root, request, session.timeoutMs);
     };
     session.board = [&session](const std::string& request, bool endless, const LineSink& sink) {
-        return boardRequest(session.root, request, session.timeoutMs, endless, sink);
+        return boardRequest(daemonOf(session), request, session.timeoutMs, endless, sink);
     };
 }
 
 void sessionClose(Session& session) {
-    streamClose(session.commands);
+    session.commands.connection.reset();
 }
 
 CommandEnds refusal(const std::string& asked, int32_t status) {
@@ -90,12 +94,11 @@ void followBoard(Session& session, const std::string& verb, std::optional<uint32
 }
 
 void openLines(Session& session, LineReader& reader, const std::string& verb) {
-    requireAnswer(session, boardStream(reader, session.root, verb, session.timeoutMs), verb,
-                  BOARD_SOCKET_PATH);
+    requireAnswer(session, boardStream(reader, daemonOf(session), verb), verb, BOARD_SOCKET_PATH);
 }
 
 std::string askShell(Session& session, const std::string& function, const std::string& asked) {
-    const LineAnswer answer = shellRequest(session.root, function, session.timeoutMs);
+    const LineAnswer answer = shellRequest(daemonOf(session), function);
     requireAnswer(session, answer, asked, SHELL_SOCKET_PATH);
     return answer.text;
 }

@@ -22,7 +22,7 @@ struct Session {
     bool json = false;
     std::string root = rootPrefix();  // of the daemon's files
     bool asPeer = false;              // what is set is not mirrored, as if the peer board had sent it
-    Stream commands;
+    DaemonLink commands;
     // Hands a request to the daemon. Nothing when it did not answer, with `commands.failure` saying why.
     // Tests put a daemon and a board of their own here.
     std::function<std::optional<Reply>(const Request&)> exchange;

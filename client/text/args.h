@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/text/fields.h"
+#include "common/fields.h"
 #include "common/words.h"
 
 // Seconds with an optional fraction, more than 0 and at most a day, in milliseconds.

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/link/session.h"
-#include "client/text/fields.h"
+#include "common/fields.h"
 
 // A command as it was called.
 struct Invocation {

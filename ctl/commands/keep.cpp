@@ -130,7 +130,7 @@ void openSettled(Session& session, const Configuration& lacks) {
 
 void planRetry(Keeper& keeper, bool refused) {
     keeper.pause = refused ? std::clamp(2 * keeper.pause, RETRY_FIRST, RETRY_LAST) : 0;
-    keeper.retry = refused ? deadlineAfter(keeper.pause) : NEVER;
+    keeper.retry = refused ? monotonicMs() + keeper.pause : NEVER;
 }
 
 // What the file wants of a daemon that runs with this. Policies keep what stands of them, withdrawn or not.
@@ -221,7 +221,7 @@ enum class Woken : uint8_t { time, line, file };
 Woken awaitChange(Keeper& keeper, LineReader& lines, std::string& line, int64_t wait) {
     Taken taken = takeLine(lines, line, 0);
     if (taken == Taken::none) {
-        pollfd polled[] = {{lines.stream.fd, POLLIN, 0}, {keeper.watch.fd, POLLIN, 0}};
+        pollfd polled[] = {{descriptorOf(lines), POLLIN, 0}, {keeper.watch.fd, POLLIN, 0}};
         poll(polled, std::size(polled), static_cast<int>(std::min<int64_t>(wait, INT_MAX)));
         if (takeChanges(keeper.watch)) return Woken::file;
         taken = takeLine(lines, line, 0);
@@ -239,11 +239,11 @@ void follow(Keeper& keeper, LineReader& lines) {
     tellManager("READY=1");
     int64_t latest = NEVER;  // for the next look; a change is waiting for it, unless it is never
     for (std::string line;;) {
-        const int64_t due = latest == NEVER ? keeper.retry : std::min(latest, deadlineAfter(QUIET));
+        const int64_t due = latest == NEVER ? keeper.retry : std::min(latest, monotonicMs() + QUIET);
         const int64_t wait = due == NEVER ? -1 : std::max<int64_t>(due - monotonicMs(), 0);
         const Woken woken = awaitChange(keeper, lines, line, wait);
         const bool changed = woken == Woken::file || (woken == Woken::line && tellsChange(keeper, line));
-        if (changed && latest == NEVER) latest = deadlineAfter(LOOK_LATEST);
+        if (changed && latest == NEVER) latest = monotonicMs() + LOOK_LATEST;
         if (woken != Woken::time && monotonicMs() < std::min(latest, keeper.retry)) continue;
         if (woken == Woken::time && monotonicMs() < due) continue;
         look(keeper);
@@ -264,7 +264,6 @@ void follow(Keeper& keeper, LineReader& lines) {
             if (end.why != told) tellEnd(end);
             told = end.why;
         }
-        streamClose(lines.stream);
         sessionClose(keeper.session);
         keeper.pause = std::clamp(2 * keeper.pause, RETRY_FIRST / 10, RETRY_LAST / 10);
         poll(nullptr, 0, static_cast<int>(keeper.pause));

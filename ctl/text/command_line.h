@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/text/fields.h"
+#include "common/fields.h"
 
 // What holds for all commands, what belongs to one, and the rest in order.
 struct CommandLine {

@@ -11,6 +11,7 @@
 #include "host/board/peer_link.h"
 #include "host/board/this_board.h"
 #include "host/sockets/command_server.h"
+#include "wire/framing.h"
 
 namespace {
 
@@ -50,8 +51,9 @@ std::string settleVerb(Board& board, const Words& words, std::string&) {
 std::string aboutVerb(Board& board, const Words& words, std::string& result) {
     if (words.size() != 1) return WRONG_USE;
     std::lock_guard guard(board.lock);
-    result = fmt::format("version={} since={}.{:03} refused={}\n", PORTISOLATE_VERSION, board.started / 1000,
-                         board.started % 1000, board.plane.counters(board.plane.state).refused);
+    result = fmt::format("version={} protocol={}.{} since={}.{:03} refused={}\n", PORTISOLATE_VERSION,
+                         PROTOCOL_MAJOR, PROTOCOL_MINOR, board.started / 1000, board.started % 1000,
+                         board.plane.counters(board.plane.state).refused);
     result += fmt::format("clients={}\n", commandClients());
     return {};
 }
@@ -144,7 +146,8 @@ constexpr Verb VERBS[] = {
      "| mode-refresh | serial-sync | card-up SLOT | raw GROUP HEX",
      "publish an event without changing the board", publishVerb, nullptr, true},
     {"settle", "", "wait until all events are handled", settleVerb},
-    {"about", "", "the daemon's version, its start, and the commands that the plane has refused", aboutVerb,
+    {"about", "",
+     "the versions of daemon and protocol, its start, and the commands that the plane has refused", aboutVerb,
      nullptr, false, NO_WORDS},
     {"saved", "", "know the ports that the saved configuration names, present or not", savedVerb},
     {"fault", "CALL NTH|every STATUS [if IF] [command NUMBER] | list | clear",

@@ -101,7 +101,6 @@ void followOnce(Follower& follower) {
     } catch (const CommandEnds&) {
         // Tried again soon; meanwhile the answers say what is wrong.
     }
-    streamClose(reader.stream);
     sessionClose(session);
     setConnected(follower, false);
 }

@@ -1,4 +1,4 @@
-#include "client/link/stream.h"
+#include "library/stream.h"
 
 #include <poll.h>
 #include <sys/socket.h>

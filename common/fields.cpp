@@ -1,4 +1,4 @@
-#include "client/text/fields.h"
+#include "common/fields.h"
 
 #include <algorithm>
 
