@@ -51,7 +51,8 @@ if ! [[ $mutants =~ ^[0-9]+$ ]]; then
     exit 2
 fi
 
-packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian mandoc curl iproute2 nftables spin)
+packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian mandoc curl iproute2 nftables spin pkgconf
+    python3)
 [ $lint = no ] || packages+=(clang-format clang-tidy libbenchmark-dev)
 [ $cross = no ] || packages+=(g++-{powerpc,s390x,aarch64}-linux-gnu qemu-user googletest)
 [ $kernel$selftests = nono ] || packages+=(libteam-utils systemd "${KERNEL_VM_PACKAGES[@]}")
@@ -149,16 +150,17 @@ kernel_tests() {
     PORTISOLATE_TESTS_UNSKIPPED=1 "$top/scripts/kernel_vm.sh" "$@" "$top/build-test/tests/linux_test"
 }
 
-# The package on a machine that boots by systemd.
+# The daemon's package, and what it needs, on a machine that boots by systemd.
 boot_package() {
-    local package=$top/build-test/package/portisolate.deb
-    "$top/scripts/kernel_vm.sh" "$@" -b "$top/tests/boot_test.sh prepare $package" "$top/tests/boot_test.sh" check "$package"
+    local packages=("$top"/build-test/package/{libportisolate0,portisolate}_*.deb)
+    "$top/scripts/kernel_vm.sh" "$@" -b "$top/tests/boot_test.sh prepare ${packages[*]}" \
+        "$top/tests/boot_test.sh" check "${packages[@]}"
 }
 
 make_package() {
     local folder=$top/build-test/package
     rm -rf "$folder"
-    cpack --config "$top/build-test/CPackConfig.cmake" -G DEB -B "$folder" && mv "$folder"/*.deb "$folder/portisolate.deb"
+    cpack --config "$top/build-test/CPackConfig.cmake" -G DEB -B "$folder"
 }
 
 # check_kernels WHAT COMMAND: under both kernels at a time, since a virtual machine keeps one core busy.
@@ -209,7 +211,7 @@ fi
 if [ $kernel = yes ]; then
     say "under Debian's own kernel"
     check_kernels "bridges, bonds, teams and VLANs" kernel_tests
-    check "the package" make_package
+    check "the packages" make_package
     check_kernels "boot, restart, upgrade, removal of the package" boot_package
 fi
 if [ $makers = yes ]; then

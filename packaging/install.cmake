@@ -11,6 +11,11 @@ if(NOT CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?/?$")
     endforeach()
 endif()
 
+# Below /usr the system's own search finds the library.
+if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
+    file(RPATH_REMOVE FILE $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/bin/portisolatectl)
+endif()
+
 # Below /usr, site-functions is for zsh's own files.
 if(CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
     set(zsh_functions vendor-completions)

@@ -2,7 +2,7 @@
 # The package on a machine that boots by systemd: not one frame passes between two ports that the saved configuration
 # isolates, from the first that the bridge could forward, through restart, crash, upgrade and removal of the package,
 # while frames to a third port flow. Runs inside a virtual machine alone; scripts/kernel_vm.sh -b boots it.
-# usage: boot_test.sh prepare PACKAGE | network | check PACKAGE
+# usage: boot_test.sh prepare PACKAGE... | network | check PACKAGE...
 set -u
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 HOSTS=(h1 h2 h3)  # the first sends, the second is isolated from it, the third is not
@@ -14,7 +14,7 @@ fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
 # Nothing else of this machine is started.
 prepare() {
     rm -rf /usr/sbin/policy-rc.d /etc/systemd/system/*.wants /lib/systemd/system-generators/*
-    dpkg --no-triggers -i "$1" || fail 'the package cannot be installed'
+    dpkg --no-triggers -i "$@" || fail 'the packages cannot be installed'
     printf 'plane linux\nbridge br0\n' >/etc/portisolate/board.conf
     printf 'group 5 p1 p2\n' >/etc/portisolate/isolation.conf
     cat >/etc/systemd/system/test-network.service <<UNIT
@@ -89,18 +89,18 @@ active() { systemctl -q is-active portisolate; }
 in_force() { until_true active && portisolatectl status; }
 stopped() { systemctl stop portisolate && ! active; }
 crashed() { systemctl kill -s KILL portisolate && until_true in_force; }
-upgraded() { dpkg --no-triggers -i "$1" && in_force; }
+upgraded() { dpkg --no-triggers -i "$@" && in_force; }
 removed() { dpkg --no-triggers -r portisolate && ! active && nft list table bridge portisolate >/dev/null; }
-reinstalled() { dpkg --no-triggers -i "$1" && systemctl is-enabled portisolate && in_force; }
+reinstalled() { dpkg --no-triggers -i "$@" && systemctl is-enabled portisolate && in_force; }
 
 check() {
     step boot in_force
     step stop stopped
     step start systemctl start portisolate
     step crash crashed
-    step upgrade upgraded "$1"
+    step upgrade upgraded "$@"
     step removal removed
-    step reinstallation reinstalled "$1"
+    step reinstallation reinstalled "$@"
     dpkg --no-triggers -P portisolate || fail purge
     ! nft list table bridge portisolate 2>/dev/null || fail 'purge: the table is still there'
     ! getent passwd portisolate || fail 'purge: the user is still there'
@@ -112,7 +112,7 @@ check() {
 }
 
 case $1 in
-    prepare) prepare "$2" ;;
+    prepare) prepare "${@:2}" ;;
     network) network ;;
-    check) check "$2" ;;
+    check) check "${@:2}" ;;
 esac

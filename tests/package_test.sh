@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the Debian package, unpacks it beside the system and uses what it brings; then the same for an installation
+# Makes the Debian packages, unpacks them beside the system and uses what they bring; then the same for an installation
 # below a prefix of its own. What the machine lacks a tool for is told and left out.
 # usage: package_test.sh BUILD-FOLDER
 set -eu
@@ -19,23 +19,40 @@ trap finish EXIT
 fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
 
 cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-dpkg-deb -x "$work"/out/*.deb "$work/tree"
-dpkg-deb -e "$work"/out/*.deb "$work/control"
+mkdir "$work/tree" "$work/packages"
+for package in portisolate libportisolate0 libportisolate-dev; do
+    dpkg-deb -x "$work/out/$package"_*.deb "$work/packages/$package"
+    cp -a "$work/packages/$package/." "$work/tree"
+done
+dpkg-deb -e "$work"/out/portisolate_*.deb "$work/control"
+folder=$(dirname "$(cd "$work/tree" && echo usr/lib/*/libportisolate.so.0)")
 
-(cd "$work/tree" && find . -type f ! -path '*/doc/*' | sort) >"$work/files"
-diff - "$work/files" <<'END' || fail 'the package does not hold what it should'
-./usr/bin/portisolatectl
-./usr/lib/systemd/system/portisolate-keep.service
-./usr/lib/systemd/system/portisolate.service
-./usr/sbin/portisolate
-./usr/share/bash-completion/completions/portisolatectl
-./usr/share/lintian/overrides/portisolate
-./usr/share/man/man5/portisolate-board.conf.5.gz
-./usr/share/man/man5/portisolate.conf.5.gz
-./usr/share/man/man8/portisolate.8.gz
-./usr/share/man/man8/portisolatectl.8.gz
-./usr/share/zsh/vendor-completions/_portisolatectl
+(cd "$work/packages" && find . ! -type d ! -path '*/doc/*' | sort) >"$work/files"
+diff - "$work/files" <<END || fail 'the packages do not hold what they should'
+./libportisolate-dev/usr/include/portisolate.h
+./libportisolate-dev/$folder/libportisolate.so
+./libportisolate-dev/$folder/pkgconfig/libportisolate.pc
+./libportisolate0/$folder/libportisolate.so.0
+./libportisolate0/$folder/libportisolate.so.0.1.0
+./libportisolate0/usr/share/lintian/overrides/libportisolate0
+./portisolate/usr/bin/portisolatectl
+./portisolate/usr/lib/systemd/system/portisolate-keep.service
+./portisolate/usr/lib/systemd/system/portisolate.service
+./portisolate/usr/sbin/portisolate
+./portisolate/usr/share/bash-completion/completions/portisolatectl
+./portisolate/usr/share/lintian/overrides/portisolate
+./portisolate/usr/share/man/man5/portisolate-board.conf.5.gz
+./portisolate/usr/share/man/man5/portisolate.conf.5.gz
+./portisolate/usr/share/man/man8/portisolate.8.gz
+./portisolate/usr/share/man/man8/portisolatectl.8.gz
+./portisolate/usr/share/zsh/vendor-completions/_portisolatectl
 END
+version=$(dpkg-deb -f "$work"/out/portisolate_*.deb Version)
+for package in portisolate libportisolate-dev; do
+    dpkg-deb -f "$work/out/$package"_*.deb Depends | grep -qF "libportisolate0 (= $version)" || fail "$package: Depends"
+done
+! readelf -d "$work"/tree/usr/{bin,sbin}/portisolate* | grep -E 'R(UN)?PATH' || fail 'a path of the build is left'
+export LD_LIBRARY_PATH=$work/tree/$folder
 ls "$work"/tree/usr/share/doc/portisolate/examples/{demo,linux}/{board,portisolate}.conf >/dev/null || fail 'examples'
 for script in postinst prerm postrm; do sh -n "$work/control/$script"; done
 grep -q '^ExecStart=/usr/sbin/portisolate$' "$work/tree/usr/lib/systemd/system/portisolate.service" || fail 'unit'
@@ -46,7 +63,8 @@ if grep -q '^PORTISOLATE_SANITIZE:[A-Z]*=.' "$build/CMakeCache.txt"; then
     echo 'a build with sanitizers: left out: hardening-check, lintian'
 else
     # The parts of the C++ library that are linked in have no control flow protection.
-    where_there_is hardening-check --nocfprotection "$work"/tree/usr/{sbin/portisolate,bin/portisolatectl}
+    where_there_is hardening-check --nocfprotection "$work"/tree/usr/{sbin/portisolate,bin/portisolatectl} \
+        "$work/tree/$folder/libportisolate.so.0"
     # Which licence there is to be, the owner decides.
     where_there_is lintian --fail-on error,warning --suppress-tags no-copyright-file "$work"/out/*.deb
 fi
@@ -75,11 +93,41 @@ completes 'pon2/1 pon2/2 pon2/3 pon2/4' group add 12 ge1/1 pon
 completes '10 20' vlan-group add 7 ge1/1 --vlan ''
 completes '--svg' matrix --s
 
+# The examples, with what the packages bring.
+examples=$work/tree/usr/share/doc/libportisolate-dev/examples
+compiles() {
+    # shellcheck disable=SC2046
+    cc -std=c99 -Wall -Wextra -Wpedantic -Werror -o "$work/follow" "$examples/follow.c" \
+        $(PKG_CONFIG_PATH=$work/tree/$folder/pkgconfig pkg-config --cflags --libs libportisolate)
+}
+follows() { # what one program sets is told by the other
+    "$work/follow" 4 >"$work/followed" &
+    local follower=$!
+    until [ -s "$work/followed" ]; do kill -0 $follower || return; sleep 0.01; done
+    python3 "$examples/isolate.py" 12 ge1/2 pon2/1 && wait $follower
+    diff - "$work/followed" <<'END'
+group 12: ge1/1
+group 12, ge1/2: create
+group 12, pon2/1: create
+group 12, ge1/2: activate
+group 12, pon2/1: activate
+END
+}
+if grep -q '^PORTISOLATE_SANITIZE:[A-Z]*=.' "$build/CMakeCache.txt"; then
+    echo 'a build with sanitizers: left out: the examples of the library'
+elif command -v pkg-config >/dev/null && command -v python3 >/dev/null; then
+    compiles || fail 'follow.c is not compiled'
+    follows || fail 'follow.c and isolate.py'
+else
+    echo 'no pkg-config or python3: left out: the examples of the library'
+fi
+
 # Below a prefix of its own nothing outside it is touched, and what is configured stays.
 cmake --install "$build" --prefix "$work/own" >/dev/null
 echo '# mine' >"$work/own/etc/portisolate/board.conf"
 cmake --install "$build" --prefix "$work/own" >/dev/null
 grep -q mine "$work/own/etc/portisolate/board.conf" || fail 'a configuration was overwritten'
+(unset LD_LIBRARY_PATH && "$work/own/bin/portisolatectl" --version >/dev/null) || fail 'the library is not found'
 where_there_is systemd-analyze verify --man=no "$work"/own/lib/systemd/system/portisolate{,-keep}.service
 gunzip "$work"/own/share/man/man?/*.gz
 where_there_is mandoc -Tlint -Wwarning "$work"/own/share/man/man?/*
