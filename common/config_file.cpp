@@ -130,8 +130,8 @@ bool readRole(Reader& reader, const ConfigWord& word) {
         return !mistake(reader, word.place, quoted(word.text) + " stands outside of a policy");
     }
     ConfigRole role{.kind = found->kind, .place = word.place, .name = {}, .members = {}};
-    if (role.kind == RoleKind::community && !takeName(reader, "a name of a community", role.name))
-        return true;
+    const bool named = role.kind == RoleKind::community;
+    if (named && !takeName(reader, "a name of a community", role.name)) return true;
     if (!takeMembers(reader, role.members)) return true;
     std::vector<ConfigLine>& lines = reader.file.lines;
     if (!reader.policyBroken) lines.back().roles.push_back(std::move(role));

@@ -43,7 +43,7 @@ bool readRow(const std::vector<std::string>& words, ConfigRow& row) {
 }  // namespace
 
 Ownership readOwnership(Session& session) {
-    const Ownership none = {.daemon = startOf(session)};
+    Ownership none = {.daemon = startOf(session)};
     Ownership ownership;
     std::string text, problem;
     if (!readRegularFile(ownershipPath(session), text, problem)) return none;

@@ -192,8 +192,8 @@ void addPolicyRows(Resolver& resolver, const ConfigLine& line, const Roles& role
     };
     for (const auto& [number, members] : rows.groups) {
         for (const uint32_t member : members) {
-            if (!addRow(resolver, {kindOf(line), {number, line.vlan}, member}, true, originOf(member)))
-                return;
+            const ConfigRow row{kindOf(line), {number, line.vlan}, member};
+            if (!addRow(resolver, row, true, originOf(member))) return;
         }
     }
     for (const auto& [left, right] : rows.pairs) {

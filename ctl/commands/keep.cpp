@@ -34,7 +34,8 @@ constexpr char KEEP_DETAILS[] =
     "  removed; rows that others have made stay. A line that cannot be applied is named and stays pending,\n"
     "  and the others are applied. Once nothing is pending, what an earlier run of the daemon left over in\n"
     "  the plane is swept. A file that cannot be read changes nothing; while one of its lines cannot be\n"
-    "  read, nothing is removed. The doors of all ports that no pending line names are opened; while a line\n"
+    "  read, nothing is removed. The doors of all ports that no pending row is about are opened; while a "
+    "line\n"
     "  cannot be read, none.\n"
     "\n"
     "  With --once the exit status is 0 when all is in force, and 1 when something is pending. Without it\n"
@@ -118,12 +119,18 @@ void sweepOnce(Keeper& keeper) {
     if (removed != 0) complain(fmt::format("swept {} elements that an earlier run left over", removed));
 }
 
-// Whom a pending line names has to wait behind the door.
-void openSettled(Session& session, const Configuration& lacks) {
+// Whom a pending row names has to wait behind the door, and so has whom that row would isolate from it: its
+// own door may have been opened before the row was wanted.
+void openSettled(Session& session, const Configuration& wanted, const Configuration& lacks) {
     std::set<uint32_t> waiting;
+    std::set<std::pair<ConfigKind, RowScope>> incomplete;
     for (const auto& [row, state] : lacks.rows) {
         waiting.insert(row.member);
         if (row.kind == ConfigKind::pair) waiting.insert(row.scope.number);
+        if (row.kind != ConfigKind::pair) incomplete.emplace(row.kind, row.scope);
+    }
+    for (const auto& [row, state] : wanted.rows) {
+        if (incomplete.contains({row.kind, row.scope})) waiting.insert(row.member);
     }
     openDoors(session, waiting);
 }
@@ -176,6 +183,8 @@ bool look(Keeper& keeper) {
     const Plan plan = planChanges(running, targetOf(keeper, saved, running));
     Progress progress;
     progress.quiet = !keeper.first && pendingLines(session, saved, running) == keeper.told;
+    // Noted before it is asked for: who is ended on the way has done it all the same.
+    noteOwnership(keeper, saved, running);
     runPlan(session, plan, progress);
     if (stepCount(plan) != 0) running = readRunning(session);
     const std::vector<std::string> pending = pendingLines(session, saved, running);
@@ -185,7 +194,8 @@ bool look(Keeper& keeper) {
     if (saved.there && pending.empty()) sweepOnce(keeper);
     planRetry(keeper, progress.refused != 0);
     if (saved.there && saved.mistakes.empty()) {
-        openSettled(session, wantedNow(keeper, lacking(saved.resolution.wanted, running)));
+        const Configuration& wanted = saved.resolution.wanted;
+        openSettled(session, wanted, wantedNow(keeper, lacking(wanted, running)));
     }
     keeper.first = false;
     return pending.empty();
