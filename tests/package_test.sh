@@ -20,11 +20,12 @@ fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
 
 cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
 mkdir "$work/tree" "$work/packages"
-for package in portisolate libportisolate0 libportisolate-dev; do
+for package in portisolate libportisolate0 libportisolate-dev portisolate-web; do
     dpkg-deb -x "$work/out/$package"_*.deb "$work/packages/$package"
     cp -a "$work/packages/$package/." "$work/tree"
 done
 dpkg-deb -e "$work"/out/portisolate_*.deb "$work/control"
+dpkg-deb -e "$work"/out/portisolate-web_*.deb "$work/web-control"
 folder=$(dirname "$(cd "$work/tree" && echo usr/lib/*/libportisolate.so.0)")
 
 (cd "$work/packages" && find . ! -type d ! -path '*/doc/*' | sort) >"$work/files"
@@ -35,6 +36,12 @@ diff - "$work/files" <<END || fail 'the packages do not hold what they should'
 ./libportisolate0/$folder/libportisolate.so.0
 ./libportisolate0/$folder/libportisolate.so.0.1.0
 ./libportisolate0/usr/share/lintian/overrides/libportisolate0
+./portisolate-web/usr/bin/portisolate-web
+./portisolate-web/usr/lib/systemd/system/portisolate-web.service
+./portisolate-web/usr/share/man/man8/portisolate-web.8.gz
+./portisolate-web/usr/share/portisolate-web/grafana/portisolate.json
+./portisolate-web/usr/share/portisolate-web/prometheus/portisolate.rules.test.yml
+./portisolate-web/usr/share/portisolate-web/prometheus/portisolate.rules.yml
 ./portisolate/usr/bin/portisolatectl
 ./portisolate/usr/lib/systemd/system/portisolate-keep.service
 ./portisolate/usr/lib/systemd/system/portisolate.service
@@ -48,13 +55,13 @@ diff - "$work/files" <<END || fail 'the packages do not hold what they should'
 ./portisolate/usr/share/zsh/vendor-completions/_portisolatectl
 END
 version=$(dpkg-deb -f "$work"/out/portisolate_*.deb Version)
-for package in portisolate libportisolate-dev; do
+for package in portisolate libportisolate-dev portisolate-web; do
     dpkg-deb -f "$work/out/$package"_*.deb Depends | grep -qF "libportisolate0 (= $version)" || fail "$package: Depends"
 done
 ! readelf -d "$work"/tree/usr/{bin,sbin}/portisolate* | grep -E 'R(UN)?PATH' || fail 'a path of the build is left'
 export LD_LIBRARY_PATH=$work/tree/$folder
 ls "$work"/tree/usr/share/doc/portisolate/examples/{demo,linux}/{board,portisolate}.conf >/dev/null || fail 'examples'
-for script in postinst prerm postrm; do sh -n "$work/control/$script"; done
+for script in postinst prerm postrm; do sh -n "$work/control/$script" && sh -n "$work/web-control/$script"; done
 grep -q '^ExecStart=/usr/sbin/portisolate$' "$work/tree/usr/lib/systemd/system/portisolate.service" || fail 'unit'
 
 # Hardened as it was built; sanitizers bring checks of their own.
@@ -63,7 +70,7 @@ if grep -q '^PORTISOLATE_SANITIZE:[A-Z]*=.' "$build/CMakeCache.txt"; then
     echo 'a build with sanitizers: left out: hardening-check, lintian'
 else
     # The parts of the C++ library that are linked in have no control flow protection.
-    where_there_is hardening-check --nocfprotection "$work"/tree/usr/{sbin/portisolate,bin/portisolatectl} \
+    where_there_is hardening-check --nocfprotection "$work"/tree/usr/{sbin/portisolate,bin/portisolatectl,bin/portisolate-web} \
         "$work/tree/$folder/libportisolate.so.0"
     # Which licence there is to be, the owner decides.
     where_there_is lintian --fail-on error,warning --suppress-tags no-copyright-file "$work"/out/*.deb
@@ -81,6 +88,12 @@ until portisolatectl group add 12 ge1/1 2>/dev/null; do
     kill -0 "$daemon" || { cat "$work/daemon.log"; fail 'the daemon did not start'; }
     sleep 0.01
 done
+
+"$work/tree/usr/bin/portisolate-web" --socket "$work/web.socket" >"$work/web.log" &
+web=$!
+until [ -S "$work/web.socket" ]; do kill -0 $web || fail 'portisolate-web did not start'; sleep 0.01; done
+curl -s --unix-socket "$work/web.socket" http://localhost/api/v1/groups | grep -q '"interface":"ge1/1"' || fail 'portisolate-web'
+kill $web
 
 # shellcheck source=/dev/null
 . "$work/tree/usr/share/bash-completion/completions/portisolatectl"
@@ -128,7 +141,7 @@ echo '# mine' >"$work/own/etc/portisolate/board.conf"
 cmake --install "$build" --prefix "$work/own" >/dev/null
 grep -q mine "$work/own/etc/portisolate/board.conf" || fail 'a configuration was overwritten'
 (unset LD_LIBRARY_PATH && "$work/own/bin/portisolatectl" --version >/dev/null) || fail 'the library is not found'
-where_there_is systemd-analyze verify --man=no "$work"/own/lib/systemd/system/portisolate{,-keep}.service
+where_there_is systemd-analyze verify --man=no "$work"/own/lib/systemd/system/portisolate{,-keep,-web}.service
 gunzip "$work"/own/share/man/man?/*.gz
 where_there_is mandoc -Tlint -Wwarning "$work"/own/share/man/man?/*
 echo 'packaged, unpacked and used'
