@@ -112,6 +112,7 @@ Reaction route(Site& site, const Asked& asked, const EmbeddedFile* file) {
         std::set<std::string> kinds = kindsOf(asked);
         return {.kinds = std::move(kinds)};
     }
+    if (asked.path == EVENTS_PATH) return {.answer = textAnswer(200, "text/event-stream", "")};
     const ApiRoute* api = findApiRoute(asked.path);
     if (api != nullptr) return reactToApi(site, asked, *api);
     return {.answer = refused(STATUS_NOT_FOUND_HERE, "nothing is served here")};

@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t QUESTIONS_MAX = 64;  // of a lane
 constexpr int64_t APART_MS = 500;     // between two times that the same is asked
-constexpr int64_t REST_MS = 20;       // between two questions of a lane
+constexpr int64_t REST_MS = 20;       // between two questions of a lane, at least
 constexpr int STATUS_BAD_REQUEST = 400;
 constexpr int STATUS_INTERNAL = 500;
 constexpr int STATUS_BAD_GATEWAY = 502;  // the daemon refuses to tell
@@ -24,7 +24,7 @@ Answer makeAnswer(Session& session, const Question& question) {
         forgetInterfaces(session);
         return question.make(session);
     } catch (const CommandEnds& end) {
-        sessionClose(session);
+        if (end.exit == Exit::unreachable) sessionClose(session);
         return failureAnswer(end);
     } catch (const std::exception& failure) {
         sessionClose(session);
@@ -72,9 +72,12 @@ void runLane(Lane& lane, const DeliverAnswer& deliver) {
     Session session;
     sessionOpen(session);
     while (const std::optional<Question> question = nextQuestion(lane)) {
+        const int64_t began = monotonicMs();
         deliver(question->waiting, makeAnswer(session, *question));
+        // As long as it took: half of the daemon's time is left to others, whatever clients ask for.
+        const int64_t rest = std::max(REST_MS, monotonicMs() - began);
         std::unique_lock guard(lane.lock);
-        lane.asked.wait_for(guard, std::chrono::milliseconds(REST_MS), [&lane] { return lane.stopped; });
+        lane.asked.wait_for(guard, std::chrono::milliseconds(rest), [&lane] { return lane.stopped; });
     }
     sessionClose(session);
 }
