@@ -67,7 +67,9 @@ std::set<std::string> kindsOf(const Asked& asked) {
 
 std::string keyOf(const Asked& asked) {
     std::string key = asked.path;
-    for (const auto& [name, value] : asked.parameters) key += "\n" + name + "=" + value;
+    for (const auto& [name, value] : asked.parameters) {
+        key.append("\n").append(name).append("=").append(value);
+    }
     return key;
 }
 
