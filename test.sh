@@ -122,7 +122,7 @@ sources() { find "$top" -path "$top/build*" -prune -o \( -name '*.cpp' -o -name 
 # Files that this build leaves out have no command of their own there, and get a plain one.
 lint_tidy() {
     local all built status=0
-    all=$(find "$top"/{daemon,common,host,library,client,ctl,web} -name '*.cpp' | sort)
+    all=$(find "$top"/{daemon,common,host,lib,ctl,web} -name '*.cpp' | sort)
     built=$(sed -n 's/^ *"file": "\(.*\)"$/\1/p' "$top/build-test/compile_commands.json" | sort -u)
     comm -12 <(echo "$all") <(echo "$built") | xargs -d '\n' -n 4 -P 2 clang-tidy --quiet -p "$top/build-test" || status=1
     comm -23 <(echo "$all") <(echo "$built") | xargs -r -d '\n' -I FILE clang-tidy --quiet FILE -- -std=c++20 -I"$top" ||

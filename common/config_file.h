@@ -13,7 +13,7 @@
 // out of the patterns of its line.
 //
 // A policy is a line and those behind it that begin with a role. It says who reaches whom, and the groups and
-// pairs for that are found by client/configuration/policy.h:
+// pairs for that are found by lib/configuration/policy.h:
 //
 //     policy tenants vlan 10 groups 20-40  the VLAN and the group numbers may be left out
 //       promiscuous eth0                   reaches all
@@ -21,7 +21,7 @@
 //       isolated tap*                      reach the promiscuous ones alone
 //
 // `#` at the front of a word begins a comment. The parser knows the grammar alone, takes any bytes and finds
-// every mistake in them; client/configuration/configuration.h resolves what the names stand for.
+// every mistake in them; lib/configuration/configuration.h resolves what the names stand for.
 #pragma once
 
 #include <set>

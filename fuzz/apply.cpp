@@ -2,9 +2,9 @@
 // mistake; the whole text is the wanted one.
 #include <string_view>
 
-#include "client/configuration/config_plan.h"
-#include "client/configuration/resolution.h"
 #include "fuzz/fuzz.h"
+#include "lib/configuration/config_plan.h"
+#include "lib/configuration/resolution.h"
 
 namespace {
 

@@ -9,9 +9,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "client/link/happening.h"
-#include "client/link/printouts.h"
-#include "client/link/scalars.h"
 #include "common/files.h"
 #include "common/statuses.h"
 #include "common/text.h"
@@ -22,6 +19,9 @@
 #include "ctl/commands/plane_commands.h"
 #include "ctl/commands/row_commands.h"
 #include "ctl/text/command_line.h"
+#include "lib/link/happening.h"
+#include "lib/link/printouts.h"
+#include "lib/link/scalars.h"
 #include "platform/hardware.h"
 #include "platform/route_messages.h"
 #include "tests/ctl_fake.h"

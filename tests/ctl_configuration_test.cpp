@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <random>
 
-#include "client/configuration/config_plan.h"
-#include "client/configuration/judgement_text.h"
-#include "client/configuration/openings.h"
-#include "client/configuration/resolution.h"
 #include "common/text.h"
+#include "lib/configuration/config_plan.h"
+#include "lib/configuration/judgement_text.h"
+#include "lib/configuration/openings.h"
+#include "lib/configuration/resolution.h"
 #include "tests/ctl_fake.h"
 
 namespace {

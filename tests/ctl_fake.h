@@ -7,11 +7,11 @@
 
 #include <map>
 
-#include "client/link/interfaces.h"
-#include "client/text/output.h"
 #include "common/text.h"
 #include "ctl/commands/commands.h"
 #include "ctl/text/command_line.h"
+#include "lib/link/interfaces.h"
+#include "lib/text/output.h"
 #include "wire/operations.h"
 #include "wire/records.h"
 #include "wire/scalars.h"

@@ -1,9 +1,9 @@
 // The words of the operator's command: how it reads them and what it makes of foreign text.
-#include "client/text/args.h"
-#include "client/text/listing.h"
 #include "common/bytes.h"
 #include "common/text.h"
 #include "ctl/text/command_line.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
 #include "tests/ctl_fake.h"
 
 namespace {

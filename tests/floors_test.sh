@@ -8,10 +8,10 @@ cd "$1"
 # One house a line, from its roof down to the ground.
 houses='daemon/start daemon/show daemon/api daemon/rules daemon/hw daemon/tables daemon/base platform wire
 host/start host/linux host/board host/planes host/sockets host/services common platform wire
-web/start web/routes web/upstream web/http client/answers client/configuration client/link client/text library common platform wire
-ctl/commands ctl/text client/answers client/configuration client/link client/text library common platform wire'
+web/start web/routes web/upstream web/http lib/answers lib/configuration lib/link lib/text lib/interface common platform wire
+ctl/commands ctl/text lib/answers lib/configuration lib/link lib/text lib/interface common platform wire'
 
-includes=$(grep -rHo '^ *# *include *"[^"]*"' daemon host ctl web client library common platform wire \
+includes=$(grep -rHo '^ *# *include *"[^"]*"' daemon host ctl web lib common platform wire \
     --include=*.cpp --include=*.h |
     sed -E 's/: *# *include *"/ /; s/"$//')
 [ -n "$includes" ] || { echo "no includes found"; exit 2; }
@@ -27,7 +27,7 @@ awk -v houses="$houses" '
     }
     { from = $1; to = $2; sub(/\/[^\/]*$/, "", from); sub(/\/[^\/]*$/, "", to) }
     !((from, to) in allowed) { print $1 " includes " $2 ", which is not below it"; bad = 1 }
-    $2 ~ /^library\// && $1 !~ /^library\// && $2 != "library/portisolate.h" {
+    $2 ~ /^lib\/interface\// && $1 !~ /^lib\/interface\// && $2 != "lib/interface/portisolate.h" {
         print $1 " includes " $2 ", which is not the interface of the library"; bad = 1
     }
     END { exit bad }' <<<"$includes" || status=1

@@ -9,7 +9,7 @@
 #include "common/bytes.h"
 #include "common/frames.h"
 #include "common/local_socket.h"
-#include "library/portisolate.h"
+#include "lib/interface/portisolate.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
 #include "wire/status.h"

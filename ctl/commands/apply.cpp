@@ -6,20 +6,20 @@
 #include <cstdio>
 #include <cstring>
 
-#include "client/configuration/config_plan.h"
-#include "client/configuration/openings.h"
-#include "client/configuration/ownership.h"
-#include "client/configuration/rewrite.h"
-#include "client/link/interfaces.h"
-#include "client/link/scalars.h"
-#include "client/text/args.h"
-#include "client/text/listing.h"
 #include "common/files.h"
 #include "common/text.h"
 #include "ctl/commands/guardian.h"
 #include "ctl/commands/less_held.h"
 #include "ctl/commands/plan_run.h"
 #include "ctl/commands/plane_commands.h"
+#include "lib/configuration/config_plan.h"
+#include "lib/configuration/openings.h"
+#include "lib/configuration/ownership.h"
+#include "lib/configuration/rewrite.h"
+#include "lib/link/interfaces.h"
+#include "lib/link/scalars.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
 #include "wire/scalars.h"
 
 namespace {

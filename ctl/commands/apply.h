@@ -6,7 +6,7 @@
 //   anything but its limits and its configuration. Every mistake is printed with its place; with one of them,
 //   nothing is changed.
 //
-// Then the plan (client/configuration/config_plan.h)
+// Then the plan (lib/configuration/config_plan.h)
 //   A refusal does not stop it: the rest is done, and the exit status says that something was refused. The
 //   early steps are tried in silence and again after the removals. Losing the daemon stops it; what was done
 //   stays, and both are said.

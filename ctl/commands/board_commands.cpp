@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <span>
 
-#include "client/answers/board_answers.h"
-#include "client/link/interfaces.h"
-#include "client/text/args.h"
-#include "client/text/listing.h"
 #include "common/text.h"
 #include "ctl/commands/matrix.h"
+#include "lib/answers/board_answers.h"
+#include "lib/link/interfaces.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
 
 namespace {
 

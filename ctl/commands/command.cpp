@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "client/text/args.h"
+#include "lib/text/args.h"
 
 std::optional<uint32_t> countOption(const Invocation& invocation) {
     const std::string* count = fieldValue(invocation.options, "--count");

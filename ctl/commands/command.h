@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "client/link/session.h"
 #include "common/fields.h"
+#include "lib/link/session.h"
 
 // A command as it was called.
 struct Invocation {

@@ -1,7 +1,5 @@
 #include "ctl/commands/commands.h"
 
-#include "client/answers/error_answer.h"
-#include "client/text/output.h"
 #include "common/text.h"
 #include "ctl/commands/apply.h"
 #include "ctl/commands/board_commands.h"
@@ -19,6 +17,8 @@
 #include "ctl/commands/value_commands.h"
 #include "ctl/commands/why.h"
 #include "ctl/text/command_line.h"
+#include "lib/answers/error_answer.h"
+#include "lib/text/output.h"
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <set>
 
-#include "client/link/interfaces.h"
-#include "client/link/rows.h"
-#include "client/link/scalars.h"
-#include "client/text/args.h"
 #include "ctl/text/command_line.h"
+#include "lib/link/interfaces.h"
+#include "lib/link/rows.h"
+#include "lib/link/scalars.h"
+#include "lib/text/args.h"
 
 namespace {
 

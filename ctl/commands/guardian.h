@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string>
 
-#include "client/configuration/configuration.h"
+#include "lib/configuration/configuration.h"
 
 inline constexpr uint32_t CONFIRM_SECONDS_MAX = 24 * 60 * 60;
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "client/text/output.h"
 #include "common/text.h"
+#include "lib/text/output.h"
 
 namespace {
 

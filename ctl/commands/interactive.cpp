@@ -10,11 +10,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "client/text/output.h"
 #include "common/text.h"
 #include "ctl/commands/commands.h"
 #include "ctl/commands/complete.h"
 #include "ctl/text/line_editor.h"
+#include "lib/text/output.h"
 
 namespace {
 

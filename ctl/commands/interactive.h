@@ -6,7 +6,7 @@
 
 #include <istream>
 
-#include "client/text/exit.h"
+#include "lib/text/exit.h"
 
 // Whether there is a terminal to be interactive with, or a file or a pipe on the standard input.
 bool canInteract();

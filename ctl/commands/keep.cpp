@@ -12,17 +12,17 @@
 #include <optional>
 #include <set>
 
-#include "client/configuration/ownership.h"
-#include "client/configuration/saved.h"
-#include "client/link/happening.h"
-#include "client/link/interfaces.h"
-#include "client/link/plane.h"
-#include "client/text/output.h"
 #include "common/files.h"
 #include "common/folder_watch.h"
 #include "common/manager.h"
 #include "common/request_text.h"
 #include "ctl/commands/plan_run.h"
+#include "lib/configuration/ownership.h"
+#include "lib/configuration/saved.h"
+#include "lib/link/happening.h"
+#include "lib/link/interfaces.h"
+#include "lib/link/plane.h"
+#include "lib/text/output.h"
 
 namespace {
 

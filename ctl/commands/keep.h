@@ -2,7 +2,7 @@
 //
 // It compares what should be with what is, however that came about, and asks for the difference with the
 // planner of `apply`. What the file wanted before and does not want any more is removed; rows that others
-// have made are left alone (client/configuration/ownership.h tells them apart). A line that cannot be applied
+// have made are left alone (lib/configuration/ownership.h tells them apart). A line that cannot be applied
 // is named, stays pending, and keeps no other from being applied, but while a line cannot be read, nothing is
 // removed and no door opened. When nothing is pending, what an earlier run of the daemon left over in the
 // forwarding plane is swept, once.

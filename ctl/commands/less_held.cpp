@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <functional>
 
-#include "client/configuration/shortfall.h"
-#include "client/link/forward.h"
-#include "client/link/interfaces.h"
-#include "client/text/output.h"
+#include "lib/configuration/shortfall.h"
+#include "lib/link/forward.h"
+#include "lib/link/interfaces.h"
+#include "lib/text/output.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "client/link/rows.h"
-#include "client/link/session.h"
+#include "lib/link/rows.h"
+#include "lib/link/session.h"
 
 // After rows were added: of the ports that they concern.
 void tellLessHeld(Session& session, const RowFamily& family, RowScope scope,

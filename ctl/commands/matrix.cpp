@@ -6,14 +6,14 @@
 #include <cerrno>
 #include <cstring>
 
-#include "client/answers/matrix_answer.h"
-#include "client/link/interfaces.h"
-#include "client/link/matrix.h"
-#include "client/text/args.h"
-#include "client/text/listing.h"
 #include "common/files.h"
 #include "ctl/commands/matrix_svg.h"
 #include "ctl/commands/matrix_view.h"
+#include "lib/answers/matrix_answer.h"
+#include "lib/link/interfaces.h"
+#include "lib/link/matrix.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <iterator>
 
-#include "client/text/listing.h"
 #include "common/text.h"
 #include "ctl/commands/matrix_view.h"
+#include "lib/text/listing.h"
 
 namespace {
 

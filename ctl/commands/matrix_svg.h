@@ -3,6 +3,6 @@
 
 #include <string>
 
-#include "client/link/matrix.h"
+#include "lib/link/matrix.h"
 
 std::string matrixSvg(const Matrix& matrix);

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "client/link/matrix.h"
-#include "client/text/output.h"
+#include "lib/link/matrix.h"
+#include "lib/text/output.h"
 
 struct MatrixMeaning {
     char mark;

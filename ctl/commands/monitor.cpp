@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <ctime>
 
-#include "client/answers/happening_answer.h"
-#include "client/link/interfaces.h"
-#include "client/text/args.h"
-#include "client/text/listing.h"
 #include "common/text.h"
+#include "lib/answers/happening_answer.h"
+#include "lib/link/interfaces.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
 
 namespace {
 

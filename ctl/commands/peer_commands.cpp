@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 
-#include "client/answers/comparison_answer.h"
-#include "client/link/peer.h"
-#include "client/link/scalars.h"
-#include "client/text/listing.h"
 #include "common/text.h"
 #include "ctl/commands/plan_run.h"
+#include "lib/answers/comparison_answer.h"
+#include "lib/link/peer.h"
+#include "lib/link/scalars.h"
+#include "lib/text/listing.h"
 #include "wire/records.h"
 
 namespace {

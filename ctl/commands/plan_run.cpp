@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
-#include "client/link/rows.h"
-#include "client/link/scalars.h"
-#include "client/text/listing.h"
 #include "common/text.h"
+#include "lib/link/rows.h"
+#include "lib/link/scalars.h"
+#include "lib/text/listing.h"
 #include "wire/scalars.h"
 
 namespace {

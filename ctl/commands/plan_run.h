@@ -1,4 +1,4 @@
-// Carries out a plan (client/configuration/config_plan.h), and says what it changes.
+// Carries out a plan (lib/configuration/config_plan.h), and says what it changes.
 //
 // A refusal is printed, unless the progress is quiet, and the rest is done. The early steps are tried in
 // silence and again after the removals. Losing the daemon ends the command; what was done stays, and both are
@@ -8,8 +8,8 @@
 #include <functional>
 #include <string>
 
-#include "client/configuration/config_plan.h"
-#include "client/link/session.h"
+#include "lib/configuration/config_plan.h"
+#include "lib/link/session.h"
 
 // What carrying out a plan has come to.
 struct Progress {

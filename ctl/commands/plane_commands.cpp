@@ -4,10 +4,10 @@
 
 #include <set>
 
-#include "client/answers/plane_answer.h"
-#include "client/link/interfaces.h"
-#include "client/text/listing.h"
 #include "common/text.h"
+#include "lib/answers/plane_answer.h"
+#include "lib/link/interfaces.h"
+#include "lib/text/listing.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "client/link/plane.h"
 #include "ctl/commands/command.h"
+#include "lib/link/plane.h"
 
 // Exit::refused when the plane does not hold all that it was asked for.
 Exit printPlane(const PlaneReport& report, bool json);

@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
-#include "client/text/args.h"
-#include "client/text/listing.h"
 #include "common/bytes.h"
 #include "common/statuses.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
 #include "wire/framing.h"
 #include "wire/operations.h"
 

@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <span>
 
-#include "client/answers/error_answer.h"
-#include "client/answers/row_answers.h"
-#include "client/link/interfaces.h"
-#include "client/text/args.h"
-#include "client/text/listing.h"
-#include "client/text/output.h"
 #include "common/text.h"
 #include "ctl/commands/less_held.h"
+#include "lib/answers/error_answer.h"
+#include "lib/answers/row_answers.h"
+#include "lib/link/interfaces.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
+#include "lib/text/output.h"
 
 namespace {
 

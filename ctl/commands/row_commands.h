@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include "client/link/rows.h"
 #include "ctl/commands/command.h"
+#include "lib/link/rows.h"
 
 // Creates, and activates when `activate` says so, the rows that are not there yet, in order. When one is
 // refused, those that this call created are destroyed again, last first. Where that is not possible any more

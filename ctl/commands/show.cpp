@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "client/answers/printout_answers.h"
-#include "client/text/listing.h"
 #include "ctl/commands/status.h"
+#include "lib/answers/printout_answers.h"
+#include "lib/text/listing.h"
 
 namespace {
 

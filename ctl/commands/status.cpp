@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
-#include "client/answers/status_answer.h"
-#include "client/link/peer.h"
-#include "client/text/listing.h"
 #include "common/text.h"
+#include "lib/answers/status_answer.h"
+#include "lib/link/peer.h"
+#include "lib/text/listing.h"
 
 namespace {
 

@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
-#include "client/answers/row_answers.h"
-#include "client/answers/scalar_answers.h"
-#include "client/link/scalars.h"
-#include "client/text/args.h"
-#include "client/text/listing.h"
+#include "lib/answers/row_answers.h"
+#include "lib/answers/scalar_answers.h"
+#include "lib/link/scalars.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
 #include "wire/records.h"
 #include "wire/scalars.h"
 

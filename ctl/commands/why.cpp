@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
-#include "client/answers/explanation.h"
-#include "client/link/interfaces.h"
-#include "client/text/args.h"
-#include "client/text/listing.h"
 #include "common/text.h"
+#include "lib/answers/explanation.h"
+#include "lib/link/interfaces.h"
+#include "lib/text/args.h"
+#include "lib/text/listing.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// `why`: why two interfaces may or may not talk, by the daemon's tables (client/configuration/judgement.h)
+// `why`: why two interfaces may or may not talk, by the daemon's tables (lib/configuration/judgement.h)
 // and by the forwarding plane, and whether the two agree.
 #pragma once
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "client/text/args.h"
-#include "client/text/exit.h"
 #include "common/text.h"
+#include "lib/text/args.h"
+#include "lib/text/exit.h"
 
 namespace {
 

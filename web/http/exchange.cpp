@@ -6,7 +6,7 @@
 #include <cstring>
 #include <utility>
 
-#include "client/answers/error_answer.h"
+#include "lib/answers/error_answer.h"
 
 namespace {
 

@@ -2,18 +2,18 @@
 
 #include <algorithm>
 
-#include "client/answers/board_answers.h"
-#include "client/answers/comparison_answer.h"
-#include "client/answers/explanation.h"
-#include "client/answers/matrix_answer.h"
-#include "client/answers/plane_answer.h"
-#include "client/answers/printout_answers.h"
-#include "client/answers/row_answers.h"
-#include "client/answers/scalar_answers.h"
-#include "client/answers/status_answer.h"
-#include "client/configuration/configuration.h"
-#include "client/link/interfaces.h"
 #include "common/scalar_names.h"
+#include "lib/answers/board_answers.h"
+#include "lib/answers/comparison_answer.h"
+#include "lib/answers/explanation.h"
+#include "lib/answers/matrix_answer.h"
+#include "lib/answers/plane_answer.h"
+#include "lib/answers/printout_answers.h"
+#include "lib/answers/row_answers.h"
+#include "lib/answers/scalar_answers.h"
+#include "lib/answers/status_answer.h"
+#include "lib/configuration/configuration.h"
+#include "lib/link/interfaces.h"
 #include "web/routes/parameters.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <span>
 #include <string_view>
 
-#include "client/text/listing.h"
+#include "lib/text/listing.h"
 #include "web/http/message.h"
 
 struct Session;

@@ -7,11 +7,11 @@
 #include <tuple>
 #include <utility>
 
-#include "client/answers/board_answers.h"
-#include "client/answers/plane_answer.h"
-#include "client/answers/status_answer.h"
-#include "client/link/interfaces.h"
 #include "common/files.h"
+#include "lib/answers/board_answers.h"
+#include "lib/answers/plane_answer.h"
+#include "lib/answers/status_answer.h"
+#include "lib/link/interfaces.h"
 #include "web/routes/metric_text.h"
 
 namespace {

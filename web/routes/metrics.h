@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "client/link/session.h"
+#include "lib/link/session.h"
 #include "web/http/server.h"
 #include "web/upstream/follower.h"
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "client/text/args.h"
-#include "client/text/exit.h"
 #include "common/text.h"
+#include "lib/text/args.h"
+#include "lib/text/exit.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "client/answers/error_answer.h"
-#include "client/link/happening.h"
 #include "common/text.h"
+#include "lib/answers/error_answer.h"
+#include "lib/link/happening.h"
 #include "web/routes/api.h"
 #include "web/routes/embedded.h"
 #include "web/routes/metrics.h"

@@ -6,10 +6,10 @@
 #include <chrono>
 #include <cstdlib>
 
-#include "client/answers/happening_answer.h"
-#include "client/link/interfaces.h"
 #include "common/files.h"
 #include "common/request_text.h"
+#include "lib/answers/happening_answer.h"
+#include "lib/link/interfaces.h"
 
 namespace {
 

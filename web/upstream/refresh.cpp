@@ -5,9 +5,9 @@
 #include <exception>
 #include <optional>
 
-#include "client/answers/error_answer.h"
-#include "client/link/interfaces.h"
 #include "common/files.h"
+#include "lib/answers/error_answer.h"
+#include "lib/link/interfaces.h"
 
 namespace {
 

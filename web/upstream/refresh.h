@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "client/link/session.h"
+#include "lib/link/session.h"
 #include "web/http/message.h"
 
 // May end the command; what ended it becomes the answer.

@@ -1,0 +1,17 @@
+// What happens in the daemon, as JSON: what it is about in words and names, never as bytes.
+#pragma once
+
+#include <string>
+
+#include "lib/link/happening.h"
+#include "lib/text/listing.h"
+
+// How what happened ended. That a walk finds no further row is none of its failures.
+struct Outcome {
+    bool good = true;
+    std::string text;  // "ok", "none", or the status in words
+};
+Outcome outcomeOf(const Happening& happening);
+
+// An object on one line. It is text, since numbers stand in it with all the digits that the board wrote.
+std::string happeningAnswer(Session& session, const Happening& happening);

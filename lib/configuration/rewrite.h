@@ -1,0 +1,19 @@
+// What `save` writes. Rows that come of patterns and policies must not be written out one by one: the file
+// would say for ever what they came to once. So the lines of the former file that have patterns, and its
+// policies, stay as they are, and what else runs is stated beside them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "lib/configuration/saved.h"
+
+struct Rewritten {
+    std::vector<std::string> lines{};
+    // Why the lines that stay would not give what runs: one refusal a line, empty where they do.
+    std::vector<std::string> contradictions{};
+};
+
+bool hasPatterns(const ConfigFile& file);
+// Lines of a file without either do not stay.
+Rewritten rewriteSaved(Session& session, const Saved& saved, const Configuration& running);

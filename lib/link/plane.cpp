@@ -1,0 +1,163 @@
+#include "lib/link/plane.h"
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+
+#include "common/fields.h"
+#include "common/text.h"
+#include "lib/link/interfaces.h"
+#include "lib/text/args.h"
+
+namespace {
+
+// The board's words, in the order of PlaneEntryKind and PlaneEntryState.
+constexpr std::string_view KINDS[] = {"bi", "uni", "pon", "pon-off"};
+constexpr std::string_view STATES[] = {"held", "left-over", "missing"};
+
+// The one plane that names ports as the kernel does, where a name may look like a number.
+constexpr char LINUX_PLANE[] = "linux";
+
+// The place of a word among known ones. False when it is none of them.
+template <typename Value, size_t COUNT>
+bool parseWord(const std::string_view (&words)[COUNT], const std::string& text, Value& value) {
+    const auto* const found = std::find(std::begin(words), std::end(words), text);
+    value = static_cast<Value>(found - std::begin(words));
+    return found != std::end(words);
+}
+
+bool parseCount(const std::string& text, std::optional<uint64_t>& count) {
+    if (text == "-") return true;
+    uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    count = value;
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+// A port as the plane calls it, as an operator knows it.
+std::string portName(Session& session, const std::string& plane, const std::string& port) {
+    uint32_t number = 0;
+    if (port == "-") return {};
+    return plane != LINUX_PLANE && parseGivenNumber(port, number) ? interfaceName(session, number) : port;
+}
+
+bool parseEntry(Session& session, const std::string& plane, const std::vector<Field>& fields,
+                PlaneEntry& entry) {
+    const auto field = [&fields](const char* name) {
+        const std::string* value = fieldValue(fields, name);
+        return value != nullptr ? *value : std::string();
+    };
+    entry.from = portName(session, plane, field("src"));
+    entry.to = portName(session, plane, field("dst"));
+    const std::string vlan = field("vlan");
+    return parseWord(KINDS, field("kind"), entry.kind) &&
+           (vlan == "-" || parseGivenNumber(vlan, entry.vlan)) &&
+           parseWord(STATES, field("state"), entry.state) && parseCount(field("packets"), entry.packets) &&
+           parseCount(field("bytes"), entry.bytes);
+}
+
+std::vector<std::string> askPlane(Session& session, const std::string& verb) {
+    const std::string request = "plane " + verb;
+    return askBoard(session, request, request);
+}
+
+uint64_t changePlane(Session& session, const std::string& verb) {
+    const std::vector<std::string> lines = askPlane(session, verb);
+    std::optional<uint64_t> count;
+    if (lines.size() != 1 || !parseCount(lines[0], count) || !count) {
+        throw brokenProtocol("no single number in answer to plane " + verb);
+    }
+    return *count;
+}
+
+// As the board takes ports.
+uint64_t changeDoors(Session& session, const std::vector<std::string>& ports, bool open) {
+    constexpr size_t AT_ONCE = 100;  // ports in a line
+    uint64_t changed = 0;
+    std::string verb;
+    size_t count = 0;
+    for (const std::string& port : ports) {
+        if (verb.empty()) verb = open ? "open" : "close";
+        verb += " " + port;
+        if (++count % AT_ONCE != 0 && count != ports.size()) continue;
+        changed += changePlane(session, verb);
+        verb.clear();
+    }
+    return changed;
+}
+
+}  // namespace
+
+std::optional<PlaneReport> parsePlane(Session& session, const std::vector<std::string>& lines) {
+    constexpr std::string_view NOTE = "note ";
+    PlaneReport report;
+    for (const std::string& line : lines) {
+        const std::vector<std::string> words = splitWords(line);
+        std::vector<Field> fields;
+        for (const std::string& word : words) fields.push_back(splitField(word));
+        if (line.starts_with(NOTE)) {
+            report.notes.push_back(line.substr(NOTE.size()));
+        } else if (!words.empty() && words[0] == "plane") {
+            const std::string* name = fieldValue(fields, "name");
+            const std::string* state = fieldValue(fields, "state");
+            report.name = name != nullptr ? *name : "";
+            report.state = state != nullptr ? *state : "";
+            const std::string* heal = fieldValue(fields, "heal");
+            const std::string* healed = fieldValue(fields, "healed");
+            report.heal = heal != nullptr ? *heal : "";
+            std::optional<uint64_t> times;
+            if (healed != nullptr && !parseCount(*healed, times)) return std::nullopt;
+            report.healed = times.value_or(0);
+        } else if (!words.empty() && words[0] == "door") {
+            const std::string* port = fieldValue(fields, "port");
+            if (port == nullptr) return std::nullopt;
+            report.doors.push_back(*port);
+        } else if (!words.empty() && words[0] == "doors") {
+            const std::string* packets = fieldValue(fields, "packets");
+            if (packets == nullptr || !parseCount(*packets, report.doorPackets)) return std::nullopt;
+        } else if (words.empty() || words[0] != "entry" ||
+                   !parseEntry(session, report.name, fields, report.entries.emplace_back())) {
+            return std::nullopt;
+        }
+    }
+    if (report.name.empty() || report.state.empty()) return std::nullopt;
+    return report;
+}
+
+size_t countEntries(const PlaneReport& report, PlaneEntryState state) {
+    return static_cast<size_t>(std::count_if(report.entries.begin(), report.entries.end(),
+                                             [=](const PlaneEntry& entry) { return entry.state == state; }));
+}
+
+bool holdsAll(const PlaneReport& report) {
+    return report.state == PLANE_READY && countEntries(report, PlaneEntryState::missing) == 0;
+}
+
+PlaneReport readPlane(Session& session) {
+    const std::optional<PlaneReport> report = parsePlane(session, askPlane(session, "show"));
+    if (!report) throw brokenProtocol("what the forwarding plane holds");
+    return *report;
+}
+
+uint64_t sweepPlane(Session& session) {
+    return changePlane(session, "sweep");
+}
+
+uint64_t restorePlane(Session& session) {
+    return changePlane(session, "restore");
+}
+
+uint64_t setDoors(Session& session, const std::set<uint32_t>& numbers, bool open) {
+    std::vector<std::string> ports;
+    for (const uint32_t number : numbers) ports.push_back(std::to_string(number));
+    return changeDoors(session, ports, open);
+}
+
+uint64_t openDoors(Session& session, const std::set<uint32_t>& except) {
+    std::vector<std::string> ports;
+    for (const BoardInterface& interface : boardInterfaces(session)) {
+        if (!interface.present || except.contains(interface.number)) continue;
+        ports.push_back(std::to_string(interface.number) + "=" + std::to_string(interface.life));
+    }
+    return changeDoors(session, ports, true);
+}
