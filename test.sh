@@ -152,7 +152,7 @@ kernel_tests() {
 
 # The daemon's package, and what it needs, on a machine that boots by systemd.
 boot_package() {
-    local packages=("$top"/build-test/package/{libportisolate0,portisolate}_*.deb)
+    local packages=("$top"/build-test/package/{libportisolate0,portisolate,portisolate-web}_*.deb)
     "$top/scripts/kernel_vm.sh" "$@" -b "$top/tests/boot_test.sh prepare ${packages[*]}" \
         "$top/tests/boot_test.sh" check "${packages[@]}"
 }

@@ -93,18 +93,26 @@ upgraded() { dpkg --no-triggers -i "$@" && in_force; }
 removed() { dpkg --no-triggers -r portisolate && ! active && nft list table bridge portisolate >/dev/null; }
 reinstalled() { dpkg --no-triggers -i "$@" && systemctl is-enabled portisolate && in_force; }
 
+# Who serves the page may read and not change.
+page_answers() { curl -sf --max-time 5 http://127.0.0.1:9757/api/v1/groups | grep -q '"interface":"p1"'; }
+page_only_reads() {
+    until_true page_answers || return 1
+    runuser -u portisolate-web -- portisolatectl group del 5 2>&1 | grep -q 0x03E80008 && in_force
+}
+
 check() {
     step boot in_force
+    step page page_only_reads
     step stop stopped
     step start systemctl start portisolate
     step crash crashed
     step upgrade upgraded "$@"
     step removal removed
     step reinstallation reinstalled "$@"
-    dpkg --no-triggers -P portisolate || fail purge
+    dpkg --no-triggers -P portisolate-web portisolate || fail purge
     ! nft list table bridge portisolate 2>/dev/null || fail 'purge: the table is still there'
-    ! getent passwd portisolate || fail 'purge: the user is still there'
-    ! getent group portisolate portisolate-read || fail 'purge: a group is still there'
+    [ -z "$(getent passwd portisolate portisolate-web)" ] || fail 'purge: a user is still there'
+    [ -z "$(getent group portisolate portisolate-read)" ] || fail 'purge: a group is still there'
     [ ! -e /etc/portisolate ] || fail "purge: left in /etc/portisolate: $(ls /etc/portisolate)"
     passed() { [ "$(heard h2)" -gt 0 ]; }
     until_true passed || fail 'purge: frames still do not pass'
