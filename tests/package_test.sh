@@ -60,7 +60,10 @@ for package in portisolate libportisolate-dev portisolate-web; do
 done
 ! readelf -d "$work"/tree/usr/{bin,sbin}/portisolate* | grep -E 'R(UN)?PATH' || fail 'a path of the build is left'
 export LD_LIBRARY_PATH=$work/tree/$folder
-ls "$work"/tree/usr/share/doc/portisolate/examples/{demo,linux}/{board,portisolate}.conf >/dev/null || fail 'examples'
+# What the documents say is there.
+paths=$(grep -rhoE '/usr/share/doc/[a-z0-9/._-]*[a-z0-9]' "$work"/tree/usr/share/doc | sort -u)
+[ -n "$paths" ] || fail 'the documents name no path'
+for path in $paths; do [ -e "$work/tree$path" ] || fail "$path is not in the packages"; done
 for script in postinst prerm postrm; do sh -n "$work/control/$script" && sh -n "$work/web-control/$script"; done
 grep -q '^ExecStart=/usr/sbin/portisolate$' "$work/tree/usr/lib/systemd/system/portisolate.service" || fail 'unit'
 
