@@ -97,11 +97,16 @@ void answerWith(Task& task, Connection& connection, Written&& written) {
     sendSome(connection);
 }
 
+void turnAway(Connection& connection) {
+    connection.out = BUSY;
+    connection.keeps = false;
+    enter(connection, Phase::writing);
+    sendSome(connection);
+}
+
 void follow(Task& task, Connection& connection, std::set<std::string>&& kinds) {
     if (task.server.counts.followers >= task.server.limits.followers) {
-        connection.out = BUSY;
-        enter(connection, Phase::writing);
-        return sendSome(connection);
+        return turnAway(connection);
     }
     ++task.server.counts.followers;
     connection.kinds = std::move(kinds);
@@ -129,10 +134,7 @@ void look(Task& task, Connection& connection) {
         } else {
             enter(connection, Phase::waiting);
             if (written.pending->later(connection.number)) return;
-            connection.out = BUSY;
-            connection.keeps = false;
-            enter(connection, Phase::writing);
-            sendSome(connection);
+            turnAway(connection);
         }
     }
 }
