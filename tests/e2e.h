@@ -23,6 +23,12 @@
 #include "wire/scalars.h"
 #include "wire/status.h"
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool SANITIZED = true;  // what is sent takes some fifty times as long to be carried out
+#else
+inline constexpr bool SANITIZED = false;
+#endif
+
 using Texts = std::vector<std::string>;
 using Words = std::vector<uint32_t>;
 

@@ -21,12 +21,6 @@
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool SANITIZED = true;  // what is sent takes some fifty times as long to be carried out
-#else
-constexpr bool SANITIZED = false;
-#endif
-
 // A question that only one client asks: the mask comes back as it was sent, its upper bits count for nothing.
 std::string question(uint32_t mark) {
     return request(OP_GROUP_GET_NEXT, 0, {0, 0, mark << 8});

@@ -237,11 +237,11 @@ TEST_F(Web, EveryAnswerAndPrintoutKeepsToItsSchema) {
         // What follows has something to tell once it listens.
         const bool follows = std::string_view(command).find("--count") != std::string_view::npos;
         while (follows && !endsWithin(program, 10)) ctl("mode set 2");
-        std::string out = outcomeOf(program, "printed").out;
-        EXPECT_EQ(schemas.misfit(Value::parse(out, nullptr, false),
+        const Outcome outcome = outcomeOf(program, "printed");
+        EXPECT_EQ(schemas.misfit(Value::parse(outcome.out, nullptr, false),
                                  {{"$ref", std::string("#/components/schemas/") + schema}}),
                   "")
-            << command << ": " << out;
+            << command << ": " << outcome.out;
         const Texts words = split(command, ' ');
         commands.insert(words[0]);
         if (words.size() > 1) commands.insert(words[0] + " " + words[1]);
@@ -413,7 +413,8 @@ TEST_F(Web, OthersNeedAToken) {
     start();
     const std::string file = root + "/token";
     const auto vain = [this](const Texts& options) {
-        return outcomeOf(spawn(WEB_PROGRAM, options, "vain"), "vain").status;
+        const Outcome outcome = outcomeOf(spawn(WEB_PROGRAM, options, "vain"), "vain");
+        return outcome.status;
     };
     std::ofstream(file) << "0123456789abcdef\n";
     std::filesystem::permissions(file, std::filesystem::perms(0644));

@@ -42,7 +42,7 @@ void printText(const Happening& happening) {
                        toned(Tone::heading, padded(happening.kind, KIND_WIDTH)) + "  " +
                        safeText(happening.sentence);
     if (fieldValue(happening.fields, "status") != nullptr) {
-        const Outcome outcome = outcomeOf(happening);
+        const HappeningEnd outcome = happeningEnd(happening);
         line += " -> " + toned(outcome.good ? Tone::good : Tone::bad, outcome.text);
     }
     if (fieldValue(happening.fields, "program") != nullptr) {

@@ -76,7 +76,7 @@ Json detailsJson(Session& session, const Happening& happening) {
 }
 
 void addOutcome(const Happening& happening, std::vector<std::string>& fields) {
-    const Outcome outcome = outcomeOf(happening);
+    const HappeningEnd outcome = happeningEnd(happening);
     const char* result = outcome.text == "ok" ? "ok" : outcome.good ? "none" : "refused";
     fields.push_back(jsonField("result", jsonText(result)));
     fields.push_back(jsonField("words", outcome.good ? "null" : jsonText(outcome.text)));
@@ -84,7 +84,7 @@ void addOutcome(const Happening& happening, std::vector<std::string>& fields) {
 
 }  // namespace
 
-Outcome outcomeOf(const Happening& happening) {
+HappeningEnd happeningEnd(const Happening& happening) {
     const int32_t status = statusOf(happening);
     const bool walk = happening.sentence.ends_with("get first") || happening.sentence.ends_with("get next");
     const bool good = status == STATUS_OK || (walk && status == STATUS_NOT_FOUND);

@@ -7,11 +7,11 @@
 #include "lib/text/listing.h"
 
 // How what happened ended. That a walk finds no further row is none of its failures.
-struct Outcome {
+struct HappeningEnd {
     bool good = true;
     std::string text;  // "ok", "none", or the status in words
 };
-Outcome outcomeOf(const Happening& happening);
+HappeningEnd happeningEnd(const Happening& happening);
 
 // An object on one line. It is text, since numbers stand in it with all the digits that the board wrote.
 std::string happeningAnswer(Session& session, const Happening& happening);

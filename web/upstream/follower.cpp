@@ -17,7 +17,7 @@ constexpr int64_t LOOK_MS = 200;       // between two looks whether to stop
 constexpr int64_t COME_BACK_MS = 500;  // between two tries to reach the daemon
 constexpr int64_t NAMES_MS = 500;      // between two questions for the names of the interfaces
 
-const char* resultWord(const Outcome& outcome) {
+const char* resultWord(const HappeningEnd& outcome) {
     return outcome.text == "ok" ? "ok" : outcome.good ? "none" : "refused";
 }
 
@@ -25,7 +25,7 @@ bool setsSomething(const Happening& happening) {
     return happening.kind == "request" && requestSets(happeningBytes(happening, "frame"));
 }
 
-void countRequest(Happened& happened, const Happening& happening, const Outcome& outcome) {
+void countRequest(Happened& happened, const Happening& happening, const HappeningEnd& outcome) {
     const RequestParts parts = requestParts(happeningBytes(happening, "frame"));
     ++happened.requests[{parts.object, parts.operation, resultWord(outcome)}];
     if (outcome.text == "ok" && setsSomething(happening)) {
@@ -34,7 +34,7 @@ void countRequest(Happened& happened, const Happening& happening, const Outcome&
 }
 
 void count(Follower& follower, Session& session, const Happening& happening) {
-    const Outcome outcome = outcomeOf(happening);
+    const HappeningEnd outcome = happeningEnd(happening);
     const auto messages =
         happening.kind == "event" ? eventMessages(session, happening) : std::vector<EventMessage>();
     std::lock_guard guard(follower.lock);
