@@ -161,7 +161,8 @@ Written runExchange(std::string_view head, const Answer& answer) {
 
 std::string streamHead() {
     std::string head = "HTTP/1.1 200 OK\r\n";
-    for (const auto& [name, value] : STRICT_HEADERS)
+    for (const auto& [name, value] : STRICT_HEADERS) {
         head.append(name).append(": ").append(value).append("\r\n");
+    }
     return head + "Content-Type: " + TYPE_EVENTS + "\r\nConnection: close\r\n\r\n";
 }
