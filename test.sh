@@ -64,7 +64,15 @@ need_packages "${packages[@]}"
 # The package of the 32-bit compiler is named after the version of the installed compiler.
 [ $cross = no ] || need_packages "g++-$(g++ -dumpversion | cut -d. -f1)-multilib"
 
-passed=0 failed=0
+passed=0 failed=0 recap=$(mktemp)
+trap 'rm -f "$recap"' EXIT
+
+# shown LOG WHAT: the output of what failed, and what matters of it once more at the end of all.
+shown() {
+    cat "$1"
+    printf -- '-- %s\n' "$2" >>"$recap"
+    grep -E -B12 -A12 'Failure$|\*\*\*|FAILED|rror:|ERROR|WARNING|runtime error' "$1" | tail -n 80 >>"$recap" || tail -n 30 "$1" >>"$recap"
+}
 
 # check WHAT COMMAND...: counts one test; shows the output of a failed one.
 check() {
@@ -76,7 +84,7 @@ check() {
         printf 'ok      %s\n' "$what"
     else
         failed=$((failed + 1))
-        cat "$log"
+        shown "$log" "$what"
         printf 'FAILED  %s\n' "$what"
     fi
     rm -f "$log"
@@ -89,12 +97,12 @@ run_tests() {
     ctest --test-dir "$1" -j2 --output-on-failure --no-tests=error >"$log" 2>&1
     summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+' "$log")
     if [ -z "$summary" ]; then
-        cat "$log"
+        shown "$log" "$1"
         failed=$((failed + 1))
     else
         bad=$(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$summary")
         total=$(sed -E 's/.* out of ([0-9]+)/\1/' <<<"$summary")
-        [ "$bad" -eq 0 ] || cat "$log"
+        [ "$bad" -eq 0 ] || shown "$log" "$1"
         skipped=$(grep -c '(Skipped)$' "$log")
         passed=$((passed + total - bad - skipped)) failed=$((failed + bad))
         printf '%s\n' "$summary"
@@ -165,18 +173,18 @@ make_package() {
 
 # check_kernels WHAT COMMAND: under both kernels at a time, since a virtual machine keeps one core busy.
 check_kernels() {
-    local log other
-    log=$(mktemp)
-    "$2" -k trixie >"$log" 2>&1 &
+    local said other
+    said=$(mktemp)
+    "$2" -k trixie >"$said" 2>&1 &
     other=$!
     check "$1" "$2"
     finished() {
         wait "$other" && return 0
-        cat "$log"
+        cat "$said"
         return 1
     }
     check "$1, under the kernel of trixie" finished
-    rm -f "$log"
+    rm -f "$said"
 }
 
 say "building and testing"
@@ -243,5 +251,9 @@ if [ "$mutants" -gt 0 ]; then
     "$top/scripts/mutants" "$mutants" || failed=$((failed + 1))
 fi
 
+if [ -s "$recap" ]; then
+    say "what failed, in short"
+    cat "$recap"
+fi
 printf '\n%d passed, %d failed\n' "$passed" "$failed"
 [ "$failed" -eq 0 ]

@@ -21,7 +21,7 @@
 //       isolated tap*                      reach the promiscuous ones alone
 //
 // `#` at the front of a word begins a comment. The parser knows the grammar alone, takes any bytes and finds
-// every mistake in them; lib/configuration/configuration.h resolves what the names stand for.
+// every mistake in them; lib/configuration/resolution.h resolves what the names stand for.
 #pragma once
 
 #include <set>

@@ -94,7 +94,11 @@ removed() { dpkg --no-triggers -r portisolate && ! active && nft list table brid
 reinstalled() { dpkg --no-triggers -i "$@" && systemctl is-enabled portisolate && in_force; }
 
 # Who serves the page may read and not change.
-page_answers() { curl -sf --max-time 5 http://127.0.0.1:9757/api/v1/groups | grep -q '"interface":"p1"'; }
+# The page's user may read the saved configuration, too.
+page_answers() {
+    curl -sf --max-time 5 http://127.0.0.1:9757/api/v1/groups | grep -q '"interface":"p1"' &&
+        curl -sf --max-time 5 http://127.0.0.1:9757/api/v1/status | grep -q '"saved":true,.*"pending":\[\]'
+}
 page_only_reads() {
     until_true page_answers || return 1
     runuser -u portisolate-web -- portisolatectl group del 5 2>&1 | grep -q 0x03E80008 && in_force

@@ -51,7 +51,7 @@ void printStatus(const Session& session, const Status& status) {
         return printLine(jsonFields(statusAnswer(status)));
     }
     const std::string doubt = doubtText(status.link);
-    printLine(fmt::format("daemon  {}, since {}", safeText(status.about.version), status.about.since));
+    printLine(fmt::format("daemon  {}, since {}", safeText(status.about.version), status.since));
     printLine(fmt::format("plane   {}, {}", safeText(status.plane.name), safeText(planeText(status))));
     printLine("saved   " + savedText(status));
     for (const PolicyUse& use : status.policies) printLine("        " + safeText(policyUseText(use)));

@@ -147,8 +147,9 @@ constexpr Verb VERBS[] = {
      "publish an event without changing the board", publishVerb, nullptr, true},
     {"settle", "", "wait until all events are handled", settleVerb},
     {"about", "",
-     "the versions of daemon and protocol, its start, and the commands that the plane has refused", aboutVerb,
-     nullptr, false, NO_WORDS},
+     "the versions of daemon and protocol, its start, how many commands the plane has refused, and how many "
+     "clients there are",
+     aboutVerb, nullptr, false, NO_WORDS},
     {"saved", "", "know the ports that the saved configuration names, present or not", savedVerb},
     {"fault", "CALL NTH|every STATUS [if IF] [command NUMBER] | list | clear",
      "make a call of the hardware layer fail", faultVerb, nullptr, true, "list"},

@@ -11,6 +11,5 @@ inline constexpr char MONITOR_VERB[] = "monitor";
 inline constexpr char MONITOR_CHANGES[] = "changes";
 
 // The whole answer to a line of at least one word, carried out on the board of this process. Its lock must
-// not be held.
-// Who may not change anything is refused all but what is known to read.
+// not be held. Who may not change anything is refused all but what is known to read.
 std::string answerVerb(const Words& words, bool mayChange);

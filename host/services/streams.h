@@ -60,9 +60,8 @@ void queueLine(StreamKind kind, const std::string& line);
 // How a monitor's line begins: `KIND time=SECONDS.MICROSECONDS`.
 std::string monitorLine(const char* kind);
 // The monitor's lines but for the hardware calls. The frame of a request is what follows its length word;
-// `status` is that of its reply; `sets` whether it changes
-// something; `asker` is words of the same form, about who sent it. `priority` runs from 0
-// to 7, `head` ends with a blank.
+// `status` is that of its reply; `sets` whether it changes something; `asker` is words of the same form,
+// about who sent it. `priority` runs from 0 to 7, `head` ends with a blank.
 void monitorRequest(const void* frame, size_t length, int32_t status, bool sets, std::string_view asker);
 void monitorEvent(uint32_t group, const void* messages, size_t length);
 void monitorText(unsigned priority, std::string_view head, std::string_view text);

@@ -21,8 +21,7 @@
 // Thread-safety
 // -------------
 // The server's record and its clients belong to its one task. Handlers run in that task, one at a time, with
-// no lock held. expectPeer and commandClients may be called by any
-// task.
+// no lock held. expectPeer and commandClients may be called by any task.
 #pragma once
 
 #include <cstdint>

@@ -77,8 +77,7 @@ Json detailsJson(Session& session, const Happening& happening) {
 
 void addOutcome(const Happening& happening, std::vector<std::string>& fields) {
     const HappeningEnd outcome = happeningEnd(happening);
-    const char* result = outcome.text == "ok" ? "ok" : outcome.good ? "none" : "refused";
-    fields.push_back(jsonField("result", jsonText(result)));
+    fields.push_back(jsonField("result", jsonText(outcome.result)));
     fields.push_back(jsonField("words", outcome.good ? "null" : jsonText(outcome.text)));
 }
 
@@ -88,7 +87,8 @@ HappeningEnd happeningEnd(const Happening& happening) {
     const int32_t status = statusOf(happening);
     const bool walk = happening.sentence.ends_with("get first") || happening.sentence.ends_with("get next");
     const bool good = status == STATUS_OK || (walk && status == STATUS_NOT_FOUND);
-    return {good, status == STATUS_OK ? "ok" : good ? "none" : describeStatus(status)};
+    const char* result = status == STATUS_OK ? "ok" : good ? "none" : "refused";
+    return {good, result, good ? result : describeStatus(status)};
 }
 
 std::string happeningAnswer(Session& session, const Happening& happening) {

@@ -9,7 +9,8 @@
 // How what happened ended. That a walk finds no further row is none of its failures.
 struct HappeningEnd {
     bool good = true;
-    std::string text;  // "ok", "none", or the status in words
+    const char* result = "ok";  // ok, none or refused
+    std::string text;           // the same, or the status in words
 };
 HappeningEnd happeningEnd(const Happening& happening);
 

@@ -12,7 +12,6 @@
 #include "lib/configuration/ownership.h"
 #include "lib/configuration/saved.h"
 #include "lib/configuration/shortfall.h"
-#include "lib/link/happening.h"
 #include "lib/link/interfaces.h"
 
 namespace {
@@ -22,6 +21,7 @@ constexpr char PEER_BACK[] = "back";
 constexpr char DIFFERENT[] = "the boards differ: `portisolatectl board compare` shows how";
 
 std::string timeText(const std::string& seconds) {
+    if (seconds.empty()) return {};
     const size_t point = std::min(seconds.find('.'), seconds.size());
     const auto when = static_cast<time_t>(std::strtoll(seconds.c_str(), nullptr, 10));
     tm local{};
@@ -29,23 +29,6 @@ std::string timeText(const std::string& seconds) {
     char text[32];
     std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
     return text + seconds.substr(point);
-}
-
-About readAbout(Session& session) {
-    About about;
-    for (const std::string& line : askBoard(session, "about")) {
-        for (const std::string& word : splitWords(line)) {
-            const Field field = splitField(word);
-            if (field.name == "version") about.version = field.value;
-            if (field.name == "since" && isBoardNumber(field.value)) {
-                about.since = timeText(field.value);
-                about.sinceSeconds = std::strtod(field.value.c_str(), nullptr);
-            }
-            if (field.name == "clients") about.clients = std::strtod(field.value.c_str(), nullptr);
-            if (field.name == "refused") about.refused = std::strtoull(field.value.c_str(), nullptr, 10);
-        }
-    }
-    return about;
 }
 
 void readPending(Session& session, Status& status) {
@@ -101,6 +84,7 @@ Json peerJson(const Status& status) {
 Status readStatus(Session& session) {
     Status status;
     status.about = readAbout(session);
+    status.since = timeText(status.about.since);
     status.plane = readPlane(session);
     status.role = readRole(session);
     status.link = readPeerLink(session);
@@ -132,7 +116,7 @@ Status readStatus(Session& session) {
 
 Json statusAnswer(const Status& status) {
     return {{"version", status.about.version},
-            {"since", status.about.since},
+            {"since", status.since},
             {"plane", status.plane.name},
             {"state", status.plane.state},
             {"notes", status.plane.notes},

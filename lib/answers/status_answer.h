@@ -2,27 +2,19 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "lib/configuration/configuration.h"
 #include "lib/configuration/resolution.h"
+#include "lib/link/about.h"
 #include "lib/link/peer.h"
 #include "lib/link/plane.h"
 #include "lib/text/listing.h"
 
-// Of the daemon, as the board knows it.
-struct About {
-    std::string version;
-    std::string since;                     // local time
-    std::optional<double> sinceSeconds{};  // since 1970
-    std::optional<double> clients{};       // of the command socket, where the board tells
-    uint64_t refused = 0;
-};
-
 struct Status {
     About about;
+    std::string since;  // local time
     PlaneReport plane;
     Configuration running{};
     bool saved = false;

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include "common/bytes.h"
-#include "common/fields.h"
 #include "common/files.h"
 #include "common/text.h"
+#include "lib/link/about.h"
 #include "wire/framing.h"
 
 namespace {
@@ -18,16 +18,6 @@ constexpr size_t ROW_WORDS = 5;
 
 std::string ownershipPath(const Session& session) {
     return session.root + RUN_FOLDER + OWNERSHIP_FILE;
-}
-
-std::string startOf(Session& session) {
-    for (const std::string& line : askBoard(session, "about")) {
-        for (const std::string& word : splitWords(line)) {
-            const Field field = splitField(word);
-            if (field.name == "since") return field.value;
-        }
-    }
-    return {};
 }
 
 bool readRow(const std::vector<std::string>& words, ConfigRow& row) {
@@ -43,7 +33,7 @@ bool readRow(const std::vector<std::string>& words, ConfigRow& row) {
 }  // namespace
 
 Ownership readOwnership(Session& session) {
-    Ownership none = {.daemon = startOf(session)};
+    Ownership none = {.daemon = readAbout(session).since};
     Ownership ownership;
     std::string text, problem;
     if (!readRegularFile(ownershipPath(session), text, problem)) return none;

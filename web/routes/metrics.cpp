@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
+#include <optional>
 #include <tuple>
 #include <utility>
 
@@ -139,12 +141,17 @@ void addPeer(MetricText& metrics, const PeerLink& link) {
              static_cast<double>(link.waiting));
 }
 
+std::optional<double> secondsOf(const std::string& since) {
+    if (since.empty()) return std::nullopt;
+    return std::strtod(since.c_str(), nullptr);
+}
+
 void addStatus(MetricText& metrics, const Status& status) {
     addFamily(metrics, "portisolate_daemon", MetricType::info, "What the daemon says of itself.");
     addCount(metrics, 1,
              {{"version", status.about.version}, {"plane", status.plane.name}, {"role", status.role}});
     addGauge(metrics, "portisolate_start_time_seconds", "When the daemon started, in seconds since 1970.",
-             status.about.sinceSeconds);
+             secondsOf(status.about.since));
     addGauge(metrics, "portisolate_clients", "Clients of the daemon's command socket.", status.about.clients);
     addGauge(metrics, "portisolate_saved", "Whether there is a saved configuration.", status.saved ? 1 : 0);
     addGauge(metrics, "portisolate_pending_lines", "Lines of the saved configuration that are not in force.",

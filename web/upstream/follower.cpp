@@ -17,17 +17,13 @@ constexpr int64_t LOOK_MS = 200;       // between two looks whether to stop
 constexpr int64_t COME_BACK_MS = 500;  // between two tries to reach the daemon
 constexpr int64_t NAMES_MS = 500;      // between two questions for the names of the interfaces
 
-const char* resultWord(const HappeningEnd& outcome) {
-    return outcome.text == "ok" ? "ok" : outcome.good ? "none" : "refused";
-}
-
 bool setsSomething(const Happening& happening) {
     return happening.kind == "request" && requestSets(happeningBytes(happening, "frame"));
 }
 
 void countRequest(Happened& happened, const Happening& happening, const HappeningEnd& outcome) {
     const RequestParts parts = requestParts(happeningBytes(happening, "frame"));
-    ++happened.requests[{parts.object, parts.operation, resultWord(outcome)}];
+    ++happened.requests[{parts.object, parts.operation, outcome.result}];
     if (outcome.text == "ok" && setsSomething(happening)) {
         happened.changed = std::strtod(happeningText(happening, "time").c_str(), nullptr);
     }
@@ -40,7 +36,7 @@ void count(Follower& follower, Session& session, const Happening& happening) {
     std::lock_guard guard(follower.lock);
     Happened& happened = follower.happened;
     if (happening.kind == "request") countRequest(happened, happening, outcome);
-    if (happening.kind == "hardware") ++happened.commands[resultWord(outcome)];
+    if (happening.kind == "hardware") ++happened.commands[outcome.result];
     if (happening.kind == "dropped") happened.dropped += happeningNumber(happening, "count");
     for (const EventMessage& message : messages) ++happened.events[message.event];
 }
