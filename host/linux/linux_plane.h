@@ -44,6 +44,7 @@ struct LinuxPlaneStart {
     Healing healing = Healing::on;
     std::vector<std::string> closed = {};  // patterns of devices that have doors
     std::string bridge = {};
+    std::vector<std::string> span = {};  // devices that carry groups to other machines
 };
 
 // Lays the table, keeping what stands in one that is there. Returns what went wrong, as a sentence; the plane

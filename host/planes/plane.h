@@ -15,6 +15,11 @@
 #include <string>
 #include <vector>
 
+// Groups whose numbers mean the same on every machine: bit 0 is group 1.
+using SpanningGroups = uint16_t;
+inline constexpr uint32_t SPANNING_GROUP_MAX = 16;
+inline constexpr SpanningGroups SPANNING_ALL = UINT16_MAX;
+
 // What a plane needs to know of a port.
 struct PlanePort {
     uint32_t ifUnit;
@@ -71,6 +76,15 @@ struct Plane {
     // particular VLAN, held up only by what applies to all traffic.
     bool (*forwards)(void* state, const PlanePort& src, const PlanePort& dst, uint32_t vid,
                      std::string& reason);
+    // A port is, or is no more, an active member of an isolation group; `vid` 0: of a plain one. Of the
+    // groups that setSpanning names the plane carries the membership to other machines, where it can. What is
+    // so already may be said again.
+    int32_t (*setMember)(void* state, const PlanePort& port, uint32_t group, uint16_t vid, bool member);
+    int32_t (*setSpanning)(void* state, SpanningGroups groups);
+    // Whether what a member of these groups sends on another machine passes to the port; otherwise as
+    // `forwards`.
+    bool (*remoteForwards)(void* state, const PlanePort& dst, SpanningGroups groups, uint32_t vid,
+                           std::string& reason);
     // Appends one line per entry, in a fixed order.
     void (*list)(void* state, std::string& text);
     PlaneCounters (*counters)(void* state);
@@ -78,12 +92,14 @@ struct Plane {
     //   plane name=NAME state=ready|gone|changed|failed [heal=own|watch|off healed=N]
     //   doors packets=N bytes=N, where ports can have doors: what these held
     //   note SENTENCE
-    //   entry kind=bi|uni|pon|pon-off src=PORT|- dst=PORT|- vlan=VID|- state=held|left-over|missing
-    //         packets=N|- bytes=N|-
+    //   spanning GROUP..., where ports carry groups to other machines
+    //   span device=PORT state=carries|plain|absent for each of these; what does not carry is closed to
+    //   members entry kind=bi|uni|pon|pon-off|span src=PORT|- dst=PORT|- vlan=VID|- [group=N]
+    //         state=held|left-over|missing packets=N|- bytes=N|-
     // where PORT is the kernel's name, or the interface's number where there is none.
     // A two-way isolation has an entry for each direction. `pon` is the PON isolation of all VLANs that have
-    // no `pon-off`. What is left over was in force before the daemon started and has not been asked for
-    // since.
+    // no `pon-off`. `span` is what a member of a group is kept from by members on other machines; it alone
+    // has a group. What is left over was in force before the daemon started and has not been asked for since.
     void (*inspect)(void* state, std::string& text);
     // Removes what is left over; puts in force what is missing. Both count what they changed.
     int32_t (*sweep)(void* state, uint64_t& changed);
