@@ -105,7 +105,9 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
         "vlan 10 20 v10\n";
     static constexpr std::string_view BAD =
         "role boss\npeer\npeer /x timeout\npeer /x timeout 0\nplane other\nplane linux\nbridge "
-        "br0\njournal\nbogus 1\nframe-mark 0\nframe-mark 0xfff\nframe-mark 0x1011fff\n"
+        "br0\njournal\nbogus 1\nframe-mark 0\nframe-mark 0xfff\nframe-mark 0x1011fff\nspan\nspan vx*\nspan "
+        "vx0\n"
+        "span vx0 sixteen-letters-\n"
         "interface 3 c\ninterface x c slot 1\ninterface 0 c slot 1\ninterface 1 c slot 1\n"
         "interface 3 a slot 1\ninterface 3 c slot 1 kind moon\ninterface 3 c slot 1 more\n"
         "interface 4294967296 c slot 1\ntrunk 9 t members nobody\ntrunk 9 t members a a\n"
@@ -118,6 +120,7 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
         EXPECT_EQ(board.interfaces.size(), 4u) << line;
         EXPECT_EQ(board.interfaces.at(7).members, std::vector<uint32_t>{2}) << line;
         EXPECT_EQ(slotOf(board, board.interfaces.at(7)), 2u) << line;
+        EXPECT_TRUE(board.span.empty()) << line;
         board.plane.destroy(board.plane.state);
     });
 }

@@ -1,6 +1,7 @@
 // The board of a Linux bridge, without a bridge: route netlink's messages as they are read, and what becomes
 // of the board and which events the daemon gets when devices come, go, change their masters and their names.
 #include <arpa/inet.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <libmnl/libmnl.h>
 #include <linux/if_ether.h>
@@ -257,6 +258,19 @@ struct BridgeBoard {
     }
     void follow(const std::string& links) { followLinks(linuxBoard, linksOf(links)); }
 };
+
+TEST(LinuxBoard, BitsOfGroupsAndOfVlansDoNotMeet) {
+    for (const uint32_t mark : {0x1fff0000u, 0x1fffu, 0x1fff8000u}) {
+        const bool meets = (mark & SPANNING_ALL) != 0;
+        Board board;
+        readBoard(fmt::format("span vx0 vx1\nspan vx0\nframe-mark {:#x}\nplane linux\nbridge br0\n", mark),
+                  "test.conf", planeKinds(), board);
+        EXPECT_EQ(board.rejected, meets ? 1u : 0u) << mark;
+        EXPECT_EQ(board.frameMark, meets ? FRAME_MARK_DEFAULT : mark);
+        EXPECT_EQ(board.span, (std::vector<std::string>{"vx0", "vx1"}));
+        board.plane.destroy(board.plane.state);
+    }
+}
 
 // The saved configuration of the root that the boards of a test share.
 struct SavedFile {

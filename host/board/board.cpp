@@ -104,6 +104,10 @@ bool isAccess(const Interface& interface) {
     return interface.kind == IfKind::pon || interface.access;
 }
 
+bool isSpan(const Board& board, const Interface& interface) {
+    return std::find(board.span.begin(), board.span.end(), deviceOf(interface)) != board.span.end();
+}
+
 const std::string& deviceOf(const Interface& interface) {
     return interface.device.empty() ? interface.name : interface.device;
 }
@@ -173,4 +177,18 @@ Forwarding boardForwards(Board& board, const Interface& src, const Interface& ds
     }
     if (!blocked) return Forwarding::yes;
     return passes ? Forwarding::partly : Forwarding::no;
+}
+
+Forwarding remoteForwards(Board& board, SpanningGroups groups, const Interface& dst, uint32_t vid,
+                          std::string& reason) {
+    reason.clear();
+    const Interface* trunk = findInterface(board, dst.trunk);
+    const Interface& carrier = trunk == nullptr ? dst : *trunk;
+    if (!dst.present || !carrier.present) {
+        reason = (dst.present ? carrier : dst).name + " is not plugged";
+        return Forwarding::no;
+    }
+    const Plane& plane = board.plane;
+    const bool passes = plane.remoteForwards(plane.state, planePort(board, carrier), groups, vid, reason);
+    return passes ? Forwarding::yes : Forwarding::no;
 }

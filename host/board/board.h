@@ -75,6 +75,8 @@ struct Board {
     uint32_t frameMark = FRAME_MARK_DEFAULT;  // the bits of a frame's mark that a plane may use
     Healing healing = Healing::on;            // what becomes of a plane that others change
     std::vector<std::string> closed;          // patterns of devices whose doors begin closed
+    std::vector<std::string> span;            // devices that carry groups to other machines
+    SpanningGroups spanning = SPANNING_ALL;   // those that mean the same there
 
     std::map<uint32_t, Interface>
         interfaces;  // by number; entries are never removed, so their addresses last
@@ -113,6 +115,8 @@ uint32_t slotOf(Board& board, const Interface& interface);
 bool isPort(const Interface& interface);
 // Whether the PON isolation of a VLAN holds the interface.
 bool isAccess(const Interface& interface);
+// Whether it carries groups to other machines.
+bool isSpan(const Board& board, const Interface& interface);
 // The kernel's name of it, which is its own unless the description says otherwise.
 const std::string& deviceOf(const Interface& interface);
 // What the plane needs to know of it. Points into the board: good for as long as the lock is held.
@@ -124,3 +128,7 @@ enum class Forwarding : uint8_t { yes, no, partly };
 // blocked; empty when all are open.
 Forwarding boardForwards(Board& board, const Interface& src, const Interface& dst, uint32_t vid,
                          std::string& reason);
+// The same for what a member of these groups sends on another machine. A member port of a trunk gets what the
+// trunk gets.
+Forwarding remoteForwards(Board& board, SpanningGroups groups, const Interface& dst, uint32_t vid,
+                          std::string& reason);

@@ -133,6 +133,19 @@ std::string readClosed(Words& words, Description& description) {
     return {};
 }
 
+std::string readSpan(Words& words, Description& description) {
+    if (words.size() < 2) return "expected: span DEVICE...";
+    for (size_t i = 1; i < words.size(); ++i) {
+        if (words[i].find_first_of("*?") != std::string::npos) return words[i] + ": give whole names";
+        if (words[i].size() > DEVICE_NAME_MAX) return LONG_DEVICE;
+    }
+    std::vector<std::string>& span = description.board.span;
+    for (size_t i = 1; i < words.size(); ++i) {
+        if (std::find(span.begin(), span.end(), words[i]) == span.end()) span.push_back(words[i]);
+    }
+    return {};
+}
+
 std::string readJournal(Words& words, Description& description) {
     if (words.size() != 2) return "expected: journal FILE";
     description.board.journalFile = words[1].starts_with('/') ? words[1] : "/" + words[1];
@@ -217,6 +230,7 @@ constexpr Statement STATEMENTS[] = {
     {"bridge", readBridge},
     {"access", readAccess},
     {"closed", readClosed},
+    {"span", readSpan},
     {"journal", readJournal},
     {"laboratory", readLaboratory},
     {"frame-mark", readFrameMark},
@@ -235,13 +249,35 @@ std::string readStatement(Words& words, Description& description) {
     return "expected one of " + known;
 }
 
+// What is wrong between lines: each of these takes back one of them and says why.
+
+std::string checkClosed(const Description& description) {
+    Board& board = description.board;
+    if (board.follower != nullptr || board.closed.empty()) return {};
+    board.closed.clear();
+    return "doors begin closed on a Linux bridge only: `closed` needs a line `plane linux`";
+}
+
+std::string checkSpan(const Description& description) {
+    Board& board = description.board;
+    if (board.follower != nullptr || board.span.empty()) return {};
+    board.span.clear();
+    return "groups span machines on a Linux bridge only: `span` needs a line `plane linux`";
+}
+
+// The bits of the groups are those that the kernel's tunnels carry; the bits of the VLAN can be others.
+std::string checkFrameMark(const Description& description) {
+    Board& board = description.board;
+    if (board.span.empty() || (board.frameMark & SPANNING_ALL) == 0) return {};
+    board.frameMark = FRAME_MARK_DEFAULT;
+    return fmt::format(
+        "with `span` the bits {:#x} of a frame's mark carry its groups: give `frame-mark` 13 bits above them",
+        SPANNING_ALL);
+}
+
 // A bridge and a plane whose ports are followed belong together.
 std::string checkBridge(const Description& description) {
     Board& board = description.board;
-    if (board.follower == nullptr && !board.closed.empty()) {
-        board.closed.clear();
-        return "doors begin closed on a Linux bridge only: `closed` needs a line `plane linux`";
-    }
     if ((board.follower == nullptr) == board.bridge.empty()) return {};
     if (board.follower != nullptr) {
         return fmt::format("no port can be isolated: `plane {}` needs a line `bridge DEVICE`",
@@ -268,8 +304,9 @@ void readBoard(std::string_view text, const char* fileName, PlaneKinds kinds, Bo
         hostReport("{}:{}: {}", fileName, number, problem);
         ++board.rejected;
     });
-    const std::string problem = checkBridge(description);
-    if (!problem.empty()) {
+    for (const auto check : {checkClosed, checkSpan, checkFrameMark, checkBridge}) {
+        const std::string problem = check(description);
+        if (problem.empty()) continue;
         hostReport("{}: {}", fileName, problem);
         ++board.rejected;
     }

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "common/bytes.h"
 #include "common/text.h"
 #include "host/board/board_events.h"
@@ -153,14 +155,16 @@ constexpr Verb VERBS[] = {
     {"saved", "", "know the ports that the saved configuration names, present or not", savedVerb},
     {"fault", "CALL NTH|every STATUS [if IF] [command NUMBER] | list | clear",
      "make a call of the hardware layer fail", faultVerb, nullptr, true, "list"},
-    {"forward", "A B [VID]", "whether traffic from A reaches B", forwardVerb, nullptr, false, ANY_WORDS},
+    {"forward", "A B [VID] | remote B GROUP[,GROUP]... [VID]",
+     "whether traffic from A, or from members of groups on other machines, reaches B", forwardVerb, nullptr,
+     false, ANY_WORDS},
     {"matrix", "[VID]", "which interfaces reach one another: o yes, x no, p partly", matrixVerb, nullptr,
      false, ANY_WORDS},
     {"hardware", "", "the entries of the forwarding plane", hardwareVerb, nullptr, false, NO_WORDS},
-    {"plane", "show|sweep|restore | open|close NUMBER[=LIFE]...|all",
+    {"plane", "show|sweep|restore | open|close NUMBER[=LIFE]...|all | spanning [GROUP...|none]",
      "compare what is in force with what was asked for; remove what is left over; put back what is missing; "
-     "open or close doors",
-     planeVerb, nullptr, false, "show"},
+     "open or close doors; show or set which groups mean the same on other machines",
+     planeVerb, nullptr, false, "show spanning"},
     {"role", "[active|standby|single]", "show or set the board's role", roleVerb, nullptr, false, NO_WORDS},
     {"peer", "[agrees]", "the link to the peer board; agrees: the boards were found equal, count anew",
      peerVerb, nullptr, false, NO_WORDS},
@@ -195,7 +199,9 @@ bool onlyReads(const Verb& verb, const Words& words) {
     if (verb.reads == nullptr) return false;
     const std::string_view reads = verb.reads;
     if (reads == ANY_WORDS) return true;
-    return words.size() == 1 ? reads == NO_WORDS : words.size() == 2 && words[1] == reads;
+    if (words.size() == 1) return reads == NO_WORDS;
+    const Words alone = splitWords(verb.reads);
+    return words.size() == 2 && std::find(alone.begin(), alone.end(), words[1]) != alone.end();
 }
 
 std::string runVerb(Board& board, const Verb& verb, const Words& words, std::string& result) {

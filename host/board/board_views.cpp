@@ -9,6 +9,9 @@
 
 namespace {
 
+constexpr char REMOTE_WORD[] = "remote";
+constexpr char SPANNING_WORD[] = "spanning";
+
 struct ForwardingText {
     const char* word;
     char mark;  // in the matrix
@@ -28,6 +31,10 @@ std::string codedTexts(const std::vector<std::string>& texts) {
 const ForwardingText& textOf(Forwarding forwarding) {
     static constexpr ForwardingText TEXTS[] = {{"yes", 'o'}, {"no", 'x'}, {"partly", 'p'}};
     return TEXTS[static_cast<size_t>(forwarding)];
+}
+
+std::string answerText(Forwarding forwarding, const std::string& reason) {
+    return textOf(forwarding).word + (forwarding == Forwarding::yes ? "" : " " + reason) + "\n";
 }
 
 std::string nameOf(Board& board, uint32_t number) {
@@ -66,10 +73,58 @@ std::string setDoors(Board& board, const Words& words, std::string& result) {
     return {};
 }
 
+std::string setSpanning(Board& board, const Words& words) {
+    SpanningGroups groups = 0;
+    const bool none = words.size() == 3 && words[2] == SPANNING_NONE;
+    for (size_t i = 2; i < words.size() && !none; ++i) {
+        std::string problem = addSpanningWord(words[i], groups);
+        if (!problem.empty()) return problem;
+    }
+    if (board.span.empty()) {
+        return "no port of this board carries groups to other machines: board.conf has no line `span DEVICE`";
+    }
+    const int32_t status = board.plane.setSpanning(board.plane.state, groups);
+    if (status != 0) return fmt::format("the kernel refused it: {}", std::strerror(status));
+    board.spanning = groups;
+    return {};
+}
+
+// Without a line where no port carries groups.
+std::string spanningVerb(Board& board, const Words& words, std::string& result) {
+    if (words.size() > 2) return setSpanning(board, words);
+    if (!board.span.empty()) result = fmt::format("{} {}\n", SPANNING_WORD, spanningText(board.spanning));
+    return {};
+}
+
 bool parseVlan(const Words& words, size_t position, uint32_t& vid) {
     vid = 0;
     if (words.size() <= position) return true;
     return parseNumber(words[position], vid) && vid <= VLAN_ID_MAX;
+}
+
+// "5,7", "1-4"; false for what names no group that can span.
+bool parseGroups(std::string_view text, SpanningGroups& groups) {
+    while (!text.empty()) {
+        const size_t comma = std::min(text.find(','), text.size());
+        if (!addSpanningWord(std::string(text.substr(0, comma)), groups).empty()) return false;
+        text.remove_prefix(std::min(comma + 1, text.size()));
+    }
+    return groups != 0;
+}
+
+std::string remoteForward(Board& board, const Words& words, std::string& result) {
+    uint32_t vid = 0;
+    SpanningGroups groups = 0;
+    const bool whole = words.size() == 4 || words.size() == 5;
+    if (!whole || !parseGroups(words[3], groups) || !parseVlan(words, 4, vid)) return WRONG_USE;
+    std::lock_guard guard(board.lock);
+    const Interface* dst = findInterface(board, words[2]);
+    if (dst == nullptr) return unknownInterface(words[2]);
+    if (dst->kind == IfKind::vlan) return "a VLAN interface does not forward";
+    std::string reason;
+    const Forwarding forwarding = remoteForwards(board, groups, *dst, vid, reason);
+    result = answerText(forwarding, reason);
+    return {};
 }
 
 }  // namespace
@@ -95,14 +150,17 @@ std::string listVerb(Board& board, const Words& words, std::string& result) {
                               vlan ? std::to_string(interface.vid) : "-");
         result += fmt::format(" device={} access={}", board.bridge.empty() ? "-" : deviceOf(interface),
                               isAccess(interface) ? "yes" : "no");
-        result += fmt::format(" alias={} names={} life={}\n", codedText(interface.alias),
-                              codedTexts(interface.otherNames), interface.life);
+        result += fmt::format(" alias={} names={} life={} span={}\n", codedText(interface.alias),
+                              codedTexts(interface.otherNames), interface.life,
+                              isSpan(board, interface) ? "yes" : "no");
     }
     return {};
 }
 
+// An interface called "remote" is asked about by its number.
 std::string forwardVerb(Board& board, const Words& words, std::string& result) {
     uint32_t vid = 0;
+    if (words.size() > 3 && words[1] == REMOTE_WORD) return remoteForward(board, words, result);
     if (words.size() < 3 || words.size() > 4 || !parseVlan(words, 3, vid)) return WRONG_USE;
     std::lock_guard guard(board.lock);
     const Interface* src = findInterface(board, words[1]);
@@ -112,7 +170,7 @@ std::string forwardVerb(Board& board, const Words& words, std::string& result) {
     if (src->kind == IfKind::vlan || dst->kind == IfKind::vlan) return "a VLAN interface does not forward";
     std::string reason;
     const Forwarding forwarding = boardForwards(board, *src, *dst, vid, reason);
-    result = textOf(forwarding).word + (forwarding == Forwarding::yes ? "" : " " + reason) + "\n";
+    result = answerText(forwarding, reason);
     return {};
 }
 
@@ -152,9 +210,11 @@ std::string hardwareVerb(Board& board, const Words& words, std::string& result) 
 
 std::string planeVerb(Board& board, const Words& words, std::string& result) {
     const bool doors = words.size() > 2 && (words[1] == "open" || words[1] == "close");
-    if (words.size() != 2 && !doors) return WRONG_USE;
+    const bool spanning = words.size() > 1 && words[1] == SPANNING_WORD;
+    if (words.size() != 2 && !doors && !spanning) return WRONG_USE;
     std::lock_guard guard(board.lock);
     const Plane& plane = board.plane;
+    if (spanning) return spanningVerb(board, words, result);
     if (doors) return setDoors(board, words, result);
     if (words[1] == "show") {
         plane.inspect(plane.state, result);

@@ -22,7 +22,8 @@ struct Verb {
     VerbFunction run;
     const char* kernelCommand = nullptr;  // does it where the kernel decides what is plugged
     bool laboratory = false;              // makes up what did not happen
-    // How it only reads: with ANY_WORDS behind it, NO_WORDS, or this word alone; null: it never does.
+    // How it only reads: with ANY_WORDS behind it, NO_WORDS, or one of these words alone; null: it never
+    // does.
     const char* reads = nullptr;
 };
 inline constexpr char ANY_WORDS[] = "*";

@@ -130,7 +130,8 @@ void start(Board& board) {
                                                 .vlans = vlansOf(board.bridge),
                                                 .healing = board.healing,
                                                 .closed = board.closed,
-                                                .bridge = board.bridge});
+                                                .bridge = board.bridge,
+                                                .span = board.span});
         gLinux = new LinuxBoard(linuxBoardOf(board));
     }
     if (!problem.empty()) reportRemark(problem);

@@ -15,10 +15,7 @@
 #include <string>
 #include <vector>
 
-// Groups whose numbers mean the same on every machine: bit 0 is group 1.
-using SpanningGroups = uint16_t;
-inline constexpr uint32_t SPANNING_GROUP_MAX = 16;
-inline constexpr SpanningGroups SPANNING_ALL = UINT16_MAX;
+#include "common/spanning_groups.h"
 
 // What a plane needs to know of a port.
 struct PlanePort {
