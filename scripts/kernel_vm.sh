@@ -145,7 +145,8 @@ mkdir -p "$cache"
 make_initrd
 write_main "$@"
 version=$(basename "$cache"/kernel/lib/modules/*)
-timeout "${KERNEL_VM_SECONDS:-900}" qemu-system-x86_64 -accel tcg,thread=multi -cpu max -m 1024 -smp 2 \
+# One thread emulates both processors: with one each, a kernel that patches its code while the other runs it may panic.
+timeout "${KERNEL_VM_SECONDS:-900}" qemu-system-x86_64 -accel tcg,thread=single -cpu max -m 1024 -smp 2 \
     -nographic -no-reboot -net none -kernel "$cache/kernel/boot/vmlinuz-$version" -initrd "$work/initrd.gz" \
     -append "console=ttyS0 quiet panic=1" -virtfs "$(shared / root ,readonly=on,multidevs=remap)" \
     -virtfs "$(shared "$cache/kernel/lib/modules" modules ,readonly=on)" \
@@ -154,7 +155,7 @@ timeout "${KERNEL_VM_SECONDS:-900}" qemu-system-x86_64 -accel tcg,thread=multi -
 cat "$work/result/output"
 if [ ! -s "$work/result/status" ]; then
     echo "kernel_vm.sh: the machine ended without a status; its console:" >&2
-    tail -n 20 "$work/console" >&2
+    tail -n 60 "$work/console" >&2
     exit 1
 fi
 exit "$(cat "$work/result/status")"

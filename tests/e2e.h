@@ -51,10 +51,11 @@ bool endsWithin(pid_t program, int timeout);  // milliseconds
 // Whether it becomes true, looking again and again for a good while.
 template <typename Condition>
 bool eventually(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::yield();
+        // What is waited for may need this processor, where there is one.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
 }

@@ -94,7 +94,8 @@ TEST_F(LinuxDoorsTest, StayClosedWhereIsolationIsMissing) {
     // One that has got another alias since is another.
     const auto v1 = [&] {
         const std::string line = linesWith("list", " name=v1 ").at(0);
-        return std::to_string(if_nametoindex("v1")) + "=" + line.substr(line.rfind('=') + 1);
+        return std::to_string(if_nametoindex("v1")) + "=" +
+               std::to_string(std::atoi(line.c_str() + line.find(" life=") + 6));
     };
     const std::string before = v1();
     ASSERT_EQ(sh("ip link set v1 alias other"), "");

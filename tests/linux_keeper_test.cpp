@@ -16,12 +16,6 @@ bool isSlow() {
     return SANITIZED || std::getenv(NO_SKIPPING) != nullptr;
 }
 
-// A minute instead of the usual while, for hundreds of ports.
-template <typename Condition>
-bool atLast(Condition condition) {
-    return eventually(condition) || eventually(condition) || eventually(condition);
-}
-
 struct LinuxKeeperTest : LinuxPlaneTest {
     pid_t keeper = 0;
 
@@ -37,7 +31,7 @@ struct LinuxKeeperTest : LinuxPlaneTest {
         LinuxPlaneTest::TearDown();
     }
     bool settledBehindNoDoor() const {
-        return atLast([this] { return settled("plane show", "^door ").empty(); });
+        return eventually([this] { return settled("plane show", "^door ").empty(); });
     }
 };
 
@@ -185,8 +179,8 @@ TEST_F(LinuxKeeperTest, AHostOfTenantsBootsAtOnce) {
         return differing;
     };
     ASSERT_TRUE(
-        atLast([this] { return readText(root + "/keeper.err").find("groups") != std::string::npos; }));
-    EXPECT_TRUE(atLast([&] { return wrong() == 0; })) << wrong();
+        eventually([this] { return readText(root + "/keeper.err").find("groups") != std::string::npos; }));
+    EXPECT_TRUE(eventually([&] { return wrong() == 0; })) << wrong();
     const std::chrono::duration<double> ready = std::chrono::steady_clock::now() - before;
     EXPECT_TRUE(settledBehindNoDoor());
     EXPECT_TRUE(notHeld().empty());

@@ -22,7 +22,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto PATIENCE = std::chrono::seconds(20);
+constexpr auto PATIENCE = std::chrono::seconds(60);
 constexpr auto ROUND = std::chrono::milliseconds(50);  // of greetings, until all have been heard
 constexpr uint16_t TEST_PROTOCOL = 0x88B5;             // set aside for experiments
 constexpr uint32_t PROBE = 0x70726f62;
