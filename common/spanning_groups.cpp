@@ -11,6 +11,14 @@ constexpr uint32_t RUN_SHORTEST = 3;  // groups that are worth a range
 
 }  // namespace
 
+std::vector<uint32_t> spanningNumbers(SpanningGroups groups) {
+    std::vector<uint32_t> numbers;
+    for (uint32_t group = 1; group <= SPANNING_GROUP_MAX; ++group) {
+        if ((groups & spanningBit(group)) != 0) numbers.push_back(group);
+    }
+    return numbers;
+}
+
 std::string spanningText(SpanningGroups groups) {
     std::string text;
     const uint32_t bits = groups;

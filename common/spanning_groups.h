@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 using SpanningGroups = uint16_t;  // bit 0: group 1
 inline constexpr uint32_t SPANNING_GROUP_MAX = 16;
@@ -15,6 +16,7 @@ constexpr SpanningGroups spanningBit(uint32_t group) {
     return static_cast<SpanningGroups>(1u << (group - 1));
 }
 
+std::vector<uint32_t> spanningNumbers(SpanningGroups groups);
 // Runs of three or more as ranges.
 std::string spanningText(SpanningGroups groups);
 // Adds what a word names, a group or a range of them. What is wrong with it, empty for nothing.

@@ -353,6 +353,18 @@ TEST_F(Ctl, PlaneIsToldByWhatDiffers) {
          "`portisolatectl plane sweep` removes what is left over, once all that is wanted is configured "
          "again\n",
          Exit::refused},
+        {{"plane name=linux state=ready", "spanning 1-4 7", "span device=vx0 state=carries",
+          "span device=vx1 state=plain",
+          "entry kind=span src=- dst=a vlan=- group=5 state=held packets=2 bytes=9",
+          "entry kind=span src=- dst=b vlan=7 group=5 state=held packets=1 bytes=9"},
+         "plane linux: ready\nspan vx0: carries groups 1-4 7\n"
+         "span vx1: plain, no groups are carried; what members of groups send to it is dropped\n"
+         "KIND  FROM                     TO  VLAN  STATE  PACKETS  BYTES\n"
+         "span  other machines, group 5  a   all   held   2        9\n"
+         "span  other machines, group 5  b   7     held   1        9\n"
+         "2 held; 3 packets dropped\n"
+         "packets dropped from other machines: 3 of group 5\n",
+         Exit::done},
         {{"plane name=linux state=gone heal=watch healed=3"},
          "plane linux: gone, healed 3 times\nno entries\n"
          "`portisolatectl plane restore` puts back what is missing\n",
@@ -375,7 +387,8 @@ TEST_F(Ctl, PlaneIsToldByWhatDiffers) {
     }
     for (const char* bad :
          {"kind=tri vlan=- state=held packets=- bytes=-", "kind=bi vlan=x state=held packets=- bytes=-",
-          "kind=bi vlan=- state=odd packets=- bytes=-", "kind=bi vlan=- state=held packets=-1 bytes=-"}) {
+          "kind=bi vlan=- state=odd packets=- bytes=-", "kind=span vlan=- state=held packets=- bytes=-",
+          "kind=bi vlan=- state=held packets=-1 bytes=-"}) {
         EXPECT_FALSE(parsePlane(session, {plane, std::string("entry src=1 dst=2 ") + bad})) << bad;
     }
 }

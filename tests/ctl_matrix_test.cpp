@@ -25,6 +25,41 @@ TEST_F(Ctl, MatrixMarksDirectionsAndVlans) {
               "The plane is simulated: it isolates no real port.\n");
 }
 
+// A member of a group is shown at the ports that carry groups, and at no other; within a VLAN without what
+// holds in others.
+TEST_F(Ctl, MatrixMarksWhatReachesOtherMachinesWithoutItsGroup) {
+    session.interfaces = {{.number = 1, .name = "a", .device = "a"},
+                          {.number = 2, .name = "b", .device = "b"},
+                          {.number = 3, .name = "x", .device = "x", .span = true},
+                          {.number = 4, .name = "y", .device = "y", .span = true}};
+    const Words cells = {"a b x y", "a -xox", "b x-oo", "x oo-o", "y ooo-"};
+    daemon.boardLines = {{"matrix", cells},
+                         {"matrix 9", cells},
+                         {"hardware", {"mode 2"}},
+                         {"plane show",
+                          {"plane name=linux state=ready", "spanning 5", "span device=x state=carries",
+                           "span device=y state=plain",
+                           "entry kind=span src=- dst=a vlan=- group=5 state=held packets=0 bytes=0",
+                           "entry kind=span src=- dst=b vlan=7 group=6 state=held packets=0 bytes=0"}}};
+    const struct {
+        const char* command;
+        const char* grid;
+        const char* legend;
+    } cases[] = {
+        {"matrix", "a  -  x  s  >\nb  x  -  s  o\nx  s  s  -  o\ny  o  o  o  -\n", "within a group (5 6)\n"},
+        {"matrix --vlan 9", "a  -  x  s  >\nb  x  -  o  o\nx  s  o  -  o\ny  o  o  o  -\n",
+         "within a group (5)\n"},
+        {"matrix b x", "b  -  s\nx  s  -\n", "within a group (6)\n"},
+        {"matrix a b x --alike", "1 a  -  x  s\n2 b  x  -  s\n3 x  s  s  -\n", ""},
+        {"matrix b x y --alike", "1 b, x  s  o\n2 y     o  -\n", ""},
+    };
+    for (const auto& [command, grid, legend] : cases) {
+        const std::string told = printedBy([&, line = command] { EXPECT_EQ(run(line), Exit::done); });
+        EXPECT_NE(told.find(grid), std::string::npos) << command << "\n" << told;
+        EXPECT_NE(told.find(legend), std::string::npos) << command << "\n" << told;
+    }
+}
+
 // What the picture's strips paint, a string per row.
 Words paintedBy(const std::string& svg, size_t size) {
     Words rows(size, std::string(size, ' '));

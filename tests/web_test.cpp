@@ -175,6 +175,7 @@ constexpr Printed PRINTED[] = {
     {"status", "Status"},
     {"matrix", "Matrix"},
     {"why ge1/1 pon2/1 --vlan 10", "Why"},
+    {"why ge1/1 --remote 5-7", "WhyRemote"},
     {"export", "Configuration"},
     {"apply /dev/null --empty --dry-run", "Changes"},
     {"monitor request --count 1", "Event"},
@@ -220,8 +221,11 @@ TEST_F(Web, EveryAnswerAndPrintoutKeepsToItsSchema) {
     const std::string changes = log();
     for (const ApiRoute& route : apiRoutes()) {
         const std::string path = std::string(API_PREFIX) + route.name;
-        const bool ends = std::string_view(route.name) == "why" || std::string_view(route.name) == "forward";
-        const Value answer = json(path + (ends ? "?from=ge1/1&to=lag1&vlan=10" : ""));
+        const std::string_view called = route.name;
+        const bool ends = called == "why" || called == "forward";
+        const Value answer = json(path + (ends                     ? "?from=ge1/1&to=lag1&vlan=10"
+                                          : called == "why-remote" ? "?groups=5,7&to=ge1/1"
+                                                                   : ""));
         const Value& described = schemas.document["paths"].at(path)["get"];
         const Value& schema = described["responses"]["200"]["content"]["application/json"]["schema"];
         EXPECT_EQ(schemas.misfit(answer, schema), "") << path;

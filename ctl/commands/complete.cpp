@@ -5,6 +5,7 @@
 
 #include "ctl/text/command_line.h"
 #include "lib/link/interfaces.h"
+#include "lib/link/plane.h"
 #include "lib/link/rows.h"
 #include "lib/link/scalars.h"
 #include "lib/text/args.h"
@@ -91,6 +92,12 @@ Words placeholderChoices(Session& session, const Command& command, const std::st
     }
     if (name == "TRUNK") return interfaceChoices(session, true);
     if (name == "GROUP") return groupChoices(session, command);
+    if (name == "GROUPS") {
+        std::set<uint32_t> groups = scopeNumbers(session, GROUP_ROWS, false);
+        groups.merge(scopeNumbers(session, VLAN_GROUP_ROWS, false));
+        groups.erase(groups.upper_bound(SPANNING_GROUP_MAX), groups.end());
+        return texts(groups);
+    }
     if (name == "VLAN") return vlanChoices(session);
     if (name == "SLOT") return texts(boardNumbers(session, &BoardInterface::slot));
     if (name == "SCALAR") return scalarNames();

@@ -23,9 +23,10 @@ void printJson(const Json& answer) {
     std::vector<std::string> fields;
     for (const auto& [name, value] : answer.items()) {
         std::vector<std::string> parts;
-        const bool listed = name == "rows" || name == "blockedInVlans" || name == "classes";
+        const bool some = name == "blockedInVlans" || name == "spanning";
+        const bool listed = some || name == "rows" || name == "classes";
         for (const Json& part : listed ? value : Json::array()) parts.push_back(jsonText(part));
-        const char* opened = name == "blockedInVlans" ? "[" : "[\n  ";
+        const char* opened = some ? "[" : "[\n  ";
         fields.push_back(
             jsonField(name, listed ? opened + joinWords(parts, ",\n  ") + "]" : jsonText(value)));
     }
@@ -48,6 +49,7 @@ void printLegend(const Matrix& matrix) {
         if (meaning.mark == MATRIX_IN_VLAN) {
             text += " (" + numberList(matrixVlans(matrix)) + "; --vlan shows one)";
         }
+        if (meaning.mark == MATRIX_SPANS) text += " (" + spanningText(matrixGroups(matrix)) + ")";
         printLine("  " + markText(meaning.mark) + "  " + text);
     }
 }
@@ -122,10 +124,10 @@ constexpr Command MATRIX_COMMANDS[] = {
      .example = "matrix --vlan 10",
      .run = runMatrix,
      .details = MATRIX_DETAILS,
-     .json = "{vlan, interfaces, rows, blockedInVlans, simulated}: rows are {from, to: {NAME: forwards, "
-             "blocked or "
-             "partly}}, blockedInVlans are {from, to, vlans}; with --alike also classes: {first, interfaces, "
-             "among}, "
+     .json = "{vlan, interfaces, rows, blockedInVlans, spanning, simulated}: rows are {from, to: {NAME: "
+             "forwards, blocked or partly}}, blockedInVlans are {from, to, vlans}, spanning are {from, to, "
+             "groups}: members of these are kept apart from those on other machines; with --alike also "
+             "classes: {first, interfaces, among}, "
              "where the first stands for all and among says how they stand to one another"},
 };
 

@@ -34,15 +34,19 @@ const char* const STYLE =
     ".title{font-size:18px;font-weight:600}.note{fill:#5b6875}\n"
     ".page{fill:#ffffff}.cell{stroke:#ffffff;stroke-width:2}\n"
     ".self .cell{fill:#eceff2}.open .cell{fill:#d7efdf}.both .cell{fill:#c22f3a}\n"
-    ".oneway .cell{fill:#e9a13b}.vlan .cell{fill:#5c7fd0}.partly .cell{fill:#f3d9a4}\n"
+    ".oneway .cell{fill:#e9a13b}.vlan .cell{fill:#5c7fd0}.partly .cell{fill:#f3d9a4}"
+    ".spans .cell{fill:#bfe3e6}\n"
     ".mark{fill:none;stroke:#ffffff;stroke-width:2.5;stroke-linecap:round;stroke-linejoin:round}\n"
-    ".open .mark{stroke:#5fae7d;stroke-width:2}.partly .mark{stroke:#8a5a00}.oneway .mark{stroke:#3a2500}\n"
+    ".open .mark{stroke:#5fae7d;stroke-width:2}.partly .mark{stroke:#8a5a00}"
+    ".spans .mark{stroke:#0b6a72}.oneway .mark{stroke:#3a2500}\n"
     "g:hover>.cell{stroke:#1f2933}\n"
     "@media (prefers-color-scheme:dark){\n"
     "text{fill:#e4e9ee}.note{fill:#9aa7b4}.page{fill:#14191f}.cell{stroke:#14191f}\n"
     ".self .cell{fill:#232b34}.open .cell{fill:#1d3a2a}.both .cell{fill:#d2434d}\n"
-    ".oneway .cell{fill:#d08a24}.vlan .cell{fill:#5478cc}.partly .cell{fill:#5c4a22}\n"
-    ".open .mark{stroke:#58a877}.partly .mark{stroke:#f0cf8c}\n"
+    ".oneway .cell{fill:#d08a24}.vlan .cell{fill:#5478cc}.partly .cell{fill:#5c4a22}"
+    ".spans .cell{fill:#17454a}\n"
+    ".open .mark{stroke:#58a877}.partly .mark{stroke:#f0cf8c}"
+    ".spans .mark{stroke:#7fd3da}\n"
     "g:hover>.cell{stroke:#e4e9ee}}\n"
     "</style>\n";
 
@@ -57,6 +61,7 @@ constexpr MarkShape SHAPES[] = {
     {MATRIX_ONE_WAY, "M7 15h11M14 11l4 4l-4 4M23 9v12"},
     {MATRIX_IN_VLAN, "M10 10l5 10l5 -10"},
     {MATRIX_PARTLY, "M9 15q3 -5 6 0t6 0"},
+    {MATRIX_SPANS, "M9 15h3M15 15h0M18 15h3"},
 };
 
 std::string escaped(std::string_view text) {
@@ -94,7 +99,10 @@ std::string cellTitle(const Matrix& matrix, size_t row, size_t column) {
     const std::set<uint32_t>& vlans = matrix.blockedIn[row][column];
     const std::string within =
         vlans.empty() ? "" : " (VLAN " + numberList({vlans.begin(), vlans.end()}) + ")";
-    return matrixLabel(matrix, row) + " to " + matrixLabel(matrix, column) + ": " + meaning->text + within;
+    const SpanningGroups groups = spanningAt(matrix, row, column);
+    const std::string apart = groups == 0 ? "" : " (group " + spanningText(groups) + ")";
+    return matrixLabel(matrix, row) + " to " + matrixLabel(matrix, column) + ": " + meaning->text + within +
+           apart;
 }
 
 // Where the grid is, and what it is made of.
@@ -207,10 +215,19 @@ std::string labels(const Matrix& matrix, const Layout& layout, bool small) {
         before, above, away, away);
 }
 
+// The marks of a legend; that of other machines only where there are some.
+std::vector<MatrixMeaning> legendMeanings(const Matrix& matrix) {
+    std::vector<MatrixMeaning> meanings = matrixMeanings();
+    std::erase_if(meanings, [&](const MatrixMeaning& meaning) {
+        return meaning.mark == MATRIX_SPANS && matrix.spanning.empty();
+    });
+    return meanings;
+}
+
 std::string legend(const Matrix& matrix, size_t top) {
     const std::vector<uint32_t> vlans = matrixVlans(matrix);
     std::string text;
-    for (const MatrixMeaning& meaning : matrixMeanings()) {
+    for (const MatrixMeaning& meaning : legendMeanings(matrix)) {
         const bool within = meaning.mark == MATRIX_IN_VLAN && !vlans.empty();
         text +=
             fmt::format("<g transform=\"translate({} {}) scale(.75)\">{}</g>\n", MARGIN, top,
@@ -239,7 +256,7 @@ std::string matrixSvg(const Matrix& matrix) {
     const size_t width =
         std::max(layout.left + edge + std::max(beyond, widest * 2 / 3), MARGIN + LEGEND_WIDTH) + MARGIN;
     const size_t foot = layout.top + edge + beyond + MARGIN;
-    const size_t height = foot + matrixMeanings().size() * LEGEND_ROW + MARGIN;
+    const size_t height = foot + legendMeanings(matrix).size() * LEGEND_ROW + MARGIN;
     return fmt::format(
                "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
                "viewBox=\"0 0 {0} {1}\" role=\"img\">\n",

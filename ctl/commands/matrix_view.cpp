@@ -72,6 +72,7 @@ const std::vector<MatrixMeaning>& matrixMeanings() {
         {MATRIX_BLOCKED, "both", "blocked both ways", Tone::bad},
         {MATRIX_ONE_WAY, "oneway", "blocked in this direction only", Tone::bad},
         {MATRIX_IN_VLAN, "vlan", "blocked within a VLAN only", Tone::warning},
+        {MATRIX_SPANS, "spans", "forwards, but not within a group", Tone::warning},
         {MATRIX_PARTLY, "partly", "passes over some member ports only", Tone::warning},
     };
     return meanings;

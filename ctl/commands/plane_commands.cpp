@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <map>
 #include <set>
 
 #include "common/text.h"
@@ -17,8 +18,9 @@ constexpr char PLANE_DETAILS[] =
     "  MISSING    asked for, but not in force\n"
     "\n"
     "  A two-way isolation has a line for each direction. PON isolation has one line for all VLANs in\n"
-    "  which it is not off, and one for each port that it holds. Packets and bytes count what was\n"
-    "  dropped. The exit status is 1 when something is missing or the plane is not ready.";
+    "  which it is not off, and one for each port that it holds. A span has a line for each member of a\n"
+    "  group that spans machines. Packets and bytes count what was dropped. The exit status is 1 when\n"
+    "  something is missing or the plane is not ready.";
 
 void printState(const PlaneReport& report) {
     const Tone tone = report.state == PLANE_READY ? Tone::good : Tone::bad;
@@ -29,6 +31,24 @@ void printState(const PlaneReport& report) {
     for (const std::string& note : report.notes) {
         printLine("note: " + toned(Tone::warning, safeText(note)));
     }
+    for (const SpanPort& span : report.spans) {
+        const bool carries = span.state == SPAN_CARRIES;
+        printLine("span " + safeText(span.device) + ": " +
+                  toned(carries ? Tone::good : Tone::bad, safeText(span.state)) +
+                  (carries ? " groups " + spanningText(report.spanning)
+                           : ", no groups are carried; what members of groups send to it is dropped"));
+    }
+}
+
+// What members of groups on other machines have sent in vain.
+void printRemote(const PlaneReport& report) {
+    std::map<uint32_t, uint64_t> packets;
+    for (const PlaneEntry& entry : report.entries) {
+        if (entry.kind == PlaneEntryKind::span) packets[entry.group] += entry.packets.value_or(0);
+    }
+    std::vector<std::string> counts;
+    for (const auto& [group, count] : packets) counts.push_back(fmt::format("{} of group {}", count, group));
+    if (!counts.empty()) printLine("packets dropped from other machines: " + joinWords(counts, ", "));
 }
 
 // Who is still behind a closed door, and why.
@@ -144,12 +164,14 @@ constexpr Command PLANE_COMMANDS[] = {
      .example = "plane show",
      .run = runShow,
      .details = PLANE_DETAILS,
-     .json = "{plane, state, heal, healed, notes, shortfalls, doors, doorPackets, entries}: state is ready, "
+     .json = "{plane, state, heal, healed, notes, shortfalls, spans, spanning, doors, doorPackets, entries}: "
+             "state is ready, "
              "gone, changed or "
              "failed; heal is own, watch or off, or null for a plane that nobody else can change; healed "
-             "counts; entries are {kind, "
-             "from, to, vlan, state, packets, bytes}, kind two-way, one-way, pon or pon-off, state held, "
-             "left-over or missing; null stands for no port, all VLANs, nothing counted"},
+             "counts; spans are {port, state}, state carries, plain or absent, and spanning the groups that "
+             "they carry; entries are {kind, from, to, vlan, state, packets, bytes, group}, kind two-way, "
+             "one-way, pon, pon-off or span, state held, left-over or missing; null stands for no port, all "
+             "VLANs, nothing counted, no group"},
     {.object = "plane",
      .verb = "sweep",
      .help = "remove what an earlier run of the daemon left over",
@@ -189,6 +211,7 @@ Exit printPlane(const PlaneReport& report, bool json) {
         printState(report);
         if (!report.entries.empty()) printListing(entryListing(report), false);
         printTotals(report);
+        printRemote(report);
         printDoors(report);
         for (const std::string& one : report.shortfalls) printLine(toned(Tone::bad, safeText(one)));
     }

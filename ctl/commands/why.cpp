@@ -25,7 +25,9 @@ const VerdictWords& wordsOf(Verdict verdict) {
 
 void printAnswer(const Direction& answer) {
     const VerdictWords& hardware = wordsOf(answer.hardware);
-    printLine(toned(Tone::heading, safeText(answer.from + " to " + answer.to)) +
+    const std::string from =
+        answer.groups == 0 ? answer.from : "other machines, group " + spanningText(answer.groups);
+    printLine(toned(Tone::heading, safeText(from + " to " + answer.to)) +
               (answer.vlan != 0 ? fmt::format(" in VLAN {}", answer.vlan) : "") + ": " +
               toned(hardware.tone, hardware.text));
     std::string label = "  tables:    ";
@@ -51,8 +53,18 @@ void printAnswer(const Direction& answer) {
 
 Exit runWhy(Session& session, const Invocation& invocation) {
     const uint32_t first = resolveInterface(session, invocation.arguments[0]);
-    const uint32_t second = resolveInterface(session, invocation.arguments[1]);
     const uint32_t vlan = vlanOption(invocation.options);
+    const std::string* groups = fieldValue(invocation.options, "--remote");
+    if ((groups == nullptr) == (invocation.arguments.size() == 1)) {
+        throw misuse("name two interfaces, or one and --remote GROUPS");
+    }
+    if (groups != nullptr) {
+        const Direction answer = explainRemote(session, first, groupsArgument(*groups), vlan);
+        if (!session.json) printAnswer(answer);
+        if (session.json) printLine(jsonText(remoteAnswer(answer)));
+        return Exit::done;
+    }
+    const uint32_t second = resolveInterface(session, invocation.arguments[1]);
     const Explanation explanation = explain(session, first, second, vlan);
     if (session.json) {
         printLine(jsonRows(explanationAnswer(explanation)));
@@ -64,15 +76,18 @@ Exit runWhy(Session& session, const Invocation& invocation) {
 
 constexpr Command WHY_COMMANDS[] = {
     {.object = "why",
-     .signature = "INTERFACE INTERFACE [--vlan VLAN]",
+     .signature = "INTERFACE [INTERFACE] [--remote GROUPS] [--vlan VLAN]",
      .help = "explain why two interfaces may or may not talk, by the tables and by the hardware",
      .example = "why ge1/1 lag1 --vlan 10",
      .run = runWhy,
+     .details =
+         "--remote: instead what a frame meets at the interface that a member of these groups (5,7 or 1-4) "
+         "on\nanother machine sends.",
      .json = "an array of two directions {from, to, vlan, tables, reasons, notes, saved, hardware, "
              "hardwareReason, agree, packets, bytes}; tables and hardware are forwards, blocked or partly; "
              "saved holds "
              "{interface, policy, line} of the saved configuration; null stands for all VLANs, nothing "
-             "counted and no policy"},
+             "counted and no policy; with --remote one such, with groups in the place of from"},
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/spanning_groups.h"
 #include "lib/configuration/judgement.h"
 #include "lib/text/listing.h"
 
@@ -22,7 +23,8 @@ std::string wantedText(const WantedBy& wanted);
 
 // The answer for one direction.
 struct Direction {
-    std::string from, to;
+    std::string from{}, to{};
+    SpanningGroups groups = 0;  // of the sender, where it is on another machine; `from` is empty then
     uint32_t vlan = 0;
     Verdict tables = Verdict::forwards;
     std::vector<std::string> reasons{};
@@ -39,3 +41,9 @@ using Explanation = std::array<Direction, 2>;
 // VLAN 0: traffic of no particular VLAN. Ends the command when they are not two interfaces of the board.
 Explanation explain(Session& session, uint32_t from, uint32_t to, uint32_t vlan);
 Json explanationAnswer(const Explanation& explanation);
+
+// "5,7" or "1-4": groups that may span machines. Ends the command over others.
+SpanningGroups groupsArgument(const std::string& text);
+// What a frame meets at an interface that comes from a member of these groups on another machine.
+Direction explainRemote(Session& session, uint32_t to, SpanningGroups groups, uint32_t vlan);
+Json remoteAnswer(const Direction& answer);

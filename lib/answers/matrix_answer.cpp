@@ -31,10 +31,17 @@ Json matrixAnswer(const Matrix& matrix, bool simulated) {
         }
         rows.push_back({{"from", from}, {"to", std::move(cells)}});
     }
+    Json spanning = Json::array();
+    for (const auto& [place, groups] : matrix.spanning) {
+        spanning.push_back({{"from", matrix.names[place.first]},
+                            {"to", matrix.names[place.second]},
+                            {"groups", spanningNumbers(groups)}});
+    }
     Json answer = {{"vlan", vlanJson(matrix.vlan)},
                    {"interfaces", matrix.names},
                    {"rows", std::move(rows)},
-                   {"blockedInVlans", std::move(inVlans)}};
+                   {"blockedInVlans", std::move(inVlans)},
+                   {"spanning", std::move(spanning)}};
     for (size_t row = 0; row < matrix.members.size(); ++row) {
         answer["classes"].push_back({{"first", matrix.names[row]},
                                      {"interfaces", matrix.members[row]},

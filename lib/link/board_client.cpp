@@ -68,6 +68,7 @@ bool setField(BoardInterface& interface, const Field& field) {
     if (field.name == "protocol") interface.protocol = value == "on";
     if (field.name == "device") interface.device = none ? "" : value;
     if (field.name == "access") interface.access = value == "yes";
+    if (field.name == "span") interface.span = value == "yes";
     if (field.name == "members") splitMembers(value, interface.members);
     if (field.name == "alias") return none || parseHex(value, interface.alias);
     if (field.name == "names") return readNames(value, interface.otherNames);

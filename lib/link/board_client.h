@@ -26,6 +26,7 @@ struct BoardInterface {
     uint32_t vlan = 0;     // 0: no VLAN interface
     std::string device{};  // the kernel's name; empty: none
     bool access = false;   // held by the PON isolation of a VLAN
+    bool span = false;     // leads to other machines, and carries groups there
     // As the kernel knows them: any bytes, since whoever makes a port chooses them.
     std::string alias{};
     std::vector<std::string> otherNames{};

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "common/spanning_groups.h"
 #include "lib/link/session.h"
 
 struct ForwardAnswer {
@@ -15,3 +16,5 @@ struct ForwardAnswer {
 // VLAN 0: traffic of no particular VLAN. Ends the command when the board cannot be asked or its answer cannot
 // be read.
 ForwardAnswer askForward(Session& session, uint32_t from, uint32_t to, uint32_t vlan);
+// The same for traffic of members of these groups on other machines.
+ForwardAnswer askRemoteForward(Session& session, SpanningGroups groups, uint32_t to, uint32_t vlan);

@@ -8,6 +8,7 @@
 #include "common/fields.h"
 #include "common/text.h"
 #include "lib/link/interfaces.h"
+#include "lib/link/plane.h"
 #include "lib/text/args.h"
 
 namespace {
@@ -37,9 +38,32 @@ std::set<uint32_t> askVlans(Session& session) {
     return vlans;
 }
 
+// The groups of the ports, where some port leads to other machines, from what the plane holds.
+void askSpanning(Session& session, Matrix& matrix) {
+    std::set<std::string> spans;
+    for (const BoardInterface& interface : boardInterfaces(session)) {
+        if (interface.span) spans.insert(interface.name);
+    }
+    if (spans.empty()) return;
+    const PlaneReport plane = readPlane(session);
+    std::erase_if(spans, [&](const std::string& name) {
+        const SpanPort* span = findSpan(plane, name);
+        return span == nullptr || span->state != SPAN_CARRIES;
+    });
+    std::map<std::string, SpanningGroups> groups;
+    for (const BoardInterface& interface : boardInterfaces(session)) {
+        const SpanningGroups carried = carriedGroups(plane, interface.device, matrix.vlan);
+        if (carried != 0) groups[interface.name] = carried;
+    }
+    spanMatrix(matrix, groups, spans);
+}
+
 bool sameCells(const Matrix& matrix, size_t row, size_t column, size_t otherRow, size_t otherColumn) {
-    return matrix.cells[row][column] == matrix.cells[otherRow][otherColumn] &&
-           matrix.blockedIn[row][column] == matrix.blockedIn[otherRow][otherColumn];
+    if (matrix.cells[row][column] != matrix.cells[otherRow][otherColumn] ||
+        matrix.blockedIn[row][column] != matrix.blockedIn[otherRow][otherColumn]) {
+        return false;
+    }
+    return spanningAt(matrix, row, column) == spanningAt(matrix, otherRow, otherColumn);
 }
 
 bool alike(const Matrix& matrix, size_t one, size_t other) {
@@ -108,8 +132,27 @@ void mergeMatrix(Matrix& matrix, const Matrix& within) {
     }
 }
 
+void spanMatrix(Matrix& matrix, const std::map<std::string, SpanningGroups>& groups,
+                const std::set<std::string>& spans) {
+    std::vector<size_t> columns;
+    for (size_t place = 0; place < matrix.names.size(); ++place) {
+        if (spans.contains(matrix.names[place])) columns.push_back(place);
+    }
+    for (size_t row = 0; row < matrix.names.size(); ++row) {
+        const auto carried = groups.find(matrix.names[row]);
+        if (carried == groups.end()) continue;
+        for (const size_t column : columns) {
+            if (matrix.cells[row][column] == MATRIX_FORWARDS)
+                matrix.spanning[{row, column}] = carried->second;
+            if (matrix.cells[column][row] == MATRIX_FORWARDS)
+                matrix.spanning[{column, row}] = carried->second;
+        }
+    }
+}
+
 Matrix readMatrix(Session& session, uint32_t vlan) {
     Matrix matrix = askMatrix(session, vlan);
+    askSpanning(session, matrix);
     if (vlan != 0) return matrix;
     for (const uint32_t one : askVlans(session)) mergeMatrix(matrix, askMatrix(session, one));
     return matrix;
@@ -118,7 +161,8 @@ Matrix readMatrix(Session& session, uint32_t vlan) {
 char matrixMark(const Matrix& matrix, size_t row, size_t column) {
     const char cell = matrix.cells[row][column];
     if (cell == MATRIX_BLOCKED && matrix.cells[column][row] != MATRIX_BLOCKED) return MATRIX_ONE_WAY;
-    return matrix.blockedIn[row][column].empty() ? cell : MATRIX_IN_VLAN;
+    if (!matrix.blockedIn[row][column].empty()) return MATRIX_IN_VLAN;
+    return spanningAt(matrix, row, column) != 0 ? MATRIX_SPANS : cell;
 }
 
 std::vector<uint32_t> matrixVlans(const Matrix& matrix) {
@@ -127,6 +171,17 @@ std::vector<uint32_t> matrixVlans(const Matrix& matrix) {
         for (const std::set<uint32_t>& vlans : row) all.insert(vlans.begin(), vlans.end());
     }
     return {all.begin(), all.end()};
+}
+
+SpanningGroups matrixGroups(const Matrix& matrix) {
+    SpanningGroups all = 0;
+    for (const auto& [place, groups] : matrix.spanning) all |= groups;
+    return all;
+}
+
+SpanningGroups spanningAt(const Matrix& matrix, size_t row, size_t column) {
+    const auto found = matrix.spanning.find({row, column});
+    return found != matrix.spanning.end() ? found->second : SpanningGroups{0};
 }
 
 Matrix pickMatrix(const Matrix& matrix, const std::vector<size_t>& places) {
@@ -139,6 +194,8 @@ Matrix pickMatrix(const Matrix& matrix, const std::vector<size_t>& places) {
         for (const size_t column : places) {
             cells += matrix.cells[row][column];
             blockedIn.push_back(matrix.blockedIn[row][column]);
+            const SpanningGroups groups = spanningAt(matrix, row, column);
+            if (groups != 0) picked.spanning[{picked.names.size() - 1, cells.size() - 1}] = groups;
         }
     }
     return picked;
@@ -171,6 +228,8 @@ Matrix foldMatrix(const Matrix& matrix) {
         if (places.size() == 1) continue;
         folded.cells[row][row] = matrix.cells[places[0]][places[1]];
         folded.blockedIn[row][row] = matrix.blockedIn[places[0]][places[1]];
+        const SpanningGroups groups = spanningAt(matrix, places[0], places[1]);
+        if (groups != 0) folded.spanning[{row, row}] = groups;
     }
     return folded;
 }

@@ -12,7 +12,7 @@
 namespace {
 
 // The board's words, in the order of PlaneEntryKind and PlaneEntryState.
-constexpr std::string_view KINDS[] = {"bi", "uni", "pon", "pon-off"};
+constexpr std::string_view KINDS[] = {"bi", "uni", "pon", "pon-off", "span"};
 constexpr std::string_view STATES[] = {"held", "left-over", "missing"};
 
 // The one plane that names ports as the kernel does, where a name may look like a number.
@@ -41,19 +41,64 @@ std::string portName(Session& session, const std::string& plane, const std::stri
     return plane != LINUX_PLANE && parseGivenNumber(port, number) ? interfaceName(session, number) : port;
 }
 
+std::string fieldText(const std::vector<Field>& fields, const char* name) {
+    const std::string* value = fieldValue(fields, name);
+    return value != nullptr ? *value : std::string();
+}
+
 bool parseEntry(Session& session, const std::string& plane, const std::vector<Field>& fields,
                 PlaneEntry& entry) {
-    const auto field = [&fields](const char* name) {
-        const std::string* value = fieldValue(fields, name);
-        return value != nullptr ? *value : std::string();
-    };
+    const auto field = [&fields](const char* name) { return fieldText(fields, name); };
+    const std::string group = field("group");
     entry.from = portName(session, plane, field("src"));
     entry.to = portName(session, plane, field("dst"));
     const std::string vlan = field("vlan");
     return parseWord(KINDS, field("kind"), entry.kind) &&
            (vlan == "-" || parseGivenNumber(vlan, entry.vlan)) &&
+           (entry.kind == PlaneEntryKind::span) == parseGivenNumber(group, entry.group) &&
+           entry.group <= SPANNING_GROUP_MAX && (entry.kind != PlaneEntryKind::span || entry.group != 0) &&
            parseWord(STATES, field("state"), entry.state) && parseCount(field("packets"), entry.packets) &&
            parseCount(field("bytes"), entry.bytes);
+}
+
+bool parseHeading(const std::vector<Field>& fields, PlaneReport& report) {
+    report.name = fieldText(fields, "name");
+    report.state = fieldText(fields, "state");
+    report.heal = fieldText(fields, "heal");
+    const std::string* healed = fieldValue(fields, "healed");
+    std::optional<uint64_t> times;
+    if (healed != nullptr && !parseCount(*healed, times)) return false;
+    report.healed = times.value_or(0);
+    return true;
+}
+
+bool parseSpanning(const std::vector<std::string>& words, SpanningGroups& groups) {
+    for (size_t at = 1; at < words.size(); ++at) {
+        if (words[at] != SPANNING_NONE && !addSpanningWord(words[at], groups).empty()) return false;
+    }
+    return true;
+}
+
+// A line of the board's answer. The heading comes first.
+bool parseLine(Session& session, const std::string& line, PlaneReport& report) {
+    constexpr std::string_view NOTE = "note ";
+    const std::vector<std::string> words = splitWords(line);
+    const std::string kind = words.empty() ? "" : words[0];
+    std::vector<Field> fields;
+    for (const std::string& word : words) fields.push_back(splitField(word));
+    if (line.starts_with(NOTE)) {
+        report.notes.push_back(line.substr(NOTE.size()));
+        return true;
+    }
+    if (kind == "plane") return parseHeading(fields, report);
+    if (kind == "spanning") return parseSpanning(words, report.spanning);
+    if (kind == "door") return !report.doors.emplace_back(fieldText(fields, "port")).empty();
+    if (kind == "doors") return parseCount(fieldText(fields, "packets"), report.doorPackets);
+    if (kind == "span") {
+        report.spans.push_back({fieldText(fields, "device"), fieldText(fields, "state")});
+        return !report.spans.back().device.empty() && !report.spans.back().state.empty();
+    }
+    return kind == "entry" && parseEntry(session, report.name, fields, report.entries.emplace_back());
 }
 
 std::vector<std::string> askPlane(Session& session, const std::string& verb) {
@@ -89,39 +134,28 @@ uint64_t changeDoors(Session& session, const std::vector<std::string>& ports, bo
 }  // namespace
 
 std::optional<PlaneReport> parsePlane(Session& session, const std::vector<std::string>& lines) {
-    constexpr std::string_view NOTE = "note ";
     PlaneReport report;
     for (const std::string& line : lines) {
-        const std::vector<std::string> words = splitWords(line);
-        std::vector<Field> fields;
-        for (const std::string& word : words) fields.push_back(splitField(word));
-        if (line.starts_with(NOTE)) {
-            report.notes.push_back(line.substr(NOTE.size()));
-        } else if (!words.empty() && words[0] == "plane") {
-            const std::string* name = fieldValue(fields, "name");
-            const std::string* state = fieldValue(fields, "state");
-            report.name = name != nullptr ? *name : "";
-            report.state = state != nullptr ? *state : "";
-            const std::string* heal = fieldValue(fields, "heal");
-            const std::string* healed = fieldValue(fields, "healed");
-            report.heal = heal != nullptr ? *heal : "";
-            std::optional<uint64_t> times;
-            if (healed != nullptr && !parseCount(*healed, times)) return std::nullopt;
-            report.healed = times.value_or(0);
-        } else if (!words.empty() && words[0] == "door") {
-            const std::string* port = fieldValue(fields, "port");
-            if (port == nullptr) return std::nullopt;
-            report.doors.push_back(*port);
-        } else if (!words.empty() && words[0] == "doors") {
-            const std::string* packets = fieldValue(fields, "packets");
-            if (packets == nullptr || !parseCount(*packets, report.doorPackets)) return std::nullopt;
-        } else if (words.empty() || words[0] != "entry" ||
-                   !parseEntry(session, report.name, fields, report.entries.emplace_back())) {
-            return std::nullopt;
-        }
+        if (!parseLine(session, line, report)) return std::nullopt;
     }
     if (report.name.empty() || report.state.empty()) return std::nullopt;
     return report;
+}
+
+const SpanPort* findSpan(const PlaneReport& report, const std::string& device) {
+    const auto found = std::find_if(report.spans.begin(), report.spans.end(),
+                                    [&](const SpanPort& span) { return span.device == device; });
+    return found != report.spans.end() ? &*found : nullptr;
+}
+
+SpanningGroups carriedGroups(const PlaneReport& report, const std::string& device, uint32_t vlan) {
+    SpanningGroups groups = 0;
+    for (const PlaneEntry& entry : report.entries) {
+        const bool within = vlan == 0 || entry.vlan == 0 || entry.vlan == vlan;
+        const bool own = entry.kind == PlaneEntryKind::span && entry.to == device;
+        if (own && within && entry.state != PlaneEntryState::missing) groups |= spanningBit(entry.group);
+    }
+    return groups;
 }
 
 size_t countEntries(const PlaneReport& report, PlaneEntryState state) {

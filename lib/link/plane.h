@@ -7,15 +7,18 @@
 #include <string>
 #include <vector>
 
+#include "common/spanning_groups.h"
 #include "lib/link/session.h"
 
-enum class PlaneEntryKind : uint8_t { twoWay, oneWay, pon, ponOff };
+// span: the port drops what members of a group on other machines send.
+enum class PlaneEntryKind : uint8_t { twoWay, oneWay, pon, ponOff, span };
 enum class PlaneEntryState : uint8_t { held, leftOver, missing };
 
 struct PlaneEntry {
     PlaneEntryKind kind = PlaneEntryKind::twoWay;
     std::string from, to;  // empty: of no particular port
     uint32_t vlan = 0;     // 0: all
+    uint32_t group = 0;    // of span
     PlaneEntryState state = PlaneEntryState::held;
     std::optional<uint64_t> packets, bytes;  // dropped, where the plane counts
 };
@@ -23,6 +26,13 @@ struct PlaneEntry {
 inline constexpr char PLANE_READY[] = "ready";
 inline constexpr char PLANE_GONE[] = "gone";        // nothing is in force
 inline constexpr char PLANE_CHANGED[] = "changed";  // by somebody else
+
+// A port of the bridge that leads to other machines.
+struct SpanPort {
+    std::string device;
+    std::string state;  // carries, or why it does not carry groups: plain, absent
+};
+inline constexpr char SPAN_CARRIES[] = "carries";
 
 struct PlaneReport {
     std::string name;
@@ -32,6 +42,8 @@ struct PlaneReport {
     std::vector<std::string> doors;       // ports behind closed doors
     std::optional<uint64_t> doorPackets;  // held by them, where ports can have doors
     std::vector<std::string> notes;
+    std::vector<SpanPort> spans;
+    SpanningGroups spanning = 0;  // groups that mean the same on other machines
     std::vector<PlaneEntry> entries;
     // Sentences about what is isolated in fewer VLANs than was asked for; for who compares it with the tables
     // to fill.
@@ -41,6 +53,11 @@ struct PlaneReport {
 // Reads the board's answer; the session gives the ports their names. Nothing where the answer does not keep
 // to the form.
 std::optional<PlaneReport> parsePlane(Session& session, const std::vector<std::string>& lines);
+
+// Null for a port that does not lead to other machines.
+const SpanPort* findSpan(const PlaneReport& report, const std::string& device);
+// The groups whose members on other machines do not reach the port; within a VLAN, or whatever the VLAN (0).
+SpanningGroups carriedGroups(const PlaneReport& report, const std::string& device, uint32_t vlan);
 
 size_t countEntries(const PlaneReport& report, PlaneEntryState state);
 // Whether the plane is ready and nothing is missing. What is left over isolates too much, not too little.

@@ -11,13 +11,14 @@ export const MARKS = [
   { key: "vlan", text: "blocked within a VLAN only", shape: "M10 10l5 10l5 -10", part: [0, 0.5, 1, 0.5] },
   { key: "partly", text: "passes over some member ports only", shape: "M9 15q3 -5 6 0t6 0",
     part: [0.25, 0.25, 0.5, 0.5] },
+  { key: "spans", text: "forwards, but not within a group", shape: "M9 15h3M15 15h0M18 15h3", part: [0, 0.4, 1, 0.2] },
 ];
-export const [SELF, OPEN, BOTH, ONE_WAY, IN_VLAN, PARTLY] = MARKS.keys();
+export const [SELF, OPEN, BOTH, ONE_WAY, IN_VLAN, PARTLY, SPANS] = MARKS.keys();
 
 const WORDS = { forwards: OPEN, blocked: BOTH, partly: PARTLY };
 
 // A matrix: `names`, and in `marks` the marks, rows first. `vlans` has, by the place in `marks`, the VLANs in which a
-// cell does not forward though it does in general.
+// cell does not forward though it does in general; `groups` those whose members on other machines it keeps apart.
 export function readMatrix(answer) {
   const names = answer.interfaces, size = names.length;
   const places = new Map(names.map((name, at) => [name, at]));
@@ -26,12 +27,17 @@ export function readMatrix(answer) {
     const start = places.get(row.from) * size;
     names.forEach((name, at) => { if (name !== row.from) marks[start + at] = WORDS[row.to[name]]; });
   }
-  const matrix = { names, places, marks, vlans: new Map(), vlan: answer.vlan, simulated: answer.simulated };
+  const matrix = { names, places, marks, vlans: new Map(), groups: new Map(), vlan: answer.vlan, simulated: answer.simulated };
   markOneWay(matrix);
   for (const { from, to, vlans } of answer.blockedInVlans) {
     const at = places.get(from) * size + places.get(to);
     matrix.vlans.set(at, vlans.join(", "));
     if (marks[at] === OPEN) marks[at] = IN_VLAN;
+  }
+  for (const { from, to, groups } of answer.spanning) {
+    const at = places.get(from) * size + places.get(to);
+    matrix.groups.set(at, groups.join(", "));
+    if (marks[at] === OPEN) marks[at] = SPANS;
   }
   return matrix;
 }
@@ -75,8 +81,9 @@ function globPattern(word) {
 }
 
 // Whether two interfaces could change places and nothing would look different.
-function alike({ names: { length: size }, marks, vlans }, one, other) {
-  const same = (a, b) => marks[a] === marks[b] && (marks[a] !== IN_VLAN || vlans.get(a) === vlans.get(b));
+function alike({ names: { length: size }, marks, vlans, groups }, one, other) {
+  const same = (a, b) => marks[a] === marks[b] && (marks[a] !== IN_VLAN || vlans.get(a) === vlans.get(b)) &&
+    groups.get(a) === groups.get(b);
   if (!same(one * size + other, other * size + one)) return false;
   for (let at = 0; at < size; ++at) {
     if (at === one || at === other) continue;
@@ -144,8 +151,8 @@ export function cellText(view, row, column) {
   const place = placeOf(view, row, column), mark = view.matrix.marks[place];
   const ends = `${bundleName(view, view.rows[row])} → ${bundleName(view, view.columns[column])}`;
   if (mark === SELF) return bundleName(view, view.rows[row]);
-  const within = view.matrix.vlans.get(place);
-  return `${ends}: ${within ? `blocked within VLAN ${within}` : MARKS[mark].text}`;
+  const within = view.matrix.vlans.get(place), groups = mark === SPANS ? ` (${view.matrix.groups.get(place)})` : "";
+  return `${ends}: ${within ? `blocked within VLAN ${within}` : MARKS[mark].text + groups}`;
 }
 
 // How many one-way cells of the view have each mark.

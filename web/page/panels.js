@@ -1,6 +1,6 @@
 // What stands beside the matrix: the state, why, what happened, and the matrix as a table. All that comes from the
 // server is set as text.
-import { BOTH, IN_VLAN, MARKS, ONE_WAY, PARTLY, bundleName, markOf, placeOf } from "./matrix.js";
+import { BOTH, IN_VLAN, MARKS, ONE_WAY, PARTLY, SPANS, bundleName, markOf, placeOf } from "./matrix.js";
 
 const KEPT = 500;      // happenings
 const NAMES_MAX = 12;  // in a cell of the table
@@ -151,7 +151,7 @@ export function makeHappenings() {
 
 // Each row in words: to whom it may not talk, mark by mark.
 export function showTable(view) {
-  const marks = [BOTH, ONE_WAY, IN_VLAN, PARTLY];
+  const marks = [BOTH, ONE_WAY, IN_VLAN, PARTLY, SPANS];
   const head = element("tr", {}, ...["interface", ...marks.map((mark) => MARKS[mark].text)].map((text) =>
     element("th", { textContent: text, scope: "col" })));
   const body = view.rows.map((bundle, row) => {
@@ -169,6 +169,7 @@ export function showTable(view) {
 }
 
 function within(view, row, column) {
-  const vlans = view.matrix.vlans.get(placeOf(view, row, column));
-  return vlans ? ` (${vlans})` : "";
+  const place = placeOf(view, row, column), matrix = view.matrix;
+  const what = matrix.vlans.get(place) ?? matrix.groups.get(place);
+  return what ? ` (${what})` : "";
 }

@@ -90,6 +90,12 @@ Json whyRoute(Session& session, const Parameters& parameters) {
     return explanationAnswer(explain(session, ends.from, ends.to, ends.vlan));
 }
 
+Json whyRemoteRoute(Session& session, const Parameters& parameters) {
+    const uint32_t to = resolveInterface(session, requiredText(parameters, "to"));
+    const SpanningGroups groups = groupsArgument(requiredText(parameters, "groups"));
+    return remoteAnswer(explainRemote(session, to, groups, parameterVlan(parameters)));
+}
+
 Json forwardRoute(Session& session, const Parameters& parameters) {
     const Ends ends = endsOf(session, parameters);
     return forwardAnswer(session, ends.from, ends.to, ends.vlan,
@@ -121,6 +127,7 @@ const ApiRoute ROUTES[] = {
     {"comparison", comparisonRoute},
     {"matrix", matrixRoute, {"vlan"}},
     {"why", whyRoute, {"from", "to", "vlan"}},
+    {"why-remote", whyRemoteRoute, {"groups", "to", "vlan"}},
     {"forward", forwardRoute, {"from", "to", "vlan"}},
     {"show/global", showRoute<SHOW_GLOBAL>},
     {"show/serial", showRoute<SHOW_SERIAL>},

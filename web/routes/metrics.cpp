@@ -36,7 +36,7 @@ void addRows(MetricText& metrics, const Configuration& running) {
 
 void addEntries(MetricText& metrics, const PlaneReport& plane) {
     constexpr PlaneEntryKind KINDS[] = {PlaneEntryKind::twoWay, PlaneEntryKind::oneWay, PlaneEntryKind::pon,
-                                        PlaneEntryKind::ponOff};
+                                        PlaneEntryKind::ponOff, PlaneEntryKind::span};
     addFamily(metrics, "portisolate_plane_entries", MetricType::gauge,
               "Entries of the forwarding plane: held as asked for, left over by an earlier run, or missing.");
     for (const PlaneEntryKind kind : KINDS) {
@@ -82,7 +82,9 @@ void addDrops(MetricText& metrics, const PlaneReport& plane, const std::map<Port
         if (!entry.packets && !entry.bytes) continue;
         const auto group = groups.find({entry.from, entry.to});
         const bool grouped = entry.kind == PlaneEntryKind::twoWay && group != groups.end();
-        Labels labels = {{"kind", planeKindWord(entry.kind).key}, {"group", grouped ? group->second : ""}};
+        const std::string spanning = entry.group != 0 ? std::to_string(entry.group) : "";
+        Labels labels = {{"kind", planeKindWord(entry.kind).key},
+                         {"group", grouped ? group->second : spanning}};
         if (pairs) {
             labels.emplace_back("from", entry.from);
             labels.emplace_back("to", entry.to);
@@ -98,6 +100,23 @@ void addDrops(MetricText& metrics, const PlaneReport& plane, const std::map<Port
     addFamily(metrics, "portisolate_dropped_bytes", MetricType::counter,
               "Bytes that the forwarding plane dropped, where it counts.");
     for (const auto& [labels, sum] : drops) addCount(metrics, sum.bytes, labels);
+}
+
+void addSpans(MetricText& metrics, const PlaneReport& plane) {
+    addFamily(metrics, "portisolate_span_carries", MetricType::gauge,
+              "Whether a port that leads to other machines takes groups along.");
+    for (const SpanPort& span : plane.spans) {
+        addCount(metrics, span.state == SPAN_CARRIES ? 1 : 0, {{"port", span.device}});
+    }
+    std::map<uint32_t, uint64_t> members;
+    for (const uint32_t group : spanningNumbers(plane.spanning)) members[group] = 0;
+    for (const PlaneEntry& entry : plane.entries) {
+        const bool held = entry.kind == PlaneEntryKind::span && entry.state == PlaneEntryState::held;
+        if (held) ++members[entry.group];
+    }
+    addFamily(metrics, "portisolate_span_members", MetricType::gauge,
+              "Ports that members of a group on other machines do not reach.");
+    for (const auto& [group, count] : members) addCount(metrics, count, {{"group", std::to_string(group)}});
 }
 
 void addCommands(MetricText& metrics, const Json& hardware) {
@@ -167,6 +186,7 @@ void addDaemon(MetricText& metrics, Session& session, const MetricsForm& form) {
     addStatus(metrics, status);
     addRows(metrics, status.running);
     addPlane(metrics, status.plane, status.plane.shortfalls.size());
+    addSpans(metrics, status.plane);
     addDrops(metrics, status.plane, groupsOfPorts(session, hardware), form.pairs);
     addCommands(metrics, hardware);
 }
