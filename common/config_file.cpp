@@ -67,6 +67,19 @@ bool readPon(Reader& reader, ConfigLine& line) {
     return true;
 }
 
+bool readSpanning(Reader& reader, ConfigLine& line) {
+    const ConfigWords words = reader.words;
+    reader.words = {};
+    if (words.empty()) return mistake(reader, reader.end, "a group or \"none\" is missing here");
+    line.place = words.front().place;
+    if (words.size() == 1 && words.front().text == SPANNING_NONE) return true;
+    for (const ConfigWord& word : words) {
+        std::string problem = addSpanningWord(word.text, line.spanning);
+        if (!problem.empty()) return mistake(reader, word.place, std::move(problem));
+    }
+    return true;
+}
+
 // What a person calls a policy or a community.
 bool takeName(Reader& reader, const char* wanted, std::string& name) {
     ConfigWord word;
@@ -152,6 +165,7 @@ constexpr Statement STATEMENTS[] = {
     {.word = "pair", .kind = ConfigKind::pair, .rows = true, .read = readPair},
     {.word = "pon", .kind = ConfigKind::ponOff, .rows = false, .read = readPon},
     {.word = "policy", .kind = ConfigKind::policy, .rows = false, .read = readPolicy},
+    {.word = "spanning", .kind = ConfigKind::spanning, .rows = false, .read = readSpanning},
 };
 constexpr char CREATED_WORD[] = "created";
 

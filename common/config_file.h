@@ -6,6 +6,7 @@
 //     pair ge1/1 to ge1/2 lag1          traffic of the source keeps away from the targets
 //     pon off 20 30-33                  VLANs whose PON isolation is off
 //     created group 6 ge1/3             rows that are entered without isolating yet
+//     spanning 5 7-9                    groups that mean the same on other machines; all without such a line
 //
 // Where an interface is named, a pattern may stand for all that match it, now or later: `vnet*` for names of
 // the board, `name:vnet?` for these, the kernel's names and its alternative names, `alias:red-*` for the

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "common/spanning_groups.h"
+
 // Both count from 1; columns are characters.
 struct Place {
     uint32_t line = 0;
@@ -31,7 +33,7 @@ struct ConfigWord {
     bool excluded = false;  // leaves out of the patterns of its line
 };
 
-enum class ConfigKind : uint8_t { mode, group, vlanGroup, pair, ponOff, policy };
+enum class ConfigKind : uint8_t { mode, group, vlanGroup, pair, ponOff, policy, spanning };
 
 enum class RoleKind : uint8_t { promiscuous, community, isolated };
 
@@ -46,12 +48,13 @@ struct ConfigRole {
 struct ConfigLine {
     ConfigKind kind = ConfigKind::mode;
     bool active = true;   // of rows: false for those behind `created`
-    Place place;          // of the mode, the group or the source
+    Place place;          // of the mode, the group, the source or the first that spans
     uint32_t number = 0;  // the mode or the group
     uint32_t vlan = 0;
     ConfigWord source;                // of a pair
     std::vector<ConfigWord> members;  // interfaces, ranges of them and patterns
     std::vector<uint32_t> vlans;      // of ponOff
+    SpanningGroups spanning = 0;
     // Of a policy; without numbers of its own it takes those that nothing else uses.
     std::string name;
     uint32_t lastNumber = 0;  // the first is `number`; 0: none of its own

@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr size_t QUOTED_MAX = 40;  // bytes of a wrong word that are shown
 constexpr char EXCLUSION = '!';
 constexpr std::pair<std::string_view, WordKind> PREFIXES[] = {{"name:", WordKind::anyName},
                                                               {"alias:", WordKind::alias}};
@@ -24,11 +23,6 @@ void takePrefix(ConfigWord& word) {
 }
 
 }  // namespace
-
-std::string quoted(std::string_view text) {
-    const bool cut = text.size() > QUOTED_MAX;
-    return "\"" + std::string(text.substr(0, QUOTED_MAX)) + (cut ? "..." : "") + "\"";
-}
 
 bool mistake(Reader& reader, Place place, std::string text) {
     reader.file.mistakes.push_back({place, std::move(text)});

@@ -24,8 +24,6 @@ struct Reader {
     bool policyBroken = false;   // the last line but for roles has a mistake
 };
 
-// A word of the text as a mistake shows it.
-std::string quoted(std::string_view text);
 bool mistake(Reader& reader, Place place, std::string text);
 
 // Takes the next word off the line; without one it is a mistake that `wanted` is missing.

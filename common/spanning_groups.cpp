@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "common/config_reader.h"
 #include "common/words.h"
 
 namespace {

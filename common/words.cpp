@@ -8,6 +8,7 @@
 namespace {
 
 constexpr size_t NEAR_NAMES_MAX = 3;
+constexpr size_t QUOTED_MAX = 40;  // bytes of a wrong word that are shown
 
 bool isDigits(std::string_view text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
@@ -79,6 +80,11 @@ std::vector<std::string> nearNames(const std::vector<std::string>& names, std::s
     std::vector<std::string> best;
     for (size_t at = 0; at < std::min(near.size(), NEAR_NAMES_MAX); ++at) best.push_back(near[at].second);
     return best;
+}
+
+std::string quoted(std::string_view text) {
+    const bool cut = text.size() > QUOTED_MAX;
+    return "\"" + std::string(text.substr(0, QUOTED_MAX)) + (cut ? "..." : "") + "\"";
 }
 
 size_t textWidth(std::string_view text) {

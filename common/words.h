@@ -21,6 +21,8 @@ std::vector<std::string> expandWord(const std::string& text);
 // Those of `names` that `text` may have been meant to be, best first, three at most.
 std::vector<std::string> nearNames(const std::vector<std::string>& names, std::string_view text);
 
+// A word as a mistake shows it.
+std::string quoted(std::string_view text);
 // Columns that a text takes on a terminal.
 size_t textWidth(std::string_view text);
 std::string joinWords(const std::vector<std::string>& words, const char* between);

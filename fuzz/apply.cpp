@@ -57,5 +57,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     EXPECT_EQ(read.rows, wanted.rows);
     EXPECT_EQ(read.ponOff, wanted.ponOff);
     EXPECT_EQ(read.mode, wanted.mode);
+    EXPECT_EQ(read.spanning, wanted.spanning);
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "common/config_file.h"
 #include "common/files.h"
 #include "common/statuses.h"
 #include "common/text.h"
@@ -253,6 +254,7 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         Exit exit;
         std::string changes;
         const char* board;
+        const char* spans = "0";  // the board's answer
     } cases[] = {
         {"apply @ --dry-run", "mode 1\npon off 7\n", "none", 0, Exit::done, "", ""},
         {"apply @ --dry-run", "group 5 ge1/1-2", "none", 0, Exit::done, "", ""},
@@ -280,12 +282,21 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         {"group add 5 ge1/1 0", "", "none", 0, Exit::usage, "", ""},
         {"pair create 9 1", "", "none", 0, Exit::usage, "", ""},
         {"group del 5 9", "", "none", 0, Exit::done, "", ""},
+        // More groups span before anything changes, and fewer when all has; all do where nothing is said.
+        {"apply @", "spanning 7\npon off 7", "none", 0, Exit::done, "spans 5 7 " + all + "pon7=2 spans 7",
+         "plane show plane sweep", "spanning 5"},
+        {"apply @", "group 5 ge1/1-2", "none", 0, Exit::done, "spans 1-16", "plane show plane sweep",
+         "spanning none"},
+        {"apply @", "group 5 ge1/1-2\nspanning none", "spans none", 9, Exit::refused, "spans none",
+         "plane show", "spanning 5-7"},
+        {"apply @", "group 5 ge1/1-2\nspanning 5", "none", 0, Exit::done, "", "plane show plane sweep"},
     };
     const std::string path = testing::TempDir() + "portisolate-apply-" + std::to_string(getpid());
     for (const auto& each : cases) {
         daemon = {.rows = {{1, ROW_STATE_PROGRAMMED}, {2, ROW_STATE_PROGRAMMED}},
                   .refusedChange = each.refused,
-                  .refusals = each.refusals};
+                  .refusals = each.refusals,
+                  .boardLines = {{"plane spanning", {each.spans}}}};
         std::ofstream(path) << each.file;
         std::string line = each.line;
         if (const size_t at = line.find('@'); at != std::string::npos) line.replace(at, 1, path);
@@ -297,6 +308,33 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         EXPECT_EQ(joinWords(daemon.board, " "), each.board) << what;
     }
     std::remove(path.c_str());
+}
+
+TEST_F(Ctl, SavedFilesSayWhichGroupsSpan) {
+    session.root = testing::TempDir() + "portisolate-spans-" + std::to_string(getpid());
+    const std::string path = session.root + SAVED_FILE;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    const char* const cases[][4] = {
+        // file, the board's answer; what keep changes, what export says
+        {"mode 2", "spanning 5", "spans 1-16", "spanning 5"},
+        {"mode 2", "spanning 1-16", "", ""},
+        {"spanning 1-16", "spanning 1-16", "", "spanning 1-16"},
+        {"spanning 7", "spanning 5", "spans 5 7, spans 7", "spanning 5"},
+        {"spanning 7\nbogus", "spanning 5", "spans 5 7", "spanning 5"},
+        {"spanning 7 17", "spanning none", "spans 1-16", "spanning none"},
+        {"spanning 7", "0", "", "spanning 7"},
+    };
+    for (const auto& [file, spans, changes, said] : cases) {
+        std::ofstream(path) << file << "\nmode 2\n";
+        daemon = {};
+        daemon.boardLines["plane spanning"] = {spans};
+        printedBy([&] { run("keep --once"); });
+        EXPECT_EQ(joinWords(daemon.changes, ", "), changes) << file;
+        const std::string text = printedBy([&] { run("export"); });
+        const size_t at = std::min(text.find("spanning"), text.size());
+        EXPECT_EQ(text.substr(at, text.find('\n', at) - at), said) << file << text;
+    }
+    std::filesystem::remove_all(session.root);
 }
 
 TEST_F(Ctl, SaveWritesAllOrNothing) {

@@ -33,7 +33,7 @@ struct Config : Ctl {
         std::string text;
         for (const std::vector<Step>& part : {made.before, made.early, made.release, made.after}) {
             for (const Step& step : part) {
-                const char* const signs[] = {"m", "p", "-", "c", "+", "a"};
+                const char* const signs[] = {"m", "p", "-", "c", "+", "a", "s"};
                 text += signs[static_cast<size_t>(step.action)];
                 text += step.number != 0 ? std::to_string(step.number)
                                          : fmt::format("{}/{}", step.row.scope.number, step.row.member);
@@ -93,10 +93,20 @@ TEST_F(Config, EveryMistakeIsToldWithItsPlace) {
          "12:10 ge1/1 has its role in the policy r by line 8; leave it out of one of them\n"
          "12:10 ge1/2 has its role in the policy r by line 8; leave it out of one of them\n"
          "14:1 \"promiscuous\" stands outside of a policy\n"},
-        {"mode 1\nmode 2", "2:6 the mode was set before, in line 1\n"},
+        {"mode 1\nmode 2\nspanning 1-16\nspanning none",
+         "2:6 the mode was set before, in line 1\n"
+         "4:10 the groups that span were set before, in line 3\n"},
+        {"spanning\nspanning none 5\nspanning 1-3 2\nspanning 16 17\nspanning 0",
+         "1:10 a group or \"none\" is missing here\n"
+         "2:10 \"none\" is not a group that can span machines: give 1 to 16, for each of which a frame has a "
+         "bit\n3:14 group 2 was named before\n"
+         "4:13 \"17\" is not a group that can span machines: give 1 to 16, for each of which a frame has a "
+         "bit\n5:10 \"0\" is not a group that can span machines: give 1 to 16, for each of which a frame has "
+         "a "
+         "bit\n"},
         {"\xc3\xa4 \xff\nmode 1 \xc3\xa4\xc3\xa4 z",
-         "1:1 \"\xc3\xa4\" does not begin a line; these do: created, mode, group, vlan-group, pair, pon and "
-         "policy\n"
+         "1:1 \"\xc3\xa4\" does not begin a line; these do: created, mode, group, vlan-group, pair, pon, "
+         "policy and spanning\n"
          "2:8 \"\xc3\xa4\xc3\xa4\" is one word too many\n"},
     };
     for (const auto& [text, told] : cases) {
@@ -114,7 +124,8 @@ TEST_F(Config, WrittenLinesMeanTheSameAgain) {
     for (const uint32_t one : {71u, 72u, 73u}) session.interfaces.push_back({.number = one, .name = "#"});
     session.interfaces.push_back({.number = 74, .name = "2-4"});  // looks like a range of numbers
     const std::string text =
-        "mode 2\ngroup 5 ge1/1 3 0x3 lag1-2-2\ncreated group 6 71-73 2-4-4\nvlan-group 7 vlan 10 ge1/1 "
+        "mode 2\nspanning 1-3 5 16\ngroup 5 ge1/1 3 0x3 lag1-2-2\ncreated group 6 71-73 2-4-4\nvlan-group 7 "
+        "vlan 10 ge1/1 "
         "lag1-2-2\n"
         "pair 3 to 71-73\npon off 1 30-33 4095\n";
     std::string again;
@@ -335,6 +346,7 @@ TEST_F(Config, RemovalsWaitForTheClaimsThatReplaceThem) {
         {"group 5 1-2", "pair 2 to 1\npair 1 to 101", "-5/1 -5/2 | | | +1/101 +2/1 | 1-2 "},
         {"group 5 1-3", "group 5 2-3\npair 2 to 1", "-5/1 | | | +2/1 | 1-2 "},
         {"vlan-group 5 vlan 9 1-2", "vlan-group 6 vlan 8 1-2", "-5/1 -5/2 | | | +6/1 +6/2 | "},
+        {"spanning 5\ngroup 5 1", "spanning 7\ngroup 7 1", "s80 -5/1 | | | +7/1 s64 | "},
         {"created group 5 1-2", "group 5 1-2", "| | | a5/1 a5/2 | "},
         {"group 5 1-3", "created group 5 1\ngroup 5 2-3 101", "-5/1 | | | +5/101 c5/1 | "},
     };

@@ -109,7 +109,11 @@ struct Ctl : testing::Test {
             return gone ? std::nullopt : std::optional(answer(daemon, request));
         };
         session.board = [this](const std::string& request, bool, const LineSink& sink) -> LineAnswer {
-            daemon.board.push_back(request);
+            const std::string spanning = "plane spanning";
+            const bool sets = request.starts_with(spanning + " ");
+            if (sets) daemon.changes.push_back("spans " + request.substr(spanning.size() + 1));
+            if (sets && daemon.changes.back() == daemon.refusedChange) return {LineResult::refused, "no"};
+            if (!request.starts_with(spanning)) daemon.board.push_back(request);
             const auto lines = daemon.boardLines.find(request);
             if (lines != daemon.boardLines.end()) {
                 for (const std::string& line : lines->second) {

@@ -18,6 +18,7 @@
 #include "lib/configuration/rewrite.h"
 #include "lib/link/interfaces.h"
 #include "lib/link/scalars.h"
+#include "lib/link/spanning.h"
 #include "lib/text/args.h"
 #include "lib/text/listing.h"
 #include "wire/scalars.h"
@@ -31,6 +32,8 @@ constexpr char APPLY_DETAILS[] =
     "  pair ge1/1 to ge1/2 lag1          a source and its targets\n"
     "  pon off 20 30-33                  VLANs whose PON isolation is off\n"
     "  created group 6 ge1/3             rows that are entered but not active\n"
+    "  spanning 5 7-9                    groups that mean the same on other machines, 1 to 16, or none: all\n"
+    "                                    without such a line\n"
     "  group 5 vnet* alias:red-* !vnet0  patterns: of names, name: of all names of the kernel, alias: of\n"
     "                                    aliases; and what they leave out\n"
     "  policy tenants                    [vlan VLAN] [groups LOW-HIGH], and behind it who reaches whom:\n"
@@ -91,6 +94,16 @@ void tellResolution(const Session& session, const Resolution& resolution) {
     for (const PolicyUse& use : resolution.policies) printLine(safeText(policyUseText(use)));
 }
 
+// A file for a fleet is taken by machines that have nothing to do with the others, too.
+void tellSpanning(Session& session, const Configuration& running, const Configuration& wanted) {
+    if (!wanted.spanning || running.spanning) return;
+    const std::string line = "spanning " + spanningText(*wanted.spanning);
+    complain(line + (readSpanning(session).known
+                         ? " has no effect: no port of this board carries groups to other machines, for "
+                           "board.conf has no line `span`"
+                         : " has no effect: this daemon is older, and carries groups to no other machine"));
+}
+
 // What a file wants; checked as a whole before the daemon is asked for anything but its limits. A file that
 // was cut short or never written must not release everything.
 Resolution readWanted(Session& session, const std::string& path, const Configuration& running,
@@ -135,8 +148,9 @@ void tellUnswept(Session& session) {
 }
 
 // What the saved configuration wants, where it has patterns or policies.
-Rewritten rewriteRunning(Session& session, const Configuration& running, Saved& saved) {
+Rewritten rewriteRunning(Session& session, Configuration running, Saved& saved) {
     saved = lookAtSaved(session, {.running = running, .owned = readOwnership(session).rows});
+    keepSpanning(saved, running);
     if (hasPatterns(saved.file)) return rewriteSaved(session, saved, running);
     Rewritten plain;
     for (const std::string& line : configLines(session, running)) plain.lines.push_back(safeText(line));
@@ -222,6 +236,7 @@ Exit runApply(Session& session, const Invocation& invocation) {
     const Configuration& wanted = resolution.wanted;
     const Plan plan = planChanges(running, wanted);
     tellResolution(session, resolution);
+    tellSpanning(session, running, wanted);
     printDifference(session, running, wanted);
     tellOpenings(session, running, wanted, plan);
     const size_t steps = stepCount(plan);

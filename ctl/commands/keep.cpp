@@ -120,8 +120,9 @@ void sweepOnce(Keeper& keeper) {
 }
 
 // Whom a pending row names has to wait behind the door, and so has whom that row would isolate from it: its
-// own door may have been opened before the row was wanted.
+// own door may have been opened before the row was wanted. While groups do not span as they should, all wait.
 void openSettled(Session& session, const Configuration& wanted, const Configuration& lacks) {
+    if (lacks.spanning) return;
     std::set<uint32_t> waiting;
     std::set<std::pair<ConfigKind, RowScope>> incomplete;
     for (const auto& [row, state] : lacks.rows) {
@@ -155,6 +156,7 @@ Saved readWanted(Keeper& keeper, const Configuration& running) {
 Configuration targetOf(Keeper& keeper, const Saved& saved, const Configuration& running) {
     const Configuration& wanted = saved.resolution.wanted;
     Configuration target = joined(running, wantedNow(keeper, lacking(wanted, running)));
+    if (target.spanning && !saved.mistakes.empty()) *target.spanning |= *running.spanning;
     if (!saved.there || !saved.mistakes.empty()) return target;
     const Configuration gone = unwanted(keeper.owned, wanted, running);
     for (const auto& [row, active] : gone.rows) target.rows.erase(row);

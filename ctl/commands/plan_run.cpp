@@ -5,8 +5,10 @@
 #include "common/text.h"
 #include "lib/link/rows.h"
 #include "lib/link/scalars.h"
+#include "lib/link/spanning.h"
 #include "lib/text/listing.h"
 #include "wire/scalars.h"
+#include "wire/status.h"
 
 namespace {
 
@@ -16,6 +18,8 @@ std::string stepText(Session& session, const Step& step) {
             return fmt::format("mode: set to {}", step.number);
         case StepAction::setPon:
             return fmt::format("pon, VLAN {}: {}", step.number, step.on ? "on" : "off");
+        case StepAction::setSpanning:
+            return "spanning " + spanningText(static_cast<SpanningGroups>(step.number));
         default:
             return rowText(session, rowFamily(step.row.kind), step.row.scope, step.row.member);
     }
@@ -67,7 +71,14 @@ int32_t runRowStep(Session& session, const Step& step, bool tell) {
     return 0;
 }
 
+int32_t runSpanningStep(Session& session, const Step& step, bool tell) {
+    const std::string refused = sendSpanning(session, static_cast<SpanningGroups>(step.number));
+    if (!refused.empty() && tell) complain(stepText(session, step) + ": refused: " + refused);
+    return refused.empty() ? STATUS_OK : STATUS_FAILED;
+}
+
 int32_t runStep(Session& session, const Step& step, bool tell) {
+    if (step.action == StepAction::setSpanning) return runSpanningStep(session, step, tell);
     const bool value = step.action == StepAction::setMode || step.action == StepAction::setPon;
     return value ? runValueStep(session, step, tell) : runRowStep(session, step, tell);
 }

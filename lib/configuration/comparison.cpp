@@ -14,7 +14,8 @@ constexpr uint32_t SETTINGS[] = {
     SCALAR_MODE_ABILITY, SCALAR_DEFAULT_MODE,         SCALAR_VLAN_GROUP_ENABLE};
 
 bool equal(const Configuration& left, const Configuration& right) {
-    return left.mode == right.mode && left.rows == right.rows && left.ponOff == right.ponOff;
+    return left.mode == right.mode && left.rows == right.rows && left.ponOff == right.ponOff &&
+           !spanDifferently(left, right);
 }
 
 std::string settingText(Session& session, uint32_t scalar) {

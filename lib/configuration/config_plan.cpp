@@ -143,6 +143,15 @@ void planPon(const std::set<uint32_t>& vlans, const std::set<uint32_t>& lacking,
     }
 }
 
+void planSpanning(const Configuration& running, const Configuration& wanted, Plan& plan) {
+    if (!spanDifferently(running, wanted)) return;
+    const uint32_t both = *running.spanning | *wanted.spanning;
+    if (both != *running.spanning) {
+        plan.before.insert(plan.before.begin(), {StepAction::setSpanning, {}, both});
+    }
+    if (both != *wanted.spanning) plan.after.push_back({StepAction::setSpanning, {}, *wanted.spanning});
+}
+
 }  // namespace
 
 Plan planChanges(const Configuration& running, const Configuration& wanted) {
@@ -166,5 +175,6 @@ Plan planChanges(const Configuration& running, const Configuration& wanted) {
     }
     planAdditions(changes, plan);
     planPon(wanted.ponOff, running.ponOff, false, plan.after);
+    planSpanning(running, wanted, plan);
     return plan;
 }

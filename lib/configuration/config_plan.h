@@ -17,6 +17,10 @@
 //   - claims beyond a limit
 //   While old and new claims overlap, members of both may be isolated from more ports than either asks for.
 //
+// Groups that span machines
+//   Those that are to span do so before anything else changes, and those that are not any more cease to at
+//   the very end.
+//
 // Created rows
 //   Only a new entry turns an active row into a created one. Such rows are entered last: activating a row
 //   programs it against all members, those that are only created included.
@@ -26,12 +30,12 @@
 
 #include "lib/configuration/configuration.h"
 
-enum class StepAction : uint8_t { setMode, setPon, remove, create, add, activate };
+enum class StepAction : uint8_t { setMode, setPon, remove, create, add, activate, setSpanning };
 
 struct Step {
     StepAction action = StepAction::remove;
     ConfigRow row;
-    uint32_t number = 0;  // the mode, or a VLAN
+    uint32_t number = 0;  // the mode, a VLAN, or the groups that span as bits
     bool on = false;      // of setPon
 };
 

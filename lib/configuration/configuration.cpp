@@ -9,6 +9,7 @@
 #include "common/text.h"
 #include "lib/link/interfaces.h"
 #include "lib/link/scalars.h"
+#include "lib/link/spanning.h"
 #include "lib/text/args.h"
 #include "lib/text/output.h"
 #include "wire/scalars.h"
@@ -98,6 +99,7 @@ const RowFamily& rowFamily(ConfigKind kind) {
 Configuration readRunning(Session& session) {
     Configuration running;
     running.mode = readNumber(session, SCALAR_MODE);
+    running.spanning = readSpanning(session).groups;
     const std::vector<uint32_t> vlans = readPonOff(session);
     running.ponOff.insert(vlans.begin(), vlans.end());
     for (const ConfigKind kind : ROW_KINDS) {
@@ -111,6 +113,7 @@ Configuration readRunning(Session& session) {
 std::vector<std::string> configLines(Session& session, const Configuration& configuration) {
     std::vector<std::string> lines;
     if (configuration.mode) lines.push_back(fmt::format("mode {}", *configuration.mode));
+    if (configuration.spanning) lines.push_back("spanning " + spanningText(*configuration.spanning));
     for (const ConfigKind kind : ROW_KINDS) {
         std::map<std::pair<RowScope, bool>, std::vector<std::string>> scopes;
         for (const auto& [row, active] : configuration.rows) {
@@ -129,9 +132,14 @@ std::vector<std::string> configLines(Session& session, const Configuration& conf
     return lines;
 }
 
+bool spanDifferently(const Configuration& left, const Configuration& right) {
+    return left.spanning && right.spanning && left.spanning != right.spanning;
+}
+
 Configuration without(const Configuration& whole, const Configuration& other) {
     Configuration rest;
     if (whole.mode && other.mode && whole.mode != other.mode) rest.mode = whole.mode;
+    if (spanDifferently(whole, other)) rest.spanning = whole.spanning;
     for (const auto& [row, active] : whole.rows) {
         const auto same = other.rows.find(row);
         if (same == other.rows.end() || same->second != active) rest.rows[row] = active;

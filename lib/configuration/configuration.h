@@ -23,6 +23,9 @@ struct Configuration {
     std::optional<uint32_t> mode;    // nothing: as it is
     std::map<ConfigRow, bool> rows;  // true: active, false: created only
     std::set<uint32_t> ponOff;
+    // Groups that mean the same on other machines. Nothing: no port carries groups there, or, of a file for
+    // such a board, no line speaks of it.
+    std::optional<SpanningGroups> spanning;
 };
 
 const RowFamily& rowFamily(ConfigKind kind);
@@ -32,6 +35,9 @@ Configuration readRunning(Session& session);
 
 // The lines that state a configuration. Reading and resolving them gives the same configuration.
 std::vector<std::string> configLines(Session& session, const Configuration& configuration);
+
+// Whether groups of both span machines, and not the same.
+bool spanDifferently(const Configuration& left, const Configuration& right);
 
 // What one configuration has and another has not, as a configuration of its own.
 Configuration without(const Configuration& whole, const Configuration& other);

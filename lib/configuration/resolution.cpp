@@ -105,18 +105,31 @@ void checkPairs(Resolver& resolver) {
     }
 }
 
+// The only line of its kind, the first where there are several; null where there is none.
+const ConfigLine* singleLine(Resolver& resolver, ConfigKind kind, const char* what) {
+    const ConfigLine* first = nullptr;
+    for (const ConfigLine& line : resolver.file.lines) {
+        if (line.kind != kind) continue;
+        if (first != nullptr) {
+            addMistake(resolver, line.place, std::string(what) + " set before, in " + lineText(first->place));
+        }
+        if (first == nullptr) first = &line;
+    }
+    return first;
+}
+
 void resolveValues(Resolver& resolver) {
-    const ConfigLine* mode = nullptr;
     Configuration& wanted = resolver.result.wanted;
     for (const ConfigLine& line : resolver.file.lines) {
         if (line.kind == ConfigKind::ponOff) wanted.ponOff.insert(line.vlans.begin(), line.vlans.end());
-        if (line.kind != ConfigKind::mode) continue;
-        if (mode != nullptr) {
-            addMistake(resolver, line.place, "the mode was set before, in " + lineText(mode->place));
-            continue;
-        }
-        mode = &line;
-        wanted.mode = line.number;
+    }
+    const ConfigLine* mode = singleLine(resolver, ConfigKind::mode, "the mode was");
+    if (mode != nullptr) wanted.mode = mode->number;
+    const ConfigLine* spanning = singleLine(resolver, ConfigKind::spanning, "the groups that span were");
+    if (spanning != nullptr) {
+        wanted.spanning = spanning->spanning;
+    } else if (resolver.standing.running.spanning) {
+        wanted.spanning = SPANNING_ALL;
     }
 }
 

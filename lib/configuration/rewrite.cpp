@@ -32,6 +32,14 @@ std::set<uint32_t> linesThatStay(const ConfigFile& file) {
 
 }  // namespace
 
+void keepSpanning(const Saved& saved, Configuration& running) {
+    const std::vector<ConfigLine>& lines = saved.file.lines;
+    const bool said = std::any_of(lines.begin(), lines.end(),
+                                  [](const ConfigLine& line) { return line.kind == ConfigKind::spanning; });
+    if (said && !running.spanning) running.spanning = saved.resolution.wanted.spanning;
+    if (!said && running.spanning == SPANNING_ALL) running.spanning.reset();
+}
+
 bool hasPatterns(const ConfigFile& file) {
     return std::any_of(file.lines.begin(), file.lines.end(),
                        [](const ConfigLine& line) { return hasPatterns(line); });

@@ -14,6 +14,9 @@ struct Rewritten {
     std::vector<std::string> contradictions{};
 };
 
+// Whether a line says which groups span stays as it was: all of them need none, and a board that carries no
+// groups has nothing to say.
+void keepSpanning(const Saved& saved, Configuration& running);
 bool hasPatterns(const ConfigFile& file);
 // Lines of a file without either do not stay.
 Rewritten rewriteSaved(Session& session, const Saved& saved, const Configuration& running);

@@ -51,6 +51,7 @@ Saved lookAtSaved(Session& session, const Standing& standing) {
 Configuration lacking(const Configuration& wanted, const Configuration& running) {
     Configuration lacks;
     if (wanted.mode && wanted.mode != running.mode) lacks.mode = wanted.mode;
+    if (spanDifferently(wanted, running)) lacks.spanning = wanted.spanning;
     for (const auto& [row, active] : wanted.rows) {
         if (!holds(running, row, active)) lacks.rows[row] = active;
     }
@@ -62,6 +63,7 @@ Configuration lacking(const Configuration& wanted, const Configuration& running)
 Configuration joined(const Configuration& running, const Configuration& lacks) {
     Configuration whole = running;
     if (lacks.mode) whole.mode = lacks.mode;
+    if (lacks.spanning) whole.spanning = lacks.spanning;
     for (const auto& [row, active] : lacks.rows) whole.rows[row] = active;
     whole.ponOff.insert(lacks.ponOff.begin(), lacks.ponOff.end());
     return whole;
