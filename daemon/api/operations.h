@@ -8,10 +8,10 @@
 //
 // Thread-safety
 //
-// Handlers are called on the command server's task, one at a time, without the semaphore. Each takes it after
-// its parameter check and gives it back on return, across every platform call; none may be called with it
-// held. The functions of api/ whose names begin with an underscore are the workers of set and sync, and take
-// it as well.
+// Handlers that change something are called on the command server's task, one at a time; those that only read
+// may be called by any task. All are called without the semaphore. Each takes it after its parameter check
+// and gives it back on return, across every platform call; none may be called with it held. The functions of
+// api/ whose names begin with an underscore are the workers of set and sync, and take it as well.
 #pragma once
 
 #include "platform/services.h"

@@ -15,6 +15,8 @@ namespace {
 
 constexpr uint32_t WORD = WORD_SIZE;
 
+void (*gAfterSet)(const OperationTable& table, uint32_t opcode, const void* index) = nullptr;
+
 struct Request {
     uint32_t opcode;
     uint32_t column;
@@ -110,6 +112,15 @@ void answerGet(const IcmHandler& handler, const OpShape& shape, const Request& r
     appendReply(replies, status, "", 0, cells.value, filled);
 }
 
+// Without memory for the reply the row has changed all the same: what follows comes before it.
+void answerSet(const OperationTable& table, const IcmHandler& handler, const OpShape& shape,
+               const Request& request, Cells& cells, std::string& replies) {
+    const int32_t status = access(handler, shape, request, cells, valueCell(request, cells));
+    const bool record = request.indexLength != 0 && !shape.indexIsNumber;
+    if (gAfterSet != nullptr) gAfterSet(table, request.opcode, record ? cells.index : nullptr);
+    appendStatus(replies, status);
+}
+
 void answerFirst(const IcmHandler& handler, const OpShape& shape, const Request& request, Cells& cells,
                  std::string& replies) {
     void* index = request.indexLength == 0 ? nullptr : cells.index;
@@ -125,15 +136,6 @@ void answerNext(const IcmHandler& handler, const OpShape& shape, const Request& 
                                : handler.next(request.indexLength == 0 ? nullptr : cells.index, cells.result);
     if (status != 0) return appendStatus(replies, status);
     appendReply(replies, status, cells.result, shape.indexLength, "", 0);
-}
-
-const IcmHandler* findHandler(const OperationTable& table, uint32_t opcode) {
-    for (uint32_t row = 0; row < table.count; ++row) {
-        if (table.rows[row].opcode == opcode) {
-            return table.rows[row].handler.access == nullptr ? nullptr : &table.rows[row].handler;
-        }
-    }
-    return nullptr;
 }
 
 bool onlyReads(OpKind kind) {
@@ -160,7 +162,7 @@ void carryOut(const OperationTable& table, const uint8_t* bytes, size_t length, 
         case OpKind::none:
             return appendStatus(replies, STATUS_NO_HANDLER);
         case OpKind::set:
-            return appendStatus(replies, access(*handler, shape, request, cells, valueCell(request, cells)));
+            return answerSet(table, *handler, shape, request, cells, replies);
         case OpKind::get:
             return answerGet(*handler, shape, request, cells, replies);
         case OpKind::first:
@@ -171,6 +173,19 @@ void carryOut(const OperationTable& table, const uint8_t* bytes, size_t length, 
 }
 
 }  // namespace
+
+const IcmHandler* findHandler(const OperationTable& table, uint32_t opcode) {
+    for (uint32_t row = 0; row < table.count; ++row) {
+        if (table.rows[row].opcode == opcode) {
+            return table.rows[row].handler.access == nullptr ? nullptr : &table.rows[row].handler;
+        }
+    }
+    return nullptr;
+}
+
+void afterEachSet(void (*work)(const OperationTable& table, uint32_t opcode, const void* index)) {
+    gAfterSet = work;
+}
 
 std::string statusReply(int32_t status) {
     std::string reply;

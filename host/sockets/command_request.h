@@ -14,6 +14,13 @@ struct OperationTable {
     uint32_t count;
 };
 
+// Null where an operation has none.
+const IcmHandler* findHandler(const OperationTable& table, uint32_t opcode);
+
+// `work` runs behind every set or sync, whatever became of it, and before its reply is there; `index` is the
+// address of its record, null for none. It throws nothing. Called once, before there are other tasks.
+void afterEachSet(void (*work)(const OperationTable& table, uint32_t opcode, const void* index));
+
 // Carries out one request, `length` bytes behind the frame's length word (isFrameLength holds of it), and
 // appends the reply frame. Answers the status in it. Of who may not change anything it takes only what is
 // known to read.

@@ -47,6 +47,7 @@ constexpr int REFUSED_PAUSE = 10;     // milliseconds
 std::mutex gLock;       // guards gPeerRoot
 std::string gPeerRoot;  // empty: none may connect
 std::atomic<uint32_t> gClients = 0;
+std::atomic<const OperationTable*> gTable = nullptr;  // for ever, once it is served
 
 struct CommandServer {
     OperationTable table;
@@ -278,6 +279,10 @@ void serveCommands(CommandServer* server) {
 
 }  // namespace
 
+const OperationTable* servedTable() {
+    return gTable;
+}
+
 uint32_t commandClients() {
     return gClients;
 }
@@ -298,6 +303,7 @@ int32_t icmProcTcpInit(const char* task, const char* path, const IcmFuncMapEntry
         .door = openDoor(listener),
         .tooMany = statusReply(STATUS_TOO_MANY_CLIENTS),
     };
+    gTable = &server->table;
     try {
         std::thread(serveCommands, server).detach();
     } catch (const std::system_error& problem) {

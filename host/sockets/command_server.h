@@ -27,9 +27,14 @@
 #include <cstdint>
 #include <string>
 
+#include "host/sockets/command_request.h"
+
 // The root prefix of the peer board, empty for none: what its daemon has sent is carried out before the
 // request of anybody else. None is expected at first.
 void expectPeer(const std::string& root);
+
+// The operations that are served; null before they are.
+const OperationTable* servedTable();
 
 // How many are connected now.
 uint32_t commandClients();

@@ -29,6 +29,8 @@ namespace {
 constexpr uint32_t GROUP_BYTES = 4;
 constexpr uint32_t PUBLISH_TIMEOUT = 5000;  // milliseconds
 constexpr size_t GROUPS_MAX = 1024;
+constexpr int64_t FOLLOWED_LATEST = 100;  // milliseconds after the first event that is not followed up
+constexpr int64_t NONE = -1;
 
 struct RouteSocket {
     int fd = -1;
@@ -42,6 +44,8 @@ std::mutex gLock;  // guards gSocket
 std::condition_variable gReaderWaits;
 RouteSocket gSocket;
 thread_local int gLastError = 0;
+void (*gAfterEvents)() = nullptr;
+int64_t gHandled = NONE;  // monotonic milliseconds; the reader's own
 
 int32_t failed(int problem) {
     gLastError = problem;
@@ -77,6 +81,20 @@ void markReaderWaits(bool waits) {
     if (waits) gReaderWaits.notify_all();
 }
 
+int routeDescriptor() {
+    std::lock_guard guard(gLock);
+    return gSocket.fd;
+}
+
+// True when what follows the events that were handled has been done.
+bool followedUp(int fd) {
+    if (gAfterEvents == nullptr || gHandled == NONE) return true;
+    if (isReadable(fd, 0) && monotonicMs() - gHandled < FOLLOWED_LATEST) return false;
+    gHandled = NONE;
+    gAfterEvents();
+    return true;
+}
+
 bool isRouteSocket(int fd) {
     std::lock_guard guard(gLock);
     return fd >= 0 && fd == gSocket.fd;
@@ -91,6 +109,10 @@ int32_t joinGroup(uint32_t group) {
 }
 
 }  // namespace
+
+void afterEvents(void (*work)()) {
+    gAfterEvents = work;
+}
 
 int publishToRoute(uint32_t group, const std::vector<uint8_t>& messages) {
     const int fd = connectLocalSocket(rootedPath(ROUTE_SOCKET_PATH), SOCK_DGRAM, PUBLISH_TIMEOUT);
@@ -175,7 +197,8 @@ int32_t dax_select(int32_t limit, DaxFdSet* readSet, DaxFdSet*, DaxFdSet*, void*
             markReaderWaits(false);
             return ready;
         }
-        markReaderWaits(true);
+        // Otherwise there is something to read, so the next wait is a short one.
+        if (followedUp(routeDescriptor())) markReaderWaits(true);
         eventTaskLives();
         if (poll(waited, count, signInterval()) < 0 && errno != EINTR) return failed(errno);
     }
@@ -193,6 +216,7 @@ int32_t dax_recvfrom(int32_t fd, void* buffer, uint32_t size, int32_t, void* sou
         const ssize_t length = recvmsg(fd, &message, 0);
         if (length < 0) return failed(errno);
         if (!isWanted(group, length)) continue;
+        if (gHandled == NONE) gHandled = monotonicMs();
         const auto bytes = static_cast<uint32_t>(length) - GROUP_BYTES;
         try {
             monitorEvent(group, buffer, bytes);

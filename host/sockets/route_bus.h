@@ -8,6 +8,11 @@
 // that was published before has then been handled. A reader that takes a datagram is marked as busy before it
 // takes it, so there is no moment at which a datagram is neither in the socket nor being handled.
 //
+// What follows events
+// -------------------
+// Work that is to be done behind events is done by the reader's task before it waits again, and is part of
+// settling. While more arrives it is put off, but not for long.
+//
 // Thread-safety
 // -------------
 // One task reads (dax_select and dax_recvfrom of platform/services.h); any task may publish and wait. The
@@ -24,3 +29,7 @@ int publishToRoute(uint32_t group, const std::vector<uint8_t>& messages);
 // True once the reader has handled everything and waits again, or when there is none; false after `timeout`
 // milliseconds.
 bool settleRoute(uint32_t timeout);
+
+// `work` runs in the reader's task behind the events that it has handled, with no lock held. It throws
+// nothing. Called once, before there are other tasks.
+void afterEvents(void (*work)());

@@ -8,6 +8,7 @@
 #include "common/files.h"
 #include "host/board/board_control.h"
 #include "host/board/journal.h"
+#include "host/board/membership.h"
 #include "host/board/peer_link.h"
 #include "host/board/plane_turn.h"
 #include "host/board/this_board.h"
@@ -96,6 +97,7 @@ int32_t procShellInit(const char*, uint32_t, uint32_t) {
     readConfiguration(arguments);
     adoptPorts();
     atTurnsEnd(endTurn);
+    followMembers();
     reserveMemory();
     if (startProcessShell(shell) != 0 || startBoardControl(control) != 0) refuseStart();
     openBoardJournal();
