@@ -338,6 +338,7 @@ TEST_F(EndToEnd, WhoMayReadChangesNothing) {
     EXPECT_TRUE(converse(fd, request(OP_GROUP_SET, 1, {1, 5, 0}, {ROW_CREATE}), reply(STATUS_READ_ONLY)));
     close(fd);
     EXPECT_NE(askLine(SHELL_SOCKET_PATH, "portIsolateGlobalShow").find("maxPortNum"), std::string::npos);
+    EXPECT_TRUE(askLine(BOARD_SOCKET_PATH, "plane spanning none").starts_with("error: this user may read"));
     const std::set<std::string> read = {"list", "about", "forward", "matrix",  "hardware",
                                         "help", "role",  "peer",    "journal", "monitor"};
     for (const std::string& line : split(boardAnswer("help"), '\n')) {
@@ -348,8 +349,8 @@ TEST_F(EndToEnd, WhoMayReadChangesNothing) {
             EXPECT_TRUE(answer.empty() || answer.starts_with("error: this user may read")) << verb << answer;
         }
     }
-    for (const char* line :
-         {"list", "about", "matrix 10", "hardware", "role", "peer", "plane show", "fault list"}) {
+    for (const char* line : {"list", "about", "matrix 10", "hardware", "role", "peer", "plane show",
+                             "plane spanning", "fault list"}) {
         boardAnswer(line);
     }
     asRoot();

@@ -7,6 +7,7 @@
 #include "lib/answers/comparison_answer.h"
 #include "lib/link/peer.h"
 #include "lib/link/scalars.h"
+#include "lib/link/spanning.h"
 #include "lib/text/listing.h"
 #include "wire/records.h"
 
@@ -74,6 +75,10 @@ Boards boardsByRole(Session& session, Session& peer) {
 bool isStillWanted(const Boards& boards, const Configuration& wanted, const Step& step) {
     if (step.action == StepAction::setPon && !step.on) {
         return readPon(boards.active, step.number).word == PON_ISOLATION_OFF;
+    }
+    if (step.action == StepAction::setSpanning) {
+        const std::optional<SpanningGroups> groups = readSpanning(boards.active).groups;
+        return groups && (*groups & ~step.number) == 0;
     }
     return step.action != StepAction::remove || wanted.rows.contains(step.row) ||
            !rowExists(boards.active, rowFamily(step.row.kind), step.row.scope, step.row.member);

@@ -83,10 +83,9 @@ std::string setSpanning(Board& board, const Words& words) {
     if (board.span.empty()) {
         return "no port of this board carries groups to other machines: board.conf has no line `span DEVICE`";
     }
+    board.spanning = groups;  // asked for, whatever becomes of it
     const int32_t status = board.plane.setSpanning(board.plane.state, groups);
-    if (status != 0) return fmt::format("the kernel refused it: {}", std::strerror(status));
-    board.spanning = groups;
-    return {};
+    return status == 0 ? "" : fmt::format("the kernel refused it: {}", std::strerror(status));
 }
 
 // Without a line where no port carries groups.

@@ -103,10 +103,9 @@ void tellPlane(Board& board, const Member& member, bool active) {
     const PlanePort port = interface == nullptr ? nameless : planePort(board, *interface);
     const int32_t status = board.plane.setMember(board.plane.state, port, member.group, member.vid, active);
     if (status != 0) {
-        hostReport("{} {} members of group {} on other machines, {}: `portisolatectl plane {}` tries again",
+        hostReport("{} {} members of group {} on other machines: {}",
                    interface == nullptr ? std::to_string(member.ifUnit) : interface->name,
-                   active ? "is not kept from" : "stays kept from", member.group, std::strerror(status),
-                   active ? "restore" : "sweep");
+                   active ? "is not kept from" : "stays kept from", member.group, std::strerror(status));
     }
     if (active) {
         gTold.insert_or_assign(member, deviceOf(*interface));
