@@ -1,9 +1,6 @@
 #include "host/linux/nft_rules.h"
 
 #include <arpa/inet.h>
-#include <libmnl/libmnl.h>
-#include <libnftnl/expr.h>
-#include <libnftnl/rule.h>
 #include <linux/netfilter.h>
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter_bridge.h>
@@ -11,6 +8,7 @@
 #include <utility>
 
 #include "host/linux/nft_doors.h"
+#include "host/linux/nft_expressions.h"
 
 namespace {
 
@@ -24,129 +22,7 @@ constexpr int32_t FORWARD_PRIORITY = -200;  // the family's `filter`
 // Behind what others do to the mark of a frame that comes in.
 constexpr int32_t INGRESS_PRIORITY = 300;
 
-// Registers are counted in words from here on: the devices' names, and behind them the VLAN or its mark.
-constexpr uint32_t DEVICE_REGISTERS = FILTER_DEVICE_SIZE / sizeof(uint32_t);
-constexpr uint32_t SOURCE = NFT_REG32_00;
-constexpr uint32_t TARGET = SOURCE + DEVICE_REGISTERS;
-constexpr uint32_t VLAN = TARGET + DEVICE_REGISTERS;
-
-constexpr uint32_t TYPE_OFFSET = 12;  // bytes into the frame
-constexpr uint32_t TAG_OFFSET = 14;
-constexpr uint16_t TAG_VLAN = 0x0fff;
 constexpr uint32_t VLAN_BITS = 12;
-
-// A rule under construction, which is added to the batch.
-struct Rule {
-    Batch& batch;
-    nftnl_rule* rule = nftnl_rule_alloc();
-
-    Rule(Batch& of, const char* chain, const char* table = FILTER_TABLE) : batch(of) {
-        nftnl_rule_set_str(rule, NFTNL_RULE_TABLE, table);
-        nftnl_rule_set_str(rule, NFTNL_RULE_CHAIN, chain);
-    }
-    Rule(const Rule&) = delete;
-    ~Rule() {
-        nlmsghdr* header = appendMessage(batch, NFT_MSG_NEWRULE, NLM_F_CREATE | NLM_F_APPEND);
-        nftnl_rule_nlmsg_build_payload(header, rule);
-        closeMessage(batch, header);
-        nftnl_rule_free(rule);
-    }
-};
-
-nftnl_expr* append(const Rule& rule, const char* kind) {
-    nftnl_expr* expression = nftnl_expr_alloc(kind);
-    if (expression != nullptr) nftnl_rule_add_expr(rule.rule, expression);
-    return expression;
-}
-
-void loadMeta(const Rule& rule, uint32_t key, uint32_t target) {
-    nftnl_expr* meta = append(rule, "meta");
-    nftnl_expr_set_u32(meta, NFTNL_EXPR_META_KEY, key);
-    nftnl_expr_set_u32(meta, NFTNL_EXPR_META_DREG, target);
-}
-
-void setMark(const Rule& rule) {
-    nftnl_expr* meta = append(rule, "meta");
-    nftnl_expr_set_u32(meta, NFTNL_EXPR_META_KEY, NFT_META_MARK);
-    nftnl_expr_set_u32(meta, NFTNL_EXPR_META_SREG, VLAN);
-}
-
-nftnl_expr* lookUp(const Rule& rule, const char* set, uint32_t source) {
-    nftnl_expr* lookup = append(rule, "lookup");
-    nftnl_expr_set_u32(lookup, NFTNL_EXPR_LOOKUP_SREG, source);
-    nftnl_expr_set_str(lookup, NFTNL_EXPR_LOOKUP_SET, set);
-    return lookup;
-}
-
-nftnl_expr* lookUp(const Rule& rule, FilterSet set, uint32_t source) {
-    return lookUp(rule, shapeOf(set).name, source);
-}
-
-void lookUpInto(const Rule& rule, FilterSet map, uint32_t source, uint32_t target) {
-    nftnl_expr_set_u32(lookUp(rule, map, source), NFTNL_EXPR_LOOKUP_DREG, target);
-}
-
-void conclude(const Rule& rule, int32_t verdict, const char* chain = nullptr) {
-    nftnl_expr* immediate = append(rule, "immediate");
-    nftnl_expr_set_u32(immediate, NFTNL_EXPR_IMM_DREG, NFT_REG_VERDICT);
-    nftnl_expr_set_u32(immediate, NFTNL_EXPR_IMM_VERDICT, static_cast<uint32_t>(verdict));
-    if (chain != nullptr) nftnl_expr_set_str(immediate, NFTNL_EXPR_IMM_CHAIN, chain);
-}
-
-template <typename Value>
-void compare(const Rule& rule, uint32_t comparison, Value value) {
-    nftnl_expr* compared = append(rule, "cmp");
-    nftnl_expr_set_u32(compared, NFTNL_EXPR_CMP_SREG, VLAN);
-    nftnl_expr_set_u32(compared, NFTNL_EXPR_CMP_OP, comparison);
-    nftnl_expr_set(compared, NFTNL_EXPR_CMP_DATA, &value, sizeof(value));
-}
-
-// Keeps the bits of the mask, and turns those of `flip`.
-template <typename Value>
-void maskBits(const Rule& rule, Value mask, Value flip) {
-    nftnl_expr* bits = append(rule, "bitwise");
-    nftnl_expr_set_u32(bits, NFTNL_EXPR_BITWISE_SREG, VLAN);
-    nftnl_expr_set_u32(bits, NFTNL_EXPR_BITWISE_DREG, VLAN);
-    nftnl_expr_set_u32(bits, NFTNL_EXPR_BITWISE_LEN, sizeof(mask));
-    nftnl_expr_set(bits, NFTNL_EXPR_BITWISE_MASK, &mask, sizeof(mask));
-    nftnl_expr_set(bits, NFTNL_EXPR_BITWISE_XOR, &flip, sizeof(flip));
-}
-
-void loadFrame(const Rule& rule, uint32_t offset) {
-    nftnl_expr* payload = append(rule, "payload");
-    nftnl_expr_set_u32(payload, NFTNL_EXPR_PAYLOAD_BASE, NFT_PAYLOAD_LL_HEADER);
-    nftnl_expr_set_u32(payload, NFTNL_EXPR_PAYLOAD_OFFSET, offset);
-    nftnl_expr_set_u32(payload, NFTNL_EXPR_PAYLOAD_LEN, sizeof(uint16_t));
-    nftnl_expr_set_u32(payload, NFTNL_EXPR_PAYLOAD_DREG, VLAN);
-}
-
-// What the frame's mark is within the mask.
-void loadMark(const Rule& rule, uint32_t mask) {
-    loadMeta(rule, NFT_META_MARK, VLAN);
-    maskBits<uint32_t>(rule, mask, 0);
-}
-
-// For frames with the bridge's tag, whose VLAN is left in its register, in network order.
-void loadTag(const Rule& rule, uint16_t protocol, uint16_t bits = TAG_VLAN) {
-    loadFrame(rule, TYPE_OFFSET);
-    compare<uint16_t>(rule, NFT_CMP_EQ, htons(protocol));
-    loadFrame(rule, TAG_OFFSET);
-    maskBits<uint16_t>(rule, htons(bits), 0);
-}
-
-void markWith(const Rule& rule, uint32_t mark) {
-    nftnl_expr* immediate = append(rule, "immediate");
-    nftnl_expr_set_u32(immediate, NFTNL_EXPR_IMM_DREG, VLAN);
-    nftnl_expr_set(immediate, NFTNL_EXPR_IMM_DATA, &mark, sizeof(mark));
-    setMark(rule);
-}
-
-// Sets these bits of the mark and leaves the others.
-void addToMark(const Rule& rule, uint32_t bits) {
-    loadMeta(rule, NFT_META_MARK, VLAN);
-    maskBits<uint32_t>(rule, ~bits, bits);
-    setMark(rule);
-}
 
 // Both ends have a door, and one of them is closed.
 void appendDoors(Batch& batch) {
@@ -163,8 +39,7 @@ void appendDoors(Batch& batch) {
         const Rule rule(batch, DOOR_CHAIN);
         loadMeta(rule, index, SOURCE);
         loadMeta(rule, name, SOURCE + 1);
-        nftnl_expr_set_u32(lookUp(rule, FilterSet::opened, SOURCE), NFTNL_EXPR_LOOKUP_FLAGS,
-                           NFT_LOOKUP_F_INV);
+        lookUpNone(rule, FilterSet::opened, SOURCE);
         append(rule, "counter");
         conclude(rule, NF_DROP);
     }
@@ -184,9 +59,9 @@ void appendForward(Batch& batch, const FilterLayout& layout) {
     const uint32_t mask = batch.filter->markMask;
     const Rule rule(batch, FORWARD_CHAIN);
     loadMark(rule, mask);
-    compare<uint32_t>(rule, NFT_CMP_NEQ, 0);
+    compare(rule, NFT_CMP_NEQ, NO_MARK);
     loadMark(rule, mask);
-    nftnl_expr_set_u32(lookUp(rule, FilterSet::openVlans, VLAN), NFTNL_EXPR_LOOKUP_FLAGS, NFT_LOOKUP_F_INV);
+    lookUpNone(rule, FilterSet::openVlans, VLAN);
     for (const uint32_t device : {NFT_META_IIFNAME, NFT_META_OIFNAME}) {
         loadMeta(rule, device, SOURCE);
         lookUp(rule, FilterSet::access, SOURCE);
@@ -206,7 +81,7 @@ void appendWithin(Batch& batch, const FilterLayout& layout) {
         // Nothing else holds a frame of no VLAN.
         const Rule rule(batch, WITHIN_CHAIN);
         loadMeta(rule, NFT_META_MARK, VLAN);
-        compare<uint32_t>(rule, NFT_CMP_EQ, 0);
+        compare(rule, NFT_CMP_EQ, NO_MARK);
         conclude(rule, NF_ACCEPT);
     }
     {
@@ -230,7 +105,7 @@ void appendOfNoVlan(Batch& batch, const FilterLayout& layout, const char* chain)
     if (!layout.filters || !batch.filter->seesPvid) return;
     const Rule rule(batch, chain);
     loadMeta(rule, NFT_META_BRI_IIFPVID, VLAN);
-    compare<uint16_t>(rule, NFT_CMP_EQ, 0);
+    compare(rule, NFT_CMP_EQ, NO_VLAN);
     conclude(rule, NF_DROP);
 }
 
@@ -240,13 +115,13 @@ void appendMarking(Batch& batch, const FilterLayout& layout) {
     {
         const Rule rule(batch, MARK_CHAIN);
         loadMeta(rule, NFT_META_MARK, VLAN);
-        compare<uint32_t>(rule, NFT_CMP_NEQ, 0);
+        compare(rule, NFT_CMP_NEQ, NO_MARK);
         conclude(rule, NFT_GOTO, KEEP_CHAIN);
     }
     {
         const Rule rule(batch, MARK_CHAIN);
         loadFrame(rule, TYPE_OFFSET);
-        compare<uint16_t>(rule, NFT_CMP_EQ, htons(layout.tagProtocol));
+        compare(rule, NFT_CMP_EQ, htons(layout.tagProtocol));
         conclude(rule, NFT_JUMP, OWN_TAG_CHAIN);
     }
     for (const bool named : {true, false}) {
@@ -256,7 +131,7 @@ void appendMarking(Batch& batch, const FilterLayout& layout) {
             lookUpInto(rule, FilterSet::tags, VLAN, VLAN);
             setMark(rule);
         } else {
-            compare<uint16_t>(rule, NFT_CMP_NEQ, 0);
+            compare(rule, NFT_CMP_NEQ, NO_VLAN);
             markWith(rule, markOfOthers(mask));
         }
         conclude(rule, NF_ACCEPT);
@@ -270,7 +145,7 @@ void appendMarking(Batch& batch, const FilterLayout& layout) {
             lookUpInto(rule, FilterSet::pvids, VLAN, VLAN);
             setMark(rule);
         } else {
-            compare<uint16_t>(rule, NFT_CMP_NEQ, 0);
+            compare(rule, NFT_CMP_NEQ, NO_VLAN);
             markWith(rule, markOfOthers(mask));
         }
         conclude(rule, NF_ACCEPT);
@@ -286,13 +161,12 @@ void appendKeeping(Batch& batch, const FilterLayout& layout) {
     const uint32_t mask = batch.filter->markMask;
     {
         const Rule rule(batch, KEEP_CHAIN);
-        loadMark(rule, ~mask);
-        setMark(rule);
+        changeMark(rule, ~mask, 0);
     }
     {
         const Rule rule(batch, KEEP_CHAIN);
         loadTag(rule, layout.tagProtocol);
-        compare<uint16_t>(rule, NFT_CMP_NEQ, 0);
+        compare(rule, NFT_CMP_NEQ, NO_VLAN);
         conclude(rule, NFT_GOTO, TAG_CHAIN);
     }
     if (batch.filter->seesPvid) {
@@ -306,7 +180,7 @@ void appendKeeping(Batch& batch, const FilterLayout& layout) {
         const auto value = static_cast<uint16_t>(1U << bit);
         const Rule rule(batch, TAG_CHAIN);
         loadTag(rule, layout.tagProtocol, value);
-        compare<uint16_t>(rule, NFT_CMP_EQ, htons(value));
+        compare(rule, NFT_CMP_EQ, htons(value));
         addToMark(rule, markOfVlan(mask, value));
     }
     appendOfNoVlan(batch, layout, PVID_CHAIN);
@@ -314,8 +188,8 @@ void appendKeeping(Batch& batch, const FilterLayout& layout) {
         const auto value = static_cast<uint16_t>(1U << bit);
         const Rule rule(batch, PVID_CHAIN);
         loadMeta(rule, NFT_META_BRI_IIFPVID, VLAN);
-        maskBits<uint16_t>(rule, value, 0);
-        compare<uint16_t>(rule, NFT_CMP_EQ, value);
+        maskBits(rule, value, NO_VLAN);
+        compare(rule, NFT_CMP_EQ, value);
         addToMark(rule, markOfVlan(mask, value));
     }
 }
