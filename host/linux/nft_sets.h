@@ -16,12 +16,9 @@
 #include <type_traits>
 #include <vector>
 
-#include "host/linux/nft_content.h"
-#include "host/linux/nft_transaction.h"
+#include "host/linux/nft_elements.h"
 #include "host/planes/frame_mark.h"
 #include "host/planes/spread_map.h"
-
-inline constexpr size_t FILTER_DEVICE_SIZE = 16;  // bytes of a device's name, zeros behind it
 
 // The first are what is asked for; the others follow from them.
 enum class FilterKind : uint8_t {
@@ -75,70 +72,10 @@ using FilterElements = SpreadMap<FilterElement, FilterCounter, FilterElementHash
 // How many there are of each kind.
 using KindCounts = std::array<size_t, static_cast<size_t>(FilterKind::strange) + 1>;
 
-enum class FilterSet : uint8_t { pairs, vlanPairs, vlanPorts, access, openVlans, tags, pvids, opened };
-
-// Types by which the filter's own command prints keys.
-inline constexpr uint32_t NFT_TYPE_INTEGER = 4;
-inline constexpr uint32_t NFT_TYPE_MARK = 19;
-inline constexpr uint32_t NFT_TYPE_INDEX = 20;
-inline constexpr uint32_t NFT_TYPE_DEVICE = 41;
-inline constexpr uint32_t NFT_TYPE_BITS = 6;
-inline constexpr uint32_t NFT_TYPE_TWO_DEVICES = NFT_TYPE_DEVICE << NFT_TYPE_BITS | NFT_TYPE_DEVICE;
-
-struct SetShape {
-    const char* name;
-    uint32_t keyType;
-    uint32_t keyLength;
-    uint32_t dataType;  // 0: no map
-    bool counts;        // each element counts what it matched
-};
-
-inline constexpr uint32_t NFT_VERDICTS = 0xffffff00;
-inline constexpr uint32_t TWO_DEVICES_SIZE = 2 * FILTER_DEVICE_SIZE;
-
-// By FilterSet.
-inline constexpr SetShape FILTER_SETS[] = {
-    {"pairs", NFT_TYPE_TWO_DEVICES, TWO_DEVICES_SIZE, NFT_VERDICTS, true},
-    {"vlan_pairs", NFT_TYPE_TWO_DEVICES << NFT_TYPE_BITS | NFT_TYPE_MARK, TWO_DEVICES_SIZE + sizeof(uint32_t),
-     0, true},
-    {"vlan_ports", NFT_TYPE_DEVICE, FILTER_DEVICE_SIZE, 0, false},
-    {"access", NFT_TYPE_DEVICE, FILTER_DEVICE_SIZE, 0, false},
-    {"open_vlans", NFT_TYPE_MARK, sizeof(uint32_t), 0, false},
-    {"tags", NFT_TYPE_INTEGER, sizeof(uint16_t), NFT_TYPE_MARK, false},
-    {"pvids", NFT_TYPE_INTEGER, sizeof(uint16_t), NFT_TYPE_MARK, false},
-    {"opened", NFT_TYPE_INDEX << NFT_TYPE_BITS | NFT_TYPE_DEVICE, sizeof(uint32_t) + FILTER_DEVICE_SIZE, 0,
-     false},
-};
-inline constexpr size_t FILTER_SET_COUNT = std::size(FILTER_SETS);
-static_assert(FILTER_SET_COUNT == static_cast<size_t>(FilterSet::opened) + 1);
-inline constexpr uint32_t KEY_MAX = TWO_DEVICES_SIZE + sizeof(uint32_t);
-
-inline const SetShape& shapeOf(FilterSet set) {
-    return FILTER_SETS[static_cast<size_t>(set)];
-}
-
-// The chain that pairs go on to whose VLAN has to be looked at.
-inline constexpr char WITHIN_CHAIN[] = "within_vlan";
-
 // Needs that come and that go.
 struct FilterChange {
     std::vector<FilterElement> add;
     std::vector<FilterElement> del;
-};
-
-// An element as the kernel knows it.
-struct RawElement {
-    std::array<char, KEY_MAX> key;
-    FilterSet set;
-    uint8_t needs;  // of a pair
-    uint32_t mark;  // of a VLAN
-    FilterCounter counter;
-};
-
-struct RawChange {
-    std::vector<RawElement> add;
-    std::vector<RawElement> del;
-    bool news = false;  // it is a transaction to the kernel, which takes what is there already for nothing
 };
 
 // What a change of needs is to the kernel that holds `held`, of each kind as many as `heldOf` says. What is
@@ -148,7 +85,6 @@ RawChange rawChange(const Filter& filter, const FilterElements& held, const Kind
                     const FilterChange& change);
 // All of these, to a kernel that holds nothing, with what they have counted.
 RawChange rawWhole(const Filter& filter, const FilterElements& elements);
-void appendElements(Batch& batch, const RawChange& change);
 
 // The needs that the elements of all sets meet; `elements` is replaced. A set that is not there has none.
 // `moved`: they stand there under another frame mark.
