@@ -66,6 +66,14 @@ void readBridge(const nlattr* info, KernelLink& link) {
     if (holds(protocol, MNL_TYPE_U16)) link.vlanProtocol = ntohs(mnl_attr_get_u16(protocol));
 }
 
+// One whose tunnels are chosen by others (`external`) leaves the mark alone.
+void readVxlan(const nlattr* info, KernelLink& link) {
+    const auto vxlan = nestedIn<IFLA_VXLAN_MAX + 1>(info);
+    const nlattr* external = vxlan[IFLA_VXLAN_COLLECT_METADATA];
+    const bool chosen = holds(external, MNL_TYPE_U8) && mnl_attr_get_u8(external) != 0;
+    link.groupPolicy = vxlan[IFLA_VXLAN_GBP] != nullptr && !chosen;
+}
+
 int addName(const nlattr* attribute, void* data) {
     const std::string name = mnl_attr_get_type(attribute) == IFLA_ALT_IFNAME ? textOf(attribute) : "";
     if (!name.empty()) static_cast<std::vector<std::string>*>(data)->push_back(name);
@@ -91,6 +99,7 @@ KernelLink readLink(const nlmsghdr* message) {
     link.xdp = holds(xdp, MNL_TYPE_U8) && mnl_attr_get_u8(xdp) != XDP_ATTACHED_NONE;
     const auto info = nestedIn<IFLA_INFO_MAX + 1>(attributes[IFLA_LINKINFO]);
     link.kind = textOf(info[IFLA_INFO_KIND]);
+    if (link.kind == "vxlan") readVxlan(info[IFLA_INFO_DATA], link);
     if (link.kind == "vlan") readVlan(info[IFLA_INFO_DATA], link);
     if (isBridgeDevice(link)) readBridge(info[IFLA_INFO_DATA], link);
     return link;

@@ -34,6 +34,7 @@ struct KernelLink {
     std::string switchId;       // of the chip that forwards between its ports by itself, in hexadecimal
     bool filtersVlans = false;  // of a bridge
     bool xdp = false;           // a program handles its frames before the bridge does
+    bool groupPolicy = false;   // a vxlan device that takes 16 bits of a frame's mark along
     uint16_t vlanProtocol = 0;  // of a bridge: the type of the tags that it knows
 
     bool operator==(const KernelLink&) const = default;

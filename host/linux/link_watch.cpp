@@ -42,11 +42,24 @@ BridgeVlans vlansOf(const KernelLink* bridge) {
     return vlans;
 }
 
-void followVlans(const LinuxBoard& linuxBoard) {
+SpanDevices spanDevicesOf(const LinuxBoard& linuxBoard) {
+    const std::vector<std::string>& span = linuxBoard.board.span;
+    SpanDevices devices;
+    if (span.empty() || linuxBoard.bridge == 0) return devices;
+    for (const auto& [index, link] : linuxBoard.links) {
+        if (link.master != linuxBoard.bridge || std::ranges::find(span, link.name) == span.end()) continue;
+        devices[link.name] = {.index = index, .carries = link.groupPolicy};
+    }
+    return devices;
+}
+
+// What the plane has to know of the bridge itself, and of its ports beside their names.
+void followBridge(const LinuxBoard& linuxBoard) {
     Board& board = linuxBoard.board;
     const BridgeVlans vlans = vlansOf(linkAt(linuxBoard.links, linuxBoard.bridge));
     std::lock_guard guard(board.lock);
     setLinuxVlans(board.plane, vlans);
+    setLinuxSpan(board.plane, spanDevicesOf(linuxBoard));
 }
 
 // The same before there is a picture.
@@ -70,7 +83,7 @@ bool reread(LinuxBoard& linuxBoard) {
         return false;
     }
     followLinks(linuxBoard, linkDifferences(linuxBoard.links, links));
-    followVlans(linuxBoard);
+    followBridge(linuxBoard);
     return true;
 }
 
@@ -94,7 +107,7 @@ void followUntil(LinuxBoard& linuxBoard, int64_t deadline) {
         LinkChanges changes;
         if (takeLinkEvents(gEvents, changes)) {
             followLinks(linuxBoard, changes);
-            followVlans(linuxBoard);
+            followBridge(linuxBoard);
         } else {
             hostReport("messages of the kernel were lost: its network devices are read anew");
             gFollowed = reread(linuxBoard);

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "common/files.h"
@@ -15,8 +16,10 @@ constexpr size_t DIFFERENCES_TOLD = 4;
 constexpr size_t SPELL_HEALINGS = 10;
 constexpr int64_t SPELL = 60 * 1000;  // milliseconds
 // Where an element of each kind stands.
-constexpr const char* KIND_SETS[] = {"pairs", "vlan_pairs", "pairs", "access", "open_vlans", "pairs",
-                                     "pairs", "vlan_ports", "tags",  "opened", "pairs"};
+constexpr const char* KIND_SETS[] = {
+    "pairs",      "vlan_pairs", "pairs",  "access",       "open_vlans", "span_members", "pairs",     "pairs",
+    "vlan_ports", "tags",       "opened", "span_senders", "span_marks", "span_ports",   "span_open", "pairs"};
+static_assert(std::size(KIND_SETS) == std::tuple_size_v<KindCounts>);
 
 const char* setOf(const FilterElement& element) {
     return KIND_SETS[static_cast<size_t>(element.kind)];
@@ -44,7 +47,7 @@ std::string damageWords(const LinuxPlane& plane) {
 
 bool opens(const FilterElement& element) {
     return element.kind == FilterKind::hairpin || element.kind == FilterKind::ponOff ||
-           element.kind == FilterKind::opened;
+           element.kind == FilterKind::opened || element.kind == FilterKind::carrier;
 }
 
 // Whether this one comes so soon after the others that it is not told.
@@ -64,7 +67,7 @@ void compareElements(LinuxPlane& plane, const FilterElements& former) {
     const bool heals = plane.healing.mode != Healing::off;
     // What an earlier run has left stays, too, until it is swept.
     const auto stays = [&](const FilterElement& element) {
-        return plane.wanted.contains(element) || (heals && element.kind != FilterKind::strange);
+        return plane.wanted.contains(element) || (heals && !isStrange(element));
     };
     for (const auto& [element, counter] : former) {
         if (!plane.held.contains(element) && stays(element)) plane.lost.insert(element);

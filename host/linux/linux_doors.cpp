@@ -51,7 +51,7 @@ int32_t linuxSetDoors(void* state, const std::vector<PlanePort>& ports, bool ope
     const std::set<std::string_view> waiting = open ? devicesMissing(plane) : std::set<std::string_view>{};
     Doors doors;
     for (const PlanePort& port : ports) {
-        const FilterElement door = openedElement(port.index, port.device);
+        const FilterElement door = indexedElement(FilterKind::opened, port.index, port.device);
         if (waiting.contains(port.device)) continue;
         if (hasDoor(plane, port) && plane.opened.contains(door) != open) doors.insert(door);
     }
@@ -66,7 +66,8 @@ bool linuxShutDoor(void* state, const PlanePort& port) {
 }
 
 bool isShut(const LinuxPlane& plane, const PlanePort& port) {
-    return hasDoor(plane, port) && !plane.held.contains(openedElement(port.index, port.device));
+    return hasDoor(plane, port) &&
+           !plane.held.contains(indexedElement(FilterKind::opened, port.index, port.device));
 }
 
 void adoptDoors(LinuxPlane& plane) {
@@ -80,6 +81,6 @@ void adoptDoors(LinuxPlane& plane) {
 void keepDoors(LinuxPlane& plane, const PresentPorts& present) {
     if (plane.failure != 0 || plane.opened.empty()) return;
     Doors gone = plane.opened;
-    for (const auto& [index, device] : present) gone.erase(openedElement(index, device));
+    for (const auto& [index, device] : present) gone.erase(indexedElement(FilterKind::opened, index, device));
     if (!gone.empty()) changeDoors(plane, gone, false);
 }

@@ -11,28 +11,17 @@
 #include "host/linux/bypass.h"
 #include "host/linux/linux_doors.h"
 #include "host/linux/linux_reconcile.h"
+#include "host/linux/linux_span.h"
 #include "host/linux/linux_turn.h"
 #include "host/linux/nft_doors.h"
 #include "host/linux/nft_filter.h"
+#include "host/linux/nft_span.h"
 #include "host/services/logging.h"
 
 namespace {
 
-// Whether it stands in the kernel with all that it takes.
-bool isInForce(const LinuxPlane& plane, const FilterElement& element) {
-    if (!plane.held.contains(element)) return false;
-    const auto follows = consequencesOf(element);
-    return std::all_of(follows.begin(), follows.end(),
-                       [&](const FilterElement& one) { return plane.held.contains(one); });
-}
-
 bool holds(const LinuxPlane& plane, FilterKind kind, const char* src, const char* dst, uint32_t vid) {
     return isInForce(plane, filterElement(kind, src, dst, static_cast<uint16_t>(vid)));
-}
-
-// Nobody knows what is in force.
-bool isUncertain(const LinuxPlane& plane) {
-    return plane.damage == TableDamage::gone || plane.damage == TableDamage::parts;
 }
 
 // Why the kernel would drop the traffic, by what it holds; empty when it would not.
@@ -62,6 +51,7 @@ std::string causeOf(const LinuxPlane& plane, const PlanePort& src, const PlanePo
             const bool held = isShut(plane, *port) && matchesDoor(plane.layout.closed, other.device);
             if (held) cause = fmt::format("the door of {} is closed", port->name);
         }
+        if (cause.empty()) cause = spanCause(plane, src, dst);
     }
     return cause;
 }
@@ -72,7 +62,7 @@ FilterCounter countedIn(const LinuxPlane& plane, const char* chain) {
 }
 
 void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::string& text) {
-    constexpr const char* KINDS[] = {"bi", "bi", "uni", "pon", "pon-off"};
+    constexpr const char* KINDS[] = {"bi", "bi", "uni", "pon", "pon-off", "span"};
     // What others have put there for a pair is shown as what it could be at most.
     const size_t kind = element.kind == FilterKind::strange ? 0 : static_cast<size_t>(element.kind);
     const auto device = [](const auto& name) {
@@ -82,9 +72,12 @@ void inspectElement(const LinuxPlane& plane, const FilterElement& element, std::
     const bool missing = !isInForce(plane, element);
     const FilterCounter counter = missing ? FilterCounter{} : held->second;
     const char* state = missing ? "missing" : plane.wanted.contains(element) ? "held" : "left-over";
-    text += fmt::format("entry kind={} src={} dst={} vlan={} state={}", KINDS[kind], device(element.src),
-                        device(element.dst), element.vid == 0 ? "-" : std::to_string(element.vid), state);
-    if (!missing && kind <= static_cast<size_t>(FilterKind::oneWay)) {
+    const bool member = element.kind == FilterKind::member;
+    text += fmt::format("entry kind={} src={} dst={} vlan={}{} state={}", KINDS[kind],
+                        member ? "-" : device(element.src), device(member ? element.src : element.dst),
+                        element.vid == 0 ? "-" : std::to_string(element.vid),
+                        member ? fmt::format(" group={}", element.group) : "", state);
+    if (!missing && (kind <= static_cast<size_t>(FilterKind::oneWay) || member)) {
         text += fmt::format(" packets={} bytes={}\n", counter.packets, counter.bytes);
     } else {
         text += " packets=- bytes=-\n";
@@ -100,7 +93,8 @@ std::vector<FilterElement> sortedElements(const LinuxPlane& plane) {
         if (isEntry(element) && !plane.held.contains(element)) elements.push_back(element);
     }
     std::sort(elements.begin(), elements.end(), [](const FilterElement& a, const FilterElement& b) {
-        return std::tie(a.kind, a.src, a.dst, a.vid) < std::tie(b.kind, b.src, b.dst, b.vid);
+        return std::tie(a.kind, a.src, a.dst, a.vid, a.group) <
+               std::tie(b.kind, b.src, b.dst, b.vid, b.group);
     });
     return elements;
 }
@@ -167,8 +161,11 @@ void linuxInspect(void* state, std::string& text) {
     }
     if (problem == 0 && !plane.layout.closed.empty()) {
         const FilterCounter held = countedIn(plane, DOOR_CHAIN);
-        text += fmt::format("doors packets={} bytes={}\n", held.packets, held.bytes);
+        const FilterCounter remote = countedIn(plane, SPAN_IN_CHAIN);
+        text += fmt::format("doors packets={} bytes={}\n", held.packets + remote.packets,
+                            held.bytes + remote.bytes);
     }
+    if (problem == 0) inspectSpan(plane, text);
     for (const auto& [key, sentence] : plane.notes) text += fmt::format("note {}\n", safeText(sentence));
     for (const std::string& sentence : bypassesOf(plane.bridge)) {
         text += fmt::format("note {}\n", safeText(sentence));
@@ -179,6 +176,12 @@ void linuxInspect(void* state, std::string& text) {
 std::string linuxFailure(LinuxPlane& plane) {
     constexpr char CONSEQUENCE[] = "every isolation will be refused";
     const int problem = plane.failure;
+    if (!plane.filter.span.empty() && (plane.filter.markMask & GROUP_BITS) != 0) {
+        return fmt::format(
+            "the frame mark takes some of the 16 bits by which other machines hear of groups, choose "
+            "another: {}",
+            CONSEQUENCE);
+    }
     if (problem == EPERM && plane.filter.socket != nullptr && probeOwner(plane.filter)) {
         return fmt::format("the kernel's filter table {} belongs to another program, which has to end: {}",
                            FILTER_TABLE, CONSEQUENCE);

@@ -4,9 +4,11 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/linux/linux_devices.h"
 #include "host/linux/linux_doors.h"
 #include "host/linux/linux_inspect.h"
 #include "host/linux/linux_reconcile.h"
+#include "host/linux/linux_span.h"
 #include "host/linux/linux_state.h"
 #include "host/linux/linux_turn.h"
 #include "host/linux/nft_doors.h"
@@ -42,60 +44,11 @@ int32_t refusal(bool twoWay, const PlanePort& src, const PlanePort& dst) {
     return 0;
 }
 
-// Adds the elements of `now` and takes away those of `before`.
-int32_t exchange(LinuxPlane& plane, const std::vector<FilterElement>& now,
-                 const std::vector<FilterElement>& before) {
-    FilterChange change;
-    for (const FilterElement& element : now) want(plane, element, change);
-    for (const FilterElement& element : before) unwant(plane, element, change);
-    return commitInTurn(plane, change);
-}
-
-std::vector<FilterElement> entryElements(const LinuxPlane& plane, bool twoWay, PortPair pair,
-                                         const PlaneIsolation& isolation) {
-    return twoWay ? twoWayElements(plane, pair, isolation.vid) : oneWayElements(plane, pair);
-}
-
-// What the entries of an interface make up.
-std::vector<FilterElement> elementsOf(const LinuxPlane& plane, uint32_t ifUnit) {
-    std::vector<FilterElement> elements;
-    for (const auto& [other, device] : plane.devices) {
-        for (const PortPair pair : {pairOf(ifUnit, other), pairOf(other, ifUnit)}) {
-            for (const bool twoWay : {true, false}) {
-                const PlaneEntries& entries = twoWay ? plane.twoWay : plane.oneWay;
-                const auto entry = entries.find(pair);
-                if (entry == entries.end()) continue;
-                const auto made = entryElements(plane, twoWay, pair, entry->second);
-                elements.insert(elements.end(), made.begin(), made.end());
-            }
-        }
-    }
-    return elements;
-}
-
-// The device of an interface that is, or may be, part of entries. What belongs to it moves, in one
-// transaction, and nothing else.
-int32_t setDevice(LinuxPlane& plane, uint32_t ifUnit, const std::string& device) {
-    const auto [known, added] = plane.devices.try_emplace(ifUnit, PlaneDevice{device});
-    if (added || known->second.name == device) return 0;
-    const std::vector<FilterElement> before = elementsOf(plane, ifUnit);
-    known->second.name = device;
-    return exchange(plane, elementsOf(plane, ifUnit), before);
-}
-
-// A device without entries need not be known.
-void countEntry(LinuxPlane& plane, PortPair pair, int32_t more) {
-    for (const uint32_t ifUnit : {sourceOf(pair), targetOf(pair)}) {
-        const auto device = plane.devices.find(ifUnit);
-        device->second.entries += static_cast<uint32_t>(more);
-        if (device->second.entries == 0) plane.devices.erase(device);
-    }
-}
-
 int32_t addEntry(LinuxPlane& plane, bool twoWay, const PlanePort& src, const PlanePort& dst,
                  const PlaneIsolation& isolation) {
     const int32_t refused = refusal(twoWay, src, dst);
     if (refused != 0 || src.ifUnit == dst.ifUnit) return refused;
+    noteOwnMachine(plane, twoWay, isolation.group);
     setDevice(plane, src.ifUnit, src.device);
     setDevice(plane, dst.ifUnit, dst.trunkMember ? dst.trunkDevice : dst.device);
     PlaneEntries& entries = twoWay ? plane.twoWay : plane.oneWay;
@@ -160,7 +113,7 @@ int32_t deleteOneWay(void* state, uint32_t src, uint32_t dst) {
 int32_t setPon(void* state, uint32_t vid, bool isolate, const std::set<uint32_t>&) {
     LinuxPlane& plane = linuxPlane(state);
     const auto number = static_cast<uint16_t>(vid);
-    const std::vector<FilterElement> elements = ponOffElements(vid);
+    const std::vector<FilterElement> elements = ponOffElements(plane, vid);
     FilterChange change;
     if (!isolate) {
         const bool former = plane.ponOff.contains(number);
@@ -245,10 +198,9 @@ Plane createLinuxPlane() {
         .setPon = setPon,
         .freshCard = freshCard,
         .forwards = linuxForwards,
-        .setMember = [](void*, const PlanePort&, uint32_t, uint16_t, bool) -> int32_t { return 0; },
-        .setSpanning = [](void*, SpanningGroups) -> int32_t { return 0; },
-        .remoteForwards = [](void*, const PlanePort&, SpanningGroups, uint32_t,
-                             std::string&) { return true; },
+        .setMember = linuxSetMember,
+        .setSpanning = linuxSetSpanning,
+        .remoteForwards = linuxRemoteForwards,
         .list = linuxList,
         .counters = linuxCounters,
         .inspect = linuxInspect,
@@ -268,9 +220,12 @@ std::string startLinuxPlane(const Plane& handle, const LinuxPlaneStart& start) {
     plane.bridge = start.bridge;
     plane.healing.mode = start.healing;
     plane.layout.closed = doorPatterns(start.closed);
-    plane.failure = openFilter(plane.filter);
+    beginSpan(plane, start.span);
+    const bool overlaps = !start.span.empty() && (start.frameMark & GROUP_BITS) != 0;
+    plane.failure = overlaps ? EINVAL : openFilter(plane.filter);
     if (plane.failure == 0) plane.failure = layFirst(plane);
     if (plane.failure == 0) adoptDoors(plane);
+    if (plane.failure == 0) adoptCarriers(plane);
     if (plane.failure == 0) plane.failure = reconcile(plane);
     plane.failureText = plane.failure == 0 ? "" : linuxFailure(plane);
     if (plane.failure == 0) reportStart(plane);
@@ -298,6 +253,10 @@ void setLinuxVlans(const Plane& handle, const BridgeVlans& vlans) {
     } else {
         hostReport("the filter does not know the VLANs of the bridge: {}", std::strerror(problem));
     }
+}
+
+void setLinuxSpan(const Plane& handle, const SpanDevices& devices) {
+    followSpan(linuxPlane(handle.state), devices);
 }
 
 void watchLinuxTable(const Plane& handle, const std::string& by) {

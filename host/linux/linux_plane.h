@@ -24,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/linux/span_devices.h"
 #include "host/planes/frame_mark.h"
 #include "host/planes/healing.h"
 #include "host/planes/plane.h"
@@ -54,6 +55,9 @@ std::string startLinuxPlane(const Plane& plane, const LinuxPlaneStart& start);
 // The kernel's name of an interface has changed: what isolates it moves to the new one. 0, or the errno value
 // of the kernel's refusal.
 int32_t renameLinuxPort(const Plane& plane, uint32_t ifUnit, const std::string& device);
+
+// Which of the devices that lead to other machines are ports of the bridge by now, and what they can.
+void setLinuxSpan(const Plane& plane, const SpanDevices& devices);
 
 // The bridge is another, or has changed. A change that cannot be made is reported.
 void setLinuxVlans(const Plane& plane, const BridgeVlans& vlans);

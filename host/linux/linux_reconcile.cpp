@@ -1,6 +1,8 @@
 #include "host/linux/linux_reconcile.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 
 #include "host/linux/linux_damage.h"
 #include "host/linux/nft_doors.h"
@@ -19,29 +21,48 @@ Wanted allWanted(const LinuxPlane& plane) {
     };
     for (const auto& [pair, isolation] : plane.twoWay) take(twoWayElements(plane, pair, isolation.vid));
     for (const auto& [pair, isolation] : plane.oneWay) take(oneWayElements(plane, pair));
-    for (const std::string& device : plane.access) take(accessElements(device));
-    for (const uint16_t vid : plane.ponOff) take(ponOffElements(vid));
+    for (const std::string& device : plane.access) take(accessElements(plane, device));
+    for (const uint16_t vid : plane.ponOff) take(ponOffElements(plane, vid));
     take({plane.opened.begin(), plane.opened.end()});
+    take({plane.carriers.begin(), plane.carriers.end()});
+    for (const std::string& device : plane.filter.span) {
+        take({filterElement(FilterKind::spanPort, device, "", 0)});
+    }
+    for (const auto& [ifUnit, memberships] : plane.members) {
+        for (const Membership& one : memberships) take(membershipElements(plane, ifUnit, one));
+    }
     return wanted;
+}
+
+void countElement(LinuxPlane& plane, const FilterElement& element, size_t more) {
+    plane.heldOf[static_cast<size_t>(element.kind)] += more;
+    if (element.kind != FilterKind::member) return;
+    (element.vid == 0 ? plane.plainMembers : plane.vlanMembers)[element.group - 1U] += more;
 }
 
 void countHeld(LinuxPlane& plane) {
     plane.heldOf = {};
-    for (const auto& [element, counter] : plane.held) ++plane.heldOf[static_cast<size_t>(element.kind)];
+    plane.plainMembers = plane.vlanMembers = {};
+    for (const auto& [element, counter] : plane.held) countElement(plane, element, 1);
+}
+
+void dropHeld(LinuxPlane& plane, const FilterElement& element) {
+    if (plane.held.erase(element) != 0) countElement(plane, element, SIZE_MAX);
 }
 
 // What the kernel holds after the change. The kernel numbers it when it was any news there.
 void takeOver(LinuxPlane& plane, const FilterChange& change) {
-    for (const FilterElement& element : change.del) {
-        plane.heldOf[static_cast<size_t>(element.kind)] -= plane.held.erase(element);
-    }
+    for (const FilterElement& element : change.del) dropHeld(plane, element);
     for (const FilterElement& element : change.add) {
-        plane.heldOf[static_cast<size_t>(element.kind)] += plane.held.try_emplace(element).second ? 1 : 0;
-        size_t& strangers = plane.heldOf[static_cast<size_t>(FilterKind::strange)];
-        if (strangers == 0 || !isVerdictKind(element.kind)) continue;
+        if (plane.held.try_emplace(element).second) countElement(plane, element, 1);
+        // What others have put in its place is gone.
         FilterElement strange = element;
-        strange.kind = FilterKind::strange;
-        strangers -= plane.held.erase(strange);
+        strange.kind = isVerdictKind(element.kind) ? FilterKind::strange : element.kind;
+        strange.group = 0;
+        const bool any = plane.heldOf[static_cast<size_t>(FilterKind::strange)] != 0;
+        if (element.kind == FilterKind::marked || (any && strange.kind == FilterKind::strange)) {
+            dropHeld(plane, strange);
+        }
     }
     if (plane.lost.empty()) return;
     compareElements(plane, plane.held);
@@ -61,12 +82,20 @@ int layWith(LinuxPlane& plane, const FilterLayout& layout, const RawChange& chan
     return 0;
 }
 
+void noteGroup(FilterLayout& layout, const RawElement& member) {
+    uint32_t mark = 0;
+    std::memcpy(&mark, member.key.data() + FILTER_DEVICE_SIZE, sizeof(mark));
+    const uint32_t group = mark & GROUP_BITS;
+    (mark == group ? layout.spanPlain : layout.spanVlan) |= group;
+}
+
 int commitRaw(LinuxPlane& plane, const RawChange& raw) {
     FilterLayout needed = plane.layout;
     for (const RawElement& element : raw.add) {
         needed.pairs |= element.set == FilterSet::pairs;
         needed.ports |= element.set == FilterSet::vlanPorts;
         needed.access |= element.set == FilterSet::access;
+        if (element.set == FilterSet::spanMembers) noteGroup(needed, element);
     }
     if (needed != plane.layout) return layWith(plane, needed, raw, LayMode::keep);
     const int problem = changeElements(plane.filter, raw);
@@ -166,6 +195,11 @@ FilterLayout layoutInUse(const LinuxPlane& plane) {
     for (const FilterKind kind : {FilterKind::twoWay, FilterKind::oneWay, FilterKind::within,
                                   FilterKind::hairpin, FilterKind::strange}) {
         layout.pairs |= any(kind);
+    }
+    layout.spanPlain = layout.spanVlan = 0;
+    for (uint32_t group = 1; group <= GROUP_MAX; ++group) {
+        if (plane.plainMembers[group - 1] != 0) layout.spanPlain |= groupBit(group);
+        if (plane.vlanMembers[group - 1] != 0) layout.spanVlan |= groupBit(group);
     }
     return layout;
 }
@@ -275,8 +309,9 @@ int32_t reconcile(LinuxPlane& plane) {
         if (!plane.held.contains(element)) add.push_back(element);
     }
     for (const auto& [element, counter] : plane.held) {
-        const bool ours = element.kind == FilterKind::access || element.kind == FilterKind::hairpin ||
-                          element.kind == FilterKind::opened;
+        constexpr FilterKind OURS[] = {FilterKind::access, FilterKind::hairpin, FilterKind::opened,
+                                       FilterKind::spanPort, FilterKind::carrier};
+        const bool ours = std::ranges::find(OURS, element.kind) != std::end(OURS);
         if (!wanted.contains(element) && (ours || plane.wanted.contains(element))) del.push_back(element);
     }
     plane.wanted = std::move(wanted);

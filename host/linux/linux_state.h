@@ -7,7 +7,9 @@
 // The board's lock is held for all of it.
 #pragma once
 
+#include <array>
 #include <cerrno>
+#include <compare>
 #include <deque>
 #include <map>
 #include <set>
@@ -47,6 +49,16 @@ struct PlaneDevice {
     uint32_t entries = 0;
 };
 
+// In a group; the VLAN of one of its own, else 0.
+struct Membership {
+    uint32_t group;
+    uint16_t vid;
+    auto operator<=>(const Membership&) const = default;
+};
+
+// `plain`: it is no vxlan device with the group policy extension.
+enum class SpanState : uint8_t { carries, plain, absent };
+
 struct LinuxPlane {
     Filter filter;
     int failure = ENOTCONN;  // 0 once the table was laid; else why it could not be
@@ -61,6 +73,10 @@ struct LinuxPlane {
     std::set<std::string> access;
     std::set<uint16_t> ponOff;
     std::unordered_set<FilterElement, FilterElementHash> opened;  // doors
+    std::map<uint32_t, std::set<Membership>> members;             // by interface
+    SpanningGroups spanning = SPANNING_ALL;
+    std::map<std::string, SpanState> spanPorts;                     // as it was last told, by device
+    std::unordered_set<FilterElement, FilterElementHash> carriers;  // those of them that carry
     Wanted wanted;
 
     PlaneTurn turn = PlaneTurn::none;
@@ -70,6 +86,8 @@ struct LinuxPlane {
     // changed the filter, this table or another.
     FilterElements held;
     KindCounts heldOf = {};
+    std::array<size_t, GROUP_MAX> plainMembers = {};  // of these, by group
+    std::array<size_t, GROUP_MAX> vlanMembers = {};
     uint32_t generation = 0;
     bool marksMoved = false;  // what names VLANs stands under another frame mark
     bool exchanges = false;   // a table of another kind stands there
@@ -97,10 +115,19 @@ inline LinuxPlane& linuxPlane(void* state) {
 // follows from them. The devices of both ports are known to the plane.
 std::vector<FilterElement> twoWayElements(const LinuxPlane& plane, PortPair pair, uint16_t vid);
 std::vector<FilterElement> oneWayElements(const LinuxPlane& plane, PortPair pair);
-std::vector<FilterElement> accessElements(const std::string& device);
-std::vector<FilterElement> ponOffElements(uint32_t vid);
+std::vector<FilterElement> accessElements(const LinuxPlane& plane, const std::string& device);
+std::vector<FilterElement> ponOffElements(const LinuxPlane& plane, uint32_t vid);
+// None when the group does not span.
+std::vector<FilterElement> membershipElements(const LinuxPlane& plane, uint32_t ifUnit,
+                                              const Membership& membership);
 
 // Whether it is asked for, and shown; the others follow from these.
 inline bool isEntry(const FilterElement& element) {
+    if (element.kind == FilterKind::member) return element.vid != VID_UNKNOWN;
     return element.kind <= FilterKind::ponOff || element.kind == FilterKind::strange;
 }
+
+// Whether it stands in the kernel with all that it takes.
+bool isInForce(const LinuxPlane& plane, const FilterElement& element);
+// Nobody knows what is in force.
+bool isUncertain(const LinuxPlane& plane);

@@ -13,7 +13,22 @@
 
 inline constexpr size_t FILTER_DEVICE_SIZE = 16;  // bytes of a device's name, zeros behind it
 
-enum class FilterSet : uint8_t { pairs, vlanPairs, vlanPorts, access, openVlans, tags, pvids, opened };
+enum class FilterSet : uint8_t {
+    pairs,
+    vlanPairs,
+    vlanPorts,
+    access,
+    openVlans,
+    tags,
+    pvids,
+    opened,
+    // These are laid where ports carry groups to other machines.
+    spanPorts,
+    spanOpen,
+    spanMarks,
+    spanSenders,
+    spanMembers
+};
 
 // Types by which the filter's own command prints keys.
 inline constexpr uint32_t NFT_TYPE_INTEGER = 4;
@@ -21,6 +36,8 @@ inline constexpr uint32_t NFT_TYPE_MARK = 19;
 inline constexpr uint32_t NFT_TYPE_INDEX = 20;
 inline constexpr uint32_t NFT_TYPE_DEVICE = 41;
 inline constexpr uint32_t NFT_TYPE_BITS = 6;
+inline constexpr uint32_t NFT_TYPE_DEVICE_MARK = NFT_TYPE_DEVICE << NFT_TYPE_BITS | NFT_TYPE_MARK;
+inline constexpr uint32_t NFT_TYPE_INDEX_DEVICE = NFT_TYPE_INDEX << NFT_TYPE_BITS | NFT_TYPE_DEVICE;
 inline constexpr uint32_t NFT_TYPE_TWO_DEVICES = NFT_TYPE_DEVICE << NFT_TYPE_BITS | NFT_TYPE_DEVICE;
 
 struct SetShape {
@@ -33,6 +50,8 @@ struct SetShape {
 
 inline constexpr uint32_t NFT_VERDICTS = 0xffffff00;
 inline constexpr uint32_t TWO_DEVICES_SIZE = 2 * FILTER_DEVICE_SIZE;
+inline constexpr uint32_t INDEX_DEVICE_SIZE = sizeof(uint32_t) + FILTER_DEVICE_SIZE;
+inline constexpr uint32_t DEVICE_MARK_SIZE = FILTER_DEVICE_SIZE + sizeof(uint32_t);
 
 // By FilterSet.
 inline constexpr SetShape FILTER_SETS[] = {
@@ -44,11 +63,15 @@ inline constexpr SetShape FILTER_SETS[] = {
     {"open_vlans", NFT_TYPE_MARK, sizeof(uint32_t), 0, false},
     {"tags", NFT_TYPE_INTEGER, sizeof(uint16_t), NFT_TYPE_MARK, false},
     {"pvids", NFT_TYPE_INTEGER, sizeof(uint16_t), NFT_TYPE_MARK, false},
-    {"opened", NFT_TYPE_INDEX << NFT_TYPE_BITS | NFT_TYPE_DEVICE, sizeof(uint32_t) + FILTER_DEVICE_SIZE, 0,
-     false},
+    {"opened", NFT_TYPE_INDEX_DEVICE, INDEX_DEVICE_SIZE, 0, false},
+    {"span_ports", NFT_TYPE_DEVICE, FILTER_DEVICE_SIZE, 0, false},
+    {"span_open", NFT_TYPE_INDEX_DEVICE, INDEX_DEVICE_SIZE, 0, false},
+    {"span_marks", NFT_TYPE_DEVICE, FILTER_DEVICE_SIZE, NFT_TYPE_MARK, false},
+    {"span_senders", NFT_TYPE_DEVICE_MARK, DEVICE_MARK_SIZE, 0, false},
+    {"span_members", NFT_TYPE_DEVICE_MARK, DEVICE_MARK_SIZE, 0, true},
 };
 inline constexpr size_t FILTER_SET_COUNT = std::size(FILTER_SETS);
-static_assert(FILTER_SET_COUNT == static_cast<size_t>(FilterSet::opened) + 1);
+static_assert(FILTER_SET_COUNT == static_cast<size_t>(FilterSet::spanMembers) + 1);
 inline constexpr uint32_t KEY_MAX = TWO_DEVICES_SIZE + sizeof(uint32_t);
 
 inline const SetShape& shapeOf(FilterSet set) {
@@ -71,7 +94,7 @@ struct RawElement {
     std::array<char, KEY_MAX> key;
     FilterSet set;
     uint8_t needs;  // of a pair
-    uint32_t mark;  // of a VLAN
+    uint32_t mark;  // of a VLAN, or of groups
     FilterCounter counter;
 };
 

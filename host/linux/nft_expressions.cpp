@@ -5,12 +5,14 @@
 #include <libnftnl/expr.h>
 #include <libnftnl/rule.h>
 
+#include <array>
+
 namespace {
 
 template <typename Value>
-void compareValue(const Rule& rule, uint32_t comparison, Value value) {
+void compareValue(const Rule& rule, uint32_t comparison, const Value& value, uint32_t source = VLAN) {
     nftnl_expr* compared = append(rule, "cmp");
-    nftnl_expr_set_u32(compared, NFTNL_EXPR_CMP_SREG, VLAN);
+    nftnl_expr_set_u32(compared, NFTNL_EXPR_CMP_SREG, source);
     nftnl_expr_set_u32(compared, NFTNL_EXPR_CMP_OP, comparison);
     nftnl_expr_set(compared, NFTNL_EXPR_CMP_DATA, &value, sizeof(value));
 }
@@ -74,6 +76,13 @@ void lookUpNone(const Rule& rule, FilterSet set, uint32_t source) {
 
 void lookUpInto(const Rule& rule, FilterSet map, uint32_t source, uint32_t target) {
     nftnl_expr_set_u32(lookUp(rule, map, source), NFTNL_EXPR_LOOKUP_DREG, target);
+}
+
+void compareDevice(const Rule& rule, uint32_t key, std::string_view device) {
+    std::array<char, FILTER_DEVICE_SIZE> name = {};
+    device.copy(name.data(), name.size() - 1);
+    loadMeta(rule, key, SOURCE);
+    compareValue(rule, NFT_CMP_EQ, name, SOURCE);
 }
 
 void conclude(const Rule& rule, int32_t verdict, const char* chain) {

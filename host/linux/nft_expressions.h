@@ -7,6 +7,7 @@
 #include <linux/netfilter/nf_tables.h>
 
 #include <cstdint>
+#include <string_view>
 
 #include "host/linux/nft_sets.h"
 #include "host/linux/nft_transaction.h"
@@ -45,6 +46,8 @@ nftnl_expr* lookUp(const Rule& rule, FilterSet set, uint32_t source);
 // For what is not in the set.
 void lookUpNone(const Rule& rule, FilterSet set, uint32_t source);
 void lookUpInto(const Rule& rule, FilterSet map, uint32_t source, uint32_t target);
+// For what comes from, or goes to, this device.
+void compareDevice(const Rule& rule, uint32_t key, std::string_view device);
 void conclude(const Rule& rule, int32_t verdict, const char* chain = nullptr);
 
 // These are about the register VLAN, in network order for what a frame carries.

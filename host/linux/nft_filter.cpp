@@ -89,7 +89,7 @@ void appendRemarks(nftnl_set* set, FilterSet id) {
     nftnl_udata_put_u32(remarks, NFTNL_UDATA_SET_KEYBYTEORDER, tag ? ORDER_NETWORK : ORDER_HOST);
     if (shapeOf(id).dataType == NFT_TYPE_MARK) {
         nftnl_udata_put_u32(remarks, NFTNL_UDATA_SET_DATABYTEORDER, ORDER_HOST);
-        putTypes(remarks, tag);
+        if (id != FilterSet::spanMarks) putTypes(remarks, tag);
     }
     nftnl_set_set_data(set, NFTNL_SET_USERDATA, nftnl_udata_buf_data(remarks), nftnl_udata_buf_len(remarks));
     nftnl_udata_buf_free(remarks);
@@ -116,20 +116,22 @@ void appendSet(Batch& batch, uint32_t id) {
     nftnl_set_free(set);
 }
 
-bool isLaid(const FilterLayout& layout, size_t id) {
-    return static_cast<FilterSet>(id) != FilterSet::opened || !layout.closed.empty();
+bool isLaid(const Filter& filter, const FilterLayout& layout, size_t id) {
+    const auto set = static_cast<FilterSet>(id);
+    if (set >= FilterSet::spanPorts) return !filter.span.empty();
+    return set != FilterSet::opened || !layout.closed.empty();
 }
 
 // What the table is made of but for its rules, and for the set of patterns, which is made anew with these.
-TableContent bareContent(const FilterLayout& layout) {
+TableContent bareContent(const Filter& filter, const FilterLayout& layout) {
     TableContent content;
-    for (const ChainShape& chain : chainsOf(layout)) {
+    for (const ChainShape& chain : chainsOf(filter, layout)) {
         content[chainPart(chain.name)] =
             chain.hooked ? chainText(chain.hook, chain.priority, NF_ACCEPT) : NO_HOOK;
     }
     for (size_t id = 0; id < FILTER_SET_COUNT; ++id) {
         const SetShape& shape = FILTER_SETS[id];
-        if (!isLaid(layout, id)) continue;
+        if (!isLaid(filter, layout, id)) continue;
         content[setPart(shape.name)] =
             setText(shape.dataType == 0 ? 0 : NFT_SET_MAP, shape.keyType, shape.keyLength, shape.dataType);
     }
@@ -171,9 +173,9 @@ struct Laying {
 };
 
 int layOnce(Filter& filter, const TableContent& standing, const Laying& laying) {
-    TableContent kept = bareContent(laying.layout);
-    for (const FilterSet set :
-         {FilterSet::vlanPairs, FilterSet::openVlans, FilterSet::tags, FilterSet::pvids}) {
+    TableContent kept = bareContent(filter, laying.layout);
+    for (const FilterSet set : {FilterSet::vlanPairs, FilterSet::openVlans, FilterSet::tags, FilterSet::pvids,
+                                FilterSet::spanMembers}) {
         if (laying.mode == LayMode::marksMove) kept.erase(setPart(shapeOf(set).name));
     }
     Batch batch = beginBatch(filter);
@@ -181,9 +183,9 @@ int layOnce(Filter& filter, const TableContent& standing, const Laying& laying) 
     if (exchanged) appendRemoval(batch, NFT_MSG_DELTABLE, NFTA_TABLE_NAME, 0, "");
     appendTable(batch, FILTER_TABLE, flagsOf(filter));
     if (!exchanged) appendRemovals(batch, standing, kept);
-    for (const ChainShape& chain : chainsOf(laying.layout)) appendChain(batch, chain);
+    for (const ChainShape& chain : chainsOf(filter, laying.layout)) appendChain(batch, chain);
     for (uint32_t id = 0; id < FILTER_SET_COUNT; ++id) {
-        if (isLaid(laying.layout, id)) appendSet(batch, id);
+        if (isLaid(filter, laying.layout, id)) appendSet(batch, id);
     }
     if (!laying.layout.closed.empty()) appendClosedSet(batch, FILTER_SET_COUNT + 1, laying.layout.closed);
     appendElements(batch, *laying.change);

@@ -9,6 +9,7 @@
 
 #include "host/linux/nft_doors.h"
 #include "host/linux/nft_expressions.h"
+#include "host/linux/nft_span.h"
 
 namespace {
 
@@ -78,11 +79,11 @@ bool marksUnknown(const Batch& batch, const FilterLayout& layout) {
 void appendWithin(Batch& batch, const FilterLayout& layout) {
     const uint32_t mask = batch.filter->markMask;
     {
-        // Nothing else holds a frame of no VLAN.
+        // Nothing else holds a frame of no VLAN, but what leads to other machines.
         const Rule rule(batch, WITHIN_CHAIN);
         loadMeta(rule, NFT_META_MARK, VLAN);
         compare(rule, NFT_CMP_EQ, NO_MARK);
-        conclude(rule, NF_ACCEPT);
+        conclude(rule, batch.filter->span.empty() ? NF_ACCEPT : NFT_RETURN);
     }
     {
         const Rule rule(batch, WITHIN_CHAIN);
@@ -196,7 +197,7 @@ void appendKeeping(Batch& batch, const FilterLayout& layout) {
 
 }  // namespace
 
-std::vector<ChainShape> chainsOf(const FilterLayout& layout) {
+std::vector<ChainShape> chainsOf(const Filter& filter, const FilterLayout& layout) {
     std::vector<ChainShape> chains = {{WITHIN_CHAIN, false, 0, 0}};
     if (!layout.closed.empty()) chains.push_back({DOOR_CHAIN, false, 0, 0});
     if (layout.ports) {
@@ -205,6 +206,7 @@ std::vector<ChainShape> chainsOf(const FilterLayout& layout) {
         }
         chains.push_back({INGRESS_CHAIN, true, NF_BR_PRE_ROUTING, INGRESS_PRIORITY});
     }
+    if (!filter.span.empty()) appendSpanChains(chains);
     chains.push_back({FORWARD_CHAIN, true, NF_BR_FORWARD, FORWARD_PRIORITY});
     return chains;
 }
@@ -216,6 +218,7 @@ void appendPvidProbe(Batch& batch, const char* table, const char* chain) {
 
 void appendRules(Batch& batch, const FilterLayout& layout) {
     appendForward(batch, layout);
+    if (!batch.filter->span.empty()) appendSpanRules(batch, layout);
     appendWithin(batch, layout);
     if (!layout.ports) return;
     {

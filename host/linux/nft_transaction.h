@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "host/planes/frame_mark.h"
@@ -30,8 +31,9 @@ struct Filter {
     bool seesPvid = false;  // the kernel knows the VLAN of an untagged frame
     bool owns = false;      // the table is this socket's alone, and outlives it
     uint32_t markMask = FRAME_MARK_DEFAULT;
-    size_t capacity = 0;        // bytes of a transaction that the socket takes
-    std::vector<char> message;  // room for one transaction
+    std::vector<std::string> span;  // devices that lead to other machines, in order
+    size_t capacity = 0;            // bytes of a transaction that the socket takes
+    std::vector<char> message;      // room for one transaction
     std::vector<char> answer;
 };
 
