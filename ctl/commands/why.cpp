@@ -26,7 +26,7 @@ const VerdictWords& wordsOf(Verdict verdict) {
 void printAnswer(const Direction& answer) {
     const VerdictWords& hardware = wordsOf(answer.hardware);
     const std::string from =
-        answer.groups == 0 ? answer.from : "other machines, group " + spanningText(answer.groups);
+        answer.groups == 0 ? answer.from : "members of " + groupsText(answer.groups) + " on other machines";
     printLine(toned(Tone::heading, safeText(from + " to " + answer.to)) +
               (answer.vlan != 0 ? fmt::format(" in VLAN {}", answer.vlan) : "") + ": " +
               toned(hardware.tone, hardware.text));

@@ -19,11 +19,6 @@ namespace {
 // In the order of Verdict.
 constexpr const char* VERDICTS[] = {"forwards", "blocked", "partly"};
 
-// "group 5", "groups 5-7"
-std::string groupsText(SpanningGroups groups) {
-    return (std::has_single_bit(groups) ? "group " : "groups ") + spanningText(groups);
-}
-
 bool spans(SpanningGroups groups, uint32_t group) {
     return group <= SPANNING_GROUP_MAX && (groups & spanningBit(group)) != 0;
 }
@@ -80,10 +75,14 @@ std::vector<WantedBy> findWanted(Session& session, const Origins& origins, const
     return wanted;
 }
 
+std::set<RowScope> scopesOf(const Tables& tables, uint32_t port) {
+    return groupScopes(tables.interfaces, tables.configuration)[port];
+}
+
 // The groups of a port that span machines; within a VLAN, or whatever the VLAN (0).
 SpanningGroups spanningGroups(const Tables& tables, const PlaneReport& report, uint32_t port, uint32_t vlan) {
     SpanningGroups groups = 0;
-    for (const RowScope& scope : groupScopes(tables.interfaces, tables.configuration)[port]) {
+    for (const RowScope& scope : scopesOf(tables, port)) {
         const bool within = vlan == 0 || scope.vlan == 0 || scope.vlan == vlan;
         if (within && spans(report.spanning, scope.number)) groups |= spanningBit(scope.number);
     }
@@ -180,7 +179,7 @@ void judgeRemote(Session& session, const Tables& tables, const PlaneReport& repo
         answer.notes.emplace_back("no port leads to other machines: board.conf has no `span` line");
         return;
     }
-    for (const RowScope& scope : groupScopes(tables.interfaces, tables.configuration)[to]) {
+    for (const RowScope& scope : scopesOf(tables, to)) {
         if (!spans(answer.groups, scope.number)) continue;
         const std::string group = fmt::format("{}group {}", scope.vlan != 0 ? "VLAN " : "", scope.number);
         const std::string member = fmt::format("{} is in {}", answer.to, group);
@@ -231,6 +230,10 @@ const BoardInterface& requireInterface(Session& session, uint32_t number) {
 }
 
 }  // namespace
+
+std::string groupsText(SpanningGroups groups) {
+    return (std::has_single_bit(groups) ? "group " : "groups ") + spanningText(groups);
+}
 
 std::string wantedText(const WantedBy& wanted) {
     return fmt::format("{} is isolated by {}line {}", wanted.interface,

@@ -11,6 +11,9 @@
 #include "lib/configuration/judgement.h"
 #include "lib/text/listing.h"
 
+// "group 5", "groups 5 7"
+std::string groupsText(SpanningGroups groups);
+
 // What of the saved configuration wants an interface isolated.
 struct WantedBy {
     std::string interface;
