@@ -6,13 +6,14 @@ top=$(cd "$(dirname "$0")" && pwd)
 
 usage() {
     cat <<TEXT
-usage: ./demo.sh [--stay] [two-boards|linux]
+usage: ./demo.sh [--stay] [two-boards|linux|span]
 
 Installs missing packages, builds, and runs the daemon on boards/demo in a temporary folder: isolates two ports and a
 trunk, shows what the hardware was told and which interface can still reach which, and dissolves the group again.
   --stay      leaves the daemon running at the end and prints commands to try
   two-boards  shows an active and a standby control board instead: how one mirrors the other, and a switch-over
   linux       isolates the ports of a bridge of the kernel instead, with four hosts that ping each other; needs root
+  span        isolates ports of two machines, which a VXLAN joins, from one another; needs root
 TEXT
 }
 
@@ -20,14 +21,14 @@ stay=no what=one-board
 for argument in "$@"; do
     case $argument in
         --stay) stay=yes ;;
-        two-boards | linux) what=$argument ;;
+        two-boards | linux | span) what=$argument ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'demo.sh: unknown argument "%s"\n' "$argument" >&2; usage >&2; exit 2 ;;
     esac
 done
 
 packages=("${BUILD_PACKAGES[@]}")
-[ $what != linux ] || packages+=(iproute2 iputils-ping)
+[[ $what != @(linux|span) ]] || packages+=(iproute2 iputils-ping nftables)
 need_packages "${packages[@]}"
 say "building"
 build_tree "$top/build" -DPORTISOLATE_TESTS=OFF
@@ -55,11 +56,12 @@ end_daemon() {
     wait "$1" 2>/dev/null || true
 }
 
-# start_daemon ROOT: starts a daemon there and waits until it serves requests; its process id is then in `started`.
+# start_daemon ROOT [COMMAND...]: starts a daemon there, by the command, and waits until it serves requests; its process
+# id is then in `started`.
 start_daemon() {
     local i
     rm -f "$1/tmp/portisolatecmd.socket"
-    PORTISOLATE_ROOT=$1 portisolate 2>>"$1/log" &
+    PORTISOLATE_ROOT=$1 "${@:2}" portisolate 2>>"$1/log" &
     started=$!
     daemons[started]=$1
     for ((i = 0; i < 500; i++)); do
@@ -79,6 +81,11 @@ fi
 if [ $what = linux ]; then
     . "$top/boards/linux/demo.sh"
     demo_linux "$root" "$top/boards/linux"
+    exit
+fi
+if [ $what = span ]; then
+    . "$top/boards/span/demo.sh"
+    demo_span "$root"
     exit
 fi
 

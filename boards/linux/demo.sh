@@ -47,26 +47,30 @@ ping_host() {
     echo $answer >"$root/ping$1$2"
 }
 
-# pings EXPECTED: every host pings every other; o is an answer, x none. EXPECTED has all rows in one line.
+# pings EXPECTED: every host pings every other; o is an answer, x none. EXPECTED has all rows in one line. The hosts'
+# ports are in `ports`.
 pings() {
-    local i j got=
+    local i j got= pinging=()
     for i in 1 2 3 4; do
         for j in 1 2 3 4; do
-            if [ $i = $j ]; then echo - >"$root/ping$i$j"; else ping_host $i $j & fi
+            [ $i != $j ] || { echo - >"$root/ping$i$j"; continue; }
+            ping_host $i $j &
+            pinging+=($!)
         done
     done
-    for i in $(jobs -p); do [ "$i" = "$daemon" ] || wait "$i"; done
-    printf '\nPings from the row to the column: o an answer, x none\n      p1 p2 p3 p4\n'
+    wait "${pinging[@]}"
+    printf '\nPings from the row to the column: o an answer, x none\n%8s' ''
+    printf '%8s' "${ports[@]}" && printf '\n'
     for i in 1 2 3 4; do
-        printf '  p%d ' $i
+        printf '  %-6s' "${ports[i - 1]}"
         for j in 1 2 3 4; do
-            printf ' %s ' "$(cat "$root/ping$i$j")"
+            printf '%8s' "$(cat "$root/ping$i$j")"
             got+=$(cat "$root/ping$i$j")
         done
         printf '\n'
         got+=' '
     done
-    [ "$got" = "$1 " ] || { printf 'demo.sh linux: expected %s\n' "$1" >&2; return 1; }
+    [ "$got" = "$1 " ] || { printf 'demo.sh: expected %s\n' "$1" >&2; return 1; }
 }
 
 run() {
@@ -76,7 +80,7 @@ run() {
 
 switch_session() {
     trap 'exit 130' INT TERM HUP  # the first process of its namespace heeds no other signals
-    root=$1 daemon=
+    root=$1 daemon= ports=(p1 p2 p3 p4)
     export PORTISOLATE_ROOT=$root
     local open='-ooo o-oo oo-o ooo-' isolated='-xoo x-oo oo-o ooo-'
     mkdir -p "$root/tmp" "$root/etc/portisolate"
