@@ -7,7 +7,7 @@ top=$(cd "$(dirname "$0")" && pwd)
 usage() {
     cat <<TEXT
 usage: ./test.sh [--sanitize] [--cross] [--fuzz] [--lint] [--demo] [--kernel] [--makers]
-                 [--web] [--selftests] [--all] [--mutants N]
+                 [--span] [--web] [--selftests] [--all] [--mutants N]
 
 Installs missing packages, builds, and runs all tests. The options add to this:
   --sanitize  all tests with the address and undefined-behaviour sanitizers, and with the thread sanitizer
@@ -19,6 +19,7 @@ Installs missing packages, builds, and runs all tests. The options add to this:
   --kernel    bonds, teams and VLANs of a bridge, under Debian's own kernel in a virtual machine, and under that of the
               release after Debian 12, which has tables of one's own
   --makers    ports that CNI, QEMU, libvirt and systemd-networkd make
+  --span      two machines whose groups span, with FRR's bgpd and Ansible's playbook
   --web       with the page in a browser and the metrics read by promtool, for which chromium and prometheus are
               installed
   --all       all of the above
@@ -27,7 +28,7 @@ Installs missing packages, builds, and runs all tests. The options add to this:
 TEXT
 }
 
-sanitize=no cross=no fuzz=no lint=no demo=no kernel=no makers=no web=no selftests=no mutants=0
+sanitize=no cross=no fuzz=no lint=no demo=no kernel=no makers=no span=no web=no selftests=no mutants=0
 while [ $# -gt 0 ]; do
     case $1 in
         --sanitize) sanitize=yes ;;
@@ -37,9 +38,10 @@ while [ $# -gt 0 ]; do
         --demo) demo=yes ;;
         --kernel) kernel=yes ;;
         --makers) makers=yes ;;
+        --span) span=yes ;;
         --web) web=yes ;;
         --selftests) selftests=yes ;;
-        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes makers=yes web=yes ;;
+        --all) sanitize=yes cross=yes fuzz=yes lint=yes demo=yes kernel=yes makers=yes span=yes web=yes ;;
         --mutants) mutants=${2-} && shift ;;
         -h | --help) usage; exit 0 ;;
         *) printf 'test.sh: unknown argument "%s"\n' "$1" >&2; usage >&2; exit 2 ;;
@@ -59,6 +61,7 @@ packages=("${BUILD_PACKAGES[@]}" libgtest-dev dpkg-dev devscripts file lintian m
 [ $web = no ] || packages+=(python3 chromium chromium-driver prometheus)
 [ $makers = no ] || packages+=(containernetworking-plugins iputils-ping jq libvirt-{clients,daemon,daemon-driver-qemu}
     qemu-system-x86 systemd udev)
+[ $span = no ] || packages+=(frr ansible-core iputils-ping)
 [ "$mutants" -eq 0 ] || packages+=(python3)
 need_packages "${packages[@]}"
 # The package of the 32-bit compiler is named after the version of the installed compiler.
@@ -231,6 +234,15 @@ if [ $makers = yes ]; then
             "$top/build-test"
     fi
 fi
+if [ $span = yes ]; then
+    say "groups that span machines"
+    if missing=$(. "$top/boards/span/demo.sh" && span_missing); then
+        check "two machines" env PORTISOLATE_TESTS_UNSKIPPED=1 "$top/tests/span_test.sh" "$top/build-test"
+    else
+        check "two machines" env PORTISOLATE_TESTS_UNSKIPPED=1 "$top/scripts/kernel_vm.sh" "$top/tests/span_test.sh" \
+            "$top/build-test"
+    fi
+fi
 if [ $selftests = yes ]; then
     say "the kernel's own tests"
     check "the kernel's own tests" "$top/scripts/selftests.sh"
@@ -244,6 +256,11 @@ if [ $demo = yes ]; then
         check "demo.sh linux" "$top/demo.sh" linux
     else
         printf 'skipped demo.sh linux: no network namespaces: %s\n' "$missing"
+    fi
+    if missing=$(. "$top/boards/span/demo.sh" && span_missing); then
+        check "demo.sh span" "$top/demo.sh" span
+    else
+        printf 'skipped demo.sh span: %s\n' "$missing"
     fi
 fi
 if [ "$mutants" -gt 0 ]; then

@@ -14,6 +14,10 @@ set -u
 if [ "$1" = --bridge ]; then
     shift
     unshare -n true 2>/dev/null || { echo "no network namespaces here, or no right to them"; exit 77; }
+    if grep -qs '^span' "$2/board.conf" && ! unshare -n ip link add vx0 type vxlan id 100 dstport 4789 gbp; then
+        echo "no VXLAN here"
+        exit 77
+    fi
     exec unshare -n env BRIDGE=br0 "$0" "$@"
 fi
 programs=$(realpath "$1") board=$(realpath "$2")
