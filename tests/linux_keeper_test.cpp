@@ -187,3 +187,35 @@ TEST_F(LinuxKeeperTest, AHostOfTenantsBootsAtOnce) {
     std::printf("%d ports made in %.2f s, right after %.2f s\n", PORTS, made.count(), ready.count());
     EXPECT_EQ(ctlOutput("plane show").find("left over"), std::string::npos);
 }
+
+// What the kernel has of members, from the daemon's requests and events to the file that brings them back.
+TEST_F(LinuxKeeperTest, GroupsSpanWhileTheyAreInTheTablesAndAsTheFileSays) {
+    build("plane linux\nbridge br0\nspan vx0\n", {"p1", "p2", "p3"});
+    const auto spans = [this] {
+        std::string text;
+        for (const std::string& line : settled("plane show", "^(spanning|entry kind=span) ")) {
+            std::smatch found;
+            const bool entry =
+                std::regex_search(line, found, std::regex("dst=(.*) vlan=(.*) group=(.*) state=(\\S*)"));
+            text += entry ? found.format(" $1/$3@$2 $4") : line;
+        }
+        return text;
+    };
+    const std::string path = root + "/etc/portisolate/isolation.conf";
+    ctl("group add 5 p1 p2");
+    ctl("vlan-group add 16 p3 --vlan 10");
+    EXPECT_EQ(spans(),
+              "spanning 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 p1/5@- held p2/5@- held p3/16@10 held");
+    ASSERT_EQ(sh("ip link set p2 nomaster && ip link set p1 name p4"), "");
+    EXPECT_TRUE(spans().ends_with(" p3/16@10 held p4/5@- held")) << spans();
+    ASSERT_EQ(sh("ip link set p2 master br0"), "");
+    std::ofstream(path) << "spanning 7\ngroup 5 p4\ngroup 7 p2\n";
+    EXPECT_EQ(ctl("apply " + path).status, 0);
+    EXPECT_EQ(spans(), "spanning 7 p2/7@- held");
+    EXPECT_NE(ctlOutput("export").find("\nspanning 7\n"), std::string::npos);
+    stop();
+    restart();
+    EXPECT_TRUE(spans().ends_with("16 p2/7@- left-over")) << spans();
+    EXPECT_EQ(ctl("keep --once").status, 0);
+    EXPECT_EQ(spans(), "spanning 7 p2/7@- held");
+}
