@@ -445,6 +445,7 @@ TEST_F(Ctl, CompletionKnowsTheGrammarAndWhatRuns) {
         {"pair add ge1/1 ge1/2 l", "lag1"},
         {"group list 5 l", ""},
         {"vlan-group add 7 ge1/1 --vlan 1", "10"},
+        {"why ge1/1 --remote 5", "5"},
         {"apply fi", ""},
     };
     session.interfaces[3].kind = "trunk";

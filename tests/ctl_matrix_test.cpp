@@ -33,23 +33,24 @@ TEST_F(Ctl, MatrixMarksWhatReachesOtherMachinesWithoutItsGroup) {
                           {.number = 3, .name = "x", .device = "x", .span = true},
                           {.number = 4, .name = "y", .device = "y", .span = true}};
     const Words cells = {"a b x y", "a -xox", "b x-oo", "x oo-o", "y ooo-"};
-    daemon.boardLines = {{"matrix", cells},
-                         {"matrix 9", cells},
-                         {"hardware", {"mode 2"}},
-                         {"plane show",
-                          {"plane name=linux state=ready", "spanning 5", "span device=x state=carries",
-                           "span device=y state=plain",
-                           "entry kind=span src=- dst=a vlan=- group=5 state=held packets=0 bytes=0",
-                           "entry kind=span src=- dst=b vlan=7 group=6 state=held packets=0 bytes=0"}}};
+    daemon.boardLines = {
+        {"matrix", cells},
+        {"matrix 9", cells},
+        {"hardware", {"mode 2"}},
+        {"plane show",
+         {"plane name=linux state=ready", "spanning 5", "span device=x state=carries",
+          "span device=y state=plain",
+          "entry kind=span src=- dst=a vlan=- group=5 state=held packets=0 bytes=0",
+          "entry kind=span src=- dst=b vlan=7 group=6 state=held packets=0 bytes=0", "door port=b"}}};
     const struct {
         const char* command;
         const char* grid;
         const char* legend;
     } cases[] = {
         {"matrix", "a  -  x  s  >\nb  x  -  s  o\nx  s  s  -  o\ny  o  o  o  -\n", "within a group (5 6)\n"},
-        {"matrix --vlan 9", "a  -  x  s  >\nb  x  -  o  o\nx  s  o  -  o\ny  o  o  o  -\n",
+        {"matrix --vlan 9", "a  -  x  s  >\nb  x  -  s  o\nx  s  s  -  o\ny  o  o  o  -\n",
          "within a group (5)\n"},
-        {"matrix b x", "b  -  s\nx  s  -\n", "within a group (6)\n"},
+        {"matrix b x", "b  -  s\nx  s  -\n", "within a group (5 6)\n"},
         {"matrix a b x --alike", "1 a  -  x  s\n2 b  x  -  s\n3 x  s  s  -\n", ""},
         {"matrix b x y --alike", "1 b, x  s  o\n2 y     o  -\n", ""},
     };

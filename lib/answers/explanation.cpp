@@ -79,10 +79,13 @@ std::set<RowScope> scopesOf(const Tables& tables, uint32_t port) {
     return groupScopes(tables.interfaces, tables.configuration)[port];
 }
 
-// The groups of a port that span machines; within a VLAN, or whatever the VLAN (0).
-SpanningGroups spanningGroups(const Tables& tables, const PlaneReport& report, uint32_t port, uint32_t vlan) {
+// The groups of a port that span machines; within a VLAN, or whatever the VLAN (0). All, while its door is
+// shut.
+SpanningGroups spanningGroups(const Tables& tables, const PlaneReport& report, const BoardInterface& port,
+                              uint32_t vlan) {
+    if (hasShutDoor(report, port.name)) return report.spanning;
     SpanningGroups groups = 0;
-    for (const RowScope& scope : scopesOf(tables, port)) {
+    for (const RowScope& scope : scopesOf(tables, port.number)) {
         const bool within = vlan == 0 || scope.vlan == 0 || scope.vlan == vlan;
         if (within && spans(report.spanning, scope.number)) groups |= spanningBit(scope.number);
     }
@@ -95,8 +98,7 @@ void judgeSpan(const Tables& tables, const PlaneReport& report, const BoardInter
     const SpanPort* out = findSpan(report, to.device);
     const SpanPort* in = findSpan(report, from.device);
     if ((out == nullptr) == (in == nullptr)) return;
-    const SpanningGroups groups =
-        spanningGroups(tables, report, out != nullptr ? from.number : to.number, answer.vlan);
+    const SpanningGroups groups = spanningGroups(tables, report, out != nullptr ? from : to, answer.vlan);
     if (groups == 0) return;
     const std::string named = groupsText(groups);
     if (in != nullptr) {
@@ -178,6 +180,10 @@ void judgeRemote(Session& session, const Tables& tables, const PlaneReport& repo
     if (report.spans.empty()) {
         answer.notes.emplace_back("no port leads to other machines: board.conf has no `span` line");
         return;
+    }
+    if (hasShutDoor(report, answer.to)) {
+        answer.tables = Verdict::blocked;
+        answer.reasons.push_back(fmt::format("the door of {} is closed", answer.to));
     }
     for (const RowScope& scope : scopesOf(tables, to)) {
         if (!spans(answer.groups, scope.number)) continue;

@@ -52,7 +52,8 @@ void askSpanning(Session& session, Matrix& matrix) {
     });
     std::map<std::string, SpanningGroups> groups;
     for (const BoardInterface& interface : boardInterfaces(session)) {
-        const SpanningGroups carried = carriedGroups(plane, interface.device, matrix.vlan);
+        SpanningGroups carried = carriedGroups(plane, interface.device, matrix.vlan);
+        if (hasShutDoor(plane, interface.name)) carried |= plane.spanning;
         if (carried != 0) groups[interface.name] = carried;
     }
     spanMatrix(matrix, groups, spans);

@@ -148,6 +148,10 @@ const SpanPort* findSpan(const PlaneReport& report, const std::string& device) {
     return found != report.spans.end() ? &*found : nullptr;
 }
 
+bool hasShutDoor(const PlaneReport& report, const std::string& name) {
+    return std::find(report.doors.begin(), report.doors.end(), name) != report.doors.end();
+}
+
 SpanningGroups carriedGroups(const PlaneReport& report, const std::string& device, uint32_t vlan) {
     SpanningGroups groups = 0;
     for (const PlaneEntry& entry : report.entries) {

@@ -56,6 +56,7 @@ std::optional<PlaneReport> parsePlane(Session& session, const std::vector<std::s
 
 // Null for a port that does not lead to other machines.
 const SpanPort* findSpan(const PlaneReport& report, const std::string& device);
+bool hasShutDoor(const PlaneReport& report, const std::string& name);
 // The groups whose members on other machines do not reach the port; within a VLAN, or whatever the VLAN (0).
 SpanningGroups carriedGroups(const PlaneReport& report, const std::string& device, uint32_t vlan);
 
