@@ -311,6 +311,14 @@ TEST_F(Policies, LimitsAndNumbersOfOthersAreKept) {
     running.rows[{ConfigKind::group, {16, 0}, 99}] = true;
     const Resolution made = resolveConfig(session, file, {.running = running});
     EXPECT_FALSE(made.policies.back().groups.contains(16));
+    // Numbers that a policy has found by itself are not to span.
+    running.spanning = 1;
+    for (const auto& [text, notes] : {std::pair("policy p\nisolated v1 v2", 1U),
+                                      {"policy p groups 5-6\nisolated v1 v2", 0U},
+                                      {"spanning 1-14\npolicy p\nisolated v1 v2", 0U}}) {
+        file = parseConfig(text);
+        EXPECT_EQ(resolveConfig(session, file, {.running = running}).notes.size(), notes) << text;
+    }
     // Patterns that disagree isolate, unless it is with those of `isolated`.
     file = parseConfig(
         "policy p\ncommunity red v1 v2*\ncommunity blue v3* v2\nisolated v*\npromiscuous v3 v4* v5*\n"

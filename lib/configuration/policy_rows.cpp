@@ -202,6 +202,21 @@ void addPolicyRows(Resolver& resolver, const ConfigLine& line, const Roles& role
     }
 }
 
+// Every machine finds numbers for its own ports, so they mean something else on each.
+void noteSpanning(Resolver& resolver, const ConfigLine& line, const PolicyUse& use) {
+    if (line.lastNumber != 0 || !resolver.standing.running.spanning) return;
+    SpanningGroups shared = 0;
+    for (const uint32_t group : use.groups) {
+        if (group <= SPANNING_GROUP_MAX) shared |= spanningBit(group);
+    }
+    shared &= resolver.result.wanted.spanning.value_or(SPANNING_ALL);
+    if (shared == 0) return;
+    resolver.result.notes.push_back(fmt::format(
+        "policy {} uses numbers that span machines ({}), on which they are those of others: give it "
+        "some of its own with `groups`, or leave these out of `spanning`",
+        line.name, spanningText(shared)));
+}
+
 }  // namespace
 
 void resolvePolicy(Resolver& resolver, const ConfigLine& line) {
@@ -227,6 +242,7 @@ void resolvePolicy(Resolver& resolver, const ConfigLine& line) {
         use.groups.insert(number);
         resolver.policyNumbers.insert(number);
     }
+    noteSpanning(resolver, line, use);
     resolver.result.policies.push_back(use);
     if (!rows.open.empty()) {
         addMistake(resolver, line.place, shortText(resolver, line, rows, numbers.size()));
