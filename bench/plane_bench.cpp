@@ -6,9 +6,12 @@
 #include <libmnl/libmnl.h>
 #include <libnftnl/common.h>
 #include <libnftnl/set.h>
+#include <linux/if_packet.h>
 #include <linux/netfilter.h>
 #include <linux/netfilter/nf_tables.h>
 #include <linux/netfilter/nfnetlink.h>
+#include <net/ethernet.h>
+#include <net/if.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -126,16 +129,17 @@ void pairByHand(benchmark::State& state) {
 }
 
 // The bridge forwards a frame while the call that sends it is under way.
-void sendFrames(benchmark::State& state) {
-    const std::string frame = streamFrame(network, "p1", "p2");
+void sendFrames(benchmark::State& state, int fd, const std::string& frame) {
     iovec part = {const_cast<char*>(frame.data()), frame.size()};
     mmsghdr messages[FRAMES] = {};
     for (mmsghdr& message : messages) message.msg_hdr = {nullptr, 0, &part, 1, nullptr, 0, 0};
-    for (auto _ : state)
-        must(sendmmsg(network.hosts.at("p1").sockets[0], messages, FRAMES, 0) == FRAMES,
-             "frames cannot be sent");
+    for (auto _ : state) must(sendmmsg(fd, messages, FRAMES, 0) == FRAMES, "frames cannot be sent");
     state.counters["per_frame"] = benchmark::Counter(
         FRAMES, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void sendFrames(benchmark::State& state) {
+    sendFrames(state, network.hosts.at("p1").sockets[0], streamFrame(network, "p1", "p2"));
 }
 
 // What else can keep p1 and p2 apart: how it is made, with which elements, and how it goes.
@@ -296,6 +300,79 @@ void renameByPlane(benchmark::State& state) {
     renameLinuxPort(plane, 0, portOf(0).device);
 }
 
+// A tunnel to another machine, which is the other end of a cable.
+constexpr char TUNNEL[] =
+    "ip link add u up address 02:00:00:00:aa:01 type veth peer name hu && ip link set hu up && "
+    "ip addr add 10.9.0.1/24 dev u && ip neigh add 10.9.0.2 lladdr 02:00:00:00:aa:02 dev u nud permanent && "
+    "ip link add vx0 up type vxlan id 1 dstport 4700 local 10.9.0.1 nolearning noudpcsum gbp && ip link set "
+    "vx0 "
+    "master br0 && bridge fdb append 00:00:00:00:00:00 dev vx0 dst 10.9.0.2";
+constexpr size_t OUTER = 42, TUNNEL_FLAGS = OUTER, TUNNEL_GROUPS = OUTER + 2, INNER = OUTER + 8;
+
+// What the other machine would send to p2: a frame of p1 on its way there, turned round.
+std::string arrivingFrame(int cable, const std::string& inner, uint16_t groups) {
+    char bytes[256];
+    const std::string sent = streamFrame(network, "p1", "p2").replace(0, 6, 6, '\xff');
+    must(send(network.hosts.at("p1").sockets[0], sent.data(), sent.size(), 0) > 0, "no frame leaves");
+    const ssize_t got = recv(cable, bytes, sizeof bytes, 0);
+    must(got == static_cast<ssize_t>(INNER + sent.size()), "no frame arrives");
+    std::string frame(bytes, INNER);
+    std::swap_ranges(frame.begin(), frame.begin() + 6, frame.begin() + 6);
+    std::swap_ranges(frame.begin() + 26, frame.begin() + 30, frame.begin() + 30);
+    frame[TUNNEL_FLAGS] = static_cast<char>(groups == 0 ? 0x08 : 0x88);
+    frame[TUNNEL_GROUPS] = static_cast<char>(groups >> 8);
+    frame[TUNNEL_GROUPS + 1] = static_cast<char>(groups);
+    return frame + inner;
+}
+
+enum Crossing : int64_t { NONE, OUT, OUT_MARKED, IN };
+
+// Arguments: which way, the groups in use (-1: nothing is laid for other machines), and those of the frame.
+void frameOverTunnel(benchmark::State& state) {
+    const auto groups = static_cast<uint32_t>(std::max<int64_t>(state.range(1), 0));
+    const auto bits = static_cast<uint16_t>(state.range(2));
+    dropPlane();
+    std::string problem = sh(TUNNEL);
+    const int cable = socket(AF_PACKET, SOCK_RAW, htons(ETH_P_IP));
+    sockaddr_ll at = {};
+    at.sll_family = AF_PACKET;
+    at.sll_protocol = htons(ETH_P_IP);
+    at.sll_ifindex = static_cast<int>(if_nametoindex("hu"));
+    if (problem.empty() && bind(cable, reinterpret_cast<sockaddr*>(&at), sizeof at) != 0)
+        problem = "no cable";
+    plane = createLinuxPlane();
+    LinuxPlaneStart start = {.vlans = {.filters = false}};
+    if (state.range(1) >= 0) start.span = {"vx0"};
+    if (problem.empty()) problem = startLinuxPlane(plane, start);
+    must(problem.empty(), problem);
+    setLinuxSpan(plane, {{"vx0", {if_nametoindex("vx0"), true}}});
+    const PlanePort p1 = {1, 1, false, false, "p1", "p1", "", ""};
+    for (uint32_t group = 1; group <= groups; ++group) {
+        must(plane.setMember(plane.state, portOf(10 + group), group, 0, true) == 0, "no member");
+        if ((bits >> (group - 1) & 1) != 0 && state.range(0) != IN) {
+            must(plane.setMember(plane.state, p1, group, 0, true) == 0, "no member");
+        }
+    }
+    if (state.range(0) == OUT_MARKED) {
+        sh("nft 'table bridge others { chain marks { type filter hook prerouting priority 0; meta mark set "
+           "0x20000; }; }'");
+    }
+    const std::string within = streamFrame(network, "p1", "p2");
+    const std::string stranger = std::string(within).replace(0, 6, std::string("\x02\0\0\0\x9\x9", 6));
+    const std::string remote = std::string(within).replace(6, 6, std::string("\x02\0\0\0\x9\x8", 6));
+    const int p1End = network.hosts.at("p1").sockets[0];
+    const std::string arriving = arrivingFrame(cable, remote, bits);
+    close(cable);
+    const int out = socket(AF_PACKET, SOCK_RAW, 0);
+    bind(out, reinterpret_cast<sockaddr*>(&(at.sll_protocol = 0, at)), sizeof at);
+    if (state.range(0) == NONE) sendFrames(state, p1End, within);
+    if (state.range(0) == OUT || state.range(0) == OUT_MARKED) sendFrames(state, p1End, stranger);
+    if (state.range(0) == IN) sendFrames(state, out, arriving);
+    close(out);
+    dropPlane();
+    sh("nft delete table bridge others; ip link del vx0; ip link del u");
+}
+
 double best(const std::vector<double>& rounds) {
     return *std::min_element(rounds.begin(), rounds.end());
 }
@@ -328,6 +405,16 @@ void asWhole(benchmark::internal::Benchmark* measured) {
 BENCHMARK(groupByPlane)->ArgNames({"ports", "released"})->Args({374, 0})->Args({374, 1})->Apply(asWhole);
 BENCHMARK(groupByNft)->Apply(asWhole);
 BENCHMARK(renameByPlane)->ArgName("pairs")->Arg(34980)->ComputeStatistics("best", best);
+
+void withTunnel(benchmark::internal::Benchmark* measured) {
+    measured->ArgNames({"way", "groups", "bits"})->ComputeStatistics("best", best);
+    for (const int64_t way : {NONE, OUT, OUT_MARKED, IN}) {
+        measured->Args({way, -1, 0})->Args({way, 0, 0})->Args({way, 1, 0})->Args({way, 16, 0});
+        if (way != NONE) measured->Args({way, 1, 1})->Args({way, 16, 1})->Args({way, 16, 0xffff});
+    }
+}
+
+BENCHMARK(frameOverTunnel)->Apply(withTunnel);
 BENCHMARK_CAPTURE(frameByHand, nothing, NOTHING)->Apply(withFew);
 BENCHMARK_CAPTURE(frameByHand, empty, EMPTY_CHAIN)->Apply(withFew);
 BENCHMARK_CAPTURE(frameByHand, set, SET)->Apply(withFrames);

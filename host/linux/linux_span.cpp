@@ -35,7 +35,7 @@ void noteOnce(LinuxPlane& plane, const std::string& what) {
     reportRemark(note);
 }
 
-// How the frames of a member get the bits of their groups, and are held by them.
+// One that is refused by the kernel stays asked for, and is missing.
 int32_t addMember(LinuxPlane& plane, const PlanePort& port, const Membership& membership) {
     const std::string_view device = port.device;
     if (device.size() >= FILTER_DEVICE_SIZE || port.trunkMember) {
@@ -87,7 +87,7 @@ int setDoorGroups(LinuxPlane& plane) {
     return 0;
 }
 
-// The group, of these, that keeps frames of the VLAN from the device; 0 for none.
+// The first membership in one of the groups that keeps frames of the VLAN from the device; null for none.
 const FilterElement* memberOf(const LinuxPlane& plane, std::string_view device, SpanningGroups groups,
                               uint32_t vid) {
     for (uint32_t group = 1; group <= GROUP_MAX; ++group) {
