@@ -288,8 +288,9 @@ std::vector<FilterElement> consequencesOfMember(const Filter& filter, const Filt
                                           memberElement(FilterKind::marked, device, member.group)};
     if (member.vid == 0) return follows;
     follows.push_back(filterElement(FilterKind::vlan, "", "", member.vid));
-    for (const std::string& port : filter.span)
+    for (const std::string& port : filter.span) {
         follows.push_back(filterElement(FilterKind::port, port, "", 0));
+    }
     if (!filter.seesPvid) {
         follows.push_back(memberElement(FilterKind::member, device, member.group, VID_UNKNOWN));
     }
