@@ -111,8 +111,8 @@ void addSpans(MetricText& metrics, const PlaneReport& plane) {
     std::map<uint32_t, uint64_t> members;
     for (const uint32_t group : spanningNumbers(plane.spanning)) members[group] = 0;
     for (const PlaneEntry& entry : plane.entries) {
-        const bool held = entry.kind == PlaneEntryKind::span && entry.state == PlaneEntryState::held;
-        if (held) ++members[entry.group];
+        const bool inForce = entry.kind == PlaneEntryKind::span && entry.state != PlaneEntryState::missing;
+        if (inForce) ++members[entry.group];
     }
     addFamily(metrics, "portisolate_span_members", MetricType::gauge,
               "Ports that members of a group on other machines do not reach.");
