@@ -391,10 +391,12 @@ TEST_F(LinuxSpanTest, FollowsWhatSpansAndWho) {
     EXPECT_EQ(plane.setSpanning(plane.state, SPANNING_ALL), 0);
     expectHeld(peer);
 
-    // A port in a trunk is not one of the bridge; one with another name takes its groups along.
+    // A port in a trunk is held when it has left it; one with another name takes its groups along.
     PlanePort member = port("p3");
     member.trunkMember = true;
-    EXPECT_EQ(plane.setMember(plane.state, member, 5, 0, true), EBUSY);
+    EXPECT_EQ(plane.setMember(plane.state, member, 5, 0, true), 0);
+    EXPECT_EQ(deaf(peer, 0x10), "p1 p2 p3 s1");
+    EXPECT_EQ(plane.setMember(plane.state, member, 5, 0, false), 0);
     const uint32_t number = if_nametoindex("p2");
     ASSERT_EQ(sh("ip link set p2 down && ip link set p2 name q2 && ip link set q2 up"), "");
     EXPECT_EQ(renameLinuxPort(plane, number, "q2"), 0);

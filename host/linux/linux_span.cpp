@@ -35,17 +35,23 @@ void noteOnce(LinuxPlane& plane, const std::string& what) {
     reportRemark(note);
 }
 
-// One that is refused by the kernel stays asked for, and is missing.
+// One that is refused by the kernel stays asked for, and is missing. A member port of a trunk is not a port
+// of the bridge: what it is in holds as soon as it has left the trunk.
 int32_t addMember(LinuxPlane& plane, const PlanePort& port, const Membership& membership) {
-    const std::string_view device = port.device;
-    if (device.size() >= FILTER_DEVICE_SIZE || port.trunkMember) {
-        hostReport("{} is not in group {} for other machines: {}", port.name, membership.group,
-                   port.trunkMember ? "it is a member port of a trunk; put the trunk into the group"
-                                    : "the name is too long for a device of the kernel");
-        return port.trunkMember ? EBUSY : ENAMETOOLONG;
+    if (std::strlen(port.device) >= FILTER_DEVICE_SIZE) {
+        hostReport(
+            "{} is not in group {} for other machines: the name is too long for a device of the kernel",
+            port.name, membership.group);
+        return ENAMETOOLONG;
     }
     setDevice(plane, port.ifUnit, port.device);
     if (plane.members[port.ifUnit].insert(membership).second) {
+        if (port.trunkMember) {
+            hostReport(
+                "{} is in group {} for other machines when it has left its trunk; put the trunk into the "
+                "group",
+                port.name, membership.group);
+        }
         useDevice(plane, port.ifUnit, 1);
         return exchange(plane, membershipElements(plane, port.ifUnit, membership), {});
     }
