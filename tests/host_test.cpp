@@ -143,6 +143,28 @@ TEST(SimPlane, HoldsPonIsolationByTheCard) {
     plane.destroy(plane.state);
 }
 
+// An entry of a trunk blocks its members' traffic, in its direction alone.
+TEST(SimPlane, HoldsTrunksByTheirMembers) {
+    Board board;
+    readBoard(
+        "interface 1 a slot 1\ninterface 2 b slot 1\ninterface 3 c slot 1\ntrunk 7 l members a b\ntrunk 8 m "
+        "members c\n",
+        "test.conf", planeKinds(), board);
+    const Plane& plane = board.plane;
+    const auto asked = [&](uint32_t src, uint32_t dst) {
+        std::string reason;
+        return boardForwards(board, board.interfaces.at(src), board.interfaces.at(dst), 0, reason);
+    };
+    const auto port = [&](uint32_t number) { return planePort(board, board.interfaces.at(number)); };
+    for (const auto& [src, dst] : {std::pair(7U, 8U), std::pair(7U, 3U), std::pair(1U, 8U)}) {
+        plane.addOneWay(plane.state, port(src), port(dst), {});
+        EXPECT_EQ(asked(7, 8), src == 1 ? Forwarding::partly : Forwarding::no) << src << dst;
+        EXPECT_EQ(asked(8, 7), Forwarding::yes) << src << dst;
+        plane.deleteOneWay(plane.state, src, dst);
+    }
+    plane.destroy(plane.state);
+}
+
 TEST(Faults, FireForTheirInterfaceUntilCleared) {
     ASSERT_EQ(addFaultRule({"daxIfSyncApi", true, 1, 0x77, 5, DAX_ISO_BI_ADD, 0}), "");
     AttrSetRecord record = {};

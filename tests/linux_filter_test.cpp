@@ -145,6 +145,8 @@ TEST(LinuxFilter, IsolatesAsTheSimulatedPlaneDoes) {
         ASSERT_EQ(disagreement(planes), "") << step;
         ASSERT_EQ(notHeld(planes.real), "") << step;
     }
+    const PlaneCounters counters = planes.real.counters(planes.real.state);
+    EXPECT_EQ(counters.accepted + counters.refused, 400U);
     // A trunk and its member are one port of the bridge, whose reflected frames are not held.
     planes.real.addOneWay(planes.real.state, portOf(TRUNK), portOf(PORTS), {});
     EXPECT_TRUE(passes(planes.real, TRUNK, TRUNK, 0));
