@@ -143,10 +143,10 @@ void spanMatrix(Matrix& matrix, const std::map<std::string, SpanningGroups>& gro
         const auto carried = groups.find(matrix.names[row]);
         if (carried == groups.end()) continue;
         for (const size_t column : columns) {
-            if (matrix.cells[row][column] == MATRIX_FORWARDS)
-                matrix.spanning[{row, column}] = carried->second;
-            if (matrix.cells[column][row] == MATRIX_FORWARDS)
-                matrix.spanning[{column, row}] = carried->second;
+            for (const auto& [from, to] : {std::pair(row, column), std::pair(column, row)}) {
+                if (matrix.cells[from][to] != MATRIX_FORWARDS) continue;
+                matrix.spanning[{from, to}] = carried->second;
+            }
         }
     }
 }
