@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <random>
 
@@ -63,12 +62,6 @@ void clearTables() {
     dropRows<PortIsolatePortEntry>(gPortIsoInfo.portList,
                                    [](auto* entry) { portIsolatePortEntryDel(entry); });
     silGiveSem(gPortIsoInfo.mutex);
-}
-
-uint32_t wordAt(const char* bytes) {
-    uint32_t word = 0;
-    memcpy(&word, bytes, sizeof(word));
-    return word;
 }
 
 size_t countFrames(const std::string& stream, bool areRequests) {

@@ -433,25 +433,16 @@ TEST_F(Ctl, PlaneIsToldByWhatDiffers) {
 
 TEST_F(Ctl, CompletionKnowsTheGrammarAndWhatRuns) {
     daemon.rows = {{1, ROW_STATE_PROGRAMMED}};
-    const char* const cases[][2] = {
-        {"--timeout 3 mod", "mode"},
-        {"help pon o", "on off"},
-        {"pl s", "show sweep"},
-        {"mon req", "request"},
-        {"board role s", "standby single"},
-        {"scalar get max-t", "max-targets"},
-        {"group del 5", "5"},
-        {"pair add l", "lag1"},
-        {"pair add ge1/1 ge1/2 l", "lag1"},
-        {"group list 5 l", ""},
-        {"vlan-group add 7 ge1/1 --vlan 1", "10"},
-        {"why ge1/1 --remote 5", "5"},
-        {"apply fi", ""},
-    };
     session.interfaces[3].kind = "trunk";
     session.interfaces.push_back({.number = 1010, .name = "vlan10", .kind = "vlan", .vlan = 10});
-    for (const auto& [line, found] : cases) {
-        EXPECT_EQ(joinWords(completions(session, commandTable(), splitWords(line)), " "), found) << line;
+    for (const std::string line :
+         {"--timeout 3 mod > mode", "help pon o > on off", "pl s > show sweep", "mon req > request",
+          "board role s > standby single", "scalar get max-t > max-targets", "group del 5 > 5",
+          "pair add l > lag1", "pair add ge1/1 ge1/2 l > lag1", "group list 5 l > ",
+          "vlan-group add 7 ge1/1 --vlan 1 > 10", "why ge1/1 --remote 5 > 5", "apply fi > "}) {
+        const size_t end = line.find(" > ");
+        const Words typed = splitWords(line.substr(0, end));
+        EXPECT_EQ(joinWords(completions(session, commandTable(), typed), " "), line.substr(end + 3)) << line;
     }
     // What the daemon does not answer is left out in silence; the board's VLANs stay.
     daemon.answers = 0;

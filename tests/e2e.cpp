@@ -28,6 +28,12 @@ int reap(pid_t program) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
+sockaddr_un addressOf(const std::string& path) {
+    sockaddr_un address = {AF_UNIX, {}};
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    return address;
+}
+
 uint32_t size(const Words& words) {
     return static_cast<uint32_t>(words.size() * sizeof(uint32_t));
 }
@@ -202,12 +208,19 @@ std::string EndToEnd::ctlOutput(const std::string& arguments) const {
 }
 
 int EndToEnd::connectTo(const char* socketPath, int type) const {
-    sockaddr_un address = {AF_UNIX, {}};
-    std::strncpy(address.sun_path, (root + socketPath).c_str(), sizeof(address.sun_path) - 1);
+    const sockaddr_un address = addressOf(root + socketPath);
     const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) return fd;
     close(fd);
     return -1;
+}
+
+int EndToEnd::listenAt(const std::string& socketPath, int type) const {
+    const sockaddr_un address = addressOf(root + socketPath);
+    const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    EXPECT_TRUE(type == SOCK_DGRAM || listen(fd, 8) == 0);
+    return fd;
 }
 
 std::string EndToEnd::askLine(const char* socketPath, const std::string& line) const {
@@ -234,4 +247,12 @@ std::string EndToEnd::log() const {
 size_t EndToEnd::descriptors() const {
     const std::filesystem::directory_iterator open("/proc/" + std::to_string(daemon) + "/fd");
     return static_cast<size_t>(std::distance(begin(open), end(open)));
+}
+
+rlim_t EndToEnd::limitTo(__rlimit_resource resource, rlim_t most) const {
+    rlimit limit = {};
+    EXPECT_EQ(prlimit(daemon, resource, nullptr, &limit), 0);
+    const rlim_t before = std::exchange(limit.rlim_cur, most);
+    EXPECT_EQ(prlimit(daemon, resource, &limit, nullptr), 0);
+    return before;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -89,10 +90,12 @@ struct EndToEnd : testing::Test {
     pid_t startCtl(const std::string& arguments, const std::string& name) const;
     Outcome outcomeOf(pid_t program, const std::string& name) const;
     int connectTo(const char* socketPath, int type = SOCK_STREAM) const;
+    int listenAt(const std::string& socketPath, int type = SOCK_STREAM) const;  // in place of a program
     // One line to the board's or the process shell's socket, and all that comes back.
     std::string askLine(const char* socketPath, const std::string& line) const;
     std::string boardAnswer(const std::string& line) const;  // to a verb that must succeed
 
     std::string log() const;  // what the daemon wrote to standard error so far
     size_t descriptors() const;
+    rlim_t limitTo(__rlimit_resource resource, rlim_t most) const;  // the daemon; what it was allowed before
 };

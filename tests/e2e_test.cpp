@@ -1,9 +1,7 @@
 // The running programs as an operator sees them: what is configured and what happens to the board, and what
 // the forwarding plane, the printouts, the journal and the log then say.
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <algorithm>
 #include <map>
@@ -156,64 +154,46 @@ TEST_F(EndToEnd, TheBoardSaysWhatItDoesNotDo) {
         {"forward remote ge1/2 5,7-9 10", "ok\nyes"},
         {"forward remote nobody 5", "error: no such interface: nobody"},
         {"forward remote vlan10 5", "error: a VLAN interface does not forward"},
-        {"forward remote ge1/2 5 10 11", "error: usage: forward"},
-        {"forward remote ge1/2 5,17", "error: usage: forward"},
         {"forward ge1/2 nobody", "error: no such interface: nobody"},
         {"forward noone ge1/2", "error: no such interface: noone"},
-        {"forward ge1/2 ge1/1 10 11", "error: usage: forward"},
         {"plug ge1/1", "ok"},
         {"plug ge1/1", "error: ge1/1 is plugged already"},
-        {"unplug ge1/3", "ok"},
-        {"plug ge1/3", "ok"},
         {"join lag1 ge1/3", "error: the port is in a trunk already"},
         {"join ge1/2 ge1/1", "error: the first interface is not a trunk"},
-        {"join lag2 ge1/1 x", "error: usage: join"},
         {"leave lag2 ge1/1", "error: ge1/1 is not a member of lag2"},
         {"vlan-del 77", "error: this VLAN has no interface"},
-        {"vlan-add 77 x v77", "error: usage: vlan-add"},
-        {"vlan-add x 77 v77", "error: usage: vlan-add"},
         {"vlan-add 77 377 v77", "ok"},
         {"vlan-add 78 377 v78", "error: this number is in use"},
-        {"vlan-del 77 1", "error: usage: vlan-del"},
         {"vlan-del 77", "ok"},
-        {"vlan-del 77", "error: this VLAN has no interface"},
         {"vlan-add 77 377 v77", "ok"},
-        {"vlan-add 77 377 v77", "error: this number is in use"},
         {"card-pull 2", "ok"},
         {"card-pull 2", "error: the card is pulled already"},
         {"card-push 2", "ok"},
         {"card-push 2", "error: no card was pulled from this slot"},
-        {"publish reset x", "error: usage: publish"},
-        {"publish mode-refresh x", "error: usage: publish"},
-        {"publish serial-sync x", "error: usage: publish"},
-        {"publish card-up x", "error: usage: publish"},
         {"publish dellink nobody", "error: no such interface: nobody"},
-        {"publish newlink ge1/1 sideways", "error: usage: publish"},
-        {"publish newlink lag1 member-add", "error: usage: publish"},
-        {"publish raw x 00", "error: usage: publish"},
-        {"publish nonsense ge1/1", "error: usage: publish"},
-        {"settle now", "error: usage: settle"},
         {"fault daxIfSyncApi 0 5", "error: calls are counted from 1"},
         {"fault daxIfSyncApi every 5 if nobody", "error: no such interface: nobody"},
         {"fault daxIfSyncApi 1 5 if ge1/1 command 44", "ok"},
         {"fault list", "ok\ndaxIfSyncApi 1 status=0x00000005 if=1 command=0x2c seen=0\n"},
-        {"matrix 5000", "error: usage: matrix"},
-        {"hardware x", "error: usage: hardware"},
-        {"plane grow", "error: usage: plane"},
         {"plane restore", "ok\n0\n"},
         {"plane spanning", "ok\n"},
         {"plane spanning 5", "error: no port of this board carries groups"},
         {"plane spanning 17", "error: \"17\" is not a group that can span"},
-        {"role boss", "error: usage: role"},
-        {"peer disagrees", "error: usage: peer"},
     };
+    const std::string misused =
+        "forward remote ge1/2 5 10 11|forward remote ge1/2 5,17|forward ge1/2 ge1/1 10 11|join lag2 ge1/1 x|"
+        "vlan-add 77 x v77|vlan-add x 77 v77|vlan-del 77 1|publish reset x|publish mode-refresh x|"
+        "publish serial-sync x|publish card-up x|publish newlink ge1/1 sideways|"
+        "publish newlink lag1 member-add|publish raw x 00|publish nonsense ge1/1|settle now|matrix 5000|"
+        "hardware x|plane grow|role boss|peer disagrees";
     start();
     for (const auto& [line, begins] : cases) {
         const std::string answer = askLine(BOARD_SOCKET_PATH, line);
         EXPECT_TRUE(answer.starts_with(begins)) << line << ": " << answer;
     }
-    for (const auto& [option, status] : {std::pair("--help", 0), {"--version", 0}, {"--no-such", 2}}) {
-        EXPECT_EQ(outcomeOf(spawn(DAEMON_PROGRAM, {option}, "other"), "other").status, status) << option;
+    for (const std::string& line : split(misused, '|')) {
+        const std::string usage = "error: usage: " + split(line, ' ')[0] + " ";
+        EXPECT_TRUE(askLine(BOARD_SOCKET_PATH, line).starts_with(usage)) << line;
     }
 }
 
@@ -304,7 +284,8 @@ TEST_F(EndToEnd, StartsThatCannotBe) {
     vain("portisolate.maxifnum\n", "portisolate.conf:1: expected KEY = VALUE");
     std::ofstream(root + "/etc/portisolate/board.conf") << "plane linxu\n" + board;
     vain("", "board.conf:1: expected: plane sim|linux");
-    for (const auto& [argument, status] : {std::pair("--check", 1), {"--frob", 2}, {"--version", 0}}) {
+    for (const auto& [argument, status] :
+         {std::pair("--check", 1), {"--frob", 2}, {"--version", 0}, {"--help", 0}}) {
         EXPECT_EQ(outcomeOf(spawn(DAEMON_PROGRAM, {argument}, "vain"), "vain").status, status) << argument;
         EXPECT_FALSE(std::filesystem::exists(root + COMMAND_SOCKET_PATH)) << argument;
     }
@@ -354,16 +335,11 @@ TEST_F(EndToEnd, SignalsAndAFullDiskCostTheJournalAtMost) {
     for (int looks = 0; looks < 10000 && !std::filesystem::exists(file); ++looks) boardAnswer("settle");
     ctlOutput("group del 5");
     EXPECT_EQ(readText(file + ".1"), before);
-    rlimit limit = {};
-    ASSERT_EQ(prlimit(daemon, RLIMIT_FSIZE, nullptr, &limit), 0);
-    const rlim_t all = limit.rlim_cur;
     const size_t size = readText(file).size();
-    limit.rlim_cur = size + 100;
-    ASSERT_EQ(prlimit(daemon, RLIMIT_FSIZE, &limit, nullptr), 0);
+    const rlim_t all = limitTo(RLIMIT_FSIZE, size + 100);
     ctlOutput("group add 6 ge1/1 ge1/2");
     EXPECT_EQ(readText(file).size(), size + 100) << "the last line has been cut";
-    limit.rlim_cur = all;
-    ASSERT_EQ(prlimit(daemon, RLIMIT_FSIZE, &limit, nullptr), 0);
+    limitTo(RLIMIT_FSIZE, all);
     ctlOutput("group del 6");
     const Texts lines = split(readText(file), '\n');
     const Texts whole = extract(readText(file), "^\\{\"seq\":.*\\}$");
@@ -387,15 +363,8 @@ TEST_F(EndToEnd, KeepsFewPrivileges) {
 TEST_F(EndToEnd, TheServiceManagerHearsOfAHungTask) {
     for (const bool eventTask : {true, false}) {
         std::filesystem::create_directories(root + "/peer/tmp");
-        const auto listenTo = [this](const std::string& path, int type) {
-            sockaddr_un address = {AF_UNIX, {}};
-            std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-            const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
-            EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-            return fd;
-        };
-        const int manager = listenTo(root + "/notify", SOCK_DGRAM);
-        const int peer = listenTo(root + "/peer" + COMMAND_SOCKET_PATH, SOCK_STREAM);
+        const int manager = listenAt("/notify", SOCK_DGRAM);
+        const int peer = listenAt(std::string("/peer") + COMMAND_SOCKET_PATH);
         ASSERT_EQ(listen(peer, 0), 0);
         const int queued = connectTo("/peer/tmp/portisolatecmd.socket");
         setenv("NOTIFY_SOCKET", (root + "/notify").c_str(), 1);

@@ -7,14 +7,12 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <chrono>
 #include <set>
 
-#include "common/local_socket.h"
 #include "dice.h"
 #include "e2e.h"
 #include "platform/route_messages.h"
@@ -128,18 +126,12 @@ TEST_F(Hostile, AFloodOfAnyRequestsIsServedInTurns) {
 
 // Under a limit of descriptors that leaves room for a few, many that say nothing come to each door.
 TEST_F(Hostile, NobodyKeepsOthersOut) {
-    const auto limitTo = [this](rlim_t descriptorsMax) {
-        rlimit limit = {};
-        ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, nullptr, &limit), 0);
-        limit.rlim_cur = descriptorsMax;
-        ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &limit, nullptr), 0);
-    };
     const auto tasks = [this] {
         const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon) + "/task");
         return std::distance(begin(all), end(all));
     };
     const auto threads = tasks();
-    limitTo(96);
+    limitTo(RLIMIT_NOFILE, 96);
     std::vector<int> silent;
     for (const char* path : {COMMAND_SOCKET_PATH, SHELL_SOCKET_PATH, BOARD_SOCKET_PATH}) {
         for (int client = 0; client < 200; ++client) silent.push_back(connectTo(path));
@@ -156,15 +148,15 @@ TEST_F(Hostile, NobodyKeepsOthersOut) {
     friendly = command();
 
     // Who follows a stream is not idle: where nobody can go, the next one is told.
-    limitTo(1024);
+    limitTo(RLIMIT_NOFILE, 1024);
     for (size_t looks = 0; looks < 10000 && descriptors() > before; ++looks) boardAnswer("settle");
     std::vector<int> streams(3);
-    limitTo(before + 2 * streams.size());
+    limitTo(RLIMIT_NOFILE, before + 2 * streams.size());
     for (int& one : streams) {
         EXPECT_TRUE(converse(one = connectTo(BOARD_SOCKET_PATH), "monitor\n", "ok\n"));
     }
     EXPECT_NE(ctl("board list").err.find("too many connections"), std::string::npos);
-    limitTo(1024);
+    limitTo(RLIMIT_NOFILE, 1024);
     while (streams.size() < 60) {
         streams.push_back(connectTo(BOARD_SOCKET_PATH));
         EXPECT_TRUE(
@@ -179,8 +171,7 @@ TEST_F(Hostile, NobodyKeepsOthersOut) {
 TEST_F(Hostile, WithoutMemoryTheClientGoesAndTheDaemonStays) {
     if (SANITIZED) GTEST_SKIP() << "a sanitizer needs address space of its own";
     const rlim_t pages = std::stoul(readText("/proc/" + std::to_string(daemon) + "/statm"));
-    const rlimit none = {pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)), RLIM_INFINITY};
-    ASSERT_EQ(prlimit(daemon, RLIMIT_AS, &none, nullptr), 0);
+    const rlim_t all = limitTo(RLIMIT_AS, pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)));
     const std::string half = bytesOf({COMMAND_FRAME_MAX}) + std::string(COMMAND_FRAME_MAX - 100, 'x');
     std::vector<int> clients(400);
     size_t gone = 0;
@@ -193,8 +184,7 @@ TEST_F(Hostile, WithoutMemoryTheClientGoesAndTheDaemonStays) {
     }
     EXPECT_GT(gone, 0u) << "the memory was not scarce";
     for (const int client : clients) close(client);
-    const rlimit all = {RLIM_INFINITY, RLIM_INFINITY};
-    ASSERT_EQ(prlimit(daemon, RLIMIT_AS, &all, nullptr), 0);
+    limitTo(RLIMIT_AS, all);
     close(friendly);
     friendly = command();
 }
@@ -292,10 +282,7 @@ TEST_F(Hostile, RequestsEventsAndPrintoutsAtOnceAreAllAnswered) {
 TEST_F(EndToEnd, AServerOfAnotherUserIsNotBelieved) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can serve as another user";
     constexpr uid_t OTHER = 65534;
-    sockaddr_un address = {};
-    ASSERT_TRUE(fillLocalAddress(root + COMMAND_SOCKET_PATH, address));
-    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    const int listener = listenAt(COMMAND_SOCKET_PATH);
     ASSERT_EQ(seteuid(OTHER), 0);
     EXPECT_EQ(listen(listener, 8), 0);
     ASSERT_EQ(seteuid(0), 0);
@@ -357,4 +344,12 @@ TEST_F(EndToEnd, WhoMayReadChangesNothing) {
     as(CHANGES);
     EXPECT_EQ(boardAnswer("role single"), "");
     asRoot();
+    // Where somebody widened the mode a stranger's connection is closed without an answer.
+    chmod((root + COMMAND_SOCKET_PATH).c_str(), 0666);
+    as(STRANGER);
+    const int stranger = connectTo(COMMAND_SOCKET_PATH);
+    asRoot();
+    ASSERT_GE(stranger, 0);
+    EXPECT_EQ(receive(stranger, 1), "");
+    close(stranger);
 }

@@ -7,41 +7,8 @@
 
 namespace {
 
-void startSwitches(bool src, bool dst, const char* serials = "f") {
-    Options options = trunkSwitches(src, dst);
-    options.insert({{"supportserial", serials}, {"maxifnum", "8"}});
-    startWatched(CATEGORY_WORK, options);
-}
-
-TEST(BiIsolation, TheOrderOfAPairFollowsTheSwitchesAndTheAbility) {
-    const struct {
-        bool src, dst;
-        uint32_t ability;  // of the second port
-        const char* added;
-        Calls reverse;  // of a release that names the ports the other way round; none: not found
-    } cases[] = {
-        {true, true, 1, "bi-add 3 7 grp 1", {"bi-del 3 7 grp 1"}},
-        {true, true, 2, "bi-add 7 3 grp 1", {"bi-del 3 7 grp 1"}},
-        {true, true, 3, "bi-add 7 3 grp 1", {}},
-        {false, false, 1, "bi-add 3 7 grp 1 flag 0", {"bi-del 3 7 grp 1 flag 0"}},
-        {true, false, 1, "bi-add 7 3 grp 1 flag 0", {}},
-        {false, true, 2, "bi-add 7 3 grp 1 flag 0", {"bi-del 3 7 grp 1 flag 0"}},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.added);
-        startSwitches(row.src, row.dst);
-        fake.interfaces[3].ability = row.ability;
-        EXPECT_EQ(portIsolateAddPhyBiIsolate(1, 0, 7, 3), 0);
-        EXPECT_EQ(drainCalls(), Calls{row.added});
-        fake.interfaces[3].ability = 1;
-        fake.interfaces[7].ability = row.ability;
-        EXPECT_EQ(portIsolateDelPhyBiIsolate(1, 0, 3, 7), 0);
-        EXPECT_EQ(drainCalls(), row.reverse);
-    }
-}
-
 TEST(Serials, AreFreedWithTheirDoublesAndMayRunOut) {
-    startSwitches(true, true, "t");
+    startWatched(CATEGORY_WORK, {{"supportserial", "t"}, {"maxifnum", "8"}});
     uint32_t* table = gPortIsoInfo.serialTable;
     table[0] = table[2] = 50;
     EXPECT_EQ(portIsolateSerialFree(0), STATUS_FAILED);

@@ -1,8 +1,5 @@
 // Two daemons on the two control boards of one device: what is set on one stands on the other, and neither is
 // held up by what becomes of the other.
-#include <sys/resource.h>
-#include <sys/un.h>
-
 #include <chrono>
 #include <thread>
 
@@ -39,14 +36,6 @@ struct Side : EndToEnd {
         }
         EXPECT_NE(line.find(part), std::string::npos) << line;
         return line.substr(0, line.find(" waiting="));
-    }
-    int listenAt(const char* socketPath) const {
-        sockaddr_un address = {AF_UNIX, {}};
-        std::strncpy(address.sun_path, (root + socketPath).c_str(), sizeof(address.sun_path) - 1);
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(fd, 8), 0);
-        return fd;
     }
     size_t told(const std::string& text) const { return count(log(), text); }
     size_t journalled(const std::string& text) const { return count(readText(root + "/journal"), text); }
@@ -264,17 +253,14 @@ TEST_F(TwoBoards, ABoardWithoutDescriptorsTakesItsOwnChanges) {
     standby.stop();
     standby.begin("standby", active.root);
     // Every number that may be given out is taken; what is open stays so.
-    rlimit limit = {};
-    ASSERT_EQ(prlimit(active.daemon, RLIMIT_NOFILE, nullptr, &limit), 0);
-    const rlimit none = {3, limit.rlim_max};
-    ASSERT_EQ(prlimit(active.daemon, RLIMIT_NOFILE, &none, nullptr), 0);
+    const rlim_t all = active.limitTo(RLIMIT_NOFILE, 3);
     EXPECT_EQ(promptStatus(fd, setRequest(1, 5, ROW_CREATE)), 0);
     EXPECT_NE(standby.ctlOutput("group list").find("ge1/1"), std::string::npos) << active.log();
     standby.stop();
     standby.begin("standby", active.root);
     for (int turn = 0; turn < 3; ++turn) EXPECT_EQ(promptStatus(fd, setRequest(2, 5, ROW_CREATE)), 0);
     EXPECT_EQ(active.told("no descriptor left for the peer board"), 1u) << active.log();
-    ASSERT_EQ(prlimit(active.daemon, RLIMIT_NOFILE, &limit, nullptr), 0);
+    active.limitTo(RLIMIT_NOFILE, all);
     EXPECT_EQ(promptStatus(fd, setRequest(2, 5, ROW_CREATE)), 0);
     active.link("state=reached");
     close(fd);
