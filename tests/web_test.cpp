@@ -207,14 +207,14 @@ TEST_F(Web, EveryAnswerAndPrintoutKeepsToItsSchema) {
     std::set<std::string> commands;
     for (const std::string& printed : split(PRINTED, '|')) {
         const Texts parts = split(printed, ':');
-        const std::string command = parts[0], schema = parts[1].substr(1);
+        const std::string& command = parts[0];
         const pid_t program = startCtl("--json " + command, "printed");
         // What follows has something to tell once it listens.
         const bool follows = command.find("--count") != std::string::npos;
         while (follows && !endsWithin(program, 10)) ctl("mode set 2");
         const Outcome outcome = outcomeOf(program, "printed");
         EXPECT_EQ(schemas.misfit(Value::parse(outcome.out, nullptr, false),
-                                 {{"$ref", "#/components/schemas/" + schema}}),
+                                 {{"$ref", "#/components/schemas/" + parts[1].substr(1)}}),
                   "")
             << command << ": " << outcome.out;
         const Texts words = split(command, ' ');
