@@ -180,22 +180,6 @@ struct OnOneProcessor {
     ~OnOneProcessor() { sched_setaffinity(0, sizeof(before), &before); }
 };
 
-int openEnd(const std::string& device) {
-    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-    const int on = 1;
-    sockaddr_ll address = {};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ALL);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
-    if (fd >= 0 && setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)) == 0 &&
-        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof(on)) == 0 &&
-        bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-        return fd;
-    }
-    close(fd);
-    return -1;
-}
-
 }  // namespace
 
 std::string sh(const std::string& command) {
@@ -227,6 +211,22 @@ std::string buildSwitch(LinuxSwitch& network, const std::vector<std::string>& po
         if (problem.empty()) problem = addHost(network, port);
     }
     return problem.empty() ? addHost(network, WITNESS) : problem;
+}
+
+int openEnd(const std::string& device) {
+    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
+    if (fd >= 0 && setsockopt(fd, SOL_PACKET, PACKET_AUXDATA, &on, sizeof(on)) == 0 &&
+        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof(on)) == 0 &&
+        bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
+        return fd;
+    }
+    close(fd);
+    return -1;
 }
 
 std::string addEnd(LinuxSwitch& network, const std::string& host, const std::string& port) {

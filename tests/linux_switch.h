@@ -41,6 +41,7 @@ std::string buildSwitch(LinuxSwitch& network, const std::vector<std::string>& po
 // Makes a virtual cable from PORT, which is not in the bridge yet, to hPORT, an end of the host.
 std::string addEnd(LinuxSwitch& network, const std::string& host, const std::string& port);
 std::string addHost(LinuxSwitch& network, const std::string& port);
+int openEnd(const std::string& device);  // a packet socket, or -1
 void deleteHost(LinuxSwitch& network, const std::string& port);
 void dropSwitch(LinuxSwitch& network);  // what the process holds of it
 
