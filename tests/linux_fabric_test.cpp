@@ -116,32 +116,17 @@ struct LinuxFabricTest : testing::Test {
     }
 };
 
-// The first host of each machine, which are in one group for good, send to all.
-struct FirstHosts {
-    std::atomic<bool> ends = false;
-    std::thread sender;
-
-    explicit FirstHosts(const LinuxSwitch& network) {
-        sender = std::thread([this, &network] {
-            while (!ends) {
-                for (const char* from : {"a0", "b0", "c0"}) sendStream(network, from);
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            }
-        });
-    }
-    ~FirstHosts() {
-        ends = true;
-        sender.join();
-    }
-};
-
 void LinuxFabricTest::changeAtRandom() {
     build();
     if (IsSkipped() || HasFatalFailure()) return;
     for (const char* first : {"a0", "b0", "c0"}) toggle("group 2", "", first);
     ASSERT_EQ(differing(), "");
     for (const char* first : {"a0", "b0", "c0"}) streamsFrom(fabric, first);
-    const FirstHosts flow(fabric);
+    // The first host of each machine, which are in one group for good, send to all.
+    const Repeated flow([this] {
+        for (const char* first : {"a0", "b0", "c0"}) sendStream(fabric, first);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    });
     const bool slow = SANITIZED || std::getenv(NO_SKIPPING) != nullptr;
     // No two hosts share a plain group and one of a VLAN: the first of these would decide for both.
     const std::vector<std::string> plain = {"a1", "a2", "b1", "b2", "c1", "c2"},

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <regex>
 #include <thread>
 
@@ -61,25 +62,32 @@ struct LinuxPlaneTest : EndToEnd {
     }
 };
 
-// Frames from one host to all others, until the end.
-struct Stream {
-    LinuxSwitch& network;
+// Does something again and again until its end.
+struct Repeated {
     std::atomic<bool> ends = false;
-    std::atomic<uint32_t> heard = 0;  // by the host that may hear it
-    std::thread sender;
+    std::thread thread;
 
-    Stream(LinuxSwitch& on, const std::string& from, const std::string& to) : network(on) {
-        sender = std::thread([this, from, to] {
-            while (!ends) {
-                sendStream(network, from);
-                heard += heardOfStreams(network, to);
-            }
+    explicit Repeated(std::function<void()> once) {
+        thread = std::thread([this, once] {
+            while (!ends) once();
         });
     }
-    ~Stream() {
+    ~Repeated() {
         ends = true;
-        sender.join();
+        thread.join();
     }
+};
+
+// Frames from one host to all others, until the end.
+struct Stream {
+    std::atomic<uint32_t> heard = 0;  // by the host that may hear it
+    Repeated sender;
+
+    Stream(LinuxSwitch& network, const std::string& from, const std::string& to)
+        : sender([=, this, &network] {
+              sendStream(network, from);
+              heard += heardOfStreams(network, to);
+          }) {}
     bool flows() const {
         return eventually([this, before = uint32_t{heard}] { return heard - before > 200; });
     }

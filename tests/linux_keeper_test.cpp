@@ -2,6 +2,8 @@
 // never one from tenant to tenant, and the uplink all the while.
 #include <sys/socket.h>
 
+#include <optional>
+
 #include "dice.h"
 #include "linux_fixture.h"
 
@@ -37,29 +39,24 @@ struct LinuxKeeperTest : LinuxPlaneTest {
 
 // A red and a blue host that send to all, a thousand frames a second together.
 struct Tenants {
-    std::atomic<bool> ends = false;
-    std::thread sender;
+    std::vector<std::pair<int, std::string>> frames;
+    std::chrono::steady_clock::time_point next = std::chrono::steady_clock::now();
+    std::optional<Repeated> sender;
 
     explicit Tenants(const LinuxSwitch& network) {
-        std::vector<std::pair<int, std::string>> frames;
         for (const char* from : {"b0", "r0"}) {
             for (const auto& [to, host] : network.hosts) {
                 frames.emplace_back(network.hosts.at(from).sockets[0], streamFrame(network, from, to));
             }
             frames.emplace_back(frames.back().first, std::string(6, '\xff') + frames.back().second.substr(6));
         }
-        sender = std::thread([this, frames] {
-            for (auto next = std::chrono::steady_clock::now(); !ends; next += std::chrono::milliseconds(1)) {
-                const auto& [fd, frame] =
-                    frames[static_cast<size_t>(next.time_since_epoch().count() / 1000000) % frames.size()];
-                (void)!send(fd, frame.data(), frame.size(), MSG_DONTWAIT);
-                std::this_thread::sleep_until(next);
-            }
+        sender.emplace([this] {
+            next += std::chrono::milliseconds(1);
+            const auto& [fd, frame] =
+                frames[static_cast<size_t>(next.time_since_epoch().count() / 1000000) % frames.size()];
+            (void)!send(fd, frame.data(), frame.size(), MSG_DONTWAIT);
+            std::this_thread::sleep_until(next);
         });
-    }
-    ~Tenants() {
-        ends = true;
-        sender.join();
     }
 };
 

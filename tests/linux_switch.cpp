@@ -25,6 +25,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto PATIENCE = std::chrono::seconds(60);
 constexpr auto ROUND = std::chrono::milliseconds(50);  // of greetings, until all have been heard
 constexpr uint16_t TEST_PROTOCOL = 0x88B5;             // set aside for experiments
+constexpr uint16_t ANY_VLAN = 0xffff;
 constexpr uint32_t PROBE = 0x70726f62;
 constexpr uint32_t STREAM = 0x73747265;
 
@@ -128,7 +129,7 @@ bool gather(LinuxSwitch& network, uint16_t vid, const Arrivals& wanted, Clock::t
             for (const int fd : host.sockets) {
                 while (receiveProbe(host, fd, received)) {
                     const bool fits = takesPart(host, vid) && received.vid == (host.access == 0 ? vid : 0);
-                    if (fits) arrived.emplace(received.sequence, name);
+                    if (fits || vid == ANY_VLAN) arrived.emplace(received.sequence, name);
                 }
                 polled.push_back({fd, POLLIN, 0});
             }
@@ -302,34 +303,29 @@ bool hearsItself(LinuxSwitch& network, const std::string& host, uint16_t vid) {
 std::set<TagStack> passing(LinuxSwitch& network, const std::string& from, const std::string& to,
                            const std::set<TagStack>& stacks) {
     const OnOneProcessor ordered;
-    std::set<TagStack> passed;
     std::map<uint32_t, TagStack> sent;
+    Arrivals arrived;
     // Before the frames, until the ports forward, and behind them.
     for (const bool behind : {false, true}) {
-        if (behind) {
-            for (const TagStack& stack : stacks) {
-                std::string tags;
-                for (const FrameTag& tag : stack) tags += bytesOf(Tag{htons(tag.protocol), htons(tag.vid)});
-                sent.emplace(nextSequence(), stack);
-                std::string frame = makeFrame(network, from, EVERYBODY, 0, PROBE, sent.rbegin()->first);
-                frame.insert(2 * ETH_ALEN, tags);
-                (void)!send(network.hosts.at(from).sockets[0], frame.data(), frame.size(), 0);
-            }
+        for (const TagStack& stack : behind ? stacks : std::set<TagStack>{}) {
+            std::string tags;
+            for (const FrameTag& tag : stack) tags += bytesOf(Tag{htons(tag.protocol), htons(tag.vid)});
+            sent.emplace(nextSequence(), stack);
+            std::string frame = makeFrame(network, from, EVERYBODY, 0, PROBE, sent.rbegin()->first);
+            frame.insert(2 * ETH_ALEN, tags);
+            (void)!send(network.hosts.at(from).sockets[0], frame.data(), frame.size(), 0);
         }
-        uint32_t witness = 0;
-        for (const auto deadline = Clock::now() + PATIENCE;
-             witness != UINT32_MAX && Clock::now() < deadline;) {
-            const uint32_t first = witness = nextSequence();
+        const auto deadline = Clock::now() + PATIENCE;
+        bool heard = false;
+        while (!heard && Clock::now() < deadline) {
+            const uint32_t witness = nextSequence();
             sendFrame(network, WITNESS, EVERYBODY, 0, PROBE, witness);
-            pollfd input = {network.hosts.at(to).sockets[0], POLLIN, 0};
-            while (witness == first && poll(&input, 1, 50) > 0) {
-                Received received = {};
-                while (receiveProbe(network.hosts.at(to), input.fd, received)) {
-                    if (sent.contains(received.sequence)) passed.insert(sent.at(received.sequence));
-                    if (received.sequence == first) witness = UINT32_MAX;
-                }
-            }
+            heard = gather(network, ANY_VLAN, {{witness, to}}, Clock::now() + ROUND, arrived);
         }
+    }
+    std::set<TagStack> passed;
+    for (const auto& [sequence, stack] : sent) {
+        if (arrived.contains({sequence, to})) passed.insert(stack);
     }
     return passed;
 }
