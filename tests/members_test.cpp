@@ -114,9 +114,10 @@ struct Members : testing::Test {
         const Reply reply = request(row.vlan == 0 ? OP_GROUP_GET : OP_VLAN_GROUP_GET, row, 0);
         return reply.status == 0 && wordAt(reply.value, 0) == ROW_STATE_PROGRAMMED;
     }
-    // "create 5/1", "activate 7/2@10", or a verb of the board.
+    // "create 5/1", "activate 7/2@10", "add 5/1" for both, or a verb of the board.
     std::string step(const std::string& text) {
         const std::vector<std::string> words = splitWords(text);
+        if (words[0] == "add") return step("create " + words[1]), step("activate " + words[1]);
         const std::vector<std::string> values = {"activate", "create", "probe", "destroy"};  // from 1 on
         const auto value = std::find(values.begin(), values.end(), words[0]);
         if (value == values.end()) return answerVerb(words, true);
@@ -136,27 +137,21 @@ TEST_F(Members, AreHeardOfBeforeTheReplyAndUntilTheyAreGone) {
         {"activate 5/2", "99", "5/1"},  // refused by the hardware
         {"activate 5/2", "0", "5/1 5/2"},
         {"activate 6/2", "65536002", "5/1 5/2"},
-        {"create 7/1@10", "0", "5/1 5/2"},
-        {"activate 7/1@10", "0", "5/1 5/2 7/1@10"},
-        {"create 17/3", "0", "5/1 5/2 7/1@10"},
-        {"activate 17/3", "0", "5/1 5/2 7/1@10"},  // no group that could span
-        {"create 8/1@65546", "0", "5/1 5/2 7/1@10"},
-        {"activate 8/1@65546", "0", "5/1 5/2 7/1@10"},  // no VLAN
-        {"create 16/9", "0", "5/1 5/2 7/1@10"},
-        {"activate 16/9", "0", "16/9 5/1 5/2 7/1@10"},
+        {"add 7/1@10", "0", "5/1 5/2 7/1@10"},
+        {"add 17/3", "0", "5/1 5/2 7/1@10"},       // no group that could span
+        {"add 8/1@65546", "0", "5/1 5/2 7/1@10"},  // no VLAN
+        {"add 16/9", "0", "16/9 5/1 5/2 7/1@10"},
         {"destroy 5/2", "0", "16/9 5/1 7/1@10"},
         {"destroy 5/2", "0", "16/9 5/1 7/1@10"},
         {"unplug ge1", "ok\n", "16/9 7/1@10"},  // VLAN groups outlive their interfaces
         {"plug ge1", "ok\n", "16/9 7/1@10"},
         {"destroy 7/1@10", "0", "16/9"},
-        {"create 16/3", "0", "16/9"},
-        {"activate 16/3", "0", "16/3 16/9"},
+        {"add 16/3", "0", "16/3 16/9"},
         {"join lag ge3", "ok\n", "16/9"},
         {"leave lag ge3", "ok\n", "16/9"},
         {"memory", "", "16/9"},
         {"activate 16/3", "65536002", "16/9"},
-        {"create 16/3", "0", "16/9"},
-        {"activate 16/3", "0", "16/9"},
+        {"add 16/3", "0", "16/9"},
         {"create 1/1", "0", "16/3 16/9"},  // what was missed
         {"publish reset", "ok\n", ""},
     };
