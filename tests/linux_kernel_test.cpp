@@ -219,9 +219,9 @@ TEST_F(LinuxKernelTest, HoldsWhileVlansComeAndGo) {
 TEST_F(LinuxKernelTest, NamesWhatGoesPastTheFilter) {
     build("plane linux\nbridge br0\n", {"p1", "p2"});
     EXPECT_EQ(linesWith("plane show", "^note .*(tc|flowtable|routes)"), Texts{});
-    const size_t open = descriptors();
-    boardAnswer("plane show");
-    EXPECT_EQ(descriptors(), open);
+    const size_t open = descriptors();  // one too many where the last connection is not closed yet
+    for (int i = 0; i < 3; ++i) boardAnswer("plane show");
+    EXPECT_TRUE(eventually([&] { return descriptors() <= open; }));
     ASSERT_EQ(sh("ip addr add 192.0.2.1/24 dev br0 && echo 1 >/proc/sys/net/ipv4/ip_forward"), "");
     EXPECT_EQ(linesWith("plane show", "^note br0: this machine routes").size(), 1U);
     if (const std::string reason = sh("tc qdisc add dev p1 clsact && tc filter add dev p1 ingress matchall "
