@@ -21,10 +21,12 @@ constexpr uint16_t PROTOCOL = 0x88B5;  // set aside for experiments
 constexpr int PATIENCE = 20000;        // milliseconds
 constexpr uint8_t WITNESS_TAG = 255;
 constexpr uint16_t FIRST_PORT = 4700;
-const std::string EVERYBODY(ETH_ALEN, '\xff'), REMOTE("\x02\0\0\0\0\xee", ETH_ALEN);
+const std::string EVERYBODY(ETH_ALEN, '\xff'), REMOTE("\x02\0\0\0\0\xee", ETH_ALEN),
+    MANY("\x01\0\x5e\0\0\x07", ETH_ALEN), NOBODY("\x02\0\0\0\x9\x9", ETH_ALEN);
+std::string gReceiver = EVERYBODY;  // of all but the witness's
 
 std::string frameOf(const std::string& from, uint8_t tag, uint16_t vid = 0) {
-    std::string frame = EVERYBODY + from;
+    std::string frame = (tag == WITNESS_TAG ? EVERYBODY : gReceiver) + from;
     const auto word = [&](uint16_t value) {
         frame += {static_cast<char>(value >> 8), static_cast<char>(value)};
     };
@@ -243,7 +245,10 @@ TEST_F(LinuxSpanTest, CarriesGroupsAndHoldsThoseOfOthers) {
     EXPECT_EQ(lines("^span device=vx. state=carries"), 2U);
     EXPECT_EQ(lines("^span device=vx1 state=plain"), 1U);
     EXPECT_EQ(lines("^entry kind=span .* state=held"), 4U);
-    expectHeld(peer);
+    for (const std::string& receiver : {MANY, NOBODY, EVERYBODY}) {
+        SCOPED_TRACE(gReceiver = receiver);
+        expectHeld(peer);
+    }
     EXPECT_GT(lines("^entry kind=span src=- dst=p2 vlan=- group=7 state=held packets=[1-9]"), 0U);
     EXPECT_GT(lines("^entry kind=span src=- dst=p4 vlan=10 group=6 state=held packets=[1-9]"), 0U);
 
