@@ -85,7 +85,7 @@ int layWith(LinuxPlane& plane, const FilterLayout& layout, const RawChange& chan
 void noteGroup(FilterLayout& layout, const RawElement& member) {
     uint32_t mark = 0;
     std::memcpy(&mark, member.key.data() + FILTER_DEVICE_SIZE, sizeof(mark));
-    const uint32_t group = mark & GROUP_BITS;
+    const auto group = static_cast<SpanningGroups>(mark & GROUP_BITS);
     (mark == group ? layout.spanPlain : layout.spanVlan) |= group;
 }
 
@@ -197,9 +197,9 @@ FilterLayout layoutInUse(const LinuxPlane& plane) {
         layout.pairs |= any(kind);
     }
     layout.spanPlain = layout.spanVlan = 0;
-    for (uint32_t group = 1; group <= GROUP_MAX; ++group) {
-        if (plane.plainMembers[group - 1] != 0) layout.spanPlain |= groupBit(group);
-        if (plane.vlanMembers[group - 1] != 0) layout.spanVlan |= groupBit(group);
+    for (uint32_t group = 1; group <= SPANNING_GROUP_MAX; ++group) {
+        if (plane.plainMembers[group - 1] != 0) layout.spanPlain |= spanningBit(group);
+        if (plane.vlanMembers[group - 1] != 0) layout.spanVlan |= spanningBit(group);
     }
     return layout;
 }

@@ -1,7 +1,6 @@
 #include "host/linux/linux_span.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -96,8 +95,7 @@ int setDoorGroups(LinuxPlane& plane) {
 // The first membership in one of the groups that keeps frames of the VLAN from the device; null for none.
 const FilterElement* memberOf(const LinuxPlane& plane, std::string_view device, SpanningGroups groups,
                               uint32_t vid) {
-    for (uint32_t group = 1; group <= GROUP_MAX; ++group) {
-        if ((groups & groupBit(group)) == 0) continue;
+    for (const uint32_t group : spanningNumbers(groups)) {
         for (const uint32_t within : {0U, vid}) {
             const auto found = plane.held.find(
                 memberElement(FilterKind::member, device, group, static_cast<uint16_t>(within)));
@@ -146,13 +144,13 @@ void adoptCarriers(LinuxPlane& plane) {
 void noteOwnMachine(LinuxPlane& plane, bool twoWay, uint32_t group) {
     if (plane.filter.span.empty()) return;
     if (!twoWay) noteOnce(plane, "one-way pairs hold");
-    if (twoWay && group > GROUP_MAX) noteOnce(plane, "groups above 16 hold");
+    if (twoWay && group > SPANNING_GROUP_MAX) noteOnce(plane, "groups above 16 hold");
 }
 
 int32_t linuxSetMember(void* state, const PlanePort& port, uint32_t group, uint16_t vid, bool member) {
     LinuxPlane& plane = linuxPlane(state);
     if (plane.filter.span.empty()) return 0;
-    if (group == 0 || group > GROUP_MAX) {
+    if (group == 0 || group > SPANNING_GROUP_MAX) {
         if (member) noteOwnMachine(plane, true, group);
         return 0;
     }
@@ -197,7 +195,7 @@ bool linuxRemoteForwards(void* state, const PlanePort& dst, SpanningGroups group
 
 std::string spanCause(const LinuxPlane& plane, const PlanePort& src, const PlanePort& dst) {
     if (!isSpanPort(plane, dst.device) || carries(plane, dst.device)) return {};
-    for (uint32_t group = 1; group <= GROUP_MAX; ++group) {
+    for (uint32_t group = 1; group <= SPANNING_GROUP_MAX; ++group) {
         if (!plane.held.contains(memberElement(FilterKind::sender, src.device, group))) continue;
         return fmt::format("{} does not carry groups to other machines, and {} is in group {}", dst.name,
                            src.name, group);
@@ -208,11 +206,7 @@ std::string spanCause(const LinuxPlane& plane, const PlanePort& src, const Plane
 
 void inspectSpan(const LinuxPlane& plane, std::string& text) {
     if (plane.filter.span.empty()) return;
-    std::vector<uint32_t> groups;
-    for (uint32_t group = 1; group <= GROUP_MAX; ++group) {
-        if ((plane.spanning & groupBit(group)) != 0) groups.push_back(group);
-    }
-    text += fmt::format("spanning {}\n", groups.empty() ? "none" : fmt::format("{}", fmt::join(groups, " ")));
+    text += fmt::format("spanning {}\n", spanningText(plane.spanning));
     for (const auto& [device, state] : plane.spanPorts) {
         const bool open = carries(plane, device);
         const SpanState shown = state == SpanState::carries && !open ? SpanState::absent : state;

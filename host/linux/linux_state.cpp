@@ -50,7 +50,7 @@ std::vector<FilterElement> ponOffElements(const LinuxPlane& plane, uint32_t vid)
 std::vector<FilterElement> membershipElements(const LinuxPlane& plane, uint32_t ifUnit,
                                               const Membership& membership) {
     std::vector<FilterElement> elements;
-    if ((plane.spanning & groupBit(membership.group)) == 0) return elements;
+    if ((plane.spanning & spanningBit(membership.group)) == 0) return elements;
     const std::string& device = plane.devices.at(ifUnit).name;
     appendNeed(plane, memberElement(FilterKind::member, device, membership.group, membership.vid), elements);
     return elements;

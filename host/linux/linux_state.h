@@ -86,8 +86,8 @@ struct LinuxPlane {
     // changed the filter, this table or another.
     FilterElements held;
     KindCounts heldOf = {};
-    std::array<size_t, GROUP_MAX> plainMembers = {};  // of these, by group
-    std::array<size_t, GROUP_MAX> vlanMembers = {};
+    std::array<size_t, SPANNING_GROUP_MAX> plainMembers = {};  // of these, by group
+    std::array<size_t, SPANNING_GROUP_MAX> vlanMembers = {};
     uint32_t generation = 0;
     bool marksMoved = false;  // what names VLANs stands under another frame mark
     bool exchanges = false;   // a table of another kind stands there

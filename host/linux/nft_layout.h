@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "common/spanning_groups.h"
+
 // What of the table stands, and what the bridge takes for a frame's VLAN.
 struct FilterLayout {
     bool pairs = false;   // is anything in `pairs`
@@ -13,9 +15,9 @@ struct FilterLayout {
     bool filters = true;  // the bridge filters VLANs, or it is not known
     uint16_t tagProtocol = 0x8100;
     std::vector<std::string> closed = {};  // patterns of the doors
-    uint32_t spanPlain = 0;                // bits of the groups with members in `span_members`
-    uint32_t spanVlan = 0;                 // the same within VLANs
-    uint32_t spanDoors = 0;  // bits of the groups in which a port is as long as its door is shut
+    SpanningGroups spanPlain = 0;          // groups with members in `span_members`
+    SpanningGroups spanVlan = 0;           // the same within VLANs
+    SpanningGroups spanDoors = 0;          // groups in which a port is as long as its door is shut
 
     bool operator==(const FilterLayout&) const = default;
 };

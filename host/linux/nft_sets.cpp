@@ -47,7 +47,7 @@ constexpr uint32_t MARK_STRANGE = GROUP_BITS + 1;
 // Which bit of its needs an element of the kernel meets together with others; 0: it has one of its own.
 uint32_t sharedNeed(const FilterElement& element) {
     if (element.kind != FilterKind::marked) return needOf(element.kind);
-    return element.group == 0 ? MARK_STRANGE : groupBit(element.group);
+    return element.group == 0 ? MARK_STRANGE : spanningBit(element.group);
 }
 
 uint32_t strangeNeed(const FilterElement& element) {
@@ -56,7 +56,7 @@ uint32_t strangeNeed(const FilterElement& element) {
 
 uint32_t marksHeld(const FilterElements& held, FilterElement marked) {
     uint32_t needs = 0;
-    for (marked.group = 0; marked.group <= GROUP_MAX; ++marked.group) {
+    for (marked.group = 0; marked.group <= SPANNING_GROUP_MAX; ++marked.group) {
         if (held.contains(marked)) needs |= sharedNeed(marked);
     }
     return needs;
@@ -158,10 +158,10 @@ void appendOwn(const Filter& filter, const FilterElement& element, std::vector<R
             raw.push_back(rawNumber(FilterSet::pvids, element.vid, mark));
             break;
         case FilterKind::member:
-            raw.push_back(rawDeviceMark(FilterSet::spanMembers, element, groupBit(element.group) | mark));
+            raw.push_back(rawDeviceMark(FilterSet::spanMembers, element, spanningBit(element.group) | mark));
             break;
         case FilterKind::sender:
-            raw.push_back(rawDeviceMark(FilterSet::spanSenders, element, groupBit(element.group)));
+            raw.push_back(rawDeviceMark(FilterSet::spanSenders, element, spanningBit(element.group)));
             break;
         case FilterKind::spanPort:
             raw.push_back(rawElement(FilterSet::spanPorts, element));
@@ -250,7 +250,7 @@ int readSpan(Filter& filter, uint32_t mask, FilterElements& elements) {
         FilterElement marked = devicesOf(FilterKind::marked, found.key, false);
         const uint32_t bits =
             (found.mark & GROUP_BITS) | ((found.mark & ~GROUP_BITS) != 0 ? MARK_STRANGE : 0);
-        for (marked.group = 0; marked.group <= GROUP_MAX; ++marked.group) {
+        for (marked.group = 0; marked.group <= SPANNING_GROUP_MAX; ++marked.group) {
             if ((bits & sharedNeed(marked)) != 0) elements[marked] = {};
         }
     });

@@ -17,6 +17,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "common/spanning_groups.h"
 #include "host/linux/nft_elements.h"
 #include "host/planes/frame_mark.h"
 #include "host/planes/spread_map.h"
@@ -75,11 +76,7 @@ inline constexpr uint16_t VID_UNKNOWN = (1U << MARK_BITS) - 1;
 FilterElement memberElement(FilterKind kind, std::string_view device, uint32_t group, uint16_t vid = 0);
 
 // A frame's mark holds the groups of its sender between machines in these bits.
-inline constexpr uint32_t GROUP_BITS = UINT16_MAX;
-inline constexpr uint8_t GROUP_MAX = 16;
-inline uint32_t groupBit(uint32_t group) {
-    return 1U << (group - 1);
-}
+inline constexpr uint32_t GROUP_BITS = SPANNING_ALL;
 
 struct FilterElementHash {
     size_t operator()(const FilterElement& element) const {

@@ -18,16 +18,6 @@ constexpr char FROM_HOST_CHAIN[] = "output";
 constexpr char TO_HOST_CHAIN[] = "input";
 constexpr int32_t OWN_PRIORITY = 300;  // behind what others do to the mark
 
-struct Bit {
-    uint32_t left;  // of a set of groups
-
-    bool next(uint32_t& bit) {
-        bit = left & ~(left - 1);
-        left &= ~bit;
-        return bit != 0;
-    }
-};
-
 void matchSpan(const Rule& rule, uint32_t key) {
     const std::vector<std::string>& span = rule.batch.filter->span;
     if (span.size() == 1) return compareDevice(rule, key, span.front());
@@ -90,8 +80,8 @@ void appendIn(Batch& batch, const FilterLayout& layout) {
     }
     for (const auto& [groups, vlans] :
          {std::pair(layout.spanPlain, 0U), std::pair(layout.spanVlan, batch.filter->markMask)}) {
-        Bit each = {groups};
-        for (uint32_t bit = 0; each.next(bit);) {
+        for (const uint32_t group : spanningNumbers(groups)) {
+            const uint32_t bit = spanningBit(group);
             const Rule rule(batch, SPAN_IN_CHAIN);
             compareMark(rule, bit, NFT_CMP_NEQ);
             loadMember(rule, NFT_META_OIFNAME, bit | vlans);
@@ -136,13 +126,14 @@ void appendOut(Batch& batch, const FilterLayout& layout) {
 
 // A mark of somebody else's stays: all groups are put into it, and those taken out that the sender is not in.
 void appendKeeping(Batch& batch, const FilterLayout& layout) {
-    Bit each = {layout.spanPlain | layout.spanVlan};
-    if (each.left == 0) return;
+    const auto used = static_cast<SpanningGroups>(layout.spanPlain | layout.spanVlan);
+    if (used == 0) return;
     {
         const Rule rule(batch, KEEP_CHAIN);
-        addToMark(rule, each.left);
+        addToMark(rule, used);
     }
-    for (uint32_t bit = 0; each.next(bit);) {
+    for (const uint32_t group : spanningNumbers(used)) {
+        const uint32_t bit = spanningBit(group);
         const Rule rule(batch, KEEP_CHAIN);
         loadMember(rule, NFT_META_IIFNAME, bit);
         lookUpNone(rule, FilterSet::spanSenders, TARGET);

@@ -89,11 +89,12 @@ struct Plane {
     //   plane name=NAME state=ready|gone|changed|failed [heal=own|watch|off healed=N]
     //   doors packets=N bytes=N, where ports can have doors: what these held
     //   note SENTENCE
-    //   spanning GROUP..., where ports carry groups to other machines
-    //   span device=PORT state=carries|plain|absent for each of these; what does not carry is closed to
-    //   members entry kind=bi|uni|pon|pon-off|span src=PORT|- dst=PORT|- vlan=VID|- [group=N]
+    //   spanning GROUPS, where ports carry groups to other machines
+    //   span device=PORT state=carries|plain|absent, for each of these
+    //   entry kind=bi|uni|pon|pon-off|span src=PORT|- dst=PORT|- vlan=VID|- [group=N]
     //         state=held|left-over|missing packets=N|- bytes=N|-
-    // where PORT is the kernel's name, or the interface's number where there is none.
+    // where PORT is the kernel's name, or the interface's number where there is none, and GROUPS are as in
+    // common/spanning_groups.h. A port that does not carry groups is closed to members of those that span.
     // A two-way isolation has an entry for each direction. `pon` is the PON isolation of all VLANs that have
     // no `pon-off`. `span` is what a member of a group is kept from by members on other machines; it alone
     // has a group. What is left over was in force before the daemon started and has not been asked for since.

@@ -7,6 +7,7 @@
 #include "common/fields.h"
 #include "common/text.h"
 #include "lib/link/interfaces.h"
+#include "lib/link/spanning.h"
 #include "lib/text/args.h"
 
 namespace {
@@ -72,13 +73,6 @@ bool parseHeading(const std::vector<Field>& fields, PlaneReport& report) {
     return true;
 }
 
-bool parseSpanning(const std::vector<std::string>& words, SpanningGroups& groups) {
-    for (size_t at = 1; at < words.size(); ++at) {
-        if (words[at] != SPANNING_NONE && !addSpanningWord(words[at], groups).empty()) return false;
-    }
-    return true;
-}
-
 // A line of the board's answer. The heading comes first.
 bool parseLine(Session& session, const std::string& line, PlaneReport& report) {
     constexpr std::string_view NOTE = "note ";
@@ -91,7 +85,7 @@ bool parseLine(Session& session, const std::string& line, PlaneReport& report) {
         return true;
     }
     if (kind == "plane") return parseHeading(fields, report);
-    if (kind == "spanning") return parseSpanning(words, report.spanning);
+    if (kind == SPANNING_WORD) return parseSpanning(words, report.spanning);
     if (kind == "door") return !report.doors.emplace_back(fieldText(fields, "port")).empty();
     if (kind == "doors") return parseCount(fieldText(fields, "packets"), report.doorPackets);
     if (kind == "span") {

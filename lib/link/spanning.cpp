@@ -5,18 +5,25 @@
 namespace {
 
 constexpr char REQUEST[] = "plane spanning";
-constexpr char WORD[] = "spanning";
 
 }  // namespace
+
+bool parseSpanning(const std::vector<std::string>& words, SpanningGroups& groups) {
+    groups = 0;
+    if (words.size() == 2 && words[1] == SPANNING_NONE) return true;
+    for (size_t at = 1; at < words.size(); ++at) {
+        if (!addSpanningWord(words[at], groups).empty()) return false;
+    }
+    return words.size() > 1;
+}
 
 Spanning readSpanning(Session& session) {
     Spanning spanning;
     const auto read = [&spanning](std::string_view line) {
         const std::vector<std::string> words = splitWords(line);
-        if (words.size() < 2 || words[0] != WORD) return true;
         SpanningGroups groups = 0;
-        for (size_t at = 1; at < words.size(); ++at) addSpanningWord(words[at], groups);
-        spanning.groups = groups;
+        if (words.empty() || words[0] != SPANNING_WORD) return true;
+        if (parseSpanning(words, groups)) spanning.groups = groups;
         return true;
     };
     const LineAnswer answer = session.board(REQUEST, false, read);

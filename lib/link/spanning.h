@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "common/spanning_groups.h"
 #include "lib/link/session.h"
@@ -11,6 +12,10 @@ struct Spanning {
     bool known = true;                       // false: the daemon is older than such groups
     std::optional<SpanningGroups> groups{};  // nothing: no port carries groups
 };
+
+// Of a line of the board that begins with this word. False when it is no such line.
+inline constexpr char SPANNING_WORD[] = "spanning";
+bool parseSpanning(const std::vector<std::string>& words, SpanningGroups& groups);
 
 // Both end the command when the board cannot be reached.
 Spanning readSpanning(Session& session);
