@@ -245,6 +245,7 @@ TEST_F(Ctl, LostDaemonIsToldWithWhatIsLeftBehind) {
 
 TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
     const std::string all = "group1=4 group2=4 ";
+    constexpr char SETTLED[] = "hardware vlans plane sweep";
     const std::string moved = "group1=2 group1=1 group2=2 group2=1 ";
     const struct {
         const char* line;  // @ stands for the file
@@ -258,19 +259,19 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
     } cases[] = {
         {"apply @ --dry-run", "mode 1\npon off 7\n", "none", 0, Exit::done, "", ""},
         {"apply @ --dry-run", "group 5 ge1/1-2", "none", 0, Exit::done, "", ""},
-        {"apply @", "group 5 ge1/1-2", "none", 0, Exit::done, "", "plane show plane sweep"},
+        {"apply @", "group 5 ge1/1-2", "none", 0, Exit::done, "", SETTLED},
         {"apply @", "# cut short", "none", 0, Exit::usage, "", ""},
         {"apply @", "group 33 ge1/1", "none", 0, Exit::usage, "", ""},
         {"apply @ --dry-run", "group 32 ge1/1", "none", 0, Exit::done, "", ""},
-        {"apply @ --empty", "", "none", 0, Exit::done, all, "plane show plane sweep"},
-        {"apply @", "pon off 7", "none", 0, Exit::done, all + "pon7=2", "plane show plane sweep"},
+        {"apply @ --empty", "", "none", 0, Exit::done, all, SETTLED},
+        {"apply @", "pon off 7", "none", 0, Exit::done, all + "pon7=2", SETTLED},
         {"apply @", "pon off 7", "group1=4", 9, Exit::refused, all + "pon7=2", "plane show"},
         {"apply @", "pon off 7", "pon7=2", 9, Exit::refused, all + "pon7=2", "plane show"},
         // What is refused early is asked again after the removals; a mode that waits holds all others back.
         {"apply @", "group 6 ge1/1-2", "group1=2", 1, Exit::done,
-         "group1=2 group2=2 group2=1 " + all + "group1=2 group1=1", "plane show plane sweep"},
+         "group1=2 group2=2 group2=1 " + all + "group1=2 group1=1", SETTLED},
         {"apply @", "mode 1\ngroup 6 ge1/1-2", "scalar1=1", 1, Exit::done,
-         "scalar1=1 " + all + "scalar1=1 " + moved, "plane show plane sweep"},
+         "scalar1=1 " + all + "scalar1=1 " + moved, SETTLED},
         {"group del 5", "", "group1=4", 9, Exit::refused, all, ""},
         {"group activate 5 ge1/1-2", "", "group1=1", 9, Exit::refused, "group1=1 group2=1", ""},
         {"pair probe 1 2", "", "none", 0, Exit::refused, "", ""},
@@ -284,12 +285,11 @@ TEST_F(Ctl, RefusalsAndDryRunsAreWhatTheySay) {
         {"group del 5 9", "", "none", 0, Exit::done, "", ""},
         // More groups span before anything changes, and fewer when all has; all do where nothing is said.
         {"apply @", "spanning 7\npon off 7", "none", 0, Exit::done, "spans 5 7 " + all + "pon7=2 spans 7",
-         "plane show plane sweep", "spanning 5"},
-        {"apply @", "group 5 ge1/1-2", "none", 0, Exit::done, "spans 1-16", "plane show plane sweep",
-         "spanning none"},
+         SETTLED, "spanning 5"},
+        {"apply @", "group 5 ge1/1-2", "none", 0, Exit::done, "spans 1-16", SETTLED, "spanning none"},
         {"apply @", "group 5 ge1/1-2\nspanning none", "spans none", 9, Exit::refused, "spans none",
          "plane show", "spanning 5-7"},
-        {"apply @", "group 5 ge1/1-2\nspanning 5", "none", 0, Exit::done, "", "plane show plane sweep"},
+        {"apply @", "group 5 ge1/1-2\nspanning 5", "none", 0, Exit::done, "", SETTLED},
     };
     const std::string path = testing::TempDir() + "portisolate-apply-" + std::to_string(getpid());
     for (const auto& each : cases) {

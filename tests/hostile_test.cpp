@@ -331,13 +331,14 @@ TEST_F(EndToEnd, WhoMayReadChangesNothing) {
     for (const std::string& line : split(boardAnswer("help"), '\n')) {
         const std::string verb = line.substr(0, line.find(' '));
         const std::string bare = read.contains(verb) ? "" : askLine(BOARD_SOCKET_PATH, verb);
-        const bool wordsToo = verb == "forward" || verb == "matrix" || verb == "journal" || verb == "monitor";
+        const bool wordsToo =
+            std::set<std::string>{"forward", "matrix", "hardware", "journal", "monitor"}.contains(verb);
         for (const std::string& answer : {bare, wordsToo ? "" : askLine(BOARD_SOCKET_PATH, verb + " x")}) {
             EXPECT_TRUE(answer.empty() || answer.starts_with("error: this user may read")) << verb << answer;
         }
     }
-    for (const char* line : {"list", "about", "matrix 10", "hardware", "role", "peer", "plane show",
-                             "plane spanning", "fault list"}) {
+    for (const char* line : {"list", "about", "matrix 10", "hardware", "hardware vlans", "role", "peer",
+                             "plane show", "plane spanning", "fault list"}) {
         boardAnswer(line);
     }
     asRoot();

@@ -45,7 +45,7 @@ void tellGroups(Session& session, RowScope scope, const std::vector<uint32_t>& m
     const bool possible = std::any_of(members.begin(), members.end(),
                                       [&](uint32_t member) { return sharesMore(scopes, member); });
     if (!possible) return;
-    std::vector<Shortfall> found = findShortfalls(interfaces, running, readPlane(session));
+    std::vector<Shortfall> found = findShortfalls(interfaces, running, readVlanEntries(session));
     std::erase_if(found, [&](const Shortfall& one) { return !one.wanted.contains(scope); });
     tell(found);
 }
@@ -83,6 +83,7 @@ void tellLessHeld(Session& session, const RowFamily& family, RowScope scope,
 }
 
 void tellShortfalls(Session& session) {
-    unlessUnreachable(
-        [&] { tell(findShortfalls(boardInterfaces(session), readRunning(session), readPlane(session))); });
+    unlessUnreachable([&] {
+        tell(findShortfalls(boardInterfaces(session), readRunning(session), readVlanEntries(session)));
+    });
 }

@@ -160,7 +160,9 @@ constexpr Verb VERBS[] = {
      false, ANY_WORDS},
     {"matrix", "[VID]", "which interfaces reach one another: o yes, x no, p partly", matrixVerb, nullptr,
      false, ANY_WORDS},
-    {"hardware", "", "the entries of the forwarding plane", hardwareVerb, nullptr, false, NO_WORDS},
+    {"hardware", "[vlans]",
+     "the entries of the forwarding plane; vlans: only those of ports that are isolated within a VLAN",
+     hardwareVerb, nullptr, false, ANY_WORDS},
     {"plane", "show|sweep|restore | open|close NUMBER[=LIFE]...|all | spanning [GROUP...|none]",
      "compare what is in force with what was asked for; remove what is left over; put back what is missing; "
      "open or close doors; show or set which groups mean the same on other machines",

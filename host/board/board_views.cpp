@@ -197,8 +197,13 @@ std::string matrixVerb(Board& board, const Words& words, std::string& result) {
 }
 
 std::string hardwareVerb(Board& board, const Words& words, std::string& result) {
-    if (words.size() != 1) return WRONG_USE;
+    const bool vlans = words.size() == 2 && words[1] == "vlans";
+    if (words.size() != 1 && !vlans) return WRONG_USE;
     std::lock_guard guard(board.lock);
+    if (vlans) {
+        board.plane.listWithinVlans(board.plane.state, result);
+        return {};
+    }
     board.plane.list(board.plane.state, result);
     result += fmt::format("mode {}\n", board.mode);
     const PlaneCounters counters = board.plane.counters(board.plane.state);

@@ -45,6 +45,7 @@ int32_t changeDoors(LinuxPlane& plane, const Doors& doors, bool open) {
 int32_t linuxSetDoors(void* state, const std::vector<PlanePort>& ports, bool open, uint64_t& changed) {
     LinuxPlane& plane = linuxPlane(state);
     changed = 0;
+    if (plane.layout.closed.empty()) return 0;
     // What isolates comes before what opens.
     flushTurn(plane);
     if (plane.failure == 0) refreshIfChanged(plane);

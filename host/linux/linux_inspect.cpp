@@ -131,6 +131,10 @@ void linuxList(void* state, std::string& text) {
     for (const uint16_t vid : plane.ponOff) text += fmt::format("pon-off {} slots=-\n", vid);
 }
 
+void linuxListWithinVlans(void* state, std::string& text) {
+    listWithinVlans(linuxPlane(state).twoWay, text);
+}
+
 PlaneCounters linuxCounters(void* state) {
     const LinuxPlane& plane = linuxPlane(state);
     return {

@@ -12,6 +12,7 @@
 bool linuxForwards(void* state, const PlanePort& src, const PlanePort& dst, uint32_t vid,
                    std::string& reason);
 void linuxList(void* state, std::string& text);
+void linuxListWithinVlans(void* state, std::string& text);
 PlaneCounters linuxCounters(void* state);
 void linuxInspect(void* state, std::string& text);
 

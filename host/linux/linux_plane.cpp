@@ -202,6 +202,7 @@ Plane createLinuxPlane() {
         .setSpanning = linuxSetSpanning,
         .remoteForwards = linuxRemoteForwards,
         .list = linuxList,
+        .listWithinVlans = linuxListWithinVlans,
         .counters = linuxCounters,
         .inspect = linuxInspect,
         .sweep = sweep,

@@ -84,6 +84,8 @@ struct Plane {
                            std::string& reason);
     // Appends one line per entry, in a fixed order.
     void (*list)(void* state, std::string& text);
+    // The same for two-way isolations of ports that are isolated within a VLAN. Does not ask the kernel.
+    void (*listWithinVlans)(void* state, std::string& text);
     PlaneCounters (*counters)(void* state);
     // Appends what is really in force beside what was asked for, in lines of `key=value`:
     //   plane name=NAME state=ready|gone|changed|failed [heal=own|watch|off healed=N]

@@ -4,6 +4,20 @@
 
 #include <algorithm>
 
+namespace {
+
+bool isWithinVlan(const PlaneEntries& entries, PortPair pair) {
+    const auto found = entries.find(pair);
+    return found != entries.end() && found->second.vid != 0;
+}
+
+void listTwoWay(PortPair pair, const PlaneIsolation& entry, std::string& text) {
+    text += fmt::format("bi {} {} vlan={} group={} serial={}/{}\n", sourceOf(pair), targetOf(pair), entry.vid,
+                        entry.group, entry.srcSerial, entry.dstSerial);
+}
+
+}  // namespace
+
 std::vector<PortPair> sortedPairs(const PlaneEntries& entries) {
     std::vector<PortPair> pairs;
     pairs.reserve(entries.size());
@@ -13,16 +27,22 @@ std::vector<PortPair> sortedPairs(const PlaneEntries& entries) {
 }
 
 void listEntries(const PlaneEntries& twoWay, const PlaneEntries& oneWay, std::string& text) {
-    for (const PortPair pair : sortedPairs(twoWay)) {
-        const PlaneIsolation& entry = twoWay.at(pair);
-        text += fmt::format("bi {} {} vlan={} group={} serial={}/{}\n", sourceOf(pair), targetOf(pair),
-                            entry.vid, entry.group, entry.srcSerial, entry.dstSerial);
-    }
+    for (const PortPair pair : sortedPairs(twoWay)) listTwoWay(pair, twoWay.at(pair), text);
     for (const PortPair pair : sortedPairs(oneWay)) {
         const PlaneIsolation& entry = oneWay.at(pair);
         text += fmt::format("uni {} {} serial={}/{}\n", sourceOf(pair), targetOf(pair), entry.srcSerial,
                             entry.dstSerial);
     }
+}
+
+void listWithinVlans(const PlaneEntries& twoWay, std::string& text) {
+    std::vector<PortPair> within;
+    for (const auto& [pair, entry] : twoWay) {
+        const PortPair reverse = pairOf(targetOf(pair), sourceOf(pair));
+        if (entry.vid != 0 || isWithinVlan(twoWay, reverse)) within.push_back(pair);
+    }
+    std::sort(within.begin(), within.end());
+    for (const PortPair pair : within) listTwoWay(pair, twoWay.at(pair), text);
 }
 
 PlaneEntries::const_iterator findTwoWay(const PlaneEntries& entries, uint32_t src, uint32_t dst) {

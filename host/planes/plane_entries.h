@@ -26,6 +26,8 @@ inline uint32_t targetOf(PortPair pair) {
 std::vector<PortPair> sortedPairs(const PlaneEntries& entries);
 // Appends one line per entry, two-way ones first, in the order of the ports.
 void listEntries(const PlaneEntries& twoWay, const PlaneEntries& oneWay, std::string& text);
+// The two-way entries of pairs of ports with an entry within a VLAN, in the same form.
+void listWithinVlans(const PlaneEntries& twoWay, std::string& text);
 // The entry that a delete of the ports in this order takes: that order's, else the reverse one's; `end` for
 // none.
 PlaneEntries::const_iterator findTwoWay(const PlaneEntries& entries, uint32_t src, uint32_t dst);

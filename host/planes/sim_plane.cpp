@@ -125,6 +125,10 @@ void list(void* state, std::string& text) {
     }
 }
 
+void listVlans(void* state, std::string& text) {
+    listWithinVlans(simPlane(state).twoWay, text);
+}
+
 PlaneCounters counters(void* state) {
     const SimPlane& plane = simPlane(state);
     return {
@@ -189,6 +193,7 @@ Plane createSimPlane() {
         .remoteForwards = [](void*, const PlanePort&, SpanningGroups, uint32_t,
                              std::string&) { return true; },
         .list = list,
+        .listWithinVlans = listVlans,
         .counters = counters,
         .inspect = inspect,
         .sweep = nothingToDo,

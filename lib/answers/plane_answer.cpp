@@ -46,7 +46,8 @@ PlaneWord planeKindWord(PlaneEntryKind kind) {
 
 PlaneReport readWholePlane(Session& session) {
     PlaneReport report = readPlane(session);
-    for (const Shortfall& one : findShortfalls(boardInterfaces(session), readRunning(session), report)) {
+    for (const Shortfall& one :
+         findShortfalls(boardInterfaces(session), readRunning(session), report.entries)) {
         report.shortfalls.push_back(shortfallText(one));
     }
     return report;

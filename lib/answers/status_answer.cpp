@@ -94,7 +94,8 @@ Status readStatus(Session& session) {
         status.problems.emplace_back(
             "the plane does not hold what it should: `portisolatectl plane show` tells more");
     }
-    for (const Shortfall& one : findShortfalls(boardInterfaces(session), status.running, status.plane)) {
+    for (const Shortfall& one :
+         findShortfalls(boardInterfaces(session), status.running, status.plane.entries)) {
         status.plane.shortfalls.push_back(shortfallText(one));
     }
     const size_t narrow = status.plane.shortfalls.size();

@@ -43,14 +43,15 @@ std::set<RowScope> sharedScopes(const GroupScopes& scopes, uint32_t left, uint32
 }
 
 std::vector<Shortfall> findShortfalls(const std::vector<BoardInterface>& interfaces,
-                                      const Configuration& configuration, const PlaneReport& report) {
+                                      const Configuration& configuration,
+                                      const std::vector<PlaneEntry>& entries) {
     std::map<std::string, const BoardInterface*> ports;
     for (const BoardInterface& interface : interfaces) {
         if (!interface.device.empty()) ports.emplace(interface.device, &interface);
         ports.emplace(interface.name, &interface);
     }
     std::map<std::pair<std::string, std::string>, std::set<uint32_t>> held;
-    for (const PlaneEntry& entry : report.entries) {
+    for (const PlaneEntry& entry : entries) {
         if (entry.kind == PlaneEntryKind::twoWay) held[std::minmax(entry.from, entry.to)].insert(entry.vlan);
     }
     const GroupScopes scopes = groupScopes(interfaces, configuration);

@@ -26,7 +26,8 @@ struct Shortfall {
     std::set<RowScope> wanted;  // the groups that ask for more
 };
 std::vector<Shortfall> findShortfalls(const std::vector<BoardInterface>& interfaces,
-                                      const Configuration& configuration, const PlaneReport& report);
+                                      const Configuration& configuration,
+                                      const std::vector<PlaneEntry>& entries);
 // "ge1/1 and pon2/4 are isolated in VLAN 10 only, since they were claimed there first; group 8 asks for every
 // VLAN"
 std::string shortfallText(const Shortfall& shortfall);

@@ -171,6 +171,24 @@ PlaneReport readPlane(Session& session) {
     return *report;
 }
 
+std::vector<PlaneEntry> readVlanEntries(Session& session) {
+    std::vector<PlaneEntry> entries;
+    for (const std::string& line : askBoard(session, "hardware vlans")) {
+        const std::vector<std::string> words = splitWords(line);
+        PlaneEntry& entry = entries.emplace_back();
+        uint32_t ends[2] = {};
+        const bool whole = words.size() > 3 && words[0] == KINDS[0] && parseGivenNumber(words[1], ends[0]) &&
+                           parseGivenNumber(words[2], ends[1]);
+        const Field vlan = whole ? splitField(words[3]) : Field{};
+        if (vlan.name != "vlan" || !parseGivenNumber(vlan.value, entry.vlan)) {
+            throw brokenProtocol("what is isolated within VLANs");
+        }
+        entry.from = interfaceName(session, ends[0]);
+        entry.to = interfaceName(session, ends[1]);
+    }
+    return entries;
+}
+
 uint64_t sweepPlane(Session& session) {
     return changePlane(session, "sweep");
 }
