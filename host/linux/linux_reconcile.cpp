@@ -114,7 +114,9 @@ int layAll(LinuxPlane& plane, const FilterLayout& layout, bool anew) {
     const bool whole = anew || mode != LayMode::keep;
     const RawChange change = whole ? rawWhole(plane.filter, plane.held) : RawChange{};
     const int problem = layWith(plane, layout, change, mode);
-    return problem != 0 ? problem : refresh(plane);
+    // Where nobody came in between, the elements are those that are known.
+    const bool known = !whole && plane.generation != 0;
+    return problem != 0 || known ? problem : refresh(plane);
 }
 
 int readKernel(LinuxPlane& plane) {
@@ -257,7 +259,8 @@ int layFirst(LinuxPlane& plane) {
     TableContent standing;
     probePvid(plane.filter);
     plane.filter.owns = plane.healing.mode == Healing::on && probeOwner(plane.filter);
-    int problem = readContent(plane.filter, CLOSED_SET, standing, plane.counted);
+    int problem = readGeneration(plane.filter, plane.generation);
+    if (problem == 0) problem = readContent(plane.filter, CLOSED_SET, standing, plane.counted);
     if (problem == 0) problem = readElements(plane.filter, plane.held, plane.marksMoved);
     const bool former = isFormerLayout(standing);
     plane.exchanges = standsOtherwise(plane.filter, standing);
