@@ -103,7 +103,8 @@ TEST(BoardFile, LeavesOutLinesThatCannotBeRead) {
         "vlan 10 20 v10\n";
     static constexpr std::string_view BAD =
         "role boss\npeer\npeer /x timeout\npeer /x timeout 0\nplane other\nplane linux\nbridge "
-        "br0\njournal\nbogus 1\nframe-mark 0\nframe-mark 0xfff\nframe-mark 0x1011fff\nspan\nspan vx*\nspan "
+        "br0\njournal\nclosed\nbogus 1\nframe-mark 0\nframe-mark 0xfff\nframe-mark 0x1011fff\nspan\nspan "
+        "vx*\nspan "
         "vx0\n"
         "span vx0 sixteen-letters-\n"
         "interface 3 c\ninterface x c slot 1\ninterface 0 c slot 1\ninterface 1 c slot 1\n"

@@ -135,6 +135,7 @@ TEST_F(LinuxHealTest, HealsAgainAndAgainAndSaysSoOnce) {
         EXPECT_NE(told("was deleted from outside by nft, process "), 0U) << log();
         EXPECT_EQ(told(HEALED) - before, std::min(healings, TOLD)) << log();
         EXPECT_EQ(told("10 times within a minute") - spells, healings == 0 ? 0U : 1U);
+        EXPECT_EQ(told("healed 0 times"), 0U);
         EXPECT_EQ(blocked(network), "p1>p2 p2>p1");
         EXPECT_EQ(notHeld(), Texts{});
     }

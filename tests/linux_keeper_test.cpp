@@ -201,8 +201,7 @@ TEST_F(LinuxKeeperTest, GroupsSpanWhileTheyAreInTheTablesAndAsTheFileSays) {
     const std::string path = root + "/etc/portisolate/isolation.conf";
     ctl("group add 5 p1 p2");
     ctl("vlan-group add 16 p3 --vlan 10");
-    EXPECT_EQ(spans(),
-              "spanning 1-16 p1/5@- held p2/5@- held p3/16@10 held");
+    EXPECT_EQ(spans(), "spanning 1-16 p1/5@- held p2/5@- held p3/16@10 held");
     ASSERT_EQ(sh("ip link set p2 nomaster; ip link set p1 down; ip link set p1 name p4; ip link set p4 up"),
               "");
     EXPECT_TRUE(spans().ends_with(" p3/16@10 held p4/5@- held")) << spans();

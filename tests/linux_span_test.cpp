@@ -181,6 +181,10 @@ struct LinuxSpanTest : LinuxPlaneTest {
         }
     }
 
+    bool reaches(const char* dst, uint16_t groups) const {
+        std::string reason;
+        return plane.remoteForwards(plane.state, port(dst), groups, 0, reason);
+    }
     bool forwards(const char* src, const char* dst) const {
         std::string reason;
         return plane.forwards(plane.state, port(src), port(dst), 0, reason);
@@ -339,7 +343,9 @@ TEST_F(LinuxSpanTest, FollowsWhatSpansAndWho) {
     EXPECT_EQ(plane.setSpanning(plane.state, 0), 0);
     EXPECT_EQ(lines("^spanning none$"), 1U);
     EXPECT_EQ(deaf(peer, 0xffff) + groupsOf(peer, "p2") + groupsOf(peer, "s1"), "00000000");
+    EXPECT_TRUE(reaches("s1", 0xffff));
     EXPECT_EQ(plane.setSpanning(plane.state, SPANNING_ALL), 0);
+    EXPECT_FALSE(reaches("s1", 1));
     expectHeld(peer);
 
     // A port in a trunk is held when it has left it; one with another name takes its groups along.
