@@ -129,7 +129,7 @@ void EndToEnd::SetUp() {
 
 void EndToEnd::TearDown() {
     if (daemon != 0) stop();
-    for (const char* fault : {"Sanitizer", "runtime error", "fault: signal"}) {
+    for (const char* fault : {"Sanitizer", "runtime error", "fault: signal", "Success"}) {
         EXPECT_EQ(log().find(fault), std::string::npos) << log();
     }
     std::filesystem::remove_all(root);
