@@ -166,8 +166,25 @@ const Peer MAP = {
     "nft add element bridge hand s '{ p1 . p2 : drop }'", "nft delete table bridge hand"};
 const Peer FLAG = {"true", "", "bridge link set dev p1 isolated on && bridge link set dev p2 isolated on",
                    "bridge link set dev p1 isolated off && bridge link set dev p2 isolated off"};
-const Peer EBTABLES = {"ebtables -N hand && ebtables -A FORWARD -j hand", "",
-                       "ebtables -A hand -i p1 -o p2 -j DROP", "ebtables -F FORWARD; ebtables -X hand"};
+const Peer EBTABLES = {
+    "ebtables -N hand && ebtables -A FORWARD -j hand", "", "ebtables -A hand -i p1 -o p2 -j DROP",
+    "ebtables -F FORWARD; ebtables -F hand; ebtables -X hand; nft delete table bridge filter"};
+// Open vSwitch, whose kernel datapath forwards between the two ports in place of the bridge.
+#define DATAPATH "d=/tmp/portisolate-datapath; "
+#define DATAPATH_CTL "ovs-vsctl --db=unix:$d/db.sock "
+const Peer PROTECTED = {
+    DATAPATH
+    "(modprobe openvswitch; mkdir $d; ovsdb-tool create $d/db) >/dev/null 2>&1 && "
+    "ovsdb-server --remote=punix:$d/db.sock --unixctl=$d/db.ctl --pidfile=$d/db.pid --detach --no-chdir "
+    "-vconsole:off $d/db && "
+    "ovs-vswitchd --unixctl=$d/switch.ctl --pidfile=$d/switch.pid --detach --no-chdir -vconsole:off "
+    "unix:$d/db.sock && "
+    "ip link set p1 nomaster && ip link set p2 nomaster && " DATAPATH_CTL
+    "add-br ovs0 -- add-port ovs0 p1 -- add-port ovs0 p2 && "
+    "ovs-appctl -t $d/switch.ctl fdb/add ovs0 p2 0 02:00:00:00:00:02",
+    "", DATAPATH DATAPATH_CTL "set port p1 protected=true -- set port p2 protected=true",
+    DATAPATH DATAPATH_CTL
+    "del-br ovs0; kill $(cat $d/*.pid); rm -r $d; ip link set p1 master br0; ip link set p2 master br0"};
 
 std::string elementsOf(const Peer& peer, int64_t pairs) {
     std::string script;
@@ -431,6 +448,7 @@ BENCHMARK_CAPTURE(frameByHand, set, SET)->Apply(withFrames);
 BENCHMARK_CAPTURE(frameByHand, map, MAP)->Apply(withFrames);
 BENCHMARK_CAPTURE(frameByHand, flag, FLAG)->Args({0, 1})->Apply(withFew);
 BENCHMARK_CAPTURE(frameByHand, ebtables, EBTABLES)->Args({0, 1})->Apply(withFew);
+BENCHMARK_CAPTURE(frameByHand, datapath, PROTECTED)->Args({0, 1})->Apply(withFew);
 }  // namespace
 
 int main(int argc, char** argv) {

@@ -355,6 +355,7 @@ TEST_F(LinuxPlaneTest, SaysWhatItCannotDo) {
     board += "laboratory\n";
     restart();
     EXPECT_NE(log().find("there is no bridge br7"), std::string::npos) << log();
+    EXPECT_EQ(linesWith("plane show", "^note there is no bridge br7").size(), 1U);
     for (const std::string said : {"newlink nobody", "dellink nobody", "newlink 7 member-add nobody"}) {
         EXPECT_NE(askLine(BOARD_SOCKET_PATH, "publish " + said).find("no such interface: nobody"),
                   std::string::npos)
