@@ -17,6 +17,8 @@
 #include "host/board/board.h"
 #include "host/board/board_file.h"
 #include "host/board/faults.h"
+#include "host/board/peer_answers.h"
+#include "host/planes/spread_map.h"
 #include "host/services/options.h"
 #include "host/services/readiness.h"
 #include "host/sockets/admission.h"
@@ -383,6 +385,32 @@ TEST(Admission, MakesPlaceForNewcomersWhereItCan) {
         const PeerProcess newcomer = {1, static_cast<uid_t>(one.newcomer == '0' ? 0 : one.newcomer)};
         EXPECT_EQ(placeFor(newcomer, holders, LIMITS, one.crowded), one.place) << one.what;
     }
+}
+
+TEST(PeerAnswers, ComeInPiecesOfAnySize) {
+    const std::string answer = bytesOf({12, 0, 0, 0});
+    const std::string answers = answer + answer + answer;
+    for (size_t piece = 1; piece <= answers.size(); ++piece) {
+        PeerLedger ledger;
+        for (int i = 0; i < 3; ++i) enterSent(ledger, PeerRequest());
+        for (size_t end = 0; end < answers.size();) {
+            const std::string part = answers.substr(end, piece);
+            EXPECT_TRUE(takeAnswers(ledger, part.data(), part.size()));
+            end += part.size();
+            EXPECT_EQ(unanswered(ledger), 3 - end / answer.size()) << piece;
+        }
+        EXPECT_FALSE(takeAnswers(ledger, answer.data(), answer.size()));
+    }
+}
+
+TEST(SpreadMap, WalksEveryEntryOnce) {
+    SpreadMap<uint32_t, uint32_t> map;
+    std::set<uint32_t> keys;
+    for (uint32_t key = 0; key < 1000; ++key) map[key] = 1;
+    for (const auto& [key, value] : std::as_const(map)) keys.insert(key);
+    EXPECT_EQ(keys.size(), 1000U);
+    for (auto& [key, value] : map) EXPECT_EQ(keys.erase(key), value);
+    EXPECT_TRUE(keys.empty());
 }
 
 TEST(ServiceManager, IsToldOnItsSocketWhereverThatIs) {

@@ -250,8 +250,14 @@ TEST_F(TwoBoards, ABoardWithoutDescriptorsTakesItsOwnChanges) {
     const int fd = active.command();
     EXPECT_EQ(promptStatus(fd, setRequest(1, 5, ROW_PROBE)), STATUS_NOT_FOUND);
     active.link("state=reached");
-    standby.stop();
-    standby.begin("standby", active.root);
+    const size_t open = active.descriptors();
+    for (int lost = 0; lost < 2; ++lost) {
+        EXPECT_EQ(promptStatus(fd, setRequest(1, 5, ROW_PROBE)), STATUS_NOT_FOUND);
+        active.link("state=reached");
+        EXPECT_EQ(active.descriptors(), open);
+        standby.stop();
+        standby.begin("standby", active.root);
+    }
     // Every number that may be given out is taken; what is open stays so.
     const rlim_t all = active.limitTo(RLIMIT_NOFILE, 3);
     EXPECT_EQ(promptStatus(fd, setRequest(1, 5, ROW_CREATE)), 0);
