@@ -201,6 +201,9 @@ TEST_F(EndToEnd, JournalTellsEveryCallInItsFileAndItsStream) {
     board += "\njournal /tmp/journal\n";
     start();
     const std::string file = root + "/tmp/journal";
+    // The last call of the start comes when clients may already connect; the next one waits for its lines.
+    ASSERT_TRUE(eventually([&] { return readText(file).find("daxHwilScalarSet\"") != std::string::npos; }));
+    ctlOutput("mode set 2");
     const int stream = connectTo(BOARD_SOCKET_PATH);
     ASSERT_TRUE(converse(stream, "journal\n", "ok\n"));
     const size_t before = readText(file).size();
