@@ -170,7 +170,7 @@ const Peer EBTABLES = {
     "ebtables -N hand && ebtables -A FORWARD -j hand", "", "ebtables -A hand -i p1 -o p2 -j DROP",
     "ebtables -F FORWARD; ebtables -F hand; ebtables -X hand; nft delete table bridge filter"};
 // Open vSwitch, whose kernel datapath forwards between the two ports in place of the bridge.
-#define DATAPATH "d=/tmp/portisolate-datapath; "
+#define DATAPATH "d=/tmp/portisolate-datapath-$PPID; "
 #define DATAPATH_CTL "ovs-vsctl --db=unix:$d/db.sock "
 const Peer PROTECTED = {
     DATAPATH
@@ -308,7 +308,7 @@ void groupByNft(benchmark::State& state) {
     }
 }
 
-// Until the transaction is made, in seconds; what is behind that the kernel takes.
+// What this thread has spent outside the kernel, in seconds.
 double ownTime() {
     rusage usage = {};
     getrusage(RUSAGE_THREAD, &usage);

@@ -6,11 +6,6 @@
 
 namespace {
 
-bool isWithinVlan(const PlaneEntries& entries, PortPair pair) {
-    const auto found = entries.find(pair);
-    return found != entries.end() && found->second.vid != 0;
-}
-
 void listTwoWay(PortPair pair, const PlaneIsolation& entry, std::string& text) {
     text += fmt::format("bi {} {} vlan={} group={} serial={}/{}\n", sourceOf(pair), targetOf(pair), entry.vid,
                         entry.group, entry.srcSerial, entry.dstSerial);
@@ -38,8 +33,8 @@ void listEntries(const PlaneEntries& twoWay, const PlaneEntries& oneWay, std::st
 void listWithinVlans(const PlaneEntries& twoWay, std::string& text) {
     std::vector<PortPair> within;
     for (const auto& [pair, entry] : twoWay) {
-        const PortPair reverse = pairOf(targetOf(pair), sourceOf(pair));
-        if (entry.vid != 0 || isWithinVlan(twoWay, reverse)) within.push_back(pair);
+        const auto reverse = twoWay.find(pairOf(targetOf(pair), sourceOf(pair)));
+        if (entry.vid != 0 || (reverse != twoWay.end() && reverse->second.vid != 0)) within.push_back(pair);
     }
     std::sort(within.begin(), within.end());
     for (const PortPair pair : within) listTwoWay(pair, twoWay.at(pair), text);

@@ -67,11 +67,11 @@ bool holdsAll(const PlaneReport& report);
 // What follows asks the board and ends the command when it cannot be reached, refuses, or answers what cannot
 // be read.
 PlaneReport readPlane(Session& session);
-// Removes what is left over, and puts back what is missing. Answer the number of elements.
 // What the daemon has asked for between ports that are isolated within a VLAN, two-way, by the interfaces'
 // names. The daemon answers from its records; for the whole report it reads the kernel's table, which takes
 // longer than to fill it.
 std::vector<PlaneEntry> readVlanEntries(Session& session);
+// Removes what is left over, and puts back what is missing. Answer the number of elements.
 uint64_t sweepPlane(Session& session);
 uint64_t restorePlane(Session& session);
 // Opens the doors of the interfaces that the board listed to this session, but for those of the numbers in
